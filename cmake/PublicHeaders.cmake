@@ -1,0 +1,7 @@
+# The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
+set(LORVALE_PUBLIC_HEADERS
+    include/lorvale/export.h
+    include/lorvale/values.h
+    include/lorvale/values/data.h
+    include/lorvale/values/range.h
+)

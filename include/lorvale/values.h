@@ -1,0 +1,4 @@
+#pragma once
+/// The value kinds that the whole library speaks in.
+#include "lorvale/values/data.h"
+#include "lorvale/values/range.h"

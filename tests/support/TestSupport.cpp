@@ -1,0 +1,49 @@
+#include "tests/support/TestSupport.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace lorvale::testing {
+
+namespace fs = std::filesystem;
+
+TemporaryFolder::TemporaryFolder() {
+    auto name = (fs::temp_directory_path() / "lorvale-test-XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder at " + name);
+    _path = fs::canonical(name);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+    std::error_code ignored;
+    fs::remove_all(_path, ignored);
+}
+
+std::string readFile(const fs::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) throw std::runtime_error("cannot read " + path.string());
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void writeFile(const fs::path& path, std::string_view bytes) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    if (!file.flush()) throw std::runtime_error("cannot write " + path.string());
+}
+
+std::optional<fs::path> sharedData() {
+    const char* const named = std::getenv("LORVALE_SHARED_DATA");
+    const fs::path folder = named != nullptr ? named : LORVALE_SOURCE_DIR "/../shared/data";
+    if (!fs::is_directory(folder)) return std::nullopt;
+    return fs::canonical(folder);
+}
+
+ExactCopy::ExactCopy(std::string_view text) : _bytes(new char[text.size()]), _size(text.size()) {
+    std::memcpy(_bytes.get(), text.data(), text.size());
+}
+
+}  // namespace lorvale::testing
