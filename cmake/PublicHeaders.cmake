@@ -1,6 +1,20 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
     include/lorvale/export.h
+    include/lorvale/toolkit.h
+    include/lorvale/toolkit/storage.h
+    include/lorvale/toolkit/storage/bit_array.h
+    include/lorvale/toolkit/storage/block.h
+    include/lorvale/toolkit/storage/exception.h
+    include/lorvale/toolkit/storage/memory.h
+    include/lorvale/toolkit/storage/mutex.h
+    include/lorvale/toolkit/storage/object.h
+    include/lorvale/toolkit/storage/skip_list.h
+    include/lorvale/toolkit/storage/sort.h
+    include/lorvale/toolkit/storage/storable.h
+    include/lorvale/toolkit/storage/storage.h
+    include/lorvale/toolkit/storage/stream.h
+    include/lorvale/toolkit/storage/verify.h
     include/lorvale/values.h
     include/lorvale/values/data.h
     include/lorvale/values/range.h
