@@ -10,8 +10,6 @@
 
 namespace brindle {
 
-bool IACloneOSSetStoreStreams = false;
-
 std::unique_ptr<IAOrderedStorableSet> IAMakeOrderedStorableSet(std::unique_ptr<IAOrderedStorable> prototype) {
     return std::make_unique<BTree>(std::move(prototype), IADiskBlockSize);
 }
@@ -272,7 +270,7 @@ float BTree::PositionEstimate(const IAOrderedStorable* key) {
     return sum + step / 2;
 }
 
-BTree::Glance BTree::Peek(std::uint32_t id, std::uint32_t level) {
+PageGlance BTree::Peek(std::uint32_t id, std::uint32_t level) {
     if (Page* const cached = caches[level]->Peek(id)) return {cached, nullptr};
     std::unique_ptr<Page> page = ReadPage(id, storage, storeStream, prototype.get(), pageSize);
     Page* const read = page.get();
@@ -316,7 +314,7 @@ void BTree::CollectPageIds(Page& page, std::uint32_t level, std::vector<std::uin
             ids.push_back(child);  // a leaf, which need not be read
             return;
         }
-        const Glance glance = Peek(child, level);
+        const PageGlance glance = Peek(child, level);
         CheckKind(*glance.page, level);
         CollectPageIds(*glance.page, level + 1, ids, visited);
     };

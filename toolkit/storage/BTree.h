@@ -1,12 +1,12 @@
 #pragma once
 #include <cstdint>
 #include <memory>
-#include <string>
 #include <unordered_set>
 #include <vector>
 
 #include "lorvale/toolkit/storage/storable.h"
 #include "lorvale/toolkit/storage/storage.h"
+#include "toolkit/storage/BTreeCheck.h"
 #include "toolkit/storage/BTreeHeader.h"
 #include "toolkit/storage/Page.h"
 #include "toolkit/storage/PageCache.h"
@@ -53,9 +53,9 @@ public:
     /// Changes with every Put, Remove and Purge, which tells iterators to find their place again.
     std::uint32_t TimeStamp();
 
-    /// Every rule that the tree breaks as it stands in memory, one sentence each.  Reads all of it, past the
-    /// caches, so that nothing of their state changes.
-    std::vector<std::string> Check();
+    /// Checks every rule on the tree as it stands in memory.  Reads all of it, past the caches, so that nothing
+    /// of their state changes.
+    BTreeReport Check();
 
 private:
     friend class BTreeIterator;
@@ -97,12 +97,8 @@ private:
     Page* GetLockedPage(std::uint32_t id, std::uint32_t level, std::uint32_t stamp);
     void UnlockPage(std::uint32_t id, std::uint32_t level, std::uint32_t stamp);
 
-    /// A page looked at without using it, as far as its cache can tell.
-    struct Glance {
-        Page* page;
-        std::unique_ptr<Page> own;  // set when it was not in the cache
-    };
-    Glance Peek(std::uint32_t id, std::uint32_t level);
+    /// Looks at a page without using it, as far as its cache can tell.
+    PageGlance Peek(std::uint32_t id, std::uint32_t level);
 
     const std::unique_ptr<IAOrderedStorable> prototype;
     IAStorage* storage = nullptr;  // borrowed

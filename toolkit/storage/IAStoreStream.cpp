@@ -19,8 +19,15 @@ IAStoreStream::IAStoreStream()
     }
 }
 
+IAStoreStream::IAStoreStream(std::uint8_t* memory, std::uint32_t memorySize, std::uint32_t blockSize)
+    : bufferStart(memory),
+      bufferNext(memory),
+      bufferLimit(memory + memorySize),
+      bufferSize(memorySize),
+      blockEnd(blockSize) {}
+
 IAStoreStream::~IAStoreStream() {
-    IAFreeSized(bufferStart, IADiskBlockSize);
+    if (mutex != nullptr) IAFreeSized(bufferStart, IADiskBlockSize);
 }
 
 void IAStoreStream::Sync() {}

@@ -5,13 +5,13 @@
 namespace brindle {
 
 MemoryStream::MemoryStream(std::span<const std::uint8_t> bytes, std::uint32_t blockSize)
-    : IAStoreStream(const_cast<std::uint8_t*>(bytes.data()), static_cast<std::uint32_t>(bytes.size()), blockSize,
-                    Use::reading),  // only read through, so the cast is never felt
+    // The cast is never felt: a stream that reads does not touch its buffer.
+    : IAStoreStream(const_cast<std::uint8_t*>(bytes.data()), static_cast<std::uint32_t>(bytes.size()), blockSize),
       memoryEnd(static_cast<std::uint32_t>(bytes.size())) {}
 
 MemoryStream::MemoryStream(std::span<std::uint8_t> bytes)
     : IAStoreStream(bytes.data(), static_cast<std::uint32_t>(bytes.size()),
-                    static_cast<std::uint32_t>(bytes.size()), Use::writing),
+                    static_cast<std::uint32_t>(bytes.size())),
       memoryEnd(static_cast<std::uint32_t>(bytes.size())) {}
 
 std::unique_ptr<IAStoreStream> MemoryStream::Clone() {

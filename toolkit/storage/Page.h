@@ -81,6 +81,8 @@ public:
     std::size_t StoreSize() const { return storeSize; }
     bool IsDirty() const { return dirty; }
     std::size_t Count() const { return entries.size(); }
+    /// The bytes of the last read or write; null before.
+    const std::shared_ptr<const PageImage>& Image() const { return image; }
 
     /// Writes the page into its block, which may move for that.
     void Write(IAStorage* storage, IAStoreStream* stream);

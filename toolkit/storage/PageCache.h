@@ -37,7 +37,7 @@ struct PageCacheOrder {
 ///
 /// A page that is handed out stays until it is evicted, by the fourth other page at the earliest in a writable
 /// tree, or by the next one in a readable one.  Deleting the cache writes nothing.
-class PageCache : private SkipList<PageCacheEntry*, PageCacheOrder> {
+class PageCache : public SkipList<PageCacheEntry*, PageCacheOrder> {
 public:
     /// All but the sizes is borrowed from the tree.
     PageCache(IAStorage* pageStorage, IAStoreStream* pageStream, const IAOrderedStorable* pagePrototype,
@@ -60,7 +60,6 @@ public:
 
     /// The page if it is here.  Not a use of it: the order of eviction stays as it is.
     Page* Peek(std::uint32_t id) const;
-    using SkipList::Count;
     std::uint32_t MaxCount() const { return maxCount; }
     std::uint32_t Hits() const { return hits; }
     std::uint32_t Misses() const { return misses; }

@@ -131,8 +131,8 @@ std::unique_ptr<Page> ReadPage(std::uint32_t id, IAStorage* storage, IAStoreStre
     const std::uint64_t changesBefore = images != nullptr ? images->Changes() : 0;
     std::unique_ptr<Page> page = loader.FromBlock(ReadBlock(storage, id, stream, pageSize));
     // No tree of this page size writes such a page, and rebalancing one might find no place to split it.
-    IAAssertion(fits(*page->image), "btree page entry too big", StorageInvalid);
-    if (images != nullptr) images->EnterRead(id, page->image, changesBefore);
+    IAAssertion(fits(*page->Image()), "btree page entry too big", StorageInvalid);
+    if (images != nullptr) images->EnterRead(id, page->Image(), changesBefore);
     return page;
 }
 

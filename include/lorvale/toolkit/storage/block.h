@@ -15,6 +15,8 @@ class LORVALE_EXPORT IAInputBlock {
 public:
     /// A null stream stands for the storage's own; another one is a clone of it.
     IAInputBlock(IAStorage* storage, std::uint32_t id, IAStoreStream* useStream = nullptr);
+    /// Goes on reading where the stream stands, whose mutex the caller holds if it has one.
+    explicit IAInputBlock(IAStoreStream* positioned);
     IAInputBlock(const IAInputBlock&) = delete;
     IAInputBlock& operator=(const IAInputBlock&) = delete;
     ~IAInputBlock();
@@ -44,6 +46,8 @@ private:
 class LORVALE_EXPORT IAOutputBlock {
 public:
     IAOutputBlock(IAStorage* storage, std::uint32_t id, std::uint32_t size, IAStoreStream* useStream = nullptr);
+    /// Goes on writing where the stream stands, whose mutex the caller holds if it has one.
+    explicit IAOutputBlock(IAStoreStream* positioned);
     IAOutputBlock(const IAOutputBlock&) = delete;
     IAOutputBlock& operator=(const IAOutputBlock&) = delete;
     ~IAOutputBlock() noexcept(false);

@@ -90,12 +90,18 @@ public:
     std::uint8_t ReadPastEndOfBuffer();
     void WritePastEndOfBuffer(std::uint8_t byte);
 
+    /// Null for a stream over memory, which is used where it is made.
     IAMutex* GetMutex() const { return mutex.get(); }
+
+protected:
+    /// A stream that stands in a block of `blockSize` bytes at address 0, with `memorySize` bytes of somebody
+    /// else's memory as its buffer, which is all to be read already or all to be written.
+    IAStoreStream(std::uint8_t* memory, std::uint32_t memorySize, std::uint32_t blockSize);
 
 private:
     std::uint32_t ReadUInt32Bytewise();
 
-    std::uint8_t* bufferStart;     // IADiskBlockSize bytes, owned
+    std::uint8_t* bufferStart;     // IADiskBlockSize bytes, owned; not owned if there is no mutex
     std::uint8_t* bufferNext;      // the next byte to read or write
     std::uint8_t* bufferLimit;     // the end of what may be read or written now
     std::uint32_t bufferSize = 0;  // used for the current block
