@@ -154,11 +154,10 @@ std::unique_ptr<IAOrderedStorable> BTree::Get(const IAOrderedStorable* key) {
     CheckOpen();
     Page* page = root.get();
     for (std::uint32_t level = 0;; ++level) {
-        Page::Finger finger;
-        PageEntry* const entry = page->FingerEntry(key, finger);
-        if (entry != nullptr && page->Object(*entry).Equal(key)) return page->CopyObject(*entry);
+        Page::Found found = page->FingerEntry(key);
+        if (found.object != nullptr && found.object->Equal(key)) return page->CopyObject(std::move(found));
         if (level == depth) return nullptr;
-        page = GetPage(entry != nullptr ? entry->childId : page->RightChildId(), level);
+        page = GetPage(page->ChildId(found.at), level);
     }
 }
 
@@ -168,24 +167,23 @@ bool BTree::Put(std::unique_ptr<IAOrderedStorable> object) {
     IAAssertion(ObjectFits(object->StoreSize(), pageSize), "Ordered Storable Set Entry Too Big",
                 OrderedStorableSetEntryTooBig);
     ++timeStamp;
-    return PutInternal(*root, nullptr, nullptr, std::move(object), 0);
+    return PutInternal(*root, {nullptr, 0}, std::move(object), 0);
 }
 
-bool BTree::PutInternal(Page& page, Page* parent, PageEntry* parentEntry,
-                        std::unique_ptr<IAOrderedStorable> object, std::uint32_t level) {
-    Page::Finger finger;
-    PageEntry* const entry = page.FingerEntry(object.get(), finger);
+bool BTree::PutInternal(Page& page, const ParentEntry& from, std::unique_ptr<IAOrderedStorable> object,
+                        std::uint32_t level) {
+    const Page::Found found = page.FingerEntry(object.get());
     bool replaced = false;
-    if (entry != nullptr && page.Object(*entry).Equal(object.get())) {
-        page.ReplaceObj(entry, std::move(object));
+    if (found.object != nullptr && found.object->Equal(object.get())) {
+        page.ReplaceObj(found.at, std::move(object));
         replaced = true;
     } else if (page.IsLeaf()) {
-        InsertObject(page, finger, std::move(object));
+        InsertObject(page, found.at, std::move(object));
     } else {
-        Page* const child = GetPage(entry != nullptr ? entry->childId : page.RightChildId(), level);
-        replaced = PutInternal(*child, &page, entry, std::move(object), level + 1);
+        Page* const child = GetPage(page.ChildId(found.at), level);
+        replaced = PutInternal(*child, {&page, found.at}, std::move(object), level + 1);
     }
-    Rebalance(page, parent, parentEntry, level);
+    Rebalance(page, from, level);
     return replaced;
 }
 
@@ -198,41 +196,40 @@ bool BTree::Remove(const IAOrderedStorable* key) {
     const IALock lock(mutex.get());
     CheckOpen();
     ++timeStamp;
-    return RemoveInternal(*root, nullptr, nullptr, key, 0);
+    return RemoveInternal(*root, {nullptr, 0}, key, 0);
 }
 
-bool BTree::RemoveInternal(Page& page, Page* parent, PageEntry* parentEntry, const IAOrderedStorable* key,
+bool BTree::RemoveInternal(Page& page, const ParentEntry& from, const IAOrderedStorable* key,
                            std::uint32_t level) {
-    Page::Finger finger;
-    PageEntry* const entry = page.FingerEntry(key, finger);
-    const bool here = entry != nullptr && page.Object(*entry).Equal(key);
+    const Page::Found found = page.FingerEntry(key);
+    const bool isHere = found.object != nullptr && found.object->Equal(key);
     if (page.IsLeaf()) {
-        if (!here) return false;
-        page.RemoveEntryAtFinger(finger);
+        if (!isHere) return false;
+        page.RemoveEntryAtFinger(found.at);
         --count;
     } else {
-        Page* const child = GetPage(entry != nullptr ? entry->childId : page.RightChildId(), level);
-        if (here) {
-            ReplaceWithPrevObj(*child, page, entry, page, entry, level + 1);
+        const ParentEntry here = {&page, found.at};
+        Page* const child = GetPage(page.ChildId(found.at), level);
+        if (isHere) {
+            ReplaceWithPrevObj(*child, here, here, level + 1);
             --count;
-        } else if (!RemoveInternal(*child, &page, entry, key, level + 1)) {
+        } else if (!RemoveInternal(*child, here, key, level + 1)) {
             return false;
         }
     }
-    Rebalance(page, parent, parentEntry, level);
+    Rebalance(page, from, level);
     return true;
 }
 
 // An object of an interior page gives way to the one before it, which is the last of a leaf.
-void BTree::ReplaceWithPrevObj(Page& page, Page& parent, PageEntry* parentEntry, Page& target,
-                               PageEntry* targetEntry, std::uint32_t level) {
+void BTree::ReplaceWithPrevObj(Page& page, const ParentEntry& from, const ParentEntry& target, std::uint32_t level) {
     if (page.IsLeaf()) {
-        target.ReplaceObj(targetEntry, page.RemoveEntry(page.LastNode()).object);
+        target.parent->ReplaceObj(target.entry, page.RemoveEntryAtFinger(page.Count() - 1).object);
     } else {
         Page* const child = GetPage(page.RightChildId(), level);
-        ReplaceWithPrevObj(*child, page, nullptr, target, targetEntry, level + 1);
+        ReplaceWithPrevObj(*child, {&page, page.Count()}, target, level + 1);
     }
-    Rebalance(page, &parent, parentEntry, level);
+    Rebalance(page, from, level);
 }
 
 std::unique_ptr<IAOrderedStorableIterator> BTree::MakeIterator() {
@@ -264,9 +261,7 @@ float BTree::PositionEstimate(const IAOrderedStorable* key) {
     CheckOpen();
     const float step = 1.0F / static_cast<float>(root->Count() + 1);
     float sum = 0;
-    for (PageEntry* entry = root->First(); entry != nullptr && !key->LessThan(&root->Object(*entry));
-         entry = root->Next(entry))
-        sum += step;
+    for (Page::Finger at = 0; at < root->Count() && !key->LessThan(&root->Object(at)); ++at) sum += step;
     return sum + step / 2;
 }
 
@@ -320,7 +315,7 @@ void BTree::CollectPageIds(Page& page, std::uint32_t level, std::vector<std::uin
     };
     if (!page.IsLeaf()) {
         collect(page.RightChildId());
-        for (PageEntry* entry = page.First(); entry != nullptr; entry = page.Next(entry)) collect(entry->childId);
+        for (Page::Finger at = 0; at < page.Count(); ++at) collect(page.ChildId(at));
     }
     ids.push_back(page.Id());
 }

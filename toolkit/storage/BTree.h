@@ -60,6 +60,13 @@ public:
 private:
     friend class BTreeIterator;
 
+    /// Where a walk came down: an entry of the parent, or the place behind the last one for its right child.  The
+    /// root has no parent.
+    struct ParentEntry {
+        Page* parent;
+        Page::Finger entry;
+    };
+
     // BTree.cpp
     void SetSizes(std::uint32_t size);
     void CheckOpen() const;
@@ -71,26 +78,24 @@ private:
     /// wrong kind for its level, so no walk down is longer than the tree is deep.
     Page* GetPage(std::uint32_t id, std::uint32_t level);
     void CheckKind(const Page& page, std::uint32_t level) const;
-    bool PutInternal(Page& page, Page* parent, PageEntry* parentEntry, std::unique_ptr<IAOrderedStorable> object,
+    bool PutInternal(Page& page, const ParentEntry& from, std::unique_ptr<IAOrderedStorable> object,
                      std::uint32_t level);
     void InsertObject(Page& page, Page::Finger finger, std::unique_ptr<IAOrderedStorable> object);
-    bool RemoveInternal(Page& page, Page* parent, PageEntry* parentEntry, const IAOrderedStorable* key,
-                        std::uint32_t level);
-    void ReplaceWithPrevObj(Page& page, Page& parent, PageEntry* parentEntry, Page& target,
-                            PageEntry* targetEntry, std::uint32_t level);
+    bool RemoveInternal(Page& page, const ParentEntry& from, const IAOrderedStorable* key, std::uint32_t level);
+    void ReplaceWithPrevObj(Page& page, const ParentEntry& from, const ParentEntry& target, std::uint32_t level);
     std::vector<std::uint32_t> PageIdsForDestroy();
     void CollectPageIds(Page& page, std::uint32_t level, std::vector<std::uint32_t>& ids,
                         std::unordered_set<std::uint32_t>& visited);
 
     // BTreeRebalance.cpp
-    void Rebalance(Page& page, Page* parent, PageEntry* parentEntry, std::uint32_t level);
+    void Rebalance(Page& page, const ParentEntry& from, std::uint32_t level);
     void RebalanceRoot();
     void GrowTree();
     void ShrinkTree();
-    void RebalanceNonRoot(Page& page, Page& parent, PageEntry* parentEntry, std::uint32_t level);
-    bool RebalanceTwo(Page& left, PageEntry* separator, Page& right, Page& parent, std::uint32_t level);
-    void PaginateTwo(Page& left, PageEntry* separator, Page& right, Page& parent, std::size_t newSeparator);
-    void MergeTwo(Page& left, PageEntry* separator, Page& right, Page& parent, std::uint32_t level);
+    void RebalanceNonRoot(Page& page, Page& parent, Page::Finger parentEntry, std::uint32_t level);
+    bool RebalanceTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::uint32_t level);
+    void PaginateTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::size_t newSeparator);
+    void MergeTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::uint32_t level);
     void SplitOne(Page& page, Page& parent, std::uint32_t level);
 
     // For iterators: pages taken with a lock.

@@ -57,12 +57,12 @@ void BTreeChecker::CheckPage(Page& page, std::uint32_t level, const Bounds& boun
     if (page.Count() == 0 && (level > 0 || !page.IsLeaf())) Violation(name + " has no entries.");
 
     std::size_t size = BTPageOverhead;
-    for (PageEntry* entry = page.First(); entry != nullptr; entry = page.Next(entry)) {
-        CheckEntry(page, *entry, name);
-        size += page.EntryStoreSize(*entry);
+    for (Page::Finger at = 0; at < page.Count(); ++at) {
+        CheckEntry(page, at, name);
+        size += page.ObjectStoreSize(at) + (page.IsLeaf() ? 0 : BTEntryOverhead);
     }
     if (size != page.StoreSize())
-        Violation(name + " goes by " + Number(page.StoreSize()) + " bytes, its entries take " + Number(size) + ".");
+        Violation(name + " takes " + Number(page.StoreSize()) + " bytes, its entries " + Number(size) + ".");
     CheckOrder(page, bounds, name);
 
     if (page.IsLeaf() != (level == header.depth))
@@ -71,14 +71,15 @@ void BTreeChecker::CheckPage(Page& page, std::uint32_t level, const Bounds& boun
         CheckChildren(page, level, bounds);
 }
 
-void BTreeChecker::CheckEntry(Page& page, PageEntry& entry, const std::string& name) {
-    const IAOrderedStorable& object = page.Object(entry);
-    if (!ObjectFits(entry.objectStoreSize, header.pageSize))
-        Violation(name + " has an object of " + Number(entry.objectStoreSize) + " bytes, too big for its page size.");
-    if (object.StoreSize() != entry.objectStoreSize)
+void BTreeChecker::CheckEntry(Page& page, Page::Finger at, const std::string& name) {
+    const IAOrderedStorable& object = page.Object(at);
+    const std::uint32_t storedSize = page.ObjectStoreSize(at);
+    if (!ObjectFits(storedSize, header.pageSize))
+        Violation(name + " has an object of " + Number(storedSize) + " bytes, too big for its page size.");
+    if (object.StoreSize() != storedSize)
         Violation(name + " has an object of " + Number(object.StoreSize()) + " bytes stored as " +
-                  Number(entry.objectStoreSize) + ".");
-    if ((entry.childId == 0) != page.IsLeaf()) Violation(name + " has an entry with a child that does not fit its kind.");
+                  Number(storedSize) + ".");
+    if (!page.IsLeaf() && page.ChildId(at) == 0) Violation(name + " has an entry without a child.");
 }
 
 void BTreeChecker::CheckOrder(Page& page, const Bounds& bounds, const std::string& name) {
@@ -88,15 +89,15 @@ void BTreeChecker::CheckOrder(Page& page, const Bounds& bounds, const std::strin
             Violation(name + " has objects out of order, within it or with the separators above.");
         before = object;
     };
-    for (PageEntry* entry = page.First(); entry != nullptr; entry = page.Next(entry)) inOrder(&page.Object(*entry));
+    for (Page::Finger at = 0; at < page.Count(); ++at) inOrder(&page.Object(at));
     inOrder(bounds.high);
 }
 
 void BTreeChecker::CheckChildren(Page& page, std::uint32_t level, const Bounds& bounds) {
     const IAOrderedStorable* low = bounds.low;
-    for (PageEntry* entry = page.First(); entry != nullptr; entry = page.Next(entry)) {
-        const IAOrderedStorable* const high = &page.Object(*entry);
-        CheckChild(entry->childId, level, {low, high});
+    for (Page::Finger at = 0; at < page.Count(); ++at) {
+        const IAOrderedStorable* const high = &page.Object(at);
+        CheckChild(page.ChildId(at), level, {low, high});
         low = high;
     }
     CheckChild(page.RightChildId(), level, {low, bounds.high});

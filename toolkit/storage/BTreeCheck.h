@@ -38,7 +38,7 @@ private:
 
     void CheckHeader();
     void CheckPage(Page& page, std::uint32_t level, const Bounds& bounds);
-    void CheckEntry(Page& page, PageEntry& entry, const std::string& name);
+    void CheckEntry(Page& page, Page::Finger at, const std::string& name);
     void CheckOrder(Page& page, const Bounds& bounds, const std::string& name);
     void CheckChildren(Page& page, std::uint32_t level, const Bounds& bounds);
     void CheckChild(std::uint32_t id, std::uint32_t level, const Bounds& bounds);

@@ -46,7 +46,7 @@ std::unique_ptr<IAOrderedStorable> BTreeIterator::Next() {
 }
 
 std::unique_ptr<IAOrderedStorable> BTreeIterator::CopyOfTop() {
-    return top != nullptr && top->entry != nullptr ? top->page->CopyObject(*top->entry) : nullptr;
+    return top != nullptr && !top->IsThrough() ? top->page->CopyObject(top->entry) : nullptr;
 }
 
 void BTreeIterator::BuildStack(const IAOrderedStorable* from) {
@@ -59,7 +59,7 @@ void BTreeIterator::BuildStack(const IAOrderedStorable* from) {
     next = CopyOfTop();
 }
 
-void BTreeIterator::PushFrame(Page& page, PageEntry* entry) {
+void BTreeIterator::PushFrame(Page& page, Page::Finger entry) {
     top = std::make_unique<IteratorFrame>(&page, entry, std::move(top));
 }
 
@@ -71,29 +71,25 @@ Page& BTreeIterator::Descend(std::uint32_t id) {
 }
 
 void BTreeIterator::PushForward(Page& page) {
-    PushFrame(page, page.First());
-    if (level != bTree.depth) PushForward(Descend(page.First()->childId));
+    PushFrame(page, 0);
+    if (level != bTree.depth) PushForward(Descend(page.ChildId(0)));
 }
 
 void BTreeIterator::PushTo(Page& page, const IAOrderedStorable* key) {
-    Page::Finger finger;
-    PageEntry* const entry = page.FingerEntry(key, finger);
-    PushFrame(page, entry);
+    const Page::Found found = page.FingerEntry(key);
+    PushFrame(page, found.at);
     if (page.IsLeaf()) {
-        if (entry == nullptr) PopForward();
-    } else if (entry == nullptr) {
-        PushTo(Descend(page.RightChildId()), key);
-    } else if (!page.Object(*entry).Equal(key)) {
-        PushTo(Descend(entry->childId), key);
+        if (found.object == nullptr) PopForward();
+    } else if (found.object == nullptr || !found.object->Equal(key)) {
+        PushTo(Descend(page.ChildId(found.at)), key);
     }
 }
 
 void BTreeIterator::Increment() {
-    Page& page = *top->page;
-    top->entry = page.Next(top->entry);
+    ++top->entry;
     if (level != bTree.depth)
-        PushForward(Descend(top->entry != nullptr ? top->entry->childId : page.RightChildId()));
-    else if (top->entry == nullptr)
+        PushForward(Descend(top->page->ChildId(top->entry)));
+    else if (top->IsThrough())
         PopForward();
 }
 
@@ -103,7 +99,7 @@ void BTreeIterator::PopForward() {
         top = std::move(top->next);
         crossed = true;
         if (top != nullptr) bTree.UnlockPage(left, --level, timeStamp);
-    } while (top != nullptr && top->entry == nullptr);
+    } while (top != nullptr && top->IsThrough());
 }
 
 // Runs in destructors: a page that cannot be written now stays for the next to try.

@@ -11,10 +11,11 @@ class BTree;
 
 /// One level of an iterator's path.  Its page is locked in its cache, but for the root.
 struct IteratorFrame : IAStruct {
-    IteratorFrame(Page* framePage, PageEntry* nextEntry, std::unique_ptr<IteratorFrame> above)
+    IteratorFrame(Page* framePage, Page::Finger nextEntry, std::unique_ptr<IteratorFrame> above)
         : entry(nextEntry), page(framePage), next(std::move(above)) {}
+    bool IsThrough() const { return entry == page->Count(); }
 
-    PageEntry* entry;  ///< what this level yields next, after all to the left of it; null when it is through
+    Page::Finger entry;  ///< what this level yields next, after all to the left of it
     Page* page;
     std::unique_ptr<IteratorFrame> next;  ///< the level above
 };
@@ -38,7 +39,7 @@ private:
     void PushTo(Page& page, const IAOrderedStorable* key);
     void Increment();
     void PopForward();
-    void PushFrame(Page& page, PageEntry* entry);
+    void PushFrame(Page& page, Page::Finger entry);
     /// The page below, locked; the level goes down with it.
     Page& Descend(std::uint32_t id);
     void UnlockAll();

@@ -8,12 +8,12 @@
 
 namespace brindle {
 
-void BTree::Rebalance(Page& page, Page* parent, PageEntry* parentEntry, std::uint32_t level) {
+void BTree::Rebalance(Page& page, const ParentEntry& from, std::uint32_t level) {
     if (page.StoreSize() <= pageSize && page.StoreSize() >= minSize) return;
     if (level == 0)
         RebalanceRoot();
     else
-        RebalanceNonRoot(page, *parent, parentEntry, level - 1);  // from here on the level of its cache
+        RebalanceNonRoot(page, *from.parent, from.entry, level - 1);  // from here on the level of its cache
 }
 
 // A root may be as small as it likes.
@@ -40,25 +40,24 @@ void BTree::ShrinkTree() {
     --depth;
 }
 
-void BTree::RebalanceNonRoot(Page& page, Page& parent, PageEntry* parentEntry, std::uint32_t level) {
-    IAAssertion(parentEntry != nullptr || parent.RightChildId() == page.Id(), "page not the right child",
+void BTree::RebalanceNonRoot(Page& page, Page& parent, Page::Finger parentEntry, std::uint32_t level) {
+    IAAssertion(parentEntry < parent.Count() || parent.RightChildId() == page.Id(), "page not the right child",
                 IAAssertionFailure);
-    if (PageEntry* const separator = parent.PreviousNode(parentEntry)) {
-        Page* const left = GetPage(separator->childId, level);
-        if (RebalanceTwo(*left, separator, page, parent, level)) return;
+    if (parentEntry > 0) {
+        Page* const left = GetPage(parent.ChildId(parentEntry - 1), level);
+        if (RebalanceTwo(*left, parentEntry - 1, page, parent, level)) return;
     }
-    if (parentEntry != nullptr) {
-        const PageEntry* const behind = parent.Next(parentEntry);
-        Page* const right = GetPage(behind != nullptr ? behind->childId : parent.RightChildId(), level);
+    if (parentEntry < parent.Count()) {
+        Page* const right = GetPage(parent.ChildId(parentEntry + 1), level);
         if (RebalanceTwo(page, parentEntry, *right, parent, level)) return;
     }
     SplitOne(page, parent, level);
 }
 
-bool BTree::RebalanceTwo(Page& left, PageEntry* separator, Page& right, Page& parent, std::uint32_t level) {
+bool BTree::RebalanceTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::uint32_t level) {
     // In a sound tree no two children are one page; moving entries from a page to itself would lose them.
     IAAssertion(&left != &right, "btree page met twice", StorageInvalid);
-    scroll.Fill(left, *separator, right);
+    scroll.Fill(left, parent, separator, right);
     if (scroll.IntervalSize(0, scroll.Count()) <= pageSize) {
         MergeTwo(left, separator, right, parent, level);
         return true;
@@ -69,7 +68,7 @@ bool BTree::RebalanceTwo(Page& left, PageEntry* separator, Page& right, Page& pa
     return true;
 }
 
-void BTree::PaginateTwo(Page& left, PageEntry* separator, Page& right, Page& parent, std::size_t newSeparator) {
+void BTree::PaginateTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::size_t newSeparator) {
     const std::size_t oldSeparator = left.Count();
     if (newSeparator < oldSeparator)
         left.ShiftContentsRight(right, separator, parent, newSeparator);
@@ -77,10 +76,10 @@ void BTree::PaginateTwo(Page& left, PageEntry* separator, Page& right, Page& par
         right.ShiftContentsLeft(left, separator, parent, newSeparator - oldSeparator - 1);
 }
 
-void BTree::MergeTwo(Page& left, PageEntry* separator, Page& right, Page& parent, std::uint32_t level) {
+void BTree::MergeTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::uint32_t level) {
     // All of the left page but its first object goes right; that one is the separator then.
     if (left.Count() > 0) left.ShiftContentsRight(right, separator, parent, 0);
-    PageEntry last = parent.RemoveEntry(separator);
+    PageEntry last = parent.RemoveEntryAtFinger(separator);
     last.childId = left.RightChildId();
     right.PushEntry(std::move(last));
     RemovePage(left.Id());
@@ -92,11 +91,10 @@ void BTree::SplitOne(Page& page, Page& parent, std::uint32_t level) {
     PageEntry separator = page.PopEntry();
     added->SetRightChildId(separator.childId);
     separator.childId = added->Id();
-    Page::Finger finger;
-    parent.FingerEntry(separator.object.get(), finger);
-    const Page::Finger at = finger;
-    parent.InsertEntryAtFinger(std::move(separator), finger);
-    RebalanceTwo(*added, parent.At(at), page, parent, level);
+    const Page::Finger at = parent.FingerEntry(separator.object.get()).at;
+    Page::Finger behind = at;
+    parent.InsertEntryAtFinger(std::move(separator), behind);
+    RebalanceTwo(*added, at, page, parent, level);
 }
 
 }  // namespace brindle

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <span>
 
 #include "lorvale/toolkit/storage/exception.h"
 #include "lorvale/toolkit/storage/storage.h"
@@ -11,9 +10,37 @@
 
 namespace brindle {
 
-Page::Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype) : id(pageId), prototype(pagePrototype) {}
+namespace {
+
+std::ptrdiff_t Offset(std::size_t at) {
+    return static_cast<std::ptrdiff_t>(at);
+}
+
+}  // namespace
+
+Page::Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype)
+    : Page(pageId, pagePrototype, BTEntryOverhead, nullptr) {}
+
+Page::Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype, std::shared_ptr<const PageImage> stored)
+    : Page(pageId, pagePrototype, BTEntryOverhead, std::move(stored)) {}
+
+Leaf::Leaf(std::uint32_t pageId, const IAOrderedStorable* pagePrototype, std::shared_ptr<const PageImage> stored)
+    : Page(pageId, pagePrototype, 0, std::move(stored)) {}
+
+Page::Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype, std::uint32_t entryOverhead,
+           std::shared_ptr<const PageImage> stored)
+    : id(pageId), overhead(entryOverhead), prototype(pagePrototype), image(std::move(stored)), dirty(image == nullptr) {
+    if (image != nullptr) return;
+    auto empty = std::make_shared<PageImage>();
+    empty->bytes.resize(BTPageOverhead);
+    empty->objectType = &typeid(*prototype);
+    owned = empty.get();
+    image = std::move(empty);
+}
 
 Page::~Page() = default;
+
+// ---- The two kinds -----------------------------------------------------------------------------------------
 
 bool Page::IsLeaf() const {
     return false;
@@ -25,19 +52,18 @@ std::uint32_t Page::EntryStoreSize(const PageEntry& entry) const {
 
 void Page::EntryStore(const PageEntry& entry, IAOutputBlock* output) const {
     output->WriteUInt32(entry.childId);
-    if (entry.stored != nullptr)
-        output->WriteBuffer(entry.stored, entry.objectStoreSize);
-    else
-        entry.object->Store(output);
+    entry.object->Store(output);
 }
 
-void Page::EntryRestore(PageEntry& entry, const IAOrderedStorable* from, IAInputBlock* input) const {
+PageEntry Page::EntryRestore(const IAOrderedStorable* from, IAInputBlock* input) const {
+    PageEntry entry;
     entry.childId = input->ReadUInt32();
     // A child of 0 would make a place with no way down in the middle of the tree.
     IAAssertion(entry.childId != 0, "btree page without a child", StorageInvalid);
     const std::uint32_t start = input->GetPosition();
     entry.object = IARestoreFrom(*from, input);
     entry.objectStoreSize = input->GetPosition() - start;
+    return entry;
 }
 
 bool Leaf::IsLeaf() const {
@@ -49,106 +75,150 @@ std::uint32_t Leaf::EntryStoreSize(const PageEntry& entry) const {
 }
 
 void Leaf::EntryStore(const PageEntry& entry, IAOutputBlock* output) const {
-    if (entry.stored != nullptr)
-        output->WriteBuffer(entry.stored, entry.objectStoreSize);
-    else
-        entry.object->Store(output);
+    entry.object->Store(output);
 }
 
-void Leaf::EntryRestore(PageEntry& entry, const IAOrderedStorable* from, IAInputBlock* input) const {
+PageEntry Leaf::EntryRestore(const IAOrderedStorable* from, IAInputBlock* input) const {
+    PageEntry entry;
     const std::uint32_t start = input->GetPosition();
     entry.object = IARestoreFrom(*from, input);
     entry.objectStoreSize = input->GetPosition() - start;
+    return entry;
 }
 
-void Page::ReadEntries(IAInputBlock* input, const IAOrderedStorable* from) {
-    const std::uint32_t count = input->ReadUInt32();
-    // Entries take a byte at the least, but for one object that is stored as nothing.
-    const std::uint32_t least = IsLeaf() ? 1 : BTEntryOverhead;
-    IAAssertion(count <= input->Remaining() / least + 1, "btree page entry count out of range", StorageInvalid);
-    entries.reserve(count);
-    for (std::uint32_t i = 0; i < count; ++i) {
-        PageEntry entry;
-        EntryRestore(entry, from, input);
-        // Searches and iterators rest on the order, and a walk over ascending entries comes to an end.
-        IAAssertion(i == 0 || entries.back().object->LessThan(entry.object.get()),
-                    "btree page entries out of order", StorageInvalid);
-        storeSize += EntryStoreSize(entry);
-        entries.push_back(std::move(entry));
-    }
-    dirty = false;
-}
+// ---- Objects -----------------------------------------------------------------------------------------------
 
-PageEntry* Page::PreviousNode(const PageEntry* entry) {
-    const std::size_t index = entry == nullptr ? entries.size() : IndexOf(entry);
-    return index > 0 ? &entries[index - 1] : nullptr;
-}
-
-std::unique_ptr<IAOrderedStorable> Page::RestoreObject(const PageEntry& entry) const {
-    MemoryStream memory(std::span(entry.stored, entry.objectStoreSize), entry.objectStoreSize);
+std::unique_ptr<IAOrderedStorable> Page::CopyObject(Finger at) const {
+    const std::uint32_t size = ObjectStoreSize(at);
+    MemoryStream memory(std::span<const std::uint8_t>(image->bytes.data() + image->objectOffsets[at], size), size);
     IAInputBlock input(&memory);
     return IARestoreFrom(*prototype, &input);
 }
 
-const IAOrderedStorable& Page::Object(PageEntry& entry) {
-    if (entry.object == nullptr) entry.object = RestoreObject(entry);
-    return *entry.object;
+const IAOrderedStorable& Page::Object(Finger at) {
+    if (objects.empty()) objects.resize(Count());
+    if (objects[at] == nullptr) objects[at] = CopyObject(at);
+    return *objects[at];
 }
 
-std::unique_ptr<IAOrderedStorable> Page::CopyObject(PageEntry& entry) {
-    if (entry.stored == nullptr) return IADeepCopyOf(*entry.object);
-    return entry.object != nullptr ? std::move(entry.object) : RestoreObject(entry);
-}
-
-PageEntry* Page::FingerEntry(const IAOrderedStorable* key, Finger& finger) {
-    std::size_t low = 0;
-    std::size_t high = entries.size();
-    while (low < high) {
-        const std::size_t middle = low + (high - low) / 2;
-        if (Object(entries[middle]).LessThan(key))
+Page::Found Page::FingerEntry(const IAOrderedStorable* key) {
+    const bool keep = searched;  // a page that is visited once more will be so again
+    searched = true;
+    Found found{Count(), nullptr, nullptr};
+    for (std::size_t low = 0; low < found.at;) {
+        const std::size_t middle = low + (found.at - low) / 2;
+        std::unique_ptr<IAOrderedStorable> own = keep ? nullptr : CopyObject(middle);
+        const IAOrderedStorable& object = keep ? Object(middle) : *own;
+        if (object.LessThan(key))
             low = middle + 1;
         else
-            high = middle;
+            found = {middle, &object, std::move(own)};
     }
-    finger = low;
-    return At(low);
+    return found;
+}
+
+// ---- Changes -----------------------------------------------------------------------------------------------
+
+PageImage& Page::OwnImage(std::size_t room) {
+    if (owned == nullptr) {
+        auto copy = std::make_shared<PageImage>();
+        copy->bytes.reserve(image->bytes.size() + room);
+        copy->bytes = image->bytes;
+        copy->objectOffsets.reserve(image->objectOffsets.size() + 1);
+        copy->objectOffsets = image->objectOffsets;
+        copy->largestObject = image->largestObject;
+        copy->objectType = image->objectType;
+        owned = copy.get();
+        image = std::move(copy);
+    }
+    dirty = true;
+    return *owned;
+}
+
+void Page::CountChanged() {
+    owned->SetWordAt(4, static_cast<std::uint32_t>(Count()));
+}
+
+void Page::SetRightChildId(std::uint32_t child) {
+    OwnImage().SetWordAt(0, child);
+}
+
+/// Makes room for an entry of that size, whose bytes are still to be written.
+void Page::InsertGap(Finger at, std::size_t size) {
+    PageImage& own = OwnImage(size);
+    const std::size_t start = EntryStart(at);
+    own.bytes.insert(own.bytes.begin() + Offset(start), size, 0);
+    own.objectOffsets.insert(own.objectOffsets.begin() + Offset(at), static_cast<std::uint32_t>(start + overhead));
+    for (std::size_t i = at + 1; i < Count(); ++i) own.objectOffsets[i] += static_cast<std::uint32_t>(size);
+    if (!objects.empty()) objects.insert(objects.begin() + Offset(at), nullptr);
+    CountChanged();
+}
+
+void Page::EraseRange(Finger begin, Finger end) {
+    PageImage& own = OwnImage();
+    const std::size_t first = EntryStart(begin);
+    const std::size_t last = EntryStart(end);
+    own.bytes.erase(own.bytes.begin() + Offset(first), own.bytes.begin() + Offset(last));
+    own.objectOffsets.erase(own.objectOffsets.begin() + Offset(begin), own.objectOffsets.begin() + Offset(end));
+    for (std::size_t i = begin; i < Count(); ++i) own.objectOffsets[i] -= static_cast<std::uint32_t>(last - first);
+    if (!objects.empty()) objects.erase(objects.begin() + Offset(begin), objects.begin() + Offset(end));
+    CountChanged();
+}
+
+/// Copies entries of another page of the same kind.
+void Page::InsertRange(Finger at, const Page& source, Finger begin, Finger end) {
+    const std::size_t first = source.EntryStart(begin);
+    const std::size_t size = source.EntryStart(end) - first;
+    PageImage& own = OwnImage(size);
+    const std::size_t start = EntryStart(at);
+    const auto from = source.image->bytes.begin();
+    own.bytes.insert(own.bytes.begin() + Offset(start), from + Offset(first), from + Offset(first + size));
+    const auto offsets = source.image->objectOffsets.begin();
+    own.objectOffsets.insert(own.objectOffsets.begin() + Offset(at), offsets + Offset(begin), offsets + Offset(end));
+    const Finger behind = at + (end - begin);
+    for (Finger i = at; i < behind; ++i)
+        own.objectOffsets[i] = static_cast<std::uint32_t>(own.objectOffsets[i] - first + start);
+    for (Finger i = behind; i < Count(); ++i) own.objectOffsets[i] += static_cast<std::uint32_t>(size);
+    own.largestObject = std::max(own.largestObject, source.image->largestObject);
+    objects.clear();
+    CountChanged();
 }
 
 void Page::InsertEntry(PageEntry entry) {
-    Finger finger;
-    FingerEntry(entry.object.get(), finger);
+    Finger finger = FingerEntry(entry.object.get()).at;
     InsertEntryAtFinger(std::move(entry), finger);
 }
 
 void Page::InsertEntryAtFinger(PageEntry entry, Finger& finger) {
-    storeSize += EntryStoreSize(entry);
-    dirty = true;
-    entries.insert(entries.begin() + static_cast<std::ptrdiff_t>(finger), std::move(entry));
+    const std::uint32_t size = EntryStoreSize(entry);
+    InsertGap(finger, size);
+    try {
+        MemoryStream memory(std::span(owned->bytes).subspan(EntryStart(finger), size));
+        IAOutputBlock output(&memory);
+        EntryStore(entry, &output);
+        // An object whose Store() and StoreSize() disagree would make a page that cannot be read.
+        IAAssertion(output.GetPosition() == size, "page entry stored at another size", IAAssertionFailure);
+    } catch (...) {
+        EraseRange(finger, finger + 1);
+        throw;
+    }
+    owned->largestObject = std::max(owned->largestObject, entry.objectStoreSize);
+    if (!objects.empty()) objects[finger] = std::move(entry.object);
     ++finger;
 }
 
-PageEntry Page::RemoveEntry(PageEntry* entry) {
-    return RemoveEntryAtFinger(IndexOf(entry));
-}
-
 PageEntry Page::RemoveEntryAtFinger(Finger finger) {
-    IAAssertion(finger < entries.size(), "entry at finger is null", IAAssertionFailure);
-    Object(entries[finger]);
-    PageEntry removed = std::move(entries[finger]);
-    removed.stored = nullptr;
-    storeSize -= EntryStoreSize(removed);
-    dirty = true;
-    entries.erase(entries.begin() + static_cast<std::ptrdiff_t>(finger));
+    IAAssertion(finger < Count(), "entry at finger is null", IAAssertionFailure);
+    PageEntry removed(IsLeaf() ? 0 : ChildId(finger), CopyObject(finger));
+    EraseRange(finger, finger + 1);
     return removed;
 }
 
-void Page::ReplaceObj(PageEntry* entry, std::unique_ptr<IAOrderedStorable> object) {
-    storeSize -= entry->objectStoreSize;
-    entry->objectStoreSize = object->StoreSize();
-    storeSize += entry->objectStoreSize;
-    entry->object = std::move(object);
-    entry->stored = nullptr;
-    dirty = true;
+void Page::ReplaceObj(Finger at, std::unique_ptr<IAOrderedStorable> object) {
+    PageEntry replacement(IsLeaf() ? 0 : ChildId(at), std::move(object));
+    Finger front = at;
+    InsertEntryAtFinger(std::move(replacement), front);
+    EraseRange(front, front + 1);
 }
 
 void Page::PushEntry(PageEntry entry) {
@@ -156,80 +226,61 @@ void Page::PushEntry(PageEntry entry) {
     InsertEntryAtFinger(std::move(entry), front);
 }
 
-PageEntry Page::PopEntry() {
-    return RemoveEntryAtFinger(0);
-}
-
-std::vector<PageEntry> Page::TakeRange(std::size_t begin, std::size_t end) {
-    const auto first = entries.begin() + static_cast<std::ptrdiff_t>(begin);
-    const auto last = entries.begin() + static_cast<std::ptrdiff_t>(end);
-    for (auto entry = first; entry != last; ++entry) {
-        Object(*entry);
-        storeSize -= EntryStoreSize(*entry);
-    }
-    std::vector<PageEntry> range(std::make_move_iterator(first), std::make_move_iterator(last));
-    for (PageEntry& entry : range) entry.stored = nullptr;  // the image stays behind
-    entries.erase(first, last);
-    dirty = true;
-    return range;
-}
-
-void Page::InsertRange(std::size_t at, std::vector<PageEntry> range) {
-    for (const PageEntry& entry : range) storeSize += EntryStoreSize(entry);
-    entries.insert(entries.begin() + static_cast<std::ptrdiff_t>(at), std::make_move_iterator(range.begin()),
-                   std::make_move_iterator(range.end()));
-    dirty = true;
-}
-
-void Page::ShiftContentsRight(Page& destination, PageEntry* separator, Page& parent, std::size_t pivot) {
-    std::vector<PageEntry> moved = TakeRange(pivot + 1, Count());
+void Page::ShiftContentsRight(Page& destination, Finger separator, Page& parent, Finger pivot) {
+    destination.PushEntry(PageEntry(RightChildId(), parent.CopyObject(separator)));
+    destination.InsertRange(0, *this, pivot + 1, Count());
+    EraseRange(pivot + 1, Count());
     PageEntry middle = RemoveEntryAtFinger(pivot);
-    moved.emplace_back(rightChildId, parent.CopyObject(*separator));
-    destination.InsertRange(0, std::move(moved));
     SetRightChildId(middle.childId);
     parent.ReplaceObj(separator, std::move(middle.object));
 }
 
-void Page::ShiftContentsLeft(Page& destination, PageEntry* separator, Page& parent, std::size_t pivot) {
-    std::vector<PageEntry> moved = TakeRange(0, pivot);
+void Page::ShiftContentsLeft(Page& destination, Finger separator, Page& parent, Finger pivot) {
+    Finger end = destination.Count();
+    destination.InsertEntryAtFinger(PageEntry(destination.RightChildId(), parent.CopyObject(separator)), end);
+    destination.InsertRange(end, *this, 0, pivot);
+    EraseRange(0, pivot);
     PageEntry middle = PopEntry();
-    moved.emplace(moved.begin(), destination.rightChildId, parent.CopyObject(*separator));
-    destination.InsertRange(destination.Count(), std::move(moved));
     destination.SetRightChildId(middle.childId);
     parent.ReplaceObj(separator, std::move(middle.object));
 }
 
-std::shared_ptr<PageImage> Page::Encode() const {
-    const auto made = std::make_shared<PageImage>();
-    made->bytes.resize(storeSize);
-    made->objectOffsets.reserve(entries.size());
-    made->objectType = &typeid(*prototype);
-    MemoryStream memory{std::span(made->bytes)};
-    IAOutputBlock output(&memory);
-    output.WriteUInt32(rightChildId);
-    output.WriteUInt32(static_cast<std::uint32_t>(entries.size()));
-    for (const PageEntry& entry : entries) {
-        const std::uint32_t end = output.GetPosition() + EntryStoreSize(entry);
-        EntryStore(entry, &output);
-        // An object whose Store() and StoreSize() disagree would make a page that cannot be read.
-        IAAssertion(output.GetPosition() == end, "page entry stored at another size", IAAssertionFailure);
-        made->objectOffsets.push_back(end - entry.objectStoreSize);
-        made->largestObject = std::max(made->largestObject, entry.objectStoreSize);
+// ---- Blocks ------------------------------------------------------------------------------------------------
+
+void Page::ReadEntries(IAInputBlock* input, std::span<const std::uint8_t> stored) {
+    const std::uint32_t count = input->ReadUInt32();
+    // Entries take a byte at the least, but for one object that is stored as nothing.
+    const std::uint32_t least = IsLeaf() ? 1 : BTEntryOverhead;
+    IAAssertion(count <= input->Remaining() / least + 1, "btree page entry count out of range", StorageInvalid);
+    PageImage& own = OwnImage();
+    own.objectOffsets.reserve(count);
+    std::unique_ptr<IAOrderedStorable> before;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        PageEntry entry = EntryRestore(prototype, input);
+        // Searches and iterators rest on the order, and a walk over ascending entries comes to an end.
+        IAAssertion(i == 0 || before->LessThan(entry.object.get()), "btree page entries out of order",
+                    StorageInvalid);
+        own.objectOffsets.push_back(input->GetPosition() - entry.objectStoreSize);
+        own.largestObject = std::max(own.largestObject, entry.objectStoreSize);
+        before = std::move(entry.object);
     }
-    return made;
+    own.bytes.assign(stored.begin(), stored.begin() + input->GetPosition());
+    owned = nullptr;  // shared from now on
+    dirty = false;
 }
 
 void Page::Write(IAStorage* storage, IAStoreStream* stream) {
-    const std::shared_ptr<PageImage> made = Encode();
+    const auto size = static_cast<std::uint32_t>(StoreSize());
     {
-        IAOutputBlock output(storage, id, static_cast<std::uint32_t>(storeSize), stream);
-        output.WriteBuffer(made->bytes.data(), static_cast<std::uint32_t>(storeSize));
+        IAOutputBlock output(storage, id, size, stream);
+        output.WriteBuffer(image->bytes.data(), size);
     }
-    for (std::size_t i = 0; i < entries.size(); ++i)
-        entries[i].stored = made->bytes.data() + made->objectOffsets[i];
-    image = made;
     dirty = false;
-    if (PageImageStore* const images = storage->PageImages()) images->EnterWritten(id, made);
+    PageImageStore* const images = storage->PageImages();
+    if (images == nullptr) return;
+    if (owned != nullptr && owned->bytes.capacity() > size + size / 8) owned->bytes.shrink_to_fit();
+    owned = nullptr;
+    images->EnterWritten(id, image);
 }
 
 }  // namespace brindle

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -34,35 +35,41 @@ constexpr bool ObjectFits(std::uint32_t objectStoreSize, std::uint32_t pageSize)
     return std::uint64_t{objectStoreSize} + BTEntryOverhead <= MaxEntrySizeFor(pageSize);
 }
 
-/// One entry of a page.  An entry that was read or written is there as stored bytes, in the page's image, and as
-/// an object only while somebody has asked for it; a new one is there as an object alone.
+/// An entry on its way into a page or out of it.
 struct PageEntry {
     PageEntry() = default;
     explicit PageEntry(std::unique_ptr<IAOrderedStorable> newObject) : PageEntry(0, std::move(newObject)) {}
     PageEntry(std::uint32_t child, std::unique_ptr<IAOrderedStorable> newObject)
-        : childId(child), objectStoreSize(newObject->StoreSize()), object(std::move(newObject)) {}
-    PageEntry(std::uint32_t child, std::uint32_t size, const std::uint8_t* bytes)
-        : childId(child), objectStoreSize(size), stored(bytes) {}
+        : childId(child), object(std::move(newObject)), objectStoreSize(object->StoreSize()) {}
 
-    std::uint32_t childId = 0;          ///< the child with all between the entry before and this one; 0 in a leaf
-    std::uint32_t objectStoreSize = 0;  ///< the object's StoreSize(), not to be asked for again
+    std::uint32_t childId = 0;  ///< the child with all between the entry before and this one; 0 in a leaf
     std::unique_ptr<IAOrderedStorable> object;
-    const std::uint8_t* stored = nullptr;  ///< in the page's image; null while the object is newer than that
+    std::uint32_t objectStoreSize = 0;  ///< the object's StoreSize(), not to be asked for again
 };
 
 /// A node of the tree: its entries in ascending order, and the child that holds everything above the last one.
 /// This class is an interior page, Leaf the other kind.  Used under the tree's mutex only.
 ///
-/// The entries are one sorted array and not a list of nodes: a page of the usual size has one or two hundred, so
-/// inserting moves a few kilobytes at most, a search touches few cache lines, and a page is made from its image
-/// with one allocation.  An object is restored from the image when a search or a caller gets to it.
+/// A page in memory is its stored bytes and a table of where the objects begin.  Entries are numbered from 0.  A
+/// search halves the table and restores the objects it meets; the page keeps those only when it is searched again,
+/// since most pages leave their small cache after one visit.  Changing a page moves bytes: nothing is allocated
+/// for an entry, and writing the page is one copy.
 class Page : public IAObject {
 public:
-    /// The place before the entry of that index.
+    /// The place before the entry of that number; Count() is the place behind the last one.
     using Finger = std::size_t;
+
+    /// The first entry that is not less than a key.
+    struct Found {
+        Finger at;
+        const IAOrderedStorable* object;         ///< null behind the last entry
+        std::unique_ptr<IAOrderedStorable> own;  ///< the same, where the page does not keep it
+    };
 
     /// An empty page.  The prototype, which restores its objects, is borrowed for life.
     Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype);
+    /// A page as it stands in its block.
+    Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype, std::shared_ptr<const PageImage> stored);
     Page(const Page&) = delete;
     Page& operator=(const Page&) = delete;
     ~Page() override;
@@ -71,89 +78,92 @@ public:
     /// The entry's share of the page, in bytes.
     virtual std::uint32_t EntryStoreSize(const PageEntry& entry) const;
     virtual void EntryStore(const PageEntry& entry, IAOutputBlock* output) const;
-    /// Reads all but `stored`.
-    virtual void EntryRestore(PageEntry& entry, const IAOrderedStorable* from, IAInputBlock* input) const;
+    virtual PageEntry EntryRestore(const IAOrderedStorable* from, IAInputBlock* input) const;
 
     std::uint32_t Id() const { return id; }
-    std::uint32_t RightChildId() const { return rightChildId; }
-    void SetRightChildId(std::uint32_t child) { rightChildId = child, dirty = true; }
-    /// What the page takes in its block: at all times 8 and the EntryStoreSize() of all entries.
-    std::size_t StoreSize() const { return storeSize; }
+    std::size_t Count() const { return image->objectOffsets.size(); }
     bool IsDirty() const { return dirty; }
-    std::size_t Count() const { return entries.size(); }
-    /// The bytes of the last read or write; null before.
-    const std::shared_ptr<const PageImage>& Image() const { return image; }
+    /// What the page takes in its block: 8 and all entries.
+    std::size_t StoreSize() const { return image->bytes.size(); }
+    std::uint32_t RightChildId() const { return image->WordAt(0); }
+    void SetRightChildId(std::uint32_t child);
+    /// The child before the entry, or the right child behind the last one.
+    std::uint32_t ChildId(Finger at) const {
+        return at < Count() ? image->WordAt(image->objectOffsets[at] - BTEntryOverhead) : RightChildId();
+    }
+    std::uint32_t ObjectStoreSize(Finger at) const {
+        return static_cast<std::uint32_t>(EntryStart(at + 1) - image->objectOffsets[at]);
+    }
+    std::size_t EntryStoreSizeAt(Finger at) const { return EntryStart(at + 1) - EntryStart(at); }
 
     /// Writes the page into its block, which may move for that.
     void Write(IAStorage* storage, IAStoreStream* stream);
-    /// Reads the count and the entries behind the right child, which the caller has read.  Keeps no image.
+    /// Reads the count and the entries behind the right child, to the end of the page, whose bytes are `stored`.
     /// Raises StorageInvalid for what no page holds.
-    void ReadEntries(IAInputBlock* input, const IAOrderedStorable* from);
+    void ReadEntries(IAInputBlock* input, std::span<const std::uint8_t> stored);
+    const std::shared_ptr<const PageImage>& Image() const { return image; }
 
-    // The entries in order; null is the place behind the last one.  Pointers to entries are good until an entry
-    // is inserted into or removed from the page.
-    PageEntry* First() { return At(0); }
-    PageEntry* Next(const PageEntry* entry) { return At(IndexOf(entry) + 1); }
-    PageEntry* LastNode() { return entries.empty() ? nullptr : &entries.back(); }
-    /// Null before the first one; a null entry stands behind the last one.
-    PageEntry* PreviousNode(const PageEntry* entry);
-    PageEntry* At(std::size_t index) { return index < entries.size() ? &entries[index] : nullptr; }
-    std::size_t IndexOf(const PageEntry* entry) const {
-        return static_cast<std::size_t>(entry - entries.data());
+    /// The entry's object, which the page keeps until it changes.
+    const IAOrderedStorable& Object(Finger at);
+    /// A copy for the caller.
+    std::unique_ptr<IAOrderedStorable> CopyObject(Finger at) const;
+    std::unique_ptr<IAOrderedStorable> CopyObject(Found found) const {
+        return found.own != nullptr ? std::move(found.own) : CopyObject(found.at);
     }
+    Found FingerEntry(const IAOrderedStorable* key);
 
-    /// The entry's object, which the page keeps, restored if need be.
-    const IAOrderedStorable& Object(PageEntry& entry);
-    /// A copy for the caller.  Where the stored bytes can give the object again, the page's own goes out.
-    std::unique_ptr<IAOrderedStorable> CopyObject(PageEntry& entry);
-
-    /// Puts the finger before the first entry not less than the key, and returns that entry or null.
-    PageEntry* FingerEntry(const IAOrderedStorable* key, Finger& finger);
-    PageEntry* FingeredEntry(Finger finger) { return At(finger); }
     /// Inserts where its order wants it.
     void InsertEntry(PageEntry entry);
     /// Inserts at the finger and moves it behind the new entry: a run of inserts keeps its order.
     void InsertEntryAtFinger(PageEntry entry, Finger& finger);
-    /// Takes the entry out, its object restored, and hands it over.
-    PageEntry RemoveEntry(PageEntry* entry);
+    /// Takes an entry out and hands it over.
     PageEntry RemoveEntryAtFinger(Finger finger);
-    void ReplaceObj(PageEntry* entry, std::unique_ptr<IAOrderedStorable> object);
+    void ReplaceObj(Finger at, std::unique_ptr<IAOrderedStorable> object);
     /// At the front.
     void PushEntry(PageEntry entry);
-    PageEntry PopEntry();
+    PageEntry PopEntry() { return RemoveEntryAtFinger(0); }
 
     /// Moves what is behind the pivot to the front of `destination`, the page to the right, by way of the
     /// separator of the two, an entry of `parent`: its object goes there too, and the pivot's takes its place.
-    void ShiftContentsRight(Page& destination, PageEntry* separator, Page& parent, std::size_t pivot);
+    void ShiftContentsRight(Page& destination, Finger separator, Page& parent, Finger pivot);
     /// The mirror: moves what is before the pivot to the end of `destination`, the page to the left.
-    void ShiftContentsLeft(Page& destination, PageEntry* separator, Page& parent, std::size_t pivot);
+    void ShiftContentsLeft(Page& destination, Finger separator, Page& parent, Finger pivot);
+
+protected:
+    /// A null image makes an empty page.
+    Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype, std::uint32_t entryOverhead,
+         std::shared_ptr<const PageImage> stored);
 
 private:
-    friend class PageLoader;  // makes pages out of bytes
-
-    void TakeImage(std::shared_ptr<const PageImage> newImage);
-    std::shared_ptr<PageImage> Encode() const;
-    std::unique_ptr<IAOrderedStorable> RestoreObject(const PageEntry& entry) const;
-    std::vector<PageEntry> TakeRange(std::size_t begin, std::size_t end);
-    void InsertRange(std::size_t at, std::vector<PageEntry> range);
+    std::size_t EntryStart(Finger at) const {
+        return at < Count() ? image->objectOffsets[at] - overhead : image->bytes.size();
+    }
+    /// The image, to be changed: a copy of it, with room for some bytes more, if others share it.
+    PageImage& OwnImage(std::size_t room = 0);
+    void CountChanged();
+    void InsertGap(Finger at, std::size_t size);
+    void EraseRange(Finger begin, Finger end);
+    void InsertRange(Finger at, const Page& source, Finger begin, Finger end);
 
     const std::uint32_t id;
-    std::uint32_t rightChildId = 0;
-    std::size_t storeSize = BTPageOverhead;
-    bool dirty = true;
-    const IAOrderedStorable* const prototype;  // borrowed from the tree
-    std::shared_ptr<const PageImage> image;    // of the last read or write; entries point into it
-    std::vector<PageEntry> entries;
+    const std::uint32_t overhead;  // of an entry beyond its object
+    const IAOrderedStorable* const prototype;
+    std::shared_ptr<const PageImage> image;
+    PageImage* owned = nullptr;                               // the same while nobody shares it
+    std::vector<std::unique_ptr<IAOrderedStorable>> objects;  // kept ones by number; empty while none is
+    bool searched = false;
+    bool dirty;
 };
 
 /// A page without children.
 class Leaf final : public Page {
 public:
-    using Page::Page;
+    Leaf(std::uint32_t pageId, const IAOrderedStorable* pagePrototype,
+         std::shared_ptr<const PageImage> stored = nullptr);
     bool IsLeaf() const override;
     std::uint32_t EntryStoreSize(const PageEntry& entry) const override;
     void EntryStore(const PageEntry& entry, IAOutputBlock* output) const override;
-    void EntryRestore(PageEntry& entry, const IAOrderedStorable* from, IAInputBlock* input) const override;
+    PageEntry EntryRestore(const IAOrderedStorable* from, IAInputBlock* input) const override;
 };
 
 /// Reads the page in the block `id`, unless the storage remembers it: a Leaf if it has no right child.  The

@@ -55,8 +55,9 @@ private:
     };
     using Slots = std::list<Slot>;
 
-    void Enter(std::uint32_t id, Image image) LORVALE_REQUIRES(mutex);
-    void Drop(std::uint32_t id) LORVALE_REQUIRES(mutex);
+    // Under the mutex.
+    void Enter(std::uint32_t id, Image image);
+    void Drop(std::uint32_t id);
 
     const std::size_t limit;
     mutable std::mutex mutex;

@@ -45,91 +45,36 @@ BlockBytes ReadBlock(IAStorage* storage, std::uint32_t id, IAStoreStream* stream
     return block;
 }
 
-std::unique_ptr<Page> NewPage(std::uint32_t id, std::uint32_t rightChildId, const IAOrderedStorable* prototype) {
-    std::unique_ptr<Page> page;
-    if (rightChildId == 0)
-        page = std::make_unique<Leaf>(id, prototype);
-    else
-        page = std::make_unique<Page>(id, prototype);
-    page->SetRightChildId(rightChildId);
+std::unique_ptr<Page> MakePage(std::uint32_t id, std::uint32_t rightChildId, const IAOrderedStorable* prototype,
+                               std::shared_ptr<const PageImage> image) {
+    if (rightChildId == 0) return std::make_unique<Leaf>(id, prototype, std::move(image));
+    return std::make_unique<Page>(id, prototype, std::move(image));
+}
+
+/// Restores every object once, which finds where each one begins and that all is as it should be.
+std::unique_ptr<Page> PageFromBlock(std::uint32_t id, const BlockBytes& block, const IAOrderedStorable* prototype) {
+    MemoryStream memory(std::span<const std::uint8_t>(block.bytes), block.size);
+    IAInputBlock input(&memory);
+    std::unique_ptr<Page> page = MakePage(id, input.ReadUInt32(), prototype, nullptr);
+    page->ReadEntries(&input, block.bytes);
     return page;
 }
 
 }  // namespace
 
-/// Makes pages out of bytes; the one class that knows both.
-class PageLoader {
-public:
-    PageLoader(std::uint32_t pageId, const IAOrderedStorable* pagePrototype) : id(pageId), prototype(pagePrototype) {}
-
-    /// Restores every object once, which finds where each one begins.
-    std::unique_ptr<Page> FromBlock(const BlockBytes& block) const;
-    /// Restores none.
-    std::unique_ptr<Page> FromImage(std::shared_ptr<const PageImage> image) const;
-
-private:
-    const std::uint32_t id;
-    const IAOrderedStorable* const prototype;
-};
-
-std::unique_ptr<Page> PageLoader::FromBlock(const BlockBytes& block) const {
-    MemoryStream memory(std::span<const std::uint8_t>(block.bytes), block.size);
-    IAInputBlock input(&memory);
-    std::unique_ptr<Page> page = NewPage(id, input.ReadUInt32(), prototype);
-    page->ReadEntries(&input, prototype);
-
-    const auto image = std::make_shared<PageImage>();
-    image->bytes.assign(block.bytes.begin(), block.bytes.begin() + input.GetPosition());
-    image->objectType = &typeid(*prototype);
-    image->objectOffsets.reserve(page->entries.size());
-    std::uint32_t at = BTPageOverhead;
-    for (PageEntry& entry : page->entries) {
-        const std::uint32_t size = page->EntryStoreSize(entry);
-        const std::uint32_t objectStart = at + size - entry.objectStoreSize;
-        image->objectOffsets.push_back(objectStart);
-        image->largestObject = std::max(image->largestObject, entry.objectStoreSize);
-        entry.stored = image->bytes.data() + objectStart;
-        at += size;
-    }
-    page->image = image;
-    return page;
-}
-
-std::unique_ptr<Page> PageLoader::FromImage(std::shared_ptr<const PageImage> image) const {
-    const std::uint8_t* const bytes = image->bytes.data();
-    const auto word = [bytes](std::size_t at) {
-        return std::uint32_t{bytes[at]} << 24 | std::uint32_t{bytes[at + 1]} << 16 |
-               std::uint32_t{bytes[at + 2]} << 8 | bytes[at + 3];
-    };
-    std::unique_ptr<Page> page = NewPage(id, word(0), prototype);
-    const std::vector<std::uint32_t>& offsets = image->objectOffsets;
-    const std::uint32_t overhead = page->IsLeaf() ? 0 : BTEntryOverhead;
-    page->entries.reserve(offsets.size() + 1);
-    for (std::size_t i = 0; i < offsets.size(); ++i) {
-        const std::size_t end = i + 1 < offsets.size() ? offsets[i + 1] - overhead : image->bytes.size();
-        page->entries.emplace_back(overhead != 0 ? word(offsets[i] - BTEntryOverhead) : 0,
-                                   static_cast<std::uint32_t>(end - offsets[i]), bytes + offsets[i]);
-    }
-    page->storeSize = image->bytes.size();
-    page->dirty = false;
-    page->image = std::move(image);
-    return page;
-}
-
 std::unique_ptr<Page> ReadPage(std::uint32_t id, IAStorage* storage, IAStoreStream* stream,
                                const IAOrderedStorable* prototype, std::uint32_t pageSize) {
-    const PageLoader loader(id, prototype);
     const auto fits = [pageSize](const PageImage& image) {
         return image.bytes.size() <= pageSize && ObjectFits(image.largestObject, pageSize);
     };
     PageImageStore* const images = storage->PageImages();
     if (images != nullptr) {
-        std::shared_ptr<const PageImage> image = images->Find(id);
+        const std::shared_ptr<const PageImage> image = images->Find(id);
         if (image != nullptr && *image->objectType == typeid(*prototype) && fits(*image))
-            return loader.FromImage(std::move(image));
+            return MakePage(id, image->WordAt(0), prototype, image);
     }
     const std::uint64_t changesBefore = images != nullptr ? images->Changes() : 0;
-    std::unique_ptr<Page> page = loader.FromBlock(ReadBlock(storage, id, stream, pageSize));
+    std::unique_ptr<Page> page = PageFromBlock(id, ReadBlock(storage, id, stream, pageSize), prototype);
     // No tree of this page size writes such a page, and rebalancing one might find no place to split it.
     IAAssertion(fits(*page->Image()), "btree page entry too big", StorageInvalid);
     if (images != nullptr) images->EnterRead(id, page->Image(), changesBefore);

@@ -4,15 +4,14 @@ namespace brindle {
 
 Scroll::~Scroll() = default;
 
-void Scroll::Fill(Page& left, const PageEntry& separator, Page& right) {
+void Scroll::Fill(const Page& left, const Page& parent, Page::Finger separator, const Page& right) {
     sizes.resize(1);
     sizes.reserve(left.Count() + right.Count() + 2);
-    const auto add = [this](const Page& page, const PageEntry& entry) {
-        sizes.push_back(sizes.back() + page.EntryStoreSize(entry));
-    };
-    for (std::size_t i = 0; i < left.Count(); ++i) add(left, *left.At(i));
-    add(left, separator);
-    for (std::size_t i = 0; i < right.Count(); ++i) add(right, *right.At(i));
+    const auto add = [this](std::size_t size) { sizes.push_back(sizes.back() + size); };
+    for (Page::Finger at = 0; at < left.Count(); ++at) add(left.EntryStoreSizeAt(at));
+    // The separator is reckoned as what it would take in these pages.
+    add(parent.ObjectStoreSize(separator) + (left.IsLeaf() ? 0 : BTEntryOverhead));
+    for (Page::Finger at = 0; at < right.Count(); ++at) add(right.EntryStoreSizeAt(at));
 }
 
 std::size_t Scroll::BestTwoPagination(std::uint32_t pageSize, std::uint32_t minSize,

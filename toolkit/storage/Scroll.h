@@ -15,7 +15,7 @@ public:
     ~Scroll() override;
 
     /// Takes the sizes of the left page's entries, the separator and the right page's entries, in order.
-    void Fill(Page& left, const PageEntry& separator, Page& right);
+    void Fill(const Page& left, const Page& parent, Page::Finger separator, const Page& right);
 
     std::size_t Count() const { return sizes.size() - 1; }
     /// What a page of the entries [begin, end) takes.
