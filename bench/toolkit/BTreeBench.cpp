@@ -144,17 +144,17 @@ void BM_ScanWarm(benchmark::State& state) {
 }
 
 #ifdef HAVE_LMDB
-#define LORVALE_BENCH_LMDB(name) BENCHMARK(name<LmdbStore>)->Unit(benchmark::kMillisecond)->UseRealTime();
+#define LORVALE_BENCH_LMDB(name) BENCHMARK(name<LmdbStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 #else
 #define LORVALE_BENCH_LMDB(name)
 #endif
 #ifdef HAVE_LEVELDB
-#define LORVALE_BENCH_LEVELDB(name) BENCHMARK(name<LevelStore>)->Unit(benchmark::kMillisecond)->UseRealTime();
+#define LORVALE_BENCH_LEVELDB(name) BENCHMARK(name<LevelStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 #else
 #define LORVALE_BENCH_LEVELDB(name)
 #endif
 #define LORVALE_BENCH_ALL(name)                                                   \
-    BENCHMARK(name<OurStore>)->Unit(benchmark::kMillisecond)->UseRealTime();      \
+    BENCHMARK(name<OurStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();      \
     LORVALE_BENCH_LMDB(name)                                                      \
     LORVALE_BENCH_LEVELDB(name)
 

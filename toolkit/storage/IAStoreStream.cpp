@@ -52,7 +52,7 @@ std::uint32_t IAStoreStream::ReadUInt32Bytewise() {
     return value;
 }
 
-void IAStoreStream::ReadBytes(void* bytes, std::uint32_t count) {
+void IAStoreStream::ReadBytesPastEndOfBuffer(void* bytes, std::uint32_t count) {
     auto* to = static_cast<std::uint8_t*>(bytes);
     while (count > 0) {
         const auto ready = std::min<std::size_t>(count, static_cast<std::size_t>(bufferLimit - bufferNext));
@@ -68,7 +68,7 @@ void IAStoreStream::ReadBytes(void* bytes, std::uint32_t count) {
     }
 }
 
-void IAStoreStream::WriteBytes(const void* bytes, std::uint32_t count) {
+void IAStoreStream::WriteBytesPastEndOfBuffer(const void* bytes, std::uint32_t count) {
     const auto* from = static_cast<const std::uint8_t*>(bytes);
     while (count > 0) {
         const auto room = std::min<std::size_t>(count, static_cast<std::size_t>(bufferLimit - bufferNext));

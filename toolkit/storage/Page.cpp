@@ -1,7 +1,7 @@
 #include "toolkit/storage/Page.h"
 
 #include <algorithm>
-#include <iterator>
+#include <atomic>
 
 #include "lorvale/toolkit/storage/exception.h"
 #include "lorvale/toolkit/storage/storage.h"
@@ -119,8 +119,24 @@ Page::Found Page::FingerEntry(const IAOrderedStorable* key) {
 
 // ---- Changes -----------------------------------------------------------------------------------------------
 
+/// A page that is about to change leaves the store, where it is of no more use, and seldom has to be copied then.
+bool Page::TakeImageOver() {
+    if (images == nullptr) return false;
+    images->Forget(id);
+    // Another tree of this storage, in another thread, may have had the image.  Its use of it comes before this.
+    // ThreadSanitizer does not know fences, so there an image that was shared is copied all the same.
+#ifdef __SANITIZE_THREAD__
+    return false;
+#else
+    if (image.use_count() != 1) return false;
+    std::atomic_thread_fence(std::memory_order_acquire);
+    owned = const_cast<PageImage*>(image.get());  // made by this class, and never as a constant
+    return true;
+#endif
+}
+
 PageImage& Page::OwnImage(std::size_t room) {
-    if (owned == nullptr) {
+    if (owned == nullptr && !TakeImageOver()) {
         auto copy = std::make_shared<PageImage>();
         copy->bytes.reserve(image->bytes.size() + room);
         copy->bytes = image->bytes;
@@ -135,6 +151,13 @@ PageImage& Page::OwnImage(std::size_t room) {
     return *owned;
 }
 
+void Page::AddSizes(std::vector<std::size_t>& sums) const {
+    if (Count() == 0) return;
+    const std::size_t before = sums.back() - BTPageOverhead;
+    for (Finger at = 1; at < Count(); ++at) sums.push_back(before + image->objectOffsets[at] - overhead);
+    sums.push_back(before + image->bytes.size());
+}
+
 void Page::CountChanged() {
     owned->SetWordAt(4, static_cast<std::uint32_t>(Count()));
 }
@@ -147,6 +170,9 @@ void Page::SetRightChildId(std::uint32_t child) {
 void Page::InsertGap(Finger at, std::size_t size) {
     PageImage& own = OwnImage(size);
     const std::size_t start = EntryStart(at);
+    if (own.bytes.capacity() < own.bytes.size() + size) {
+        own.bytes.reserve(own.bytes.size() + own.bytes.size() / 8 + size);
+    }
     own.bytes.insert(own.bytes.begin() + Offset(start), size, 0);
     own.objectOffsets.insert(own.objectOffsets.begin() + Offset(at), static_cast<std::uint32_t>(start + overhead));
     for (std::size_t i = at + 1; i < Count(); ++i) own.objectOffsets[i] += static_cast<std::uint32_t>(size);
@@ -265,7 +291,6 @@ void Page::ReadEntries(IAInputBlock* input, std::span<const std::uint8_t> stored
         before = std::move(entry.object);
     }
     own.bytes.assign(stored.begin(), stored.begin() + input->GetPosition());
-    owned = nullptr;  // shared from now on
     dirty = false;
 }
 
@@ -276,11 +301,11 @@ void Page::Write(IAStorage* storage, IAStoreStream* stream) {
         output.WriteBuffer(image->bytes.data(), size);
     }
     dirty = false;
-    PageImageStore* const images = storage->PageImages();
-    if (images == nullptr) return;
-    if (owned != nullptr && owned->bytes.capacity() > size + size / 8) owned->bytes.shrink_to_fit();
-    owned = nullptr;
-    images->EnterWritten(id, image);
+    PageImageStore* const store = storage->PageImages();
+    if (store == nullptr) return;
+    if (owned != nullptr && owned->bytes.capacity() > size + size / 4) owned->bytes.shrink_to_fit();
+    ShareImage(store);
+    store->EnterWritten(id, image);
 }
 
 }  // namespace brindle

@@ -13,6 +13,8 @@
 
 namespace brindle {
 
+class PageImageStore;
+
 // A page block: big-endian 32-bit fields.
 //   offset  size
 //        0     4  rightChildId   the child holding everything above the last entry; 0 makes the page a leaf
@@ -94,7 +96,6 @@ public:
     std::uint32_t ObjectStoreSize(Finger at) const {
         return static_cast<std::uint32_t>(EntryStart(at + 1) - image->objectOffsets[at]);
     }
-    std::size_t EntryStoreSizeAt(Finger at) const { return EntryStart(at + 1) - EntryStart(at); }
 
     /// Writes the page into its block, which may move for that.
     void Write(IAStorage* storage, IAStoreStream* stream);
@@ -102,6 +103,10 @@ public:
     /// Raises StorageInvalid for what no page holds.
     void ReadEntries(IAInputBlock* input, std::span<const std::uint8_t> stored);
     const std::shared_ptr<const PageImage>& Image() const { return image; }
+    /// The image is in the store too from now on, or comes from there.
+    void ShareImage(PageImageStore* with) { owned = nullptr, images = with; }
+    /// Adds the running sums of the entries' sizes to those that are there, one at the least.
+    void AddSizes(std::vector<std::size_t>& sums) const;
 
     /// The entry's object, which the page keeps until it changes.
     const IAOrderedStorable& Object(Finger at);
@@ -140,6 +145,7 @@ private:
     }
     /// The image, to be changed: a copy of it, with room for some bytes more, if others share it.
     PageImage& OwnImage(std::size_t room = 0);
+    bool TakeImageOver();
     void CountChanged();
     void InsertGap(Finger at, std::size_t size);
     void EraseRange(Finger begin, Finger end);
@@ -149,7 +155,8 @@ private:
     const std::uint32_t overhead;  // of an entry beyond its object
     const IAOrderedStorable* const prototype;
     std::shared_ptr<const PageImage> image;
-    PageImage* owned = nullptr;                               // the same while nobody shares it
+    PageImage* owned = nullptr;                               // the same, while nobody shares it
+    PageImageStore* images = nullptr;                         // who shares it
     std::vector<std::unique_ptr<IAOrderedStorable>> objects;  // kept ones by number; empty while none is
     bool searched = false;
     bool dirty;

@@ -4,33 +4,18 @@
 
 namespace brindle {
 
-namespace {
-
-// What the list node and the table entry of one image cost beside the image, roughly.
-constexpr std::size_t kSlotOverhead = 128;
-
-}  // namespace
-
 PageImageStore::Image PageImageStore::Find(std::uint32_t id) {
     const std::lock_guard lock(mutex);
-    const auto found = byId.find(id);
-    if (found == byId.end()) return nullptr;
-    slots.splice(slots.begin(), slots, found->second);
-    return found->second->image;
+    Slot* const slot = SlotOf(id);
+    if (slot == nullptr) return nullptr;
+    slot->used = true;
+    return slot->image;
 }
 
 void PageImageStore::Forget(std::uint32_t id) {
     const std::lock_guard lock(mutex);
     ++changes;
-    Drop(id);
-}
-
-void PageImageStore::Clear() {
-    const std::lock_guard lock(mutex);
-    ++changes;
-    byId.clear();
-    slots.clear();
-    memory = 0;
+    if (Slot* const slot = SlotOf(id)) SetImage(*slot, nullptr);
 }
 
 std::uint64_t PageImageStore::Changes() const {
@@ -54,22 +39,48 @@ std::size_t PageImageStore::MemorySize() const {
     return memory;
 }
 
-void PageImageStore::Enter(std::uint32_t id, Image image) {
-    Drop(id);
-    const std::size_t cost = image->MemorySize() + kSlotOverhead;
-    if (cost > limit) return;
-    slots.push_front({id, std::move(image), cost});
-    byId[id] = slots.begin();
-    memory += cost;
-    while (memory > limit) Drop(slots.back().id);
+PageImageStore::Slot* PageImageStore::SlotOf(std::uint32_t id) {
+    const std::uint32_t place = id < places.size() ? places[id] : 0;
+    return place != 0 ? &slots[place - 1] : nullptr;
 }
 
-void PageImageStore::Drop(std::uint32_t id) {
-    const auto found = byId.find(id);
-    if (found == byId.end()) return;
-    memory -= found->second->cost;
-    slots.erase(found->second);
-    byId.erase(found);
+PageImageStore::Slot& PageImageStore::NewSlot(std::uint32_t id) {
+    if (freeSlots.empty()) {
+        slots.emplace_back();
+        freeSlots.push_back(static_cast<std::uint32_t>(slots.size() - 1));
+    }
+    const std::uint32_t place = freeSlots.back();
+    if (id >= places.size()) places.resize(std::size_t{id} + 1);
+    freeSlots.pop_back();
+    places[id] = place + 1;
+    slots[place].id = id;
+    return slots[place];
+}
+
+void PageImageStore::Enter(std::uint32_t id, Image image) {
+    Slot* const known = SlotOf(id);
+    Slot& slot = known != nullptr ? *known : NewSlot(id);
+    SetImage(slot, std::move(image));
+    slot.used = true;
+    MakeRoom();
+}
+
+void PageImageStore::SetImage(Slot& slot, Image image) {
+    memory -= slot.cost;
+    slot.image = std::move(image);
+    slot.cost = sizeof(Slot) + (slot.image != nullptr ? slot.image->MemorySize() : 0);
+    memory += slot.cost;
+}
+
+void PageImageStore::MakeRoom() {
+    for (; memory > limit; hand = (hand + 1) % slots.size()) {
+        Slot& slot = slots[hand];
+        if (slot.id == 0 || std::exchange(slot.used, false)) continue;
+        memory -= slot.cost;
+        places[slot.id] = 0;
+        slot = Slot{};
+        freeSlots.push_back(static_cast<std::uint32_t>(hand));
+    }
 }
 
 }  // namespace brindle

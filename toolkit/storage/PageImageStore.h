@@ -1,18 +1,18 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
-#include <list>
 #include <memory>
 #include <mutex>
-#include <unordered_map>
+#include <vector>
 
 #include "lorvale/export.h"
 #include "toolkit/storage/PageImage.h"
 
 namespace brindle {
 
-/// The page images that a storage remembers, least recently used ones dropped first, so that the page caches of
-/// its trees can stay as small as they are and still seldom read a block or restore an object twice.
+/// The page images that a storage remembers, so that the page caches of its trees can stay as small as they are
+/// and still seldom read a block or look for the objects in one twice.  Images that nobody has asked for lately
+/// go first: a hand goes round, and takes those that were not used since it last came by.
 ///
 /// It never holds what a read of the block would not give: whoever is about to change or give up a block calls
 /// Forget() first, and an image made from a read enters only if nothing changed since the read began.  So nobody
@@ -32,14 +32,11 @@ public:
     /// Drops the image of `id`, whose block is about to be written or deallocated.
     void Forget(std::uint32_t id);
 
-    /// Drops all.
-    void Clear();
-
     /// A stamp to take before a block is read, for EnterRead().
     [[nodiscard]] std::uint64_t Changes() const;
 
-    /// Enters what a read that began at `changesBefore` found, unless some block changed meanwhile: that could have
-    /// been this one.
+    /// Enters what a read that began at `changesBefore` found, unless some block changed meanwhile: that could
+    /// have been this one.
     void EnterRead(std::uint32_t id, Image image, std::uint64_t changesBefore);
 
     /// Enters what was just written to the block.
@@ -49,22 +46,27 @@ public:
 
 private:
     struct Slot {
-        std::uint32_t id;
-        Image image;
-        std::size_t cost;
+        Image image;  // null while the slot is free, or its block forgotten
+        std::size_t cost = 0;
+        std::uint32_t id = 0;  // 0 while the slot is free
+        bool used = false;     // since the hand came by
     };
-    using Slots = std::list<Slot>;
 
-    // Under the mutex.
+    // All under the mutex.
+    Slot* SlotOf(std::uint32_t id);
+    Slot& NewSlot(std::uint32_t id);
     void Enter(std::uint32_t id, Image image);
-    void Drop(std::uint32_t id);
+    void SetImage(Slot& slot, Image image);
+    void MakeRoom();
 
     const std::size_t limit;
-    mutable std::mutex mutex;
-    Slots slots;                                               // most recently used first; guarded by mutex
-    std::unordered_map<std::uint32_t, Slots::iterator> byId;   // guarded by mutex
-    std::size_t memory = 0;                                    // sum of the costs; guarded by mutex
-    std::uint64_t changes = 0;                                 // guarded by mutex
+    mutable std::mutex mutex;              // guards all below
+    std::vector<Slot> slots;
+    std::vector<std::uint32_t> freeSlots;  // places in `slots`
+    std::vector<std::uint32_t> places;     // by block ID: the place of its slot and 1; 0 if it has none
+    std::size_t hand = 0;
+    std::size_t memory = 0;  // sum of the costs
+    std::uint64_t changes = 0;
 };
 
 }  // namespace brindle

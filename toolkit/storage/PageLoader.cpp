@@ -60,6 +60,14 @@ std::unique_ptr<Page> PageFromBlock(std::uint32_t id, const BlockBytes& block, c
     return page;
 }
 
+std::unique_ptr<Page> SharedPage(std::uint32_t id, std::shared_ptr<const PageImage> image,
+                                 const IAOrderedStorable* prototype, PageImageStore* images) {
+    const std::uint32_t rightChildId = image->WordAt(0);
+    std::unique_ptr<Page> page = MakePage(id, rightChildId, prototype, std::move(image));
+    page->ShareImage(images);
+    return page;
+}
+
 }  // namespace
 
 std::unique_ptr<Page> ReadPage(std::uint32_t id, IAStorage* storage, IAStoreStream* stream,
@@ -69,15 +77,18 @@ std::unique_ptr<Page> ReadPage(std::uint32_t id, IAStorage* storage, IAStoreStre
     };
     PageImageStore* const images = storage->PageImages();
     if (images != nullptr) {
-        const std::shared_ptr<const PageImage> image = images->Find(id);
+        std::shared_ptr<const PageImage> image = images->Find(id);
         if (image != nullptr && *image->objectType == typeid(*prototype) && fits(*image))
-            return MakePage(id, image->WordAt(0), prototype, image);
+            return SharedPage(id, std::move(image), prototype, images);
     }
     const std::uint64_t changesBefore = images != nullptr ? images->Changes() : 0;
     std::unique_ptr<Page> page = PageFromBlock(id, ReadBlock(storage, id, stream, pageSize), prototype);
     // No tree of this page size writes such a page, and rebalancing one might find no place to split it.
     IAAssertion(fits(*page->Image()), "btree page entry too big", StorageInvalid);
-    if (images != nullptr) images->EnterRead(id, page->Image(), changesBefore);
+    if (images != nullptr) {
+        images->EnterRead(id, page->Image(), changesBefore);
+        page->ShareImage(images);
+    }
     return page;
 }
 

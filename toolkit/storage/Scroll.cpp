@@ -7,11 +7,10 @@ Scroll::~Scroll() = default;
 void Scroll::Fill(const Page& left, const Page& parent, Page::Finger separator, const Page& right) {
     sizes.resize(1);
     sizes.reserve(left.Count() + right.Count() + 2);
-    const auto add = [this](std::size_t size) { sizes.push_back(sizes.back() + size); };
-    for (Page::Finger at = 0; at < left.Count(); ++at) add(left.EntryStoreSizeAt(at));
+    left.AddSizes(sizes);
     // The separator is reckoned as what it would take in these pages.
-    add(parent.ObjectStoreSize(separator) + (left.IsLeaf() ? 0 : BTEntryOverhead));
-    for (Page::Finger at = 0; at < right.Count(); ++at) add(right.EntryStoreSizeAt(at));
+    sizes.push_back(sizes.back() + parent.ObjectStoreSize(separator) + (left.IsLeaf() ? 0 : BTEntryOverhead));
+    right.AddSizes(sizes);
 }
 
 std::size_t Scroll::BestTwoPagination(std::uint32_t pageSize, std::uint32_t minSize,

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "lorvale/export.h"
@@ -80,8 +81,20 @@ public:
         WriteByte(static_cast<std::uint8_t>(value));
     }
     /// As if byte by byte.
-    void ReadBytes(void* bytes, std::uint32_t count);
-    void WriteBytes(const void* bytes, std::uint32_t count);
+    void ReadBytes(void* bytes, std::uint32_t count) {
+        if (static_cast<std::size_t>(bufferLimit - bufferNext) < count) [[unlikely]]
+            return ReadBytesPastEndOfBuffer(bytes, count);
+        if (count == 0) return;  // `bytes` may be null then
+        std::memcpy(bytes, bufferNext, count);
+        bufferNext += count;
+    }
+    void WriteBytes(const void* bytes, std::uint32_t count) {
+        if (static_cast<std::size_t>(bufferLimit - bufferNext) < count) [[unlikely]]
+            return WriteBytesPastEndOfBuffer(bytes, count);
+        if (count == 0) return;
+        std::memcpy(bufferNext, bytes, count);
+        bufferNext += count;
+    }
 
     /// Writes the buffer if it is dirty.  What goes on writing after that begins with SetPosition().  After a
     /// failure the buffer stays dirty, so the failure is met again and not forgotten.
@@ -100,6 +113,8 @@ protected:
 
 private:
     std::uint32_t ReadUInt32Bytewise();
+    void ReadBytesPastEndOfBuffer(void* bytes, std::uint32_t count);
+    void WriteBytesPastEndOfBuffer(const void* bytes, std::uint32_t count);
 
     std::uint8_t* bufferStart;     // IADiskBlockSize bytes, owned; not owned if there is no mutex
     std::uint8_t* bufferNext;      // the next byte to read or write
