@@ -1,0 +1,23 @@
+#pragma once
+#include <cstdint>
+#include <string>
+
+#include "lorvale/toolkit/storage/exception.h"
+
+namespace brindle::testing {
+
+/// "CODE message" of the IAException that the call raises, or nothing.
+template <class Call>
+std::string failureOf(Call&& call) {
+    try {
+        call();
+        return "";
+    } catch (const IAException& failure) {
+        std::string text;
+        for (int shift = 24; shift >= 0; shift -= 8)
+            text += static_cast<char>(static_cast<std::uint32_t>(failure.GetCode()) >> shift);
+        return text + " " + failure.What();
+    }
+}
+
+}  // namespace brindle::testing
