@@ -1,7 +1,12 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
     include/lorvale/export.h
+    include/lorvale/platform.h
+    include/lorvale/platform/exception.h
+    include/lorvale/platform/log.h
+    include/lorvale/platform/mutex.h
     include/lorvale/values.h
     include/lorvale/values/data.h
+    include/lorvale/values/format.h
     include/lorvale/values/range.h
 )

@@ -1,4 +1,5 @@
 #pragma once
 /// The value kinds that the whole library speaks in.
 #include "lorvale/values/data.h"
+#include "lorvale/values/format.h"
 #include "lorvale/values/range.h"
