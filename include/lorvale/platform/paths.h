@@ -29,7 +29,8 @@ LORVALE_EXPORT void setResourceDirectory(std::string_view path);
 /// "name.type" in the resource directory (no dot for an empty type); nullopt when no such file is there.
 LORVALE_EXPORT std::optional<std::string> pathForResource(std::string_view name, std::string_view type = {});
 
-/// The user's settings: "lorvale" in $XDG_CONFIG_HOME, else in ".config" of the home directory.  Not made here.
+/// The user's settings: "lorvale" in $XDG_CONFIG_HOME, else (and always for a redirected home) in ".config" of
+/// the home directory.  Not made here.
 LORVALE_EXPORT std::string configurationDirectory();
 LORVALE_EXPORT void setConfigurationDirectory(std::string_view path);
 
@@ -45,7 +46,7 @@ LORVALE_EXPORT std::string standardizePath(std::string_view path);
 /// "~" in place of the home directory at the start of a path.
 LORVALE_EXPORT std::string abbreviateWithTilde(std::string_view path);
 
-/// The user's login name, from the password file for the effective user; "unknown" when there is none.
+/// The login name of the process's user, from the password file; else $LOGNAME, else the user number.
 LORVALE_EXPORT std::string loginName();
 LORVALE_EXPORT void setLoginName(std::string_view name);
 /// This machine's name, as it stands in lock files.
