@@ -1,6 +1,7 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
     include/lorvale/export.h
+    include/lorvale/mime.h
     include/lorvale/platform.h
     include/lorvale/platform/exception.h
     include/lorvale/platform/localization.h
