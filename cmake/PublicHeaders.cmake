@@ -7,6 +7,9 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/mutex.h
     include/lorvale/values.h
     include/lorvale/values/data.h
+    include/lorvale/values/date.h
+    include/lorvale/values/encoding.h
     include/lorvale/values/format.h
     include/lorvale/values/range.h
+    include/lorvale/values/text.h
 )
