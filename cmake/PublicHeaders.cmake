@@ -1,6 +1,12 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
     include/lorvale/export.h
+    include/lorvale/message.h
+    include/lorvale/message/address_manager.h
+    include/lorvale/message/body.h
+    include/lorvale/message/flags.h
+    include/lorvale/message/headers.h
+    include/lorvale/message/willingness_registry.h
     include/lorvale/mime.h
     include/lorvale/platform.h
     include/lorvale/platform/exception.h
