@@ -20,6 +20,20 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/user_agent.h
     include/lorvale/platform/user_defaults.h
     include/lorvale/platform/user_interface.h
+    include/lorvale/toolkit.h
+    include/lorvale/toolkit/storage.h
+    include/lorvale/toolkit/storage/bit_array.h
+    include/lorvale/toolkit/storage/block.h
+    include/lorvale/toolkit/storage/exception.h
+    include/lorvale/toolkit/storage/memory.h
+    include/lorvale/toolkit/storage/mutex.h
+    include/lorvale/toolkit/storage/object.h
+    include/lorvale/toolkit/storage/skip_list.h
+    include/lorvale/toolkit/storage/sort.h
+    include/lorvale/toolkit/storage/storable.h
+    include/lorvale/toolkit/storage/storage.h
+    include/lorvale/toolkit/storage/stream.h
+    include/lorvale/toolkit/storage/verify.h
     include/lorvale/values.h
     include/lorvale/values/data.h
     include/lorvale/values/date.h

@@ -1,0 +1,3 @@
+#pragma once
+/// The text-retrieval toolkit.  It needs nothing of the mail half.
+#include "lorvale/toolkit/storage.h"

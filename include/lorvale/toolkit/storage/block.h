@@ -1,0 +1,79 @@
+#pragma once
+#include <cstdint>
+
+#include "lorvale/export.h"
+#include "lorvale/toolkit/storage/storage.h"
+#include "lorvale/toolkit/storage/stream.h"
+
+namespace brindle {
+
+/// Reads one block from its start.  Holds the stream's mutex for as long as it lives, so it is short-lived,
+/// and blocks on one stream are opened one after the other, never nested.  Reading past the block raises
+/// StorePastBlockEnd, past the end of the store StorePastEOF.
+class LORVALE_EXPORT IAInputBlock {
+public:
+    /// A null stream stands for the storage's own; another one is a clone of it.
+    IAInputBlock(IAStorage* storage, std::uint32_t id, IAStoreStream* useStream = nullptr);
+    IAInputBlock(const IAInputBlock&) = delete;
+    IAInputBlock& operator=(const IAInputBlock&) = delete;
+    ~IAInputBlock();
+
+    /// The address in the store: useful for differences.
+    std::uint32_t GetPosition() const { return stream->GetPosition(); }
+    /// The most bytes that can still be read: check a count from the block against it before trusting it.
+    std::uint32_t Remaining() { return stream->Remaining(); }
+    void ReadBuffer(void* bytes, std::uint32_t count) { stream->ReadBytes(bytes, count); }
+    std::uint32_t ReadUInt32() { return stream->ReadUInt32(); }
+    std::uint8_t ReadByte() { return stream->ReadByte(); }
+
+private:
+    IAStoreStream* const stream;
+};
+
+/// Writes one block from its start, all of it: what is not written is lost.  `size` is what the block must have
+/// room for; it may move for that.  Writing more than the block's space raises StorePastBlockEnd when the
+/// bytes go to the device, at the latest in the destructor, which may therefore throw, though not while
+/// another exception is under way.
+class LORVALE_EXPORT IAOutputBlock {
+public:
+    IAOutputBlock(IAStorage* storage, std::uint32_t id, std::uint32_t size, IAStoreStream* useStream = nullptr);
+    IAOutputBlock(const IAOutputBlock&) = delete;
+    IAOutputBlock& operator=(const IAOutputBlock&) = delete;
+    ~IAOutputBlock() noexcept(false);
+
+    std::uint32_t GetPosition() const { return stream->GetPosition(); }
+    void WriteBuffer(const void* bytes, std::uint32_t count) { stream->WriteBytes(bytes, count); }
+    void WriteUInt32(std::uint32_t value) { stream->WriteUInt32(value); }
+    void WriteByte(std::uint8_t byte) { stream->WriteByte(byte); }
+
+private:
+    IAStoreStream* const stream;
+    const int exceptionsAtStart;
+};
+
+/// Variable-length integers, 1 to 5 bytes: seven bits a byte, the lowest first, 0x80 set in all but the last.
+///   0: 00   127: 7F   128: 80 01   300: AC 02   0xFFFFFFFF: FF FF FF FF 0F
+constexpr std::uint32_t VInt32Size(std::uint32_t value) {
+    return 1u + (value >= 1u << 7) + (value >= 1u << 14) + (value >= 1u << 21) + (value >= 1u << 28);
+}
+
+inline void VInt32Write(std::uint32_t value, IAOutputBlock* output) {
+    for (; value >= 0x80; value >>= 7) output->WriteByte(static_cast<std::uint8_t>(value | 0x80));
+    output->WriteByte(static_cast<std::uint8_t>(value));
+}
+
+/// Reads up to a byte without 0x80, however many there are; bits above the 32nd are dropped.
+inline std::uint32_t VInt32Read(IAInputBlock* input) {
+    std::uint32_t byte = input->ReadByte();
+    std::uint32_t value = byte & 0x7F;
+    for (unsigned shift = 7; byte >= 0x80; shift += 7) {
+        byte = input->ReadByte();
+        if (shift > 28) [[unlikely]]
+            shift = 35;  // damage: nothing of these bytes counts, but they are read to the last
+        else
+            value |= (byte & 0x7F) << shift;
+    }
+    return value;
+}
+
+}  // namespace brindle
