@@ -26,22 +26,21 @@ public:
     /// Reads a text by a calendar format; nullopt unless the format covers the whole text, every field is in
     /// its range and the day exists.  No locale matters: names are English, in any case of letters.
     ///
-    ///   %a %A  weekday, short or long, either accepted; need not agree with the date
-    ///   %b %B  month, short or long, either accepted
-    ///   %d %e  day, one or two digits, a blank may stand for the first          %m  month, likewise
-    ///   %y     year, exactly two digits: 69 to 99 are 19xx, 00 to 68 are 20xx   %Y  year, exactly four digits
-    ///   %H %M %S  hour (24), minute, second (60 too), one or two digits         %I %p  hour (12), AM or PM
-    ///   %z     "+hhmm", "-hhmm", "+hh:mm" or "Z"                                %Z  name of zoneOffsetNamed()
-    ///   %j     day of the year                                                  %%  the per cent sign
+    ///   %a %A  weekday by weekdayNamed(); need not agree with the date     %b %B  month by monthNamed()
+    ///   %d %e  day of the month, one or two digits                         %m     month, one or two digits
+    ///   %y     year, exactly two digits: 69 to 99 are 19xx, 00 to 68 20xx  %Y     year, exactly four digits
+    ///   %H %M %S  hour (24), minute, second (60 too), one or two digits    %I %p  hour (12), AM or PM
+    ///   %z     by zoneOffsetFromDigits(), or "Z"                           %Z     by zoneOffsetNamed()
+    ///   %j     day of the year, up to three digits                         %%     the per cent sign
     ///
-    /// A blank in the format takes any run of blanks and tabs, also an empty one before %e; blanks around the
-    /// text are passed over.  Any other character stands for itself.  What is missing is taken as the start of
-    /// 1970; without a zone the local one at that time holds.
+    /// A blank in the format takes one or more blanks and tabs, white space around the text is passed over, any
+    /// other character stands for itself, and a format with another mark reads nothing.  What is missing is
+    /// taken as the start of 1970; without a zone the local one at that time holds.  Never allocates.
     static std::optional<Date> dateWithString(std::string_view text, std::string_view calendarFormat);
 
     /// Written by a calendar format, in its own zone.  %a and %b give the short names, %A and %B the long ones,
-    /// %e the day without zero or blank, %j three digits, %I two; %z is "+hhmm", %Z "GMT" or "GMT+hhmm"; a
-    /// mark that is not known stands as it is.
+    /// %e the day without zero or blank, %j three digits, the other numbers two; %z is "+hhmm", %Z "GMT" or
+    /// "GMT+hhmm"; a mark that is not known stands as it is.
     std::string descriptionWithCalendarFormat(std::string_view calendarFormat) const;
     /// In UTC, as "2002-08-22T10:46:23Z".
     std::string iso8601() const;
@@ -81,7 +80,8 @@ LORVALE_EXPORT std::optional<Date> dateFromLocalCivil(const CivilTime& time);
 /// Seconds east of UTC in the local zone at that moment.
 LORVALE_EXPORT std::int32_t localZoneOffset(std::int64_t secondsSince1970);
 
-/// 1 to 12, 0 to 6 from Sunday: by the English name, short or long, in any case of letters.
+/// 1 to 12, 0 to 6 from Sunday: by the English name, cut off behind any letter from the third on ("Sept",
+/// "Thurs"), in any case of letters.
 LORVALE_EXPORT std::optional<int> monthNamed(std::string_view name);
 LORVALE_EXPORT std::optional<int> weekdayNamed(std::string_view name);
 /// Seconds east of UTC for a name of RFC 822 ("UT", "GMT", "EST", "PDT"), a common abbreviation ("CET", "JST"),
