@@ -94,7 +94,7 @@ public:
 
 private:
     class Implementation;
-    std::unique_ptr<Implementation> _implementation;
+    std::shared_ptr<Implementation> _implementation;
 };
 
 }  // namespace lorvale
