@@ -28,6 +28,10 @@ Range rangeOfData(const Data& data, const Data& pattern, unsigned options, Range
 Range rangeOfCString(const Data& data, std::string_view pattern, unsigned options = 0);
 Range rangeOfCString(const Data& data, std::string_view pattern, unsigned options, Range range);
 
+/// Where the pattern first stands in the text, or npos; 0 for an empty one.  In linear time, whatever the two
+/// are, which std::string_view::find does not promise.
+std::size_t findBytes(std::string_view text, std::string_view pattern);
+
 /// The pieces between the matches, as slices.  An empty piece between two matches stays, an empty last one
 /// does not.
 std::vector<Data> componentsSeparatedByData(const Data& data, const Data& separator);

@@ -67,7 +67,7 @@ public:
     bool scanUpToCharactersFromSet(const CharacterSet& set, std::string_view* into = nullptr);
     /// A decimal number with an optional sign; one that is too large becomes the nearest that fits.
     bool scanInt(int* value);
-    /// The same with fraction and exponent.
+    /// The same with fraction and exponent; false for one that no double holds.
     bool scanFloat(double* value);
 
     /// Up to `length` characters; false when none remain.
