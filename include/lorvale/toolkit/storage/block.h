@@ -2,6 +2,7 @@
 #include <cstdint>
 
 #include "lorvale/export.h"
+#include "lorvale/toolkit/storage/mutex.h"
 #include "lorvale/toolkit/storage/storage.h"
 #include "lorvale/toolkit/storage/stream.h"
 
@@ -27,7 +28,13 @@ public:
     std::uint8_t ReadByte() { return stream->ReadByte(); }
 
 private:
+    struct Extent {
+        std::uint32_t address, size;
+    };
+    IAInputBlock(IAStoreStream* inUse, Extent extent);
+
     IAStoreStream* const stream;
+    const IALock lock;
 };
 
 /// Writes one block from its start, all of it: what is not written is lost.  `size` is what the block must have
@@ -47,8 +54,14 @@ public:
     void WriteByte(std::uint8_t byte) { stream->WriteByte(byte); }
 
 private:
+    struct Extent {
+        std::uint32_t address, size;
+    };
+    IAOutputBlock(IAStoreStream* inUse, Extent extent);
+
     IAStoreStream* const stream;
     const int exceptionsAtStart;
+    const IALock lock;  // last: given up after the destructor has flushed, even if that fails
 };
 
 /// Variable-length integers, 1 to 5 bytes: seven bits a byte, the lowest first, 0x80 set in all but the last.

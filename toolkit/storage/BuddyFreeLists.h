@@ -1,0 +1,42 @@
+#pragma once
+#include <array>
+#include <cstdint>
+
+#include "lorvale/toolkit/storage/skip_list.h"
+#include "toolkit/storage/BuddyFormat.h"
+
+namespace brindle {
+
+/// Free space of a buddy allocator: for each log size the addresses of the free blocks of that size, no two
+/// of them buddies.  All addresses given to it are aligned and free.  No locking.
+class BuddyFreeLists {
+public:
+    const UInt32Set& List(std::uint32_t logSize) const { return lists[logSize]; }
+
+    /// The lowest free block of the smallest size that will do, cut down by halves.  Raises "storage full".
+    std::uint32_t NewAddress(std::uint32_t logSize);
+    /// Whether NewAddress() would succeed.
+    bool HasRoom(std::uint32_t logSize) const;
+    /// Joins the block with its buddy as long as that is free too.
+    void AddAddress(std::uint32_t address, std::uint32_t logSize);
+    /// Adds what the other lists hold.
+    void AddAll(const BuddyFreeLists& other);
+    /// Puts a block behind all others of its size, as a reader of sorted lists does.
+    void Append(std::uint32_t address, std::uint32_t logSize);
+    void CopyFrom(const BuddyFreeLists& other);
+    void Clear();
+
+    /// The bytes that the lists take in a system block.
+    std::uint64_t StoreSize() const;
+    /// The same with an empty list counted as one of one address.
+    std::uint64_t EstimatedStoreSize() const;
+    /// Free bytes below an address.
+    std::uint64_t SpaceBelow(std::uint32_t end) const;
+    /// The end of the highest free block, 0 if there is none.
+    std::uint64_t HighestEnd() const;
+
+private:
+    std::array<UInt32Set, MaxLogSize> lists;
+};
+
+}  // namespace brindle
