@@ -1,6 +1,25 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
     include/lorvale/export.h
+    include/lorvale/message.h
+    include/lorvale/message/address_manager.h
+    include/lorvale/message/body.h
+    include/lorvale/message/flags.h
+    include/lorvale/message/headers.h
+    include/lorvale/message/willingness_registry.h
+    include/lorvale/mime.h
+    include/lorvale/platform.h
+    include/lorvale/platform/exception.h
+    include/lorvale/platform/localization.h
+    include/lorvale/platform/log.h
+    include/lorvale/platform/mutex.h
+    include/lorvale/platform/notification.h
+    include/lorvale/platform/paths.h
+    include/lorvale/platform/run_loop.h
+    include/lorvale/platform/thread.h
+    include/lorvale/platform/user_agent.h
+    include/lorvale/platform/user_defaults.h
+    include/lorvale/platform/user_interface.h
     include/lorvale/toolkit.h
     include/lorvale/toolkit/storage.h
     include/lorvale/toolkit/storage/bit_array.h
@@ -18,5 +37,9 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/storage/verify_btree.h
     include/lorvale/values.h
     include/lorvale/values/data.h
+    include/lorvale/values/date.h
+    include/lorvale/values/encoding.h
+    include/lorvale/values/format.h
     include/lorvale/values/range.h
+    include/lorvale/values/text.h
 )

@@ -1,4 +1,8 @@
 #pragma once
 /// The value kinds that the whole library speaks in.
 #include "lorvale/values/data.h"
+#include "lorvale/values/date.h"
+#include "lorvale/values/encoding.h"
+#include "lorvale/values/format.h"
 #include "lorvale/values/range.h"
+#include "lorvale/values/text.h"

@@ -13,8 +13,9 @@ struct LORVALE_EXPORT StorageReport {
     /// Broken rules, one sentence each; empty for a sound storage.  Ends early, saying so, when there are very
     /// many.
     std::vector<std::string> violations;
-    /// What is allowed but worth knowing.
-    std::vector<std::string> remarks;
+    /// What no rule forbids, but what hardly ever is right: blocks that the end of the file cuts off.  A block
+    /// that was given space and then never filled looks the same.
+    std::vector<std::string> doubts;
 
     std::uint32_t maxID = 0;          ///< IDs ever handed out
     std::uint32_t freeIDs = 0;        ///< of these, given back

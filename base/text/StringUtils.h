@@ -1,0 +1,55 @@
+#pragma once
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "lorvale/values/data.h"
+#include "lorvale/values/encoding.h"
+#include "lorvale/values/range.h"
+
+/// Small operations on text.  Ranges count characters.
+
+namespace lorvale {
+
+/// The user's name: from the setting of the host, else from the password database, else the login name.
+/// Computed once.
+const std::string& fullUserName();
+/// What the comment field of an entry of the password database makes of a name: the first "&" stands for the
+/// login name, and the text ends before the first comma.
+std::string nameFromGecos(std::string_view gecos, std::string_view loginName);
+
+bool isCaseEqual(std::string_view a, std::string_view b);
+bool hasCasePrefix(std::string_view text, std::string_view prefix);
+bool hasCaseSuffix(std::string_view text, std::string_view suffix);
+/// How many bytes of the text its case-insensitive prefix takes, which may be more or fewer than the bytes of
+/// the prefix itself; nullopt when the text does not begin with it.
+std::optional<std::size_t> casePrefixLength(std::string_view text, std::string_view prefix);
+
+/// The data read in the encoding; nullopt for no data and for data that are not valid in it.
+std::optional<std::string> stringWithData(const std::optional<Data>& data, StringEncoding encoding);
+
+/// The range clipped to the text.
+Range validRange(std::string_view text, Range range);
+/// The range without leading blanks, tabs and newlines; empty at its end when there is nothing else.
+Range clearwhite(std::string_view text, Range range);
+/// The range without trailing ones; {0, 0} when there is nothing else.
+Range rclearwhite(std::string_view text, Range range);
+
+/// A path that does not exist, made from this one by putting the process and a serial number before its
+/// extension.
+std::string makeUniqueFilePath(std::string_view path);
+
+/// The text without the prefix, removed as often as it is there.
+std::string_view stringByRemovingPrefix(std::string_view text, std::string_view prefix, bool ignoreCase);
+/// The text without the marks of replies and forwarded letters.
+std::string_view stringByRemovingReAndFwd(std::string_view text);
+
+/// With each backslash doubled.
+std::string _fixStringForShell(std::string_view text);
+/// The text before the first comma.
+std::string_view _tarnReferenceName(std::string_view text);
+/// One byte a character, with a blank for each one above 0x7F, so that byte offsets are character offsets.
+std::string cStringWithSpaces(std::string_view text);
+
+}  // namespace lorvale

@@ -1,0 +1,104 @@
+#pragma once
+/// Messages: what one letter is made of, and the choice of classes that work on it.
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "lorvale/export.h"
+#include "lorvale/message/address_manager.h"
+#include "lorvale/message/body.h"
+#include "lorvale/message/flags.h"
+#include "lorvale/message/headers.h"
+#include "lorvale/message/willingness_registry.h"
+#include "lorvale/values/data.h"
+
+namespace lorvale {
+
+class MessageStore;
+class UserAgent;
+
+/// One message: a small handle that knows its store and nothing else until somebody asks.  Headers, flags and
+/// body are made on first use and kept.  A store derives its own class from it.  Always held by a shared_ptr;
+/// what would be a copy is one more share.  Takes no locks: one thread at a time.
+class LORVALE_EXPORT Message : public std::enable_shared_from_this<Message> {
+public:
+    /// A new message of class M in a store, made with M(arguments...).  The message does not keep the store
+    /// alive.
+    template <class M = Message, class... Arguments>
+    static std::shared_ptr<M> messageInStore(const std::shared_ptr<MessageStore>& store,
+                                             Arguments&&... arguments) {
+        initialize();
+        auto message = std::make_shared<M>(std::forward<Arguments>(arguments)...);
+        message->setMessageStore(store);
+        return message;
+    }
+    /// A message whose bytes are these: headers, an empty line, the body.  It carries its own small store with
+    /// it.  Null only when the library was built without that store.
+    static std::shared_ptr<Message> messageWithData(const Data& data);
+    /// A message without a store: no headers yet, and an empty body of the class.
+    static std::shared_ptr<Message> emptyMessageWithBodyClass(const MessageBodyClass& bodyClass);
+
+    /// The process-wide host object; see UserAgent.  Not owned, may be null.
+    static void setUserAgent(UserAgent* agent);
+    static UserAgent* userAgent();
+    static std::string_view frameworkVersion();
+    static std::string verboseVersion();
+
+    /// Lets the known store and body classes register themselves.  Done once, at the first use of messages;
+    /// whoever chooses among these classes without a message at hand calls it first.  Any thread.
+    static void initialize();
+
+    // Where an attachment is laid out: a new directory, named after the subject of its message.  Nullopt, with
+    // a log line, when it cannot be made.  Without a directory the default one of MessageBody is taken.
+    static std::optional<std::string> makeUniqueAttachmentNamed(std::optional<std::string_view> subject,
+                                                                std::optional<std::string_view> inDirectory);
+    static std::optional<std::string> makeUniqueAttachmentNamed(std::optional<std::string_view> subject,
+                                                                std::string_view withExtension,
+                                                                std::optional<std::string_view> inDirectory);
+    /// "directory/name" + type, where the name is up to 20 harmless characters made of the subject.
+    static std::string _filenameFromSubject(std::optional<std::string_view> subject,
+                                            std::optional<std::string_view> inDirectory,
+                                            std::string_view ofType);
+
+    Message();
+    Message(const Message&) = delete;
+    Message& operator=(const Message&) = delete;
+    virtual ~Message();
+
+    /// Null when the message has no store, or its store is gone.
+    std::shared_ptr<MessageStore> messageStore() const { return _store.lock(); }
+    void setMessageStore(const std::shared_ptr<MessageStore>& store);
+
+    // Each is made on first use; the setters take null to have it made anew.
+    std::shared_ptr<MessageHeaders> headers();
+    void setHeaders(std::shared_ptr<MessageHeaders> headers);
+    std::shared_ptr<MessageFlags> messageFlags();
+    void setMessageFlags(std::shared_ptr<MessageFlags> flags);
+    std::shared_ptr<MessageBody> messageBody();
+    void setMessageBody(std::shared_ptr<MessageBody> body);
+
+    /// Headers and body as one run of bytes; nullopt when the headers cannot be had.
+    std::optional<Data> messageData();
+    /// In bytes; 0 when nobody knows.
+    virtual std::uint32_t messageSize() const;
+    virtual std::optional<std::string> messageTypeImageName() const;
+
+    /// For the message cache: drops what can be read again, and says roughly how much that is.
+    void flushCachedData();
+    std::size_t cachedDataSize() const;
+    /// For logs.
+    std::string description();
+
+private:
+    std::weak_ptr<MessageStore> _store;
+    // In this order, so that they go in the order headers, body, flags.
+    std::shared_ptr<MessageFlags> _flags;
+    std::shared_ptr<MessageBody> _body;
+    std::shared_ptr<MessageHeaders> _headers;
+};
+
+}  // namespace lorvale

@@ -1,0 +1,17 @@
+#pragma once
+#include <string_view>
+
+#include "lorvale/message/headers.h"
+
+namespace lorvale {
+
+/// Parses a header block: adds to the three tables.  Reads up to the first empty line or the end; never fails.
+/// Linear in the size of the block, but for the logarithm of a look-up by name.
+void decodeHeaderBlock(std::string_view bytes, HeaderDictionary& headers, HeaderOrder& order,
+                       OriginalKeys& originalKeys);
+
+/// The cached headers alone, under the names as the block spells them, without the work for all the others:
+/// for a store that lists its messages from their bytes.  The values are those decodeHeaderBlock() gives first.
+CachedHeaders cachedHeadersInBlock(std::string_view bytes);
+
+}  // namespace lorvale

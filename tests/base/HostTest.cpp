@@ -1,0 +1,129 @@
+// The objects that a host supplies, and what stands in for them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "lorvale/platform/localization.h"
+#include "lorvale/platform/notification.h"
+#include "lorvale/platform/run_loop.h"
+#include "lorvale/platform/user_agent.h"
+#include "lorvale/platform/user_interface.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+TEST(UserAgent, AbsentHostRefusesQuestions) {
+    EXPECT_EQ(currentUserAgent(), nullptr);
+    auto& absent = userAgentOrAbsent();
+    bool remember = true;
+    EXPECT_FALSE(absent.queryUserForYesNoWithMessage("Delete all?", "Delete", "Yes", "No"));
+    EXPECT_EQ(absent.queryUserForPasswordWithMessage("Password?", &remember), std::nullopt);
+    EXPECT_FALSE(remember);
+}
+
+TEST(UserAgentThreads, AbsentHostStillPassesWorkToTheMainLoop) {
+    const auto main = std::this_thread::get_id();
+    const auto sender = std::make_shared<int>(0);
+    int calls = 0;
+    const auto token = NotificationCenter::defaultCenter().addObserver(
+        [&](const Notification& n) {
+            EXPECT_EQ(std::this_thread::get_id(), main);
+            EXPECT_EQ(n.object, sender);
+            ++calls;
+        },
+        "done", sender);
+    std::jthread([&] {
+        userAgentOrAbsent().performInMainThread([&] { calls += 10; });
+        userAgentOrAbsent().postNotificationNameInMainThread("done", sender);
+    }).join();
+    EXPECT_EQ(calls, 0) << "not before the main loop turns";
+    while (RunLoop::current()->dispatch()) continue;
+    EXPECT_EQ(calls, 11);
+}
+
+TEST(UserAgent, HostReplacesWhatItAnswers) {
+    struct Host : UserAgent {
+        void displayStatus(std::string_view status, MessageStore*) override { shown = status; }
+        std::string shown;
+    } host;
+    setCurrentUserAgent(&host);
+    userAgentOrAbsent().displayStatus("Fetching", nullptr);
+    EXPECT_EQ(currentUserAgent(), &host);
+    setCurrentUserAgent(nullptr);
+    userAgentOrAbsent().displayStatus("nobody sees this", nullptr);
+    EXPECT_EQ(host.shown, "Fetching");
+}
+
+TEST(UserInterface, WithoutWindowsTheCautiousAnswerIsGiven) {
+    EXPECT_FALSE(hasUserInterface());
+    EXPECT_EQ(currentUserInterface().runAlertPanel("Open", "Locked.", "Open Anyway", "Don't Open", "Quit"),
+              AlertChoice::alternateButton);
+    struct Panels : UserInterface {
+        AlertChoice runAlertPanel(std::string_view, std::string_view, std::string_view, std::string_view,
+                                  std::string_view) override {
+            return AlertChoice::otherButton;
+        }
+    } panels;
+    setCurrentUserInterface(&panels);
+    EXPECT_TRUE(hasUserInterface());
+    EXPECT_EQ(currentUserInterface().runAlertPanel("", "", "", "", ""), AlertChoice::otherButton);
+    setCurrentUserInterface(nullptr);
+    bool ran = false;
+    currentUserInterface().performLater([&] { ran = true; }, std::chrono::milliseconds(1));
+    RunLoop::current()->runFor(std::chrono::milliseconds(20));
+    EXPECT_TRUE(ran);
+}
+
+/// A message catalogue as msgfmt writes it: a table of originals and one of translations, sorted.
+std::string catalogue(const std::vector<std::pair<std::string, std::string>>& entries) {
+    std::string tables[2], texts;
+    const auto word = [](std::size_t value) {
+        std::string bytes;
+        for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(value >> shift & 0xFF);
+        return bytes;
+    };
+    const std::size_t header = 28, textsAt = header + entries.size() * 16;
+    for (const auto& [original, translation] : entries) {
+        tables[0] += word(original.size()) + word(textsAt + texts.size());
+        texts += original + '\0';
+        tables[1] += word(translation.size()) + word(textsAt + texts.size());
+        texts += translation + '\0';
+    }
+    return word(0x950412de) + word(0) + word(entries.size()) + word(header) +
+           word(header + entries.size() * 8) + word(0) + word(textsAt) + tables[0] + tables[1] + texts;
+}
+
+TEST(LocalizedString, IsTheTextItselfWithoutACatalogue) {
+    EXPECT_EQ(LVLocalizedString("The mailbox %@ is gone", "alert"), "The mailbox %@ is gone");
+    EXPECT_EQ(LVLocalizedString(std::string_view("abcdef").substr(0, 3)), "abc");
+    EXPECT_EQ(LVLocalizedString(""), "");
+}
+
+TEST(LocalizedString, ComesFromTheCatalogueOfTheUsersLanguage) {
+    if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr)
+        GTEST_SKIP() << "the system has no locale to translate in";
+    const testing::TemporaryFolder folder;
+    std::filesystem::create_directories(folder / "xx/LC_MESSAGES");
+    testing::writeFile(folder / "xx/LC_MESSAGES/lorvale.mo",
+                       catalogue({{"", "Content-Type: text/plain; charset=ISO-8859-1\n"},
+                                  {"Open",
+                                   "\xD6"
+                                   "ffnen"}}));
+    // In the C locale gettext translates nothing, whatever $LANGUAGE says; C.UTF-8 counts as another.
+    ::setenv("LANGUAGE", "xx", 1);
+    setCatalogueDirectory(folder.path().string());
+    const auto translated = LVLocalizedString("Open");
+    const auto unknown = LVLocalizedString("Quit");
+    ::unsetenv("LANGUAGE");
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(unknown, "Quit");
+    EXPECT_EQ(translated, "Öffnen") << "in UTF-8, whatever the catalogue is in";
+}
+
+}  // namespace
+}  // namespace lorvale

@@ -1,0 +1,113 @@
+#include "lorvale/platform/thread.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <vector>
+
+#include "lorvale/platform/exception.h"
+#include "lorvale/platform/log.h"
+
+namespace lorvale {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::chrono::steady_clock::time_point soon() {
+    return std::chrono::steady_clock::now() + 20ms;
+}
+
+TEST(ThreadThreads, HasItsNameAndItsShareOfTheProcessor) {
+    std::string name(16, '\0');
+    int priority = 0;
+    Thread thread("a name that is far too long", Thread::kBackgroundPriority, [&](const std::stop_token&) {
+        ::pthread_getname_np(::pthread_self(), name.data(), name.size());
+        priority = ::getpriority(PRIO_PROCESS, 0);  // 0: the calling thread
+    });
+    thread.join();
+    EXPECT_STREQ(name.c_str(), "a name that is ");
+    EXPECT_EQ(priority, 10);
+    EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), 0) << "of that thread only";
+}
+
+TEST(ThreadThreads, IsToldToStopAndJoinedWhenItGoes) {
+    std::atomic<bool> ended = false;
+    {
+        const Thread thread("sleeper", [&](const std::stop_token& stop) {
+            EXPECT_FALSE(sleepUnlessStopped(stop, 1h));
+            ended = true;
+        });
+    }
+    EXPECT_TRUE(ended);
+    EXPECT_TRUE(sleepUnlessStopped({}, 1ms));
+}
+
+TEST(ThreadThreads, LogsTheExceptionThatLeavesItsBody) {
+    std::string logged;
+    const auto sink = setLogSink([&](std::string_view line) { logged = line; });
+    Thread("worker", [](const std::stop_token&) { throw GenericException("lost"); }).join();
+    setLogSink(sink);
+    EXPECT_EQ(logged, "Thread worker: GenericException: lost");
+}
+
+TEST(ConditionLockThreads, WaitsEndAtTheirDeadlineAndOnRequest) {
+    ConditionLock lock(1);
+    EXPECT_FALSE(lock.lockWhenCondition(2, soon()));
+    EXPECT_FALSE(lock.tryLockWhenCondition(2));
+    if (!lock.lockWhenCondition(1, soon())) FAIL();
+    EXPECT_FALSE(lock.tryLock()) << "not recursive";
+    EXPECT_FALSE(lock.tryLockWhenCondition(1)) << "the condition holds, but the lock is taken";
+    lock.unlockWithCondition(2);
+    EXPECT_EQ(lock.condition(), 2);
+    if (!lock.tryLockWhenCondition(2)) FAIL();
+    lock.unlock();
+    EXPECT_EQ(lock.condition(), 2);
+
+    std::stop_source stop;
+    Thread waiter("waiter",
+                  [&](const std::stop_token&) { EXPECT_FALSE(lock.lockWhenCondition(3, stop.get_token())); });
+    stop.request_stop();
+    waiter.join();
+}
+
+TEST(ConditionLockThreads, HandsWorkOverBothWays) {
+    constexpr int kIdle = 0, kWork = 1, kRounds = 2000;
+    ConditionLock lock(kIdle);
+    int box = 0, taken = 0;  // touched only under the lock
+    const Thread consumer("consumer", [&](const std::stop_token&) {
+        for (int i = 0; i < kRounds; ++i) {
+            lock.lockWhenCondition(kWork);
+            taken += box;
+            lock.unlockWithCondition(kIdle);
+        }
+    });
+    for (int i = 1; i <= kRounds; ++i) {
+        lock.lockWhenCondition(kIdle);
+        box = i;
+        lock.unlockWithCondition(kWork);
+    }
+    lock.lockWhenCondition(kIdle);
+    EXPECT_EQ(taken, kRounds * (kRounds + 1) / 2);
+    lock.unlock();
+}
+
+TEST(ConditionLockThreads, GuardsLikeAnyLock) {
+    ConditionLock lock;
+    long count = 0;
+    {
+        std::vector<Thread> threads;
+        for (int t = 0; t < 4; ++t)
+            threads.emplace_back("adder", [&](const std::stop_token&) {
+                for (int i = 0; i < 1000; ++i) {
+                    const ConditionLockGuard guard(lock);
+                    ++count;
+                }
+            });
+    }
+    EXPECT_EQ(count, 4000);
+}
+
+}  // namespace
+}  // namespace lorvale

@@ -1,0 +1,188 @@
+// The promise of the storage: whatever happens, reopening shows the last commit in full, and work goes on.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+
+#include "tests/support/FaultyDisk.h"
+#include "tests/support/TestSupport.h"
+#include "tests/toolkit/StorageHistory.h"
+
+namespace brindle {
+namespace {
+
+using testing::Bytes;
+using testing::differenceFrom;
+using testing::FaultyDisk;
+using testing::FaultyStoreStream;
+using testing::StorageHistory;
+using testing::StorageModel;
+
+std::unique_ptr<IAStorage> storageOn(const std::shared_ptr<FaultyDisk>& disk) {
+    return IAMakeStorage(std::make_unique<FaultyStoreStream>(disk));
+}
+
+std::string firstViolation(IAStoreStream& stream) {
+    const auto report = VerifyStorage(stream);
+    return report.Sound() ? "" : report.violations.front();
+}
+
+/// Opens what is left, finds one of the states that it may show, checks every rule, and works on with it.
+void expectOneOf(const std::vector<StorageModel>& states, std::size_t from,
+                 const std::shared_ptr<FaultyDisk>& disk) {
+    const auto storage = storageOn(disk);
+    storage->Open(true);
+    ASSERT_EQ(firstViolation(*storage->GetStoreStream()), "");
+    std::string differences;
+    for (std::size_t i = from; i < states.size(); ++i) {
+        const std::string difference = differenceFrom(states[i], *storage);
+        if (!difference.empty()) {
+            differences += difference + "; ";
+            continue;
+        }
+        StorageHistory afterwards(*storage, states[i], 99);
+        for (int step = 0; step < 8; ++step) afterwards.step();
+        afterwards.commit();
+        EXPECT_EQ(differenceFrom(afterwards.current, *storage), "") << "when work went on";
+        EXPECT_EQ(firstViolation(*storage->GetStoreStream()), "") << "when work went on";
+        return;
+    }
+    FAIL() << "none of " << states.size() - from << " states: " << differences;
+}
+
+Bytes emptyStorage() {
+    const auto disk = std::make_shared<FaultyDisk>();
+    storageOn(disk)->Initialize();
+    return *disk->seen;
+}
+
+TEST(StorageCrash, TheDiskDiesAtAnyWrite) {
+    const Bytes start = emptyStorage();
+    for (unsigned seed = 0; seed < 2000; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        const bool machine = random() % 3 != 0;  // else only the process dies, which needs no sync
+        IASyncOnCommit = machine;
+        const auto disk = std::make_shared<FaultyDisk>(start);
+        disk->dieAtWrite = random() % (seed % 2 == 0 ? 30 : 300);
+        const auto storage = storageOn(disk);
+        storage->Open(true);
+        StorageHistory history(*storage, {}, seed);
+        try {
+            for (int step = 0; step < 150; ++step) history.step();
+        } catch (const testing::DiskDied&) {
+        }
+        IASyncOnCommit = true;
+        const Bytes left = machine ? disk->AfterCrash(random) : *disk->seen;
+        expectOneOf(history.states, history.committed, std::make_shared<FaultyDisk>(left));
+        if (HasFailure()) return;
+    }
+}
+
+/// Every kind of operation meets a full disk, the program goes on with the same storage, and the machine may
+/// crash at any time: a commit that failed half-way must leave both states whole.
+TEST(StorageCrash, TheDiskIsFullForAWhile) {
+    const Bytes start = emptyStorage();
+    for (unsigned seed = 0; seed < 2000; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 random(seed);
+        const auto disk = std::make_shared<FaultyDisk>(start);
+        disk->failAtWrite = 1 + random() % 60;
+        disk->failures = 1 + random() % 20;
+        const auto storage = storageOn(disk);
+        storage->Open(true);
+        StorageHistory history(*storage, {}, seed);
+        for (int step = 0; step < 80; ++step) {
+            try {
+                history.step();
+            } catch (const IAException& failure) {
+                ASSERT_EQ(failure.GetCode(), StoreFull) << failure.What();
+            }
+            if (step % 10 == 9)
+                expectOneOf(history.states, history.committed,
+                            std::make_shared<FaultyDisk>(disk->AfterCrash(random)));
+            if (HasFailure()) return;
+        }
+        disk->failures = 0;
+        history.commit();
+        ASSERT_EQ(differenceFrom(history.current, *storage), "");
+        expectOneOf(history.states, history.committed, std::make_shared<FaultyDisk>(*disk->seen));
+        if (HasFailure()) return;
+    }
+}
+
+/// A file, in a process that ends in the middle of its n-th write.
+class KillingStream : public UFSStoreStream {
+public:
+    KillingStream(const char* path, int writesLeft) : UFSStoreStream(path), left(writesLeft) {}
+    void Write(std::uint32_t address, const std::uint8_t* bytes, std::uint32_t count) override {
+        if (left-- > 0) return UFSStoreStream::Write(address, bytes, count);
+        if (count > IADiskBlockSize / 2) UFSStoreStream::Write(address, bytes, count / 2);
+        ::_exit(0);
+    }
+
+private:
+    int left;
+};
+
+TEST(StorageCrash, AProcessIsKilledAtAnyWrite) {
+    const lorvale::testing::TemporaryFolder folder;
+    const auto path = folder / "store";
+    // The child tells the number of its latest commit.
+    void* const memory = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto* const progress = new (memory) std::atomic<std::size_t>(0);
+    constexpr int kSteps = 40;
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        SCOPED_TRACE(seed);
+        lorvale::testing::writeFile(path, "");
+        MakeFileStorage(path.c_str())->Initialize();
+        // The same life on a disk that does not fail tells what the states were.
+        const auto disk = std::make_shared<FaultyDisk>(emptyStorage());
+        const auto twin = storageOn(disk);
+        twin->Open(true);
+        StorageHistory reference(*twin, {}, seed);
+        for (int step = 0; step < kSteps; ++step) reference.step();
+
+        *progress = 0;
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            IASyncOnCommit = false;
+            const auto storage =
+                IAMakeStorage(std::make_unique<KillingStream>(path.c_str(), static_cast<int>(seed * 7 % 110)));
+            storage->Open(true);
+            StorageHistory history(*storage, {}, seed);
+            for (int step = 0; step < kSteps; ++step) {
+                *progress = history.committed;
+                history.step();
+            }
+            ::_exit(0);
+        }
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+        const auto bytes = lorvale::testing::readFile(path);
+        expectOneOf(reference.states, *progress,
+                    std::make_shared<FaultyDisk>(Bytes(bytes.begin(), bytes.end())));
+        if (HasFailure()) return;
+    }
+    ::munmap(memory, 4096);
+}
+
+TEST(StorageCrash, ACommitSyncsBeforeAndAfterTheSwitch) {
+    const auto disk = std::make_shared<FaultyDisk>(emptyStorage());
+    const auto storage = storageOn(disk);
+    storage->Open(true);
+    storage->Commit();
+    EXPECT_EQ(disk->syncs, 2u);
+    IASyncOnCommit = false;
+    storage->Commit();
+    IASyncOnCommit = true;
+    EXPECT_EQ(disk->syncs, 2u);
+}
+
+}  // namespace
+}  // namespace brindle
