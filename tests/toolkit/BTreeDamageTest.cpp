@@ -123,7 +123,7 @@ TEST_F(DamagedBTree, VerifyNamesEveryBrokenRule) {
 }
 
 /// Every byte of a small file changed in several ways, and the file cut at every length.
-TEST(DamagedStorage, OnlyTheToolkitsOwnFailureComesOut) {
+TEST(DamagedBTreeFile, OnlyTheToolkitsOwnFailureComesOut) {
     TreeInMemory t(64);
     t.Make();
     for (int i = 0; i < 30; ++i) t.Put("key" + std::to_string(10 + i), "12345");

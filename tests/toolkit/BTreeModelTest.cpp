@@ -170,9 +170,9 @@ TEST_P(BTreeModel, AgreesWithAnOrderedMap) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, BTreeModel,
-                         ::testing::Values(Shape{"SmallestPages", 40, 4, 150, 1600}, Shape{"SmallPages", 64, 12, 200, 1600},
-                                           Shape{"MiddlePages", 300, 60, 200, 1600},
-                                           Shape{"UsualPages", 4096, 1500, 300, 1600}),
+                         ::testing::Values(Shape{"SmallestPages", 40, 4, 150, 1000}, Shape{"SmallPages", 64, 12, 200, 1000},
+                                           Shape{"MiddlePages", 300, 60, 200, 1000},
+                                           Shape{"UsualPages", 4096, 1500, 300, 1000}),
                          [](const auto& shape) { return shape.param.name; });
 
 /// What a storage remembers of pages must not show in any file.
