@@ -39,6 +39,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/values/date.h
     include/lorvale/values/encoding.h
     include/lorvale/values/format.h
+    include/lorvale/values/property_list.h
     include/lorvale/values/range.h
     include/lorvale/values/text.h
 )

@@ -4,5 +4,6 @@
 #include "lorvale/values/date.h"
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/format.h"
+#include "lorvale/values/property_list.h"
 #include "lorvale/values/range.h"
 #include "lorvale/values/text.h"
