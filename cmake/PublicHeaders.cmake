@@ -35,9 +35,11 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/storage/stream.h
     include/lorvale/toolkit/storage/verify.h
     include/lorvale/values.h
+    include/lorvale/values/attributed_text.h
     include/lorvale/values/data.h
     include/lorvale/values/date.h
     include/lorvale/values/encoding.h
+    include/lorvale/values/file_wrapper.h
     include/lorvale/values/format.h
     include/lorvale/values/property_list.h
     include/lorvale/values/range.h
