@@ -1,5 +1,6 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
+    include/lorvale/defaults.h
     include/lorvale/export.h
     include/lorvale/message.h
     include/lorvale/message/address_manager.h
