@@ -21,6 +21,11 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/user_agent.h
     include/lorvale/platform/user_defaults.h
     include/lorvale/platform/user_interface.h
+    include/lorvale/store.h
+    include/lorvale/store/berkeley_mbox.h
+    include/lorvale/store/constants.h
+    include/lorvale/store/message_store.h
+    include/lorvale/store/store_class.h
     include/lorvale/toolkit.h
     include/lorvale/toolkit/storage.h
     include/lorvale/toolkit/storage/bit_array.h
