@@ -1,5 +1,6 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
+    include/lorvale/defaults.h
     include/lorvale/export.h
     include/lorvale/message.h
     include/lorvale/message/address_manager.h
@@ -20,6 +21,11 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/user_agent.h
     include/lorvale/platform/user_defaults.h
     include/lorvale/platform/user_interface.h
+    include/lorvale/store.h
+    include/lorvale/store/berkeley_mbox.h
+    include/lorvale/store/constants.h
+    include/lorvale/store/message_store.h
+    include/lorvale/store/store_class.h
     include/lorvale/toolkit.h
     include/lorvale/toolkit/storage.h
     include/lorvale/toolkit/storage/bit_array.h
@@ -36,10 +42,13 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/storage/verify.h
     include/lorvale/toolkit/storage/verify_btree.h
     include/lorvale/values.h
+    include/lorvale/values/attributed_text.h
     include/lorvale/values/data.h
     include/lorvale/values/date.h
     include/lorvale/values/encoding.h
+    include/lorvale/values/file_wrapper.h
     include/lorvale/values/format.h
+    include/lorvale/values/property_list.h
     include/lorvale/values/range.h
     include/lorvale/values/text.h
 )

@@ -19,9 +19,11 @@ namespace {
 
 void setUpCurrentThread(const std::string& name, int priority) {
     ::pthread_setname_np(::pthread_self(), name.substr(0, 15).c_str());
-    // On Linux the nice value belongs to the thread.  A refusal costs nothing but speed.
-    if (priority != 0)
-        ::setpriority(PRIO_PROCESS, static_cast<id_t>(::syscall(SYS_gettid)), std::min(priority, 19));
+    if (priority == 0) return;
+    // On Linux the nice value belongs to the thread.  Counted from the process's own, or the threads of one
+    // that runs below all others would ask for more.  A refusal costs nothing but speed.
+    const auto self = static_cast<id_t>(::syscall(SYS_gettid));
+    ::setpriority(PRIO_PROCESS, self, std::min(::getpriority(PRIO_PROCESS, self) + priority, 19));
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ std::optional<std::string> decodeUtf16(std::string_view bytes, bool lossy) {
     const auto unitAt = [&](std::size_t i) -> char32_t {
         const auto first = static_cast<std::uint8_t>(bytes[i]),
                    second = static_cast<std::uint8_t>(bytes[i + 1]);
-        return littleEndian ? first | second << 8u : first << 8u | second;
+        return static_cast<char32_t>(littleEndian ? first | second << 8 : first << 8 | second);
     };
     std::string text;
     text.reserve(bytes.size());

@@ -69,7 +69,7 @@ void appendDecodedBase64(ByteBuffer& out, std::string_view in, const Base64Kerne
     SymbolGroup group;
     for (std::size_t i = 0; i < in.size();) {
         if (group.isEmpty()) {
-            const auto clean = kernels.decode(in.substr(i), to + written);
+            const auto clean = decodeCleanBase64(in.substr(i), to + written, kernels);
             if (clean.written > 0) group.forgetPads();
             written += clean.written;
             i += clean.read;
@@ -81,7 +81,7 @@ void appendDecodedBase64(ByteBuffer& out, std::string_view in, const Base64Kerne
 }
 
 void appendDecodedBase64(ByteBuffer& out, std::string_view in) {
-    appendDecodedBase64(out, in, base64Kernels());
+    appendDecodedBase64(out, in, base64Kernels().back());
 }
 
 Data decodeBase64(const Data& data) {
@@ -98,7 +98,7 @@ Data encodeBase64(const Data& data, const Base64Kernels& kernels) {
     while (rest.size() >= kBase64LineInput) {
         const auto block = rest.substr(0, kBlock);
         auto* const to = out.reserve(block.size() / kBase64LineInput * kBase64LineOutput);
-        const auto done = kernels.encodeLines(block, to);
+        const auto done = encodeBase64Lines(block, to, kernels);
         out.commit(done.written);
         rest.remove_prefix(done.read);
     }
@@ -110,7 +110,7 @@ Data encodeBase64(const Data& data, const Base64Kernels& kernels) {
 }
 
 Data encodeBase64(const Data& data) {
-    return encodeBase64(data, base64Kernels());
+    return encodeBase64(data, base64Kernels().back());
 }
 
 }  // namespace lorvale

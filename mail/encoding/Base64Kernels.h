@@ -1,12 +1,13 @@
 #pragma once
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 
 #include "lorvale/values/data.h"
 
-/// The inner loops of base64.  Each takes the clean stretches at the speed of the machine and leaves everything
-/// unusual to its caller, which knows the rules; so a kernel needs none of them, and all kernels agree.
+/// The inner loops of base64.  They take whole clean lines at the speed of the machine and leave everything
+/// else to their callers, which know the rules; so a kernel needs none of them, and all kernels agree.
 
 namespace lorvale {
 
@@ -16,23 +17,33 @@ inline constexpr std::string_view kBase64Alphabet =
 inline constexpr std::size_t kBase64LineInput = 57;   // bytes that fill a line
 inline constexpr std::size_t kBase64LineOutput = 77;  // 76 characters and the line end
 
-/// How far a kernel came.
+/// How far a loop came.
 struct Base64Progress {
     std::size_t read = 0;
     std::size_t written = 0;
 };
 
 struct Base64Kernels {
-    /// Decodes groups of four symbols of the alphabet and passes over line ends between groups.  Stops before
-    /// the first group that holds anything else.  `out` has room for in.size() / 4 * 3 bytes.
-    Base64Progress (*decode)(std::string_view in, std::uint8_t* out);
-    /// Encodes all full lines, with their line ends.  `out` has room for just these.
+    /// Decodes lines of `length` symbols, a multiple of 4, each with a "\n" behind it, or stretches of that
+    /// length when `hasLineEnds` is not set.  Stops before the first that holds anything else and at the latest
+    /// a little before the end.  `out` has room for in.size() / 4 * 3 bytes.
+    Base64Progress (*decodeLines)(std::string_view in, std::size_t length, bool hasLineEnds, std::uint8_t* out);
+    /// Encodes full lines, with their line ends, all but a few.  `out` has room for just the full lines.
     Base64Progress (*encodeLines)(std::string_view in, std::uint8_t* out);
 };
 
-/// The kernels in portable C++, and the fastest that this processor runs.
-extern const Base64Kernels kPortableBase64Kernels;
-const Base64Kernels& base64Kernels();
+/// All kernels that this processor runs, the portable one first, the fastest last.  Never empty.
+std::span<const Base64Kernels> base64Kernels();
+
+/// Those that need more than the language offers; empty on other processors.
+std::span<const Base64Kernels> base64KernelsOfProcessor();
+
+/// Decodes groups of four symbols of the alphabet and passes over line ends between groups.  Stops before the
+/// first group that holds anything else.  `out` has room for in.size() / 4 * 3 bytes.
+Base64Progress decodeCleanBase64(std::string_view in, std::uint8_t* out, const Base64Kernels& kernels);
+
+/// Encodes all full lines.  `out` has room for just these.
+Base64Progress encodeBase64Lines(std::string_view in, std::uint8_t* out, const Base64Kernels& kernels);
 
 /// The codecs of mime.h with given kernels.
 void appendDecodedBase64(ByteBuffer& out, std::string_view in, const Base64Kernels& kernels);

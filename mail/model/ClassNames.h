@@ -22,7 +22,7 @@ public:
 private:
     const std::string_view _name;
     void (*const _touch)();
-    const NamedClass* const _next;
+    const NamedClass* _next;
 };
 
 }  // namespace lorvale

@@ -125,7 +125,7 @@ TEST_F(Files, AreCopiedAndFoldersMade) {
 /// What a file may hold after `write` was cut off at each of its changes in turn, over several fates.
 std::set<std::string> statesAfterCrash(const std::function<void(const std::string&)>& write, bool powerLoss) {
     std::set<std::string> states;
-    for (std::uint64_t seed = 1; seed <= (powerLoss ? 40u : 1u); ++seed) {
+    for (std::uint64_t seed = 1; seed <= (powerLoss ? 15u : 1u); ++seed) {
         for (int allowed = 0, done = 0; !done; ++allowed) {
             const TemporaryFolder folder;
             const auto path = (folder / "file").string();
@@ -169,7 +169,7 @@ TEST(FailingFileSystem, CatchesCarelessWriters) {
 
 TEST(FailingFileSystem, PowerLossTakesBackNamesFromSomeMomentOn) {
     std::set<std::vector<std::string>> seen;
-    for (std::uint64_t seed = 1; seed <= 60; ++seed) {
+    for (std::uint64_t seed = 1; seed <= 40; ++seed) {
         const TemporaryFolder folder;
         const auto path = [&](std::string_view name) { return (folder / name).string(); };
         testing::writeFile(path("a"), "a");

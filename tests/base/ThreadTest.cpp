@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <atomic>
 #include <vector>
 
@@ -20,6 +21,7 @@ std::chrono::steady_clock::time_point soon() {
 }
 
 TEST(ThreadThreads, HasItsNameAndItsShareOfTheProcessor) {
+    const int normal = ::getpriority(PRIO_PROCESS, 0);  // the tests may run with less than the usual share
     std::string name(16, '\0');
     int priority = 0;
     Thread thread("a name that is far too long", Thread::kBackgroundPriority, [&](const std::stop_token&) {
@@ -28,8 +30,8 @@ TEST(ThreadThreads, HasItsNameAndItsShareOfTheProcessor) {
     });
     thread.join();
     EXPECT_STREQ(name.c_str(), "a name that is ");
-    EXPECT_EQ(priority, 10);
-    EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), 0) << "of that thread only";
+    EXPECT_EQ(priority, std::min(normal + 10, 19));
+    EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), normal) << "of that thread only";
 }
 
 TEST(ThreadThreads, IsToldToStopAndJoinedWhenItGoes) {

@@ -3,7 +3,6 @@
 #include "tests/support/FailureText.h"
 #include "tests/support/MemoryStoreStream.h"
 #include "tests/toolkit/StorageHistory.h"
-#include "toolkit/storage/BuddyFreeLists.h"
 
 namespace brindle {
 namespace {
@@ -238,31 +237,6 @@ TEST_F(StorageTest, RoundTripsIntegersAndBitArrays) {
     EXPECT_EQ(bits.Count(), 2u);
     EXPECT_TRUE(bits.Get(39));
     EXPECT_EQ(failureOf([&] { bits.Restore(&block); }), "VSIV bit array longer than its block");
-}
-
-TEST(BuddyFreeLists, SplitsByHalvesAndJoinsBuddies) {
-    EXPECT_EQ(SizeLogSize(0), 5u);
-    EXPECT_EQ(SizeLogSize(32), 5u);
-    EXPECT_EQ(SizeLogSize(33), 6u);
-    EXPECT_EQ(SizeLogSize(0x80000000), 31u);
-    EXPECT_EQ(SizeLogSize(0x80000001), 32u);
-    BuddyFreeLists lists;
-    lists.AddAddress(0, 31);
-    std::mt19937 random(5);
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> taken;
-    for (int step = 0; step < 3000; ++step) {
-        if (taken.empty() || random() % 2 == 0) {
-            const auto logSize = static_cast<std::uint32_t>(5 + random() % 10);
-            taken.emplace_back(lists.NewAddress(logSize), logSize);
-        } else {
-            std::swap(taken[random() % taken.size()], taken.back());
-            lists.AddAddress(taken.back().first, taken.back().second);
-            taken.pop_back();
-        }
-    }
-    for (const auto& [address, logSize] : taken) lists.AddAddress(address, logSize);
-    EXPECT_EQ(lists.List(31).Count(), 1u) << "all of it is one block again";
-    EXPECT_EQ(lists.StoreSize(), 32 * 4 + 4u);
 }
 
 }  // namespace

@@ -46,10 +46,13 @@ public:
     MessageFlags() = default;
     explicit MessageFlags(std::uint32_t flagBits, std::uint32_t priority = 0)
         : _flagBits(flagBits), _priority(priority) {}
-    /// A copy shares the dictionary of its original (see the definition for who counts on that).
-    MessageFlags(const MessageFlags& other);
-    MessageFlags& operator=(const MessageFlags& other);
+    MessageFlags(const MessageFlags&) = delete;
+    MessageFlags& operator=(const MessageFlags&) = delete;
     ~MessageFlags();
+
+    /// A new object with the same flags.  Makes the dictionary, which from then on belongs to both: what is set
+    /// in one of the two is seen in the other.
+    std::shared_ptr<MessageFlags> copy();
 
     bool isRead() const { return !flag(kUnreadFlag); }
     void setRead(bool value) { setFlag(kUnreadFlag, !value); }

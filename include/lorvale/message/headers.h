@@ -80,11 +80,11 @@ public:
     /// Keys in any spelling, which originalKeyForKey() then gives; nullopt: to be read again.
     void setCachedHeaders(const std::optional<CachedHeaders>& headers);
 
-    /// All headers, read from the store and decoded if need be; null only for a message that was given none.
-    /// Good until the next change or flush, as is the order.
-    const HeaderDictionary* allHeaders();
-    const HeaderOrder* allHeadersOrder();
-    /// Counts as unchanged afterwards.
+    /// All headers, read from the store and decoded if need be; empty when there is nothing to read.  Good
+    /// until the next change or flush, as is the order.
+    const HeaderDictionary& allHeaders();
+    const HeaderOrder& allHeadersOrder();
+    /// The headers count as unchanged afterwards; nullopt: to be read again.
     void setAllHeaders(std::optional<HeaderDictionary> headers, std::optional<HeaderOrder> withOrder);
 
     /// Parses a header block (mail/model/HeaderDecoding.h tells its rules).  The names as spelled are added to

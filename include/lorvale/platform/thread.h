@@ -58,8 +58,9 @@ public:
     static constexpr int kBackgroundPriority = 10;
 
     Thread() = default;
-    /// `name` shows in debuggers (its first 15 bytes) and logs.  `priority` is 0 for a normal share of the
-    /// processor, up to 19 for less of it.  Throws GenericException when the system has no thread left.
+    /// `name` shows in debuggers (its first 15 bytes) and logs.  `priority` is 0 for the process's own
+    /// share of the processor, up to 19 for less than that.  Throws GenericException when the system has no
+    /// thread left.
     Thread(std::string name, int priority, Body body);
     Thread(std::string name, Body body) : Thread(std::move(name), 0, std::move(body)) {}
     Thread(Thread&&) noexcept = default;

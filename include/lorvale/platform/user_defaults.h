@@ -8,10 +8,9 @@
 #include <vector>
 
 #include "lorvale/export.h"
+#include "lorvale/values/property_list.h"
 
 namespace lorvale {
-
-class PropertyList;
 
 /// The user's settings: values by key, looked up along a search list of domains.  First come the arguments of
 /// this run, then the application domains in the order of the list, last the registered values.  Each
@@ -40,18 +39,18 @@ public:
     std::optional<PropertyList> objectForKey(std::string_view key) const;
     /// Text; also the text of a number.
     std::optional<std::string> stringForKey(std::string_view key) const;
-    /// A number, or the number at the start of a text; else 0.
+    /// A number or a truth value, or a text that is a number; else 0.
     std::int64_t integerForKey(std::string_view key) const;
     double realForKey(std::string_view key) const;
-    /// A boolean, a number other than 0, or a text that starts with Y, y, T, t or a digit other than 0
-    /// (after blanks, a sign and zeros); else false.
+    /// A truth value, a number other than 0, or a text that says so ("YES", "true", "1"); else false.
     bool boolForKey(std::string_view key) const;
     /// The texts of an array; nullopt when it is none.
     std::optional<std::vector<std::string>> stringArrayForKey(std::string_view key) const;
     /// A dictionary; nullopt when it is none.
     std::optional<PropertyList> dictionaryForKey(std::string_view key) const;
 
-    /// Set in the first application domain and written by the next synchronize().
+    /// Set in the first application domain and written by the next synchronize().  A null value removes the
+    /// key.
     void setObject(const PropertyList& value, std::string_view forKey);
     void setString(std::string_view value, std::string_view forKey);
     void setInteger(std::int64_t value, std::string_view forKey);

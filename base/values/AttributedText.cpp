@@ -1,0 +1,224 @@
+#include "lorvale/values/attributed_text.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "lorvale/platform/exception.h"
+#include "lorvale/values/format.h"
+#include "lorvale/values/text.h"
+
+namespace lorvale {
+
+bool TextAttributes::has(TextAttribute attribute) const {
+    switch (attribute) {
+        case TextAttribute::font:
+            return font.has_value();
+        case TextAttribute::foregroundColor:
+            return foregroundColor.has_value();
+        case TextAttribute::underline:
+            return underline.has_value();
+        case TextAttribute::paragraphStyle:
+            return paragraphStyle.has_value();
+        case TextAttribute::attachment:
+            return attachment != nullptr;
+    }
+    return false;
+}
+
+void TextAttributes::remove(TextAttribute attribute) {
+    switch (attribute) {
+        case TextAttribute::font:
+            return font.reset();
+        case TextAttribute::foregroundColor:
+            return foregroundColor.reset();
+        case TextAttribute::underline:
+            return underline.reset();
+        case TextAttribute::paragraphStyle:
+            return paragraphStyle.reset();
+        case TextAttribute::attachment:
+            return attachment.reset();
+    }
+}
+
+void TextAttributes::add(const TextAttributes& others) {
+    if (others.font) font = others.font;
+    if (others.foregroundColor) foregroundColor = others.foregroundColor;
+    if (others.underline) underline = others.underline;
+    if (others.paragraphStyle) paragraphStyle = others.paragraphStyle;
+    if (others.attachment != nullptr) attachment = others.attachment;
+}
+
+AttributedText::AttributedText(std::string_view text, const TextAttributes& attributes) {
+    append(text, attributes);
+}
+
+AttributedText::AttributedText(std::shared_ptr<const FileWrapper> attachment) {
+    TextAttributes attributes;
+    attributes.attachment = std::move(attachment);
+    append(kAttachmentCharacter, attributes);
+}
+
+// Looking ----------------------------------------------------------------------------------------------------
+
+Range AttributedText::clipped(Range range) const {
+    const auto location = std::min(range.location, _length);
+    return {location, std::min(range.length, _length - location)};
+}
+
+/// `index` is below the length.
+AttributedText::Runs::const_iterator AttributedText::runHolding(std::size_t index) const {
+    return std::prev(_runs.upper_bound(index));
+}
+
+AttributedText::Run AttributedText::runAt(Runs::const_iterator run) const {
+    const auto next = std::next(run);
+    const auto end = next == _runs.end() ? _length : next->first;
+    const auto endByte = next == _runs.end() ? _text.size() : next->second.byte;
+    const auto text = std::string_view(_text).substr(run->second.byte, endByte - run->second.byte);
+    return {{run->first, end - run->first}, text, run->second.attributes};
+}
+
+std::vector<AttributedText::Run> AttributedText::runs() const {
+    std::vector<Run> all;
+    all.reserve(_runs.size());
+    for (auto run = _runs.begin(); run != _runs.end(); ++run) all.push_back(runAt(run));
+    return all;
+}
+
+AttributedText::Run AttributedText::runAtIndex(std::size_t index) const {
+    if (index >= _length)
+        throw RangeException(formatText("%@ %s: Out of bounds", "AttributedText", "runAtIndex:"));
+    return runAt(runHolding(index));
+}
+
+std::optional<AttributedText::Run> AttributedText::nextAttribute(TextAttribute attribute,
+                                                                 std::size_t fromLocation) const {
+    if (fromLocation >= _length) return std::nullopt;
+    for (auto start = runHolding(fromLocation); start != _runs.end(); ++start) {
+        if (!start->second.attributes.has(attribute)) continue;
+        auto run = runAt(start);
+        if (const auto before = std::max(fromLocation, run.range.location) - run.range.location; before > 0) {
+            run.text = substring(run.text, {before, run.range.length});
+            run.range = {fromLocation, run.range.length - before};
+        }
+        return std::optional<Run>(run);
+    }
+    return std::nullopt;
+}
+
+AttributedText AttributedText::attributedSubstring(Range range) const {
+    AttributedText part;
+    range = clipped(range);
+    if (range.length == 0) return part;
+    for (auto start = runHolding(range.location); start != _runs.end() && start->first < range.end(); ++start) {
+        const auto run = runAt(start);
+        const auto first = std::max(range.location, run.range.location);
+        const auto last = std::min(range.end(), run.range.end());
+        part.append(substring(run.text, {first - run.range.location, last - first}), run.attributes);
+    }
+    return part;
+}
+
+// Changing ---------------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Pieces of text are put together, so a bad byte must not become half of a character.
+std::string withBadBytesAsLatin1(std::string_view text) {
+    std::string valid;
+    while (!text.empty()) {
+        const auto c = nextCodePoint(text);
+        appendUtf8(valid, isBadByte(c) ? c - kBadByte : c);
+    }
+    return valid;
+}
+
+}  // namespace
+
+void AttributedText::append(std::string_view text, const TextAttributes& attributes) {
+    if (text.empty()) return;
+    if (!isValidUtf8(text)) return append(withBadBytesAsLatin1(text), attributes);
+    if (_runs.empty() || std::prev(_runs.end())->second.attributes != attributes)
+        _runs.emplace_hint(_runs.end(), _length, RunStart{_text.size(), attributes});
+    _text += text;
+    _length += characterCount(text);
+}
+
+void AttributedText::append(const AttributedText& text) {
+    if (&text == this) return append(AttributedText(text));
+    for (const auto& run : text.runs()) append(run.text, run.attributes);
+}
+
+void AttributedText::replaceCharacters(Range range, const AttributedText& text) {
+    range = clipped(range);
+    auto result = attributedSubstring({0, range.location});
+    result.append(text);
+    result.append(attributedSubstring({range.end(), _length}));
+    *this = std::move(result);
+}
+
+/// The run that begins at the index, after making one there; the end at the end of the text.
+AttributedText::Runs::iterator AttributedText::splitAt(std::size_t index) {
+    const auto next = _runs.lower_bound(index);
+    if (index >= _length || (next != _runs.end() && next->first == index)) return next;
+    const auto split = std::prev(next);
+    const auto rest = std::string_view(_text).substr(split->second.byte);
+    const auto byte = split->second.byte + byteOffset(rest, index - split->first);
+    return _runs.emplace_hint(next, index, RunStart{byte, split->second.attributes});
+}
+
+void AttributedText::changeAttributes(Range range, const std::function<void(TextAttributes&)>& change) {
+    range = clipped(range);
+    if (range.length == 0) return;
+    auto run = splitAt(range.location);
+    const auto end = splitAt(range.end());
+    for (auto changed = run; changed != end; ++changed) change(changed->second.attributes);
+    if (run == _runs.begin()) ++run;
+    // The run behind the range may have become like the last one in it, so it is looked at too.
+    const auto last = end == _runs.end() ? end : std::next(end);
+    while (run != last)
+        run = run->second.attributes == std::prev(run)->second.attributes ? _runs.erase(run) : std::next(run);
+}
+
+void AttributedText::setAttributes(Range range, const TextAttributes& attributes) {
+    changeAttributes(range, [&](TextAttributes& present) { present = attributes; });
+}
+
+void AttributedText::addAttributes(Range range, const TextAttributes& attributes) {
+    changeAttributes(range, [&](TextAttributes& present) { present.add(attributes); });
+}
+
+void AttributedText::removeAttribute(Range range, TextAttribute attribute) {
+    changeAttributes(range, [&](TextAttributes& present) { present.remove(attribute); });
+}
+
+// Attachments ------------------------------------------------------------------------------------------------
+
+std::vector<std::shared_ptr<const FileWrapper>> AttributedText::attachments() const {
+    std::vector<std::shared_ptr<const FileWrapper>> all;
+    for (const auto& [start, run] : _runs)
+        if (run.attributes.attachment != nullptr) all.push_back(run.attributes.attachment);
+    return all;
+}
+
+bool AttributedText::containsAttachments() const {
+    return std::ranges::any_of(_runs,
+                               [](const auto& run) { return run.second.attributes.attachment != nullptr; });
+}
+
+void AttributedText::removeAllAttachments() {
+    AttributedText without;
+    for (const auto& run : runs()) {
+        if (run.attributes.attachment == nullptr) {
+            without.append(run.text, run.attributes);
+            continue;
+        }
+        // The attachment may have been laid over other text, which stays.
+        auto attributes = run.attributes;
+        attributes.attachment.reset();
+        for (const auto& piece : split(run.text, kAttachmentCharacter)) without.append(piece, attributes);
+    }
+    *this = std::move(without);
+}
+
+}  // namespace lorvale

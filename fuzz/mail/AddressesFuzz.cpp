@@ -1,0 +1,32 @@
+// Every entry of a list is part of it, and no entry that a comma in plain text would cut is left whole.  Taking
+// the pure address grows nothing, and of a plain one it is the address itself.
+#include <algorithm>
+
+#include "fuzz/mail/CodecFuzz.h"
+#include "mail/model/AddressUtils.h"
+
+using namespace lorvale;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    const auto text = fuzz::viewOf(bytes, size);
+    const auto list = addressList(text);
+    fuzz::require(list.has_value() == !text.empty());
+    if (list) {
+        auto rest = text;
+        for (const auto& each : *list) {
+            const auto place = rest.find(each);
+            fuzz::require(!each.empty() && place != std::string_view::npos);
+            rest.remove_prefix(place + each.size());
+            // A list of one entry is that entry, unless its quotes are open.
+            if (std::ranges::count(each, '"') % 2 == 0) fuzz::require(addressList(each) == std::vector{each});
+        }
+    }
+    const auto address = uncommentedAddress(text);
+    fuzz::require(address.size() <= text.size());
+    if (address.find_first_of("\\\"()<> \t\r\n") == std::string::npos)
+        fuzz::require(uncommentedAddress(address) == address && addressComment(address) == address);
+    // "To: " takes the place of a character or more.
+    fuzz::require(addressComment(text).size() <= text.size() + 4);
+    fuzz::require(looselyMatches(text, text) && looselyMatches(text, address) == looselyMatches(address, text));
+    return 0;
+}

@@ -1,0 +1,94 @@
+// What is decoded, edited and encoded decodes to the same: the same headers in the same order, each value as
+// one trip through the coding of header values leaves it.  The cached headers alone are those of the whole
+// block.
+#include <algorithm>
+
+#include "fuzz/mail/CodecFuzz.h"
+#include "lorvale/mime.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/values/text.h"
+#include "mail/model/HeaderDecoding.h"
+#include "mail/model/HeaderEncoding.h"
+
+using namespace lorvale;
+
+namespace {
+
+struct Block {
+    HeaderDictionary headers;
+    HeaderOrder order;
+    OriginalKeys originalKeys;
+};
+
+Block decodeBlock(std::string_view bytes) {
+    Block block;
+    decodeHeaderBlock(bytes, block.headers, block.order, block.originalKeys);
+    return block;
+}
+
+/// What decoding makes of the line that encoding writes for a value.
+std::string afterOneTrip(std::string_view value, bool trimsBehind) {
+    const auto line = encodeMimeHeaderValue(value);
+    std::string unfolded;
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (line[i] != '\n') {
+            unfolded += line[i];
+        } else if (i + 1 < line.size() && (line[i + 1] == ' ' || line[i + 1] == '\t')) {
+            ++i;
+        }
+    }
+    unfolded.erase(0, std::min(unfolded.find_first_not_of(" \t"), unfolded.size()));
+    if (trimsBehind) unfolded.erase(unfolded.find_last_not_of(" \t") + 1);
+    return decodeMimeHeaderValue(decodeCString(encodeCString(unfolded).view()));
+}
+
+void requireSameCachedHeaders(std::string_view bytes, const Block& whole) {
+    const auto cached = cachedHeadersInBlock(bytes);
+    std::size_t expected = 0;
+    for (const auto key : MessageHeaders::cachedKeys()) {
+        const auto found = whole.headers.find(key);
+        if (found == whole.headers.end() || found->second.empty()) continue;
+        ++expected;
+        fuzz::require(cached.textForKey(whole.originalKeys.find(key)->second) == found->second.front());
+    }
+    fuzz::require(cached.size() == expected);
+}
+
+/// A name that would be taken for an envelope line where it stands first.
+bool looksLikeEnvelope(const Block& block) {
+    return std::ranges::any_of(block.originalKeys, [](const auto& each) {
+        return each.first != kFromSpaceKey && each.second.starts_with("From ");
+    });
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
+    const auto text = fuzz::viewOf(bytes, size);
+    auto first = decodeBlock(text);
+    requireSameCachedHeaders(text, first);
+
+    first.headers["x-edited"] = {"yes"};
+    if (std::ranges::find(first.order, "x-edited") == first.order.end()) first.order.push_back("x-edited");
+    const auto written =
+        encodeHeaderBlock(first.headers, first.order, first.originalKeys, EnvelopeLine::leaveOut);
+    const auto second = decodeBlock(written.view());
+    if (looksLikeEnvelope(first)) return 0;
+
+    for (const auto& [key, values] : first.headers) {
+        const bool gathers = key == "to" || key == "cc" || key == "received", replaces = key == "from";
+        const auto places = std::ranges::count(first.order, key);
+        if (key == kFromSpaceKey || values.empty() || places != std::ssize(values)) continue;
+        std::vector<std::string> expected;
+        for (const auto& value : values) expected.push_back(afterOneTrip(value, gathers || replaces));
+        const auto found = second.headers.find(key);
+        fuzz::require(found != second.headers.end());
+        // A value of nothing but white space leaves no value behind where values are gathered.
+        if (gathers || replaces) {
+            if (std::ranges::any_of(expected, &std::string::empty)) continue;
+        }
+        fuzz::require(found->second == expected);
+    }
+    return 0;
+}

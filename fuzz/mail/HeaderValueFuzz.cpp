@@ -1,0 +1,48 @@
+// Reading any value gives text of bounded size.  Writing any value gives ASCII, and reading that gives the
+// value back but for its white space, as long as it holds none of the marks that an encoded word gives a
+// meaning to.
+#include <algorithm>
+
+#include "fuzz/mail/CodecFuzz.h"
+#include "lorvale/mime.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/values/text.h"
+#include "mail/encoding/MimeHeaderEncoding.h"
+
+using namespace lorvale;
+
+namespace {
+
+constexpr StringEncoding kPreferred[] = {StringEncoding::unknown, StringEncoding::utf8,
+                                         StringEncoding::isoLatin2, StringEncoding::iso2022JP,
+                                         StringEncoding::unicode};
+
+std::string without(std::string text, std::string_view characters) {
+    std::erase_if(text, [&](char c) { return characters.find(c) != std::string_view::npos; });
+    return text;
+}
+
+/// A byte of a UTF-8 text costs at most three in another encoding, and none gives more than three.
+void requireBounded(std::string_view text, std::size_t inputSize) {
+    fuzz::require(text.size() <= 9 * inputSize);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
+    const auto raw = fuzz::viewOf(bytes, size);
+    const auto text = decodeCString(raw);  // as a header comes from the mail: one character a byte
+    for (const auto preferred : kPreferred) {
+        requireBounded(decodeHeaderValue(text, preferred), text.size());
+        requireBounded(decodeHeaderValue(raw, preferred), raw.size());
+    }
+
+    fuzz::require(isAscii(encodeHeaderValue(raw, StringEncoding::unknown)));
+    if (!isValidUtf8(raw)) return 0;
+    const auto plain = without(std::string(raw), "=?_ \t\n\v\f\r\x1B");
+    const auto back =
+        decodeHeaderValue(encodeHeaderValue(plain, StringEncoding::unknown), StringEncoding::unknown);
+    fuzz::require(without(back, " \n") == plain);
+    return 0;
+}

@@ -1,0 +1,142 @@
+#pragma once
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "lorvale/export.h"
+#include "lorvale/values/file_wrapper.h"
+#include "lorvale/values/range.h"
+
+namespace lorvale {
+
+struct LORVALE_EXPORT Font {
+    std::string family;
+    double size = 12;  ///< points
+    bool bold = false, italic = false, fixedPitch = false;
+
+    /// The fonts for text and for fixed-pitch text that the host chose; any thread.
+    static Font user();
+    static Font userFixedPitch();
+    static void setUser(Font font);
+    static void setUserFixedPitch(Font font);
+
+    friend bool operator==(const Font&, const Font&) = default;
+};
+
+struct LORVALE_EXPORT Color {
+    double red = 0, green = 0, blue = 0, alpha = 1;  ///< 0 to 1
+
+    /// "red", "lightGray" and the other basic colours, in any case of letters.
+    static std::optional<Color> named(std::string_view name);
+    friend bool operator==(const Color&, const Color&) = default;
+};
+
+struct TabStop {
+    enum class Kind { left = 0, right = 1, center = 2, decimal = 3 };
+    double location = 0;  ///< points
+    Kind kind = Kind::left;
+    friend bool operator==(const TabStop&, const TabStop&) = default;
+};
+
+struct ParagraphStyle {
+    enum class Alignment { left = 0, right = 1, center = 2, justified = 3 };
+    Alignment alignment = Alignment::left;
+    double firstLineHeadIndent = 0, headIndent = 0, tailIndent = 0;  ///< points
+    std::vector<TabStop> tabStops;
+    friend bool operator==(const ParagraphStyle&, const ParagraphStyle&) = default;
+};
+
+enum class TextAttribute { font, foregroundColor, underline, paragraphStyle, attachment };
+
+/// What holds for a run of characters.  Attachments are the same when they are one object.
+struct LORVALE_EXPORT TextAttributes {
+    std::optional<Font> font;
+    std::optional<Color> foregroundColor;
+    std::optional<int> underline;  ///< 0 is none, 1 a single line
+    std::optional<ParagraphStyle> paragraphStyle;
+    std::shared_ptr<const FileWrapper> attachment;
+
+    bool has(TextAttribute attribute) const;
+    void remove(TextAttribute attribute);
+    /// Takes over those that are set in `others`.
+    void add(const TextAttributes& others);
+    bool empty() const { return *this == TextAttributes(); }
+    friend bool operator==(const TextAttributes&, const TextAttributes&) = default;
+};
+
+/// The character that stands in the text for an attachment, U+FFFC.
+inline constexpr std::string_view kAttachmentCharacter = "\xEF\xBF\xBC";
+
+/// Text in UTF-8 and runs of attributes.  The runs cover the whole text, and no two neighbours are alike.
+/// Ranges and lengths count characters; a range is cut off at the end of the text.  Bytes that are not UTF-8
+/// are taken as Latin 1, so that the text is always valid.  A value: copies share nothing but attachments.
+class LORVALE_EXPORT AttributedText {
+public:
+    /// Borrowed from the text until its next change.
+    struct Run {
+        Range range;
+        std::string_view text;
+        const TextAttributes& attributes;
+    };
+
+    AttributedText() = default;
+    explicit AttributedText(std::string_view text, const TextAttributes& attributes = {});
+    /// One attachment character.
+    explicit AttributedText(std::shared_ptr<const FileWrapper> attachment);
+
+    const std::string& string() const { return _text; }
+    std::size_t length() const { return _length; }
+    bool empty() const { return _text.empty(); }
+
+    std::vector<Run> runs() const;
+    /// The run that holds a character; throws RangeException at or past the end.
+    Run runAtIndex(std::size_t index) const;
+    const TextAttributes& attributesAtIndex(std::size_t index) const { return runAtIndex(index).attributes; }
+    /// The first run that has the attribute, at or after the location, cut off in front of it; nullopt without
+    /// one.
+    std::optional<Run> nextAttribute(TextAttribute attribute, std::size_t fromLocation) const;
+    AttributedText attributedSubstring(Range range) const;
+
+    void append(std::string_view text, const TextAttributes& attributes = {});
+    void append(const AttributedText& text);
+    void replaceCharacters(Range range, const AttributedText& text);
+    void deleteCharacters(Range range) { replaceCharacters(range, AttributedText()); }
+
+    void setAttributes(Range range, const TextAttributes& attributes);
+    void addAttributes(Range range, const TextAttributes& attributes);
+    void removeAttribute(Range range, TextAttribute attribute);
+    /// Calls `change` with the attributes of each run in the range, cut to it.
+    void changeAttributes(Range range, const std::function<void(TextAttributes&)>& change);
+
+    /// In the order of the text.
+    std::vector<std::shared_ptr<const FileWrapper>> attachments() const;
+    bool containsAttachments() const;
+    /// Takes out the attachments and their characters.
+    void removeAllAttachments();
+
+    friend bool operator==(const AttributedText&, const AttributedText&) = default;
+
+private:
+    struct RunStart {
+        std::size_t byte;
+        TextAttributes attributes;
+        friend bool operator==(const RunStart&, const RunStart&) = default;
+    };
+    using Runs = std::map<std::size_t, RunStart>;  // by first character
+
+    Runs::const_iterator runHolding(std::size_t index) const;
+    Run runAt(Runs::const_iterator run) const;
+    Runs::iterator splitAt(std::size_t index);
+    Range clipped(Range range) const;
+
+    std::string _text;
+    std::size_t _length = 0;
+    Runs _runs;  // one at 0 unless the text is empty
+};
+
+}  // namespace lorvale

@@ -1,0 +1,99 @@
+#include "mail/model/HeaderEncoding.h"
+
+#include <span>
+
+#include "lorvale/mime.h"
+#include "lorvale/values/encoding.h"
+#include "lorvale/values/text.h"
+
+namespace lorvale {
+
+namespace {
+
+/// Which values each occurrence of a header in the order writes.  Interleaved lines such as `Received:` and
+/// `To:` keep their places: each occurrence writes the next of several values.  Two oddities follow from how
+/// blocks are decoded, and stay, since mailboxes written by earlier versions were compared with what is written
+/// now:
+///   - a single value is written at every occurrence, so of two `From:` lines, of which decoding keeps the
+///   last,
+///     the last one comes out twice;
+///   - of several values set under one occurrence only the first is written.
+class OccurrenceValues {
+public:
+    explicit OccurrenceValues(const HeaderDictionary& headers) : _headers(headers) {}
+
+    std::span<const std::string> next(std::string_view key) {
+        const auto found = _headers.find(key);
+        if (found == _headers.end()) return {};
+        const auto& values = found->second;
+        auto& occurrence = _occurrences[key];
+        if (values.size() < 2) {
+            // Far above real mail; without a bound a small block of many empty lines and one long one would
+            // grow to the square of its size.
+            constexpr std::size_t kMostRepeats = 100;
+            return ++occurrence <= kMostRepeats ? std::span(values) : std::span<const std::string>();
+        }
+        if (occurrence == values.size()) return {};
+        return std::span(values).subspan(occurrence++, 1);
+    }
+
+private:
+    const HeaderDictionary& _headers;
+    std::map<std::string_view, std::size_t> _occurrences;
+};
+
+class HeaderBlockEncoder {
+public:
+    void addLine(std::string_view start, std::string_view value) {
+        append(start);
+        // A newline can hide in an encoded word.  Written as it is it would end the header, or the block, and
+        // turn what follows into headers or text of the sender's choice; as a fold it does no harm.
+        for (;;) {
+            const auto newline = value.find('\n');
+            append(value.substr(0, newline));
+            if (newline == std::string_view::npos) break;
+            value.remove_prefix(newline + 1);
+            const bool isFold = value.starts_with(' ') || value.starts_with('\t');
+            append(isFold ? "\n" : "\n ");
+        }
+        append("\n");
+    }
+
+    void append(std::string_view text) {
+        if (isAscii(text)) {
+            _block.append(text);
+        } else {
+            _block.append(encodeCString(text));
+        }
+    }
+
+    Data data() { return _block.data(); }
+
+private:
+    ByteBuffer _block;
+};
+
+}  // namespace
+
+Data encodeHeaderBlock(const HeaderDictionary& headers, const HeaderOrder& order,
+                       const OriginalKeys& originalKeys, EnvelopeLine envelope) {
+    HeaderBlockEncoder block;
+    if (envelope == EnvelopeLine::write) {
+        const auto found = headers.find(kFromSpaceKey);
+        if (found != headers.end() && !found->second.empty()) block.addLine("From ", found->second.front());
+    }
+    OccurrenceValues values(headers);
+    for (const auto& key : order) {
+        if (key == kFromSpaceKey) continue;
+        const auto original = originalKeys.find(key);
+        const std::string& name = original == originalKeys.end() ? key : original->second;
+        for (const auto& value : values.next(key)) {
+            block.append(name);
+            block.addLine(": ", encodeMimeHeaderValue(value));
+        }
+    }
+    block.append("\n");
+    return block.data();
+}
+
+}  // namespace lorvale

@@ -1,0 +1,152 @@
+#include "lorvale/message.h"
+
+#include <array>
+#include <mutex>
+
+#include "lorvale/platform/log.h"
+#include "lorvale/platform/user_agent.h"
+#include "lorvale/store.h"
+#include "lorvale/values/format.h"
+#include "mail/model/ClassNames.h"
+#include "mail/model/DataStoreHook.h"
+
+namespace lorvale {
+
+namespace {
+
+// The order counts: of two equally willing classes the one that registered first is taken.
+constexpr auto kClassNames = std::to_array<std::string_view>({
+    "TarnMbox", "BerkeleyMbox", "IMAPStore",  // stores
+    "PlainBody", "MimeBody", "TarnMailBody",  // bodies
+    "KTDataMessageStore",                     // the store of messageWithData()
+});
+
+}  // namespace
+
+void Message::initialize() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        for (const auto name : kClassNames) NamedClass::touchClassNamed(name);
+    });
+}
+
+std::shared_ptr<Message> Message::messageWithData(const Data& data) {
+    initialize();
+    const auto make = dataStoreMaker();
+    auto store = make != nullptr ? make(data) : nullptr;
+    if (!store) {
+        log("No store for messages in memory");
+        return nullptr;
+    }
+    // The deleter carries the store, so that only such messages pay for it.
+    std::shared_ptr<Message> message(new Message, [store](Message* gone) mutable {
+        delete gone;
+        store.reset();
+    });
+    message->setMessageStore(store);
+    return message;
+}
+
+std::shared_ptr<Message> Message::emptyMessageWithBodyClass(const MessageBodyClass& bodyClass) {
+    initialize();
+    auto message = std::make_shared<Message>();
+    auto headers = MessageHeaders::headersForMessage(message);
+    headers->setAllHeaders(HeaderDictionary(), HeaderOrder());
+    headers->setCachedHeaders(CachedHeaders());
+    message->setHeaders(std::move(headers));
+    auto body = bodyClass.make();
+    if (body) body->setMessage(message);
+    message->setMessageBody(std::move(body));
+    return message;
+}
+
+void Message::setUserAgent(UserAgent* agent) {
+    setCurrentUserAgent(agent);
+}
+
+UserAgent* Message::userAgent() {
+    return currentUserAgent();
+}
+
+std::string_view Message::frameworkVersion() {
+    return "106";
+}
+
+std::string Message::verboseVersion() {
+    return formatText("Orrin Lorvale v%s", frameworkVersion());
+}
+
+Message::Message() = default;
+Message::~Message() = default;
+
+void Message::setMessageStore(const std::shared_ptr<MessageStore>& store) {
+    _store = store;
+}
+
+std::shared_ptr<MessageHeaders> Message::headers() {
+    if (!_headers) _headers = MessageHeaders::headersForMessage(weak_from_this().lock());
+    return _headers;
+}
+
+void Message::setHeaders(std::shared_ptr<MessageHeaders> headers) {
+    _headers = std::move(headers);
+}
+
+std::shared_ptr<MessageFlags> Message::messageFlags() {
+    if (_flags) return _flags;
+    if (const auto store = messageStore()) _flags = store->flagsForMessage(*this);
+    if (!_flags) _flags = MessageFlags::flagsForMessage(*this);
+    return _flags;
+}
+
+void Message::setMessageFlags(std::shared_ptr<MessageFlags> flags) {
+    _flags = std::move(flags);
+}
+
+std::shared_ptr<MessageBody> Message::messageBody() {
+    if (!_body) _body = MessageBody::bodyForMessage(weak_from_this().lock());
+    return _body;
+}
+
+void Message::setMessageBody(std::shared_ptr<MessageBody> body) {
+    _body = std::move(body);
+}
+
+std::optional<Data> Message::messageData() {
+    const auto head = headers()->encodedHeaders();
+    if (!head) return std::nullopt;
+    const auto body = messageBody()->encodedBody();
+    if (!body) return head;
+    ByteBuffer bytes(head->size() + body->size());
+    bytes.append(*head);
+    bytes.append(*body);
+    return bytes.data();
+}
+
+std::uint32_t Message::messageSize() const {
+    return 0;
+}
+
+std::optional<std::string> Message::messageTypeImageName() const {
+    return std::nullopt;
+}
+
+void Message::flushCachedData() {
+    if (_headers) _headers->flushCachedData();
+    if (_body) _body->flushCachedData();
+}
+
+std::size_t Message::cachedDataSize() const {
+    return (_headers ? _headers->cachedDataSize() : 0) + (_body ? _body->cachedDataSize() : 0);
+}
+
+std::string Message::description() {
+    auto text = _headers ? formatText("To: %@\nFrom: %@\nSubject: %@\n", _headers->firstTextForKey("to"),
+                                      _headers->firstTextForKey("from"), _headers->firstTextForKey("subject"))
+                         : std::string("<headers not yet loaded> ");
+    text +=
+        _body ? formatText("Body is of class %@\n", _body->className()) : std::string("<body not yet loaded> ");
+    return text;
+}
+
+}  // namespace lorvale

@@ -1,0 +1,331 @@
+#include <algorithm>
+#include <array>
+#include <cstdint>
+
+#include "lorvale/values/text.h"
+#include "mail/model/DateUtils.h"
+
+namespace lorvale {
+
+namespace {
+
+constexpr bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Bytes beyond ASCII belong to words, so that a month in another language is one unknown word.
+constexpr bool isWordByte(char c) {
+    const char lower = asciiLower(c);
+    return (lower >= 'a' && lower <= 'z') || (static_cast<unsigned char>(c) >= 0x80);
+}
+
+constexpr bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+/// The value of a few digits; callers look at their count first.
+int number(std::string_view digits) {
+    int value = 0;
+    for (const char c : digits.substr(0, 9)) value = value * 10 + (c - '0');
+    return value;
+}
+
+/// A window on the text that is left.
+class Cursor {
+public:
+    explicit Cursor(std::string_view text) : _rest(text) {}
+    bool atEnd() const { return _rest.empty(); }
+    char peek(std::size_t ahead = 0) const { return ahead < _rest.size() ? _rest[ahead] : '\0'; }
+    std::string_view rest() const { return _rest; }
+    void advance(std::size_t n = 1) { _rest.remove_prefix(std::min(n, _rest.size())); }
+    bool skip(char c) {
+        if (!_rest.starts_with(c)) return false;
+        _rest.remove_prefix(1);
+        return true;
+    }
+    template <class In>
+    std::string_view takeWhile(In in) {
+        const auto end = std::ranges::find_if_not(_rest, in);
+        const auto taken = _rest.substr(0, static_cast<std::size_t>(end - _rest.begin()));
+        _rest.remove_prefix(taken.size());
+        return taken;
+    }
+    std::string_view digits() { return takeWhile(isDigit); }
+
+private:
+    std::string_view _rest;
+};
+
+constexpr std::array<std::string_view, 12> kMonths = {"january",   "february", "march",    "april",
+                                                      "may",       "june",     "july",     "august",
+                                                      "september", "october",  "november", "december"};
+constexpr std::array<std::string_view, 7> kWeekdays = {"sunday",   "monday", "tuesday", "wednesday",
+                                                       "thursday", "friday", "saturday"};
+
+/// 1 for the first of the names of which the word is a beginning of at least three letters; 0 without one.
+template <std::size_t n>
+int indexOfName(const std::array<std::string_view, n>& names, std::string_view word) {
+    if (word.size() < 3) return 0;
+    for (std::size_t i = 0; i < n; ++i) {
+        if (word.size() <= names[i].size() && equalIgnoringAsciiCase(names[i].substr(0, word.size()), word)) {
+            return static_cast<int>(i) + 1;
+        }
+    }
+    return 0;
+}
+
+/// Reads a date word by word and takes each for what it can mean, the first meaning that is still missing.
+class DateReader {
+public:
+    explicit DateReader(std::string_view text) : _cursor(text) {}
+
+    std::optional<Date> read() {
+        while (!_cursor.atEnd()) {
+            const char c = _cursor.peek();
+            if (isDigit(c)) {
+                if (!readNumber()) return std::nullopt;
+            } else if (isWordByte(c)) {
+                if (!readWord()) return std::nullopt;
+            } else if (c == '(') {
+                readComment();
+            } else if (c == '+' || c == '-') {
+                readSignedNumber();
+            } else {
+                _cursor.advance();
+            }
+        }
+        return assembled();
+    }
+
+private:
+    // Numbers.  Each of these answers false where the text names a time that cannot be.
+
+    bool readNumber() {
+        const auto digits = _cursor.digits();
+        const char next = _cursor.peek();
+        if (digits.size() <= 2 && next == ':' && !_hour) return readTime(number(digits));
+        const bool separated = (next == '-' || next == '/' || next == '.');
+        if (separated && digits.size() <= 4 && (isDigit(_cursor.peek(1)) || isWordByte(_cursor.peek(1)))) {
+            return readSeparated(digits, next);
+        }
+        readPlainNumber(digits);
+        return true;
+    }
+
+    /// Behind the hour.  Blanks may stand around the colons.
+    bool readTime(int hour) {
+        const auto field = [this]() -> std::optional<int> {
+            auto ahead = _cursor;
+            if (!ahead.skip(':')) return std::nullopt;
+            ahead.takeWhile(isBlank);
+            const auto digits = ahead.digits();
+            if (digits.empty() || digits.size() > 2) return std::nullopt;
+            _cursor = ahead;
+            return number(digits);
+        };
+        const auto minute = field();
+        if (!minute) return true;
+        const auto second = field();
+        if (second && _cursor.peek() == '.' && isDigit(_cursor.peek(1))) {
+            _cursor.advance();
+            _cursor.digits();  // a fraction
+        }
+        return setTime(hour, *minute, second.value_or(0));
+    }
+
+    bool setTime(int hour, int minute, int second) {
+        if (hour > 24 || minute > 59 || second > 60) return false;
+        _hour = hour;
+        _minute = minute;
+        _second = second;
+        return true;
+    }
+
+    /// "2002-08-22", "22-Aug-2002", "8/22/2002", "22.8.2002", "12.46.23"; `first` is taken already.
+    bool readSeparated(std::string_view first, char separator) {
+        auto ahead = _cursor;
+        ahead.advance();
+        const auto second = isDigit(ahead.peek()) ? ahead.digits() : ahead.takeWhile(isWordByte);
+        const bool hasThird = ahead.peek() == separator && isDigit(ahead.peek(1));
+        if (hasThird) ahead.advance();
+        const auto third = hasThird ? ahead.digits() : std::string_view();
+        if (separator == '.' && _day && _month && !_hour && isDigit(second.front()) && second.size() <= 2) {
+            _cursor = ahead;
+            return setTime(number(first), number(second), third.size() <= 2 ? number(third) : 0);
+        }
+        if (!hasThird || _day || _month || _year || third.size() > 4) {
+            readPlainNumber(first);  // "-" and what follows are read on their own
+            return true;
+        }
+        _cursor = ahead;
+        if (!isDigit(second.front())) {
+            _month = indexOfName(kMonths, second);
+            return first.size() <= 2 ? setDayAndYear(first, third) : setDayAndYear(third, first);
+        }
+        if (second.size() > 2) return false;
+        if (first.size() > 2) {
+            _month = number(second);
+            return setDayAndYear(third, first);
+        }
+        // With slashes as Americans write it, unless only the other order can be meant.
+        const bool monthFirst = separator == '/' && number(first) <= 12;
+        _month = number(monthFirst ? first : second);
+        return setDayAndYear(monthFirst ? second : first, third);
+    }
+
+    bool setDayAndYear(std::string_view day, std::string_view year) {
+        _day = number(day);
+        setYear(year);
+        return day.size() <= 2;
+    }
+
+    void readPlainNumber(std::string_view digits) {
+        const int value = number(digits);
+        if (digits.size() <= 2 && !_day && value >= 1 && value <= 31) {
+            _day = value;
+        } else if (digits.size() >= 2 && digits.size() <= 5 && !_year) {
+            setYear(digits);
+        } else if (digits.size() == 4 && _hour && !_zone) {
+            setNumericZone(digits, 1);  // a zone that lost its sign
+        } else if (digits.size() == 8 && !_day && !_month && !_year) {
+            setYear(digits.substr(0, 4));
+            _month = number(digits.substr(4, 2));
+            _day = number(digits.substr(6));
+        } else if (digits.size() == 6 && _day && !_hour) {
+            setTime(number(digits.substr(0, 2)), number(digits.substr(2, 2)), number(digits.substr(4)));
+        }
+    }
+
+    void setYear(std::string_view digits) {
+        int year = number(digits);
+        if (digits.size() == 2) year += year < 69 ? 2000 : 1900;  // as %y reads it
+        if (digits.size() == 3) year += 1900;                     // years since 1900, after 1999
+        if (digits.size() == 5) {                                 // "19102", the same behind a fixed "19"
+            if (year < 19100 || year > 19199) return;
+            year -= 17100;
+        }
+        _year = year;
+    }
+
+    void readSignedNumber() {
+        const int sign = _cursor.peek() == '-' ? -1 : 1;
+        _cursor.advance();
+        auto ahead = _cursor;
+        ahead.takeWhile(isBlank);
+        // A lone dash is punctuation, unless what follows can only be a zone.
+        const auto digits = ahead.digits();
+        const bool apart = digits.data() != _cursor.rest().data();
+        if (digits.empty() || (apart && digits.size() != 4) || !_hour || _zone) return;
+        if (digits.size() > 4 || (digits.size() <= 2 && ahead.peek() == ':' && !isDigit(ahead.peek(1)))) return;
+        _cursor = ahead;
+        if (digits.size() <= 2 && _cursor.skip(':')) {
+            setZone(number(digits), number(_cursor.digits()), sign);
+        } else {
+            setNumericZone(digits, sign);
+        }
+    }
+
+    /// "hhmm", "hmm", "hh" or "h".
+    void setNumericZone(std::string_view digits, int sign) {
+        const int value = number(digits);
+        if (digits.size() <= 2) {
+            setZone(value, 0, sign);
+        } else {
+            setZone(value / 100, value % 100, sign);
+        }
+    }
+
+    void setZone(int hours, int minutes, int sign) {
+        // An impossible zone is as good as none that is known.
+        _zone = hours < 24 && minutes < 60 ? sign * (hours * 3600 + minutes * 60) : 0;
+    }
+
+    // Words and comments.
+
+    bool readWord() {
+        const auto word = _cursor.takeWhile(isWordByte);
+        if (const int month = indexOfName(kMonths, word)) {
+            if (!_month) _month = month;
+            return true;
+        }
+        if (indexOfName(kWeekdays, word) != 0 || isOrdinalEnding(word)) return true;
+        if (!_hour) return equalIgnoringAsciiCase(word, "t") || countUnknown();
+        if (equalIgnoringAsciiCase(word, "am") || equalIgnoringAsciiCase(word, "pm")) {
+            _afternoon = asciiLower(word.front()) == 'p';
+            return true;
+        }
+        if (equalIgnoringAsciiCase(word, "dst")) {
+            _summerTime = true;
+            return true;
+        }
+        if (const auto offset = zoneOffsetNamed(word)) {
+            if (!_namedZone) _namedZone = offset;
+            return true;
+        }
+        _unknownZone = true;
+        return countUnknown();
+    }
+
+    static bool isOrdinalEnding(std::string_view word) {
+        constexpr std::array<std::string_view, 4> kEndings = {"st", "nd", "rd", "th"};
+        return std::ranges::any_of(kEndings, [word](auto each) { return equalIgnoringAsciiCase(word, each); });
+    }
+
+    /// False when there are too many strange words for this to be a date.
+    bool countUnknown() { return ++_unknownWords <= 4; }
+
+    /// Comments nest.  One behind the time may hold the only zone there is.
+    void readComment() {
+        _cursor.advance();
+        const auto inside = _cursor.rest();
+        for (std::size_t depth = 1; depth > 0 && !_cursor.atEnd();) {
+            const char c = _cursor.peek();
+            _cursor.advance(c == '\\' ? 2 : 1);
+            if (c == '(') ++depth;
+            if (c == ')') --depth;
+        }
+        if (!_hour || _commentZone) return;
+        const auto content = trimmed(inside.substr(0, inside.size() - _cursor.rest().size()), " \t)");
+        _commentZone = zoneOffsetNamed(content);
+        if (!_commentZone) _commentZone = zoneOffsetFromDigits(content);
+    }
+
+    // The result.
+
+    std::optional<Date> assembled() const {
+        if (!_day || !_month || !_year) return std::nullopt;
+        CivilTime time{*_year, *_month, *_day, _hour.value_or(0), _minute, _second};
+        if (_afternoon && time.hour >= 1 && time.hour <= 12)
+            time.hour = time.hour % 12 + (*_afternoon ? 12 : 0);
+        const bool nextDay = time.hour == 24;  // midnight at the end of the day
+        if (nextDay) time.hour = 0;
+        const auto zone = zoneOffset();
+        const auto date = zone ? dateFromCivil(time, *zone) : dateFromLocalCivil(time);
+        if (!date || !nextDay) return date;
+        return Date(date->secondsSince1970() + 24 * 60 * 60, date->zoneOffset());
+    }
+
+    /// Digits are the truth, where names stand for several zones.
+    std::optional<std::int32_t> zoneOffset() const {
+        if (_zone) return _zone;
+        if (_namedZone) return *_namedZone + (_summerTime ? 3600 : 0);
+        if (_commentZone) return _commentZone;
+        return _unknownZone ? std::optional<std::int32_t>(0) : std::nullopt;
+    }
+
+    Cursor _cursor;
+    std::optional<int> _year, _month, _day, _hour;
+    int _minute = 0, _second = 0;
+    std::optional<bool> _afternoon;
+    std::optional<std::int32_t> _zone, _namedZone, _commentZone;  // seconds east of UTC
+    bool _summerTime = false, _unknownZone = false;
+    int _unknownWords = 0;
+};
+
+}  // namespace
+
+std::optional<Date> dateInTolerantForm(std::string_view text) {
+    return DateReader(text).read();
+}
+
+}  // namespace lorvale

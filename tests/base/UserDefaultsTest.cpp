@@ -1,0 +1,224 @@
+#include "lorvale/platform/user_defaults.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "base/files/PropertyListFile.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/platform/paths.h"
+#include "lorvale/values/property_list.h"
+#include "tests/support/FailingFileSystem.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Optional;
+
+class UserDefaultsTest : public ::testing::Test {
+protected:
+    UserDefaults make() { return UserDefaults("app", folder()); }
+    std::string folder() const { return (_folder / "config").string(); }
+    std::string file(std::string_view domain) const {
+        return folder().append("/").append(domain).append(".plist");
+    }
+    /// A domain's file as another program may have left it.
+    void writeDomain(std::string_view domain, std::string_view body) {
+        std::filesystem::create_directories(folder());
+        testing::writeFile(file(domain),
+                           "<?xml version=\"1.0\"?><plist version=\"1.0\">" + std::string(body) + "</plist>");
+    }
+    static PropertyList parsed(std::string_view body) {
+        return *PropertyList::parse(
+            Data::copyOf("<?xml version=\"1.0\"?><plist version=\"1.0\">" + std::string(body) + "</plist>"));
+    }
+
+    const testing::TemporaryFolder _folder;
+};
+
+TEST_F(UserDefaultsTest, FirstDomainOfTheListWins) {
+    writeDomain("app", "<dict><key>a</key><string>app</string><key>b</key><string>app</string></dict>");
+    writeDomain("Suite", "<dict><key>b</key><string>suite</string><key>c</key><string>suite</string></dict>");
+    auto defaults = make();
+    defaults.addSuiteNamed("Suite");
+    defaults.addSuiteNamed("Suite");
+    defaults.registerDefaults(
+        parsed("<dict><key>c</key><string>old</string><key>d</key><string>x</string></dict>"));
+    defaults.registerDefaults(parsed("<dict><key>d</key><string>registered</string></dict>"));
+    defaults.setArgument("a", "argument");
+    EXPECT_THAT(defaults.searchList(), ElementsAre("app", "Suite"));
+    EXPECT_THAT(defaults.stringForKey("a"), Optional(std::string("argument")));
+    EXPECT_THAT(defaults.stringForKey("b"), Optional(std::string("app")));
+    EXPECT_THAT(defaults.stringForKey("c"), Optional(std::string("suite")));
+    EXPECT_THAT(defaults.stringForKey("d"), Optional(std::string("registered")));
+    EXPECT_EQ(defaults.stringForKey("e"), std::nullopt);
+
+    defaults.removeObjectForKey("b");
+    EXPECT_THAT(defaults.stringForKey("b"), Optional(std::string("suite")))
+        << "removed from the first domain only";
+    defaults.removeSuiteNamed("Suite");
+    defaults.removeSuiteNamed("app");
+    EXPECT_THAT(defaults.searchList(), ElementsAre("app"));
+    EXPECT_THAT(defaults.stringForKey("c"), Optional(std::string("old")));
+    defaults.setString("set", "a");
+    EXPECT_THAT(defaults.stringForKey("a"), Optional(std::string("argument"))) << "for this run";
+    defaults.removeArguments();
+    EXPECT_THAT(defaults.stringForKey("a"), Optional(std::string("set")));
+}
+
+TEST_F(UserDefaultsTest, ValuesAreReadAsWhatIsWanted) {
+    auto defaults = make();
+    const struct {
+        const char* value;
+        bool boolean;
+        std::int64_t integer;
+    } rows[] = {
+        {"YES", true, 1}, {"true", true, 1},   {"1", true, 1},  {"-3", true, -3},
+        {"no", false, 0}, {"FALSE", false, 0}, {"0", false, 0}, {"", false, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value);
+        defaults.setArgument("k", row.value);
+        EXPECT_EQ(defaults.boolForKey("k"), row.boolean);
+        EXPECT_EQ(defaults.integerForKey("k"), row.integer);
+    }
+    defaults.removeArguments();
+    defaults.setInteger(-12, "i");
+    defaults.setBool(true, "b");
+    defaults.setObject(parsed("<real>2.5</real>"), "r");
+    defaults.setObject(parsed("<array><string>x</string><integer>3</integer><dict/></array>"), "a");
+    defaults.setObject(parsed("<dict><key>k</key><true/></dict>"), "d");
+    EXPECT_THAT(defaults.stringForKey("i"), Optional(std::string("-12")));
+    EXPECT_THAT(defaults.stringForKey("b"), Optional(std::string("YES")));
+    EXPECT_EQ(defaults.integerForKey("b"), 1);
+    EXPECT_THAT(defaults.stringForKey("r"), Optional(std::string("2.5")));
+    EXPECT_EQ(defaults.integerForKey("r"), 2);
+    EXPECT_EQ(defaults.realForKey("r"), 2.5);
+    EXPECT_TRUE(defaults.boolForKey("r"));
+    EXPECT_THAT(defaults.stringArrayForKey("a"), Optional(ElementsAre("x", "3")));
+    EXPECT_EQ(defaults.stringArrayForKey("d"), std::nullopt);
+    EXPECT_TRUE(defaults.dictionaryForKey("d"));
+    EXPECT_FALSE(defaults.dictionaryForKey("a"));
+    EXPECT_EQ(defaults.stringForKey("a"), std::nullopt);
+    EXPECT_EQ(defaults.integerForKey("none"), 0);
+}
+
+TEST_F(UserDefaultsTest, TwoProcessesKeepEachOthersChanges) {
+    auto one = make(), other = make();
+    EXPECT_EQ(other.stringForKey("of one"), std::nullopt) << "read when it is first needed";
+    one.setString("1", "of one");
+    other.setString("2", "of other");
+    one.setString("one", "of both");
+    other.setString("other", "of both");
+    EXPECT_TRUE(one.synchronize());
+    EXPECT_EQ(other.stringForKey("of one"), std::nullopt) << "not before it synchronizes";
+    EXPECT_TRUE(other.synchronize());
+    EXPECT_TRUE(one.synchronize());
+    for (const auto* defaults : {&one, &other}) {
+        EXPECT_THAT(defaults->stringForKey("of one"), Optional(std::string("1")));
+        EXPECT_THAT(defaults->stringForKey("of other"), Optional(std::string("2")));
+        EXPECT_THAT(defaults->stringForKey("of both"), Optional(std::string("other"))) << "the later writer's";
+    }
+    one.removeObjectForKey("of other");
+    EXPECT_TRUE(one.synchronize());
+    EXPECT_TRUE(other.synchronize());
+    EXPECT_EQ(other.stringForKey("of other"), std::nullopt);
+    EXPECT_EQ(FileSystem::current().attributes(file("app"))->permissions, mode_t{0600});
+    EXPECT_EQ(FileSystem::current().attributes(folder())->permissions, mode_t{0700});
+}
+
+TEST_F(UserDefaultsTest, SynchronizeWithoutChangesWritesNothing) {
+    auto defaults = make();
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_FALSE(std::filesystem::exists(folder()));
+}
+
+TEST_F(UserDefaultsTest, DamagedFileCountsAsEmptyAndIsKept) {
+    std::vector<std::string> lines;
+    const auto sink = setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+    std::filesystem::create_directories(folder());
+    for (const std::string_view damaged :
+         {"no property list", "<?xml version=\"1.0\"?><plist><array/></plist>"}) {
+        testing::writeFile(file("app"), damaged);
+        auto defaults = make();
+        EXPECT_EQ(defaults.stringForKey("a"), std::nullopt);
+        defaults.setString("1", "a");
+        EXPECT_TRUE(defaults.synchronize());
+        EXPECT_EQ(testing::readFile(file("app") + ".damaged"), damaged);
+        EXPECT_THAT(make().stringForKey("a"), Optional(std::string("1")));
+    }
+    setLogSink(sink);
+    EXPECT_FALSE(lines.empty());
+}
+
+TEST_F(UserDefaultsTest, FailedWriteKeepsTheChangesForTheNextTime) {
+    auto defaults = make();
+    defaults.setString("old", "a");
+    ASSERT_TRUE(defaults.synchronize());
+    defaults.setString("new", "a");
+    const auto sink = setLogSink([](std::string_view) {});
+    {
+        testing::FailingFileSystem disk;
+        disk.failFromChange(0, ENOSPC);
+        EXPECT_FALSE(defaults.synchronize());
+    }
+    setLogSink(sink);
+    EXPECT_THAT(make().stringForKey("a"), Optional(std::string("old")));
+    EXPECT_THAT(defaults.stringForKey("a"), Optional(std::string("new")));
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_THAT(make().stringForKey("a"), Optional(std::string("new")));
+}
+
+TEST_F(UserDefaultsTest, CrashWhileWritingLeavesTheOldSettingsOrTheNewOnes) {
+    for (int allowed = 0, done = 0; !done; ++allowed) {
+        std::filesystem::remove_all(folder());
+        auto defaults = make();
+        defaults.setString("old", "a");
+        ASSERT_TRUE(defaults.synchronize());
+        defaults.setString("new", "a");
+        testing::FailingFileSystem disk(static_cast<std::uint64_t>(allowed));
+        disk.dieAtChange(allowed);
+        done = disk.survives([&] { defaults.synchronize(); });
+        disk.losePower();
+        EXPECT_THAT(make().stringForKey("a"), Optional(::testing::AnyOf("old", "new"))) << allowed;
+    }
+}
+
+TEST_F(UserDefaultsTest, StandardOneFollowsTheConfigurationDirectory) {
+    UserDefaults defaults("app");
+    setConfigurationDirectory(folder());
+    writeDomain("app", "<dict><key>a</key><string>there</string></dict>");
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_THAT(defaults.stringForKey("a"), Optional(std::string("there")));
+    setConfigurationDirectory("");
+    EXPECT_EQ(UserDefaults::standard().searchList().front(), "base_tests");
+}
+
+TEST(UserDefaultsThreads, ReadersWritersAndSynchronizeShareOne) {
+    const testing::TemporaryFolder folder;
+    UserDefaults defaults("app", folder.path().string());
+    {
+        std::vector<std::jthread> threads;
+        for (int t = 0; t < 3; ++t)
+            threads.emplace_back([&, t] {
+                for (int i = 1; i <= 40; ++i) {
+                    defaults.setInteger(i, "count" + std::to_string(t));
+                    if (i % 10 == 0) {
+                        EXPECT_TRUE(defaults.synchronize());
+                    }
+                    EXPECT_EQ(defaults.integerForKey("count" + std::to_string(t)), i)
+                        << "what was set is seen, also while another thread writes the file";
+                }
+            });
+    }
+    EXPECT_TRUE(defaults.synchronize());
+    const UserDefaults again("app", folder.path().string());
+    for (int t = 0; t < 3; ++t) EXPECT_EQ(again.integerForKey("count" + std::to_string(t)), 40);
+}
+
+}  // namespace
+}  // namespace lorvale

@@ -1,0 +1,207 @@
+#include <gmock/gmock.h>
+
+#include "lorvale/mime.h"
+#include "lorvale/values/text.h"
+#include "mail/encoding/Charsets.h"
+#include "mail/encoding/MimeHeaderEncoding.h"
+#include "mail/encoding/PreferredEncoding.h"
+#include "tests/support/LogLines.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+using namespace lorvale::testing;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+std::string decoded(std::string_view text, StringEncoding preferred = StringEncoding::unknown) {
+    return decodeHeaderValue(ExactCopy(text), preferred);
+}
+
+TEST(HeaderDecoding, ReadsEncodedWords) {
+    const struct {
+        const char* why;
+        std::string_view in, out;
+    } rows[] = {
+        {"plain text keeps its inner white space", "Re:  a \t b ", "Re:  a \t b "},
+        {"but not what it begins with", " \n a", "a"},
+        {"nothing but white space", " \t\n ", ""},
+        {"both encodings, in either case", "=?utf-8?Q?caf=C3=A9?= =?UTF-8?b?4pyT?=", "café✓"},
+        {"text around a word", "Re: =?iso-8859-1?q?caf=E9?= chaud", "Re: caféchaud"},
+        {"blanks between words go, underscores stay", "=?utf-8?q?a_?=\n =?utf-8?q?_b__c?=", "a  b  c"},
+        {"one piece is one run of bytes", "=?utf-8?Q?=E2=9C_=93?=", "â\u009C \u0093"},
+        {"a base64 word broken by a blank", "=?utf-8?B?Y2Fm w6k=?=", "café"},
+        {"no end mark", "Caf=?iso-8859-1?q?=E9aulait", "Caféaulait"},
+        {"a question mark inside", "=?utf-8?q?who?what?=", "who?what"},
+        {"a blank in the end mark", "=?utf-8?q?a? =b", "ab"},
+        {"Japanese", "=?iso-2022-jp?B?GyRCRnxLXBsoQg==?=", "日本"},
+        {"Latin 2 and code pages", "=?iso-8859-2?q?=B1?= =?windows-1250?q?=9C?= =?WINDOWS-1252?q?=80?=", "ąś€"},
+        {"ASCII that is not", "=?us-ascii?q?caf=E9?=", "café"},
+        {"broken openers are dropped", "a =?b", "a "},
+        {"also with an empty charset", "=??q?a?=", "?q?a?="},
+        {"eight-bit text inside a word is what its bytes say", "=?utf-8?q?caf\u00C3\u00A9?=", "café"},
+        {"characters that no byte gives stay", "=?utf-8?q?✓?= ✓", "✓✓"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(decoded(row.in), row.out);
+    }
+}
+
+TEST(HeaderDecoding, LogsWhatItDoesNotKnow) {
+    LogLines lines;
+    EXPECT_EQ(decoded("=?x-utf-8?q?=E9?="), "é");
+    EXPECT_THAT(lines.take(),
+                ElementsAre("Don't know how to decode charset \"x-utf-8\"--treating as iso-8859-1"));
+    EXPECT_EQ(decoded("a =?utf-8??b"), "a ?b");
+    EXPECT_THAT(lines.take(), ElementsAre("Missing encoding char (Q or B) in MIME header: \"a =?utf-8??b\""));
+    EXPECT_EQ(decoded("=?utf-8?x?=41_b?="), "=41 b");
+    EXPECT_THAT(lines.take(), ElementsAre("Never heard of a \"x\" type encoding--treating as unencoded"));
+}
+
+TEST(HeaderDecoding, ReadsBytesWithoutACharsetInThePreferredEncoding) {
+    LogLines lines;
+    EXPECT_EQ(decoded("caf\u00C3\u00A9 =?foo?q?=C3=A9?=", StringEncoding::utf8), "café é");
+    EXPECT_EQ(decoded("\u00B1", StringEncoding::isoLatin2), "ą");
+    EXPECT_EQ(decoded("a \x1B$BF|K\\\x1B(B", StringEncoding::iso2022JP), "a 日本");
+    EXPECT_EQ(decoded("\u00E9 ✓", StringEncoding::utf8), "\u00E9 ✓") << "what does not fit stays";
+    EXPECT_THAT(lines.take(), IsEmpty());
+}
+
+TEST(HeaderEncoding, LeavesPlainTextAlone) {
+    for (const auto* text : {"", "plain  text", "a=?b", "x?=", "  (=) "})
+        EXPECT_EQ(encodeMimeHeaderValue(text), text);
+}
+
+TEST(HeaderEncoding, WritesOneOpenerAndNoEndMark) {
+    const std::pair<std::string_view, std::string_view> rows[] = {
+        {"Café au lait", "Caf=?iso-8859-1?q?=E9aulait"},
+        {"(été) _a b", "(=?iso-8859-1?q?=E9t=E9)_ab"},
+        {"10 €", "10=?windows-1252?q?=80"},
+        {"Łódź\t(x  y)", "=?iso-8859-2?q?=A3=F3d=BC(xy)"},
+        {"✓ one", "=?utf-8?q?=E2=9C=93one"},
+        // What could be taken for a word is kept from it.
+        {"=?x", "=?us-ascii?q?=3D?x"},
+        {"a =?b c", "a=?us-ascii?q?=3D?bc"},
+        {"é =?b", "=?iso-8859-1?q?=E9=3D?b"},
+        // A byte that is not UTF-8 stands for itself.
+        {"caf\xE9", "caf=?iso-8859-1?q?=E9"},
+    };
+    for (const auto& [text, encoded] : rows) EXPECT_EQ(encodeMimeHeaderValue(text), encoded);
+    EXPECT_EQ(encodeHeaderValue("é", StringEncoding::utf8), "=?utf-8?q?=C3=A9")
+        << "the preferred encoding first";
+}
+
+TEST(HeaderEncoding, FoldsJapaneseText) {
+    const std::string word = "=?ISO-2022-JP?B?GyRCRnxLXBsoQg==?=";
+    EXPECT_EQ(encodeMimeHeaderValue("日本"), word);
+    EXPECT_EQ(encodeMimeHeaderValue("Re:  日本 go 日本 "), "Re:  " + word + "go " + word);
+    // 68 columns are left beside the name of the header.
+    const std::string x66(66, 'x'), x77(77, 'x');
+    EXPECT_EQ(encodeMimeHeaderValue(x66 + x66 + x77 + "日"), x66 + "xx\n " + x66 + std::string(11, 'x') +
+                                                                 "\n " + std::string(64, 'x') +
+                                                                 "\n \n =?ISO-2022-JP?B?GyRCRnwbKEI=?=")
+        << "a word that does not fit folds twice";
+    const std::string after = encodeMimeHeaderValue("日" + x66);
+    EXPECT_EQ(after, "=?ISO-2022-JP?B?GyRCRnwbKEI=?=" + x66.substr(0, 46) + "\n " + x66.substr(0, 20));
+}
+
+TEST(HeaderEncoding, LongJapaneseTextComesBackWhole) {
+    std::string pure, mixed;
+    for (int i = 0; i < 5000; ++i) {
+        pure += i % 3 == 0 ? "日" : i % 3 == 1 ? "本" : "語";
+        mixed += i % 61 == 60 ? "abc" : i % 2 == 0 ? "語" : "¥";
+    }
+    for (const auto& text : {pure, mixed}) EXPECT_EQ(decoded(encodeMimeHeaderValue(text)), text);
+    for (const auto line : split(encodeMimeHeaderValue(pure), '\n')) ASSERT_LE(line.size(), 78u) << line;
+}
+
+TEST(HeaderEncoding, QuotesParametersThatNeedIt) {
+    EXPECT_EQ(quotedMimeString("two words.txt"), "two words.txt");
+    EXPECT_EQ(quotedMimeString(R"(a"b\c)"), R"("a\"b\\c")");
+    for (const char c : std::string_view("()<>@,;:/[]?=")) {
+        const std::string special(1, c);
+        EXPECT_EQ(quotedMimeString(special), '"' + special + '"');
+    }
+}
+
+TEST(Charsets, KeysAreEqualWithoutCaseAndX) {
+    EXPECT_TRUE(isKeyEqual("x-UUencode", "X-uuencode"));
+    EXPECT_TRUE(isKeyEqual("uuencode", "x-uuencode"));
+    EXPECT_FALSE(isKeyEqual("x-x-a", "a"));
+    EXPECT_FALSE(isKeyEqual("xa", "a"));
+}
+
+TEST(Charsets, AreReadAndWrittenByOneTable) {
+    LogLines lines;
+    using enum StringEncoding;
+    const std::pair<std::string_view, StringEncoding> both[] = {
+        {"us-ascii", ascii},
+        {"iso-8859-1", isoLatin1},
+        {"iso-8859-2", isoLatin2},
+        {"windows-1250", windowsCP1250},
+        {"windows-1252", windowsCP1252},
+        {"utf-8", utf8},
+        {"unicode-1-1", unicode},
+        {"iso-2022-jp", iso2022JP},
+    };
+    for (const auto& [name, encoding] : both) {
+        EXPECT_EQ(_encodingForCharset(name), encoding);
+        EXPECT_EQ(_charsetForEncoding(encoding), name);
+        EXPECT_EQ(_charsetForStringEncoding(encoding), name);
+        EXPECT_EQ(encodingOfEncodedWord(name), encoding);
+    }
+    EXPECT_EQ(_encodingForCharset("X-UTF-8"), utf8);
+    EXPECT_EQ(encodingOfEncodedWord("x-utf-8"), std::nullopt);
+    EXPECT_EQ(_encodingForCharset("x-tarn"), tarn);
+    EXPECT_EQ(encodingOfEncodedWord("x-tarn"), std::nullopt);
+    EXPECT_EQ(_charsetForEncoding(tarn), "iso-8859-1");
+    EXPECT_EQ(_charsetForStringEncoding(tarn), std::nullopt);
+    EXPECT_EQ(_encodingForCharset(std::nullopt), unknown);
+    EXPECT_THAT(lines.take(), IsEmpty());
+
+    EXPECT_EQ(_charsetForEncoding(japaneseEUC), "iso-8859-1");
+    EXPECT_THAT(lines.take(), ElementsAre("Using charset iso-8859-1 for " +
+                                          localizedNameOfStringEncoding(japaneseEUC) + " encoded body"));
+    EXPECT_EQ(_encodingForCharset("koi8-r"), isoLatin1);
+    EXPECT_THAT(lines.take(), ElementsAre("Unknown specified charset \"koi8-r\"--treating as iso-8859-1"));
+}
+
+TEST(Charsets, BestEncodingIsTheSimplestThatHoldsTheText) {
+    using enum StringEncoding;
+    const std::pair<std::string_view, StringEncoding> rows[] = {
+        {"", ascii},           {"plain", ascii},    {"é", isoLatin1}, {"€", windowsCP1252}, {"ł", isoLatin2},
+        {"ł“", windowsCP1250}, {"日本", iso2022JP}, {"日本é", utf8},  {"\xFF", isoLatin1},
+    };
+    for (const auto& [text, encoding] : rows) EXPECT_EQ(bestMIMEStringEncoding(text), encoding) << text;
+    EXPECT_EQ(bestStringEncoding("é", windowsCP1250), windowsCP1250);
+    EXPECT_EQ(bestStringEncoding("e", windowsCP1250), ascii);
+    EXPECT_EQ(bestStringEncoding("日本", windowsCP1250), iso2022JP);
+}
+
+TEST(PreferredEncoding, IsSettledByTheFirstNameThatIsSet) {
+    std::optional<std::string> name;
+    PreferredEncoding preferred([&] { return name; });
+    EXPECT_EQ(preferred.value(), StringEncoding::unknown);
+    name = asciiLowered(localizedNameOfStringEncoding(StringEncoding::isoLatin2));
+    EXPECT_EQ(preferred.value(), StringEncoding::isoLatin2);
+    name = localizedNameOfStringEncoding(StringEncoding::utf8);
+    EXPECT_EQ(preferred.value(), StringEncoding::isoLatin2);
+}
+
+TEST(PreferredEncoding, OfAnUnknownNameIsJapaneseOnAJapaneseDesktopOnly) {
+    const auto nonsense = [] { return std::optional<std::string>("no such encoding"); };
+    EXPECT_EQ(PreferredEncoding(nonsense).value(), StringEncoding::unknown);
+    const auto before = defaultCStringEncoding();
+    for (const auto own : {StringEncoding::japaneseEUC, StringEncoding::shiftJIS}) {
+        setDefaultCStringEncoding(own);
+        EXPECT_EQ(PreferredEncoding(nonsense).value(), StringEncoding::iso2022JP);
+    }
+    setDefaultCStringEncoding(before);
+}
+
+}  // namespace
+}  // namespace lorvale

@@ -1,0 +1,131 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+
+#include "base/text/StringUtils.h"
+#include "lorvale/message/address_manager.h"
+#include "lorvale/platform/paths.h"
+#include "mail/model/AddressUtils.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::ExactCopy;
+using ::testing::Optional;
+
+TEST(Addresses, ListIsCutAtCommasOutsideQuotes) {
+    EXPECT_EQ(addressList(""), std::nullopt);
+    EXPECT_THAT(addressList(ExactCopy("\"Doe, Jane\" <x>, y")),
+                Optional(ElementsAre("\"Doe, Jane\" <x>", "y")));
+    EXPECT_THAT(addressList(ExactCopy(",a ,, \n\tb,")), Optional(ElementsAre("a ", "b")));
+    EXPECT_THAT(addressList("\"open, a, b"), Optional(ElementsAre("\"open, a, b")));
+    EXPECT_THAT(addressList(" , "), Optional(ElementsAre()));
+}
+
+TEST(Addresses, PureAddressAndNameAreToldApart) {
+    const struct {
+        const char* why;
+        std::string_view text, address, name;
+    } rows[] = {
+        {"brackets and a comment", "Jane (home) <jd>", "jd", "Jane (home)"},
+        {"a comment alone", "jd (Jane)", "jd", "Jane"},
+        {"nothing but the address", "jd@x.example", "jd@x.example", "jd@x.example"},
+        {"quotes around the name", "\"Doe, Jane\" <jd@x>", "jd@x", "Doe, Jane"},
+        {"quotes in the address stay", "\"j d\"@x", "\"j d\"@x", "\"j d\"@x"},
+        {"a bracket in quotes is none", "\"a <b\" <c>", "c", "a <b"},
+        {"a bracket in a comment is none", "jd (a <b>)", "jd", "a <b>"},
+        {"nested comments", "jd (a (b) c) d", "jd d", "a (b) c"},
+        {"two comments", "(a) jd(b)", "jd", "a b"},
+        {"a backslash protects", "jd (a \\) b)", "jd", "a ) b"},
+        {"a backslash stays in the address", "j\\<d <x\\>y>", "x\\>y", "j<d"},
+        {"white space collapses", "  Jane \t Doe\n <  j  d >", "j d", "Jane Doe"},
+        {"what is behind the brackets is part of the name", "<jd> Jane", "jd", "Jane"},
+        {"the last bracket wins", "<a<b>", "b", "<a<b>"},
+        {"closing marks without opening ones", "a) b>", "a b>", "a) b>"},
+        {"unclosed marks", "Jane <jd (x", "jd", "Jane"},
+        {"quotes in a comment", "jd (\"Jane\")", "jd", "Jane"},
+        {"letters beyond ASCII", "J\u00F6rg <j\u00F6@x>", "j\u00F6@x", "J\u00F6rg"},
+        {"a backslash at the end", "jd\\", "jd\\", "jd\\"},
+        {"nothing", "", "", ""},
+        {"a listing of sent mail", "me (To: Jane <jd>)", "me", "To: jd"},
+        {"such a listing loses its last character", "To: jane", "To: jane", "To: jan"},
+        {"such a listing without an address", "To: ", "To:", "To: "},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(uncommentedAddress(ExactCopy(row.text)), row.address);
+        EXPECT_EQ(addressComment(ExactCopy(row.text)), row.name);
+    }
+}
+
+TEST(Addresses, LooseMatchPassesOverPunctuation) {
+    EXPECT_TRUE(looselyMatches("Jane-Doe", "jane doe"));
+    EXPECT_FALSE(looselyMatches("JaneDoe", "Jane Doe"));
+    EXPECT_FALSE(looselyMatches("Jane", "Jane Doe"));
+    EXPECT_TRUE(looselyMatches("J\u00FCrgen", "j-rgen"));
+    EXPECT_TRUE(looselyMatches("", ""));
+}
+
+class OneBook : public MailAddressManager {
+public:
+    std::optional<std::string> expandUserAlias(std::string_view user) override {
+        ++asked;
+        const auto found = aliases.find(user);
+        return found == aliases.end() ? std::nullopt : std::optional(found->second);
+    }
+    std::map<std::string, std::string, std::less<>> aliases;
+    int asked = 0;
+};
+
+class OwnAddresses : public ::testing::Test {
+protected:
+    OwnAddresses() { setLoginName("jdoe"); }
+    ~OwnAddresses() override {
+        setLoginName({});
+        MailAddressManager::registerAddressManagerClass({});
+    }
+};
+
+TEST_F(OwnAddresses, AreTheLoginAndFullName) {
+    EXPECT_TRUE(isMyAddress("Jane <jdoe>"));
+    EXPECT_TRUE(isMyAddress(fullUserName()));
+    EXPECT_FALSE(isMyAddress("other@x.example"));
+    EXPECT_FALSE(isMyAddress(""));
+    EXPECT_FALSE(isMyAddress(std::nullopt));
+    const std::vector<std::string> all = {"a@x", "jdoe", "b@x"};
+    EXPECT_THAT(addressArrayExcludingSelf(all), ElementsAre("a@x", "b@x"));
+    EXPECT_THAT(uncommentedAddressList(std::vector<std::string>{"A <a>", "b (B)"}),
+                Optional(ElementsAre("a", "b")));
+    EXPECT_EQ(uncommentedAddressList({}), std::nullopt);
+}
+
+TEST_F(OwnAddresses, AreFoundThroughAliasesAlsoInCircles) {
+    const auto book = std::make_shared<OneBook>();
+    MailAddressManager::registerAddressManagerClass([book] { return book; });
+    ASSERT_EQ(MailAddressManager::addressManager(), book);
+    book->aliases = {{"jane", "Jane <boss>"}, {"boss", "JDoe"}, {"a", "b"}, {"b", "a"}};
+    EXPECT_TRUE(isMyAddress("Jane Doe <jane>"));
+    book->asked = 0;
+    EXPECT_FALSE(isMyAddress("a"));
+    EXPECT_EQ(book->asked, 2);
+}
+
+TEST(AddressManager, IsMadeOncePerRegistration) {
+    EXPECT_EQ(MailAddressManager::addressManager(), nullptr);
+    MailAddressManager::registerAddressManagerClass([] { return std::make_shared<MailAddressManager>(); });
+    const auto first = MailAddressManager::addressManager();
+    EXPECT_EQ(MailAddressManager::addressManager(), first);
+    EXPECT_EQ(first->expandPrivateAlias("x"), std::nullopt);
+    EXPECT_EQ(first->numberOfCompletionsForPartialAddress("x"), 0u);
+    MailAddressManager::registerAddressManagerClass([] { return std::make_shared<MailAddressManager>(); });
+    EXPECT_NE(MailAddressManager::addressManager(), first);
+    MailAddressManager::registerAddressManagerClass({});
+    EXPECT_EQ(MailAddressManager::addressManager(), nullptr);
+}
+
+}  // namespace
+}  // namespace lorvale
