@@ -26,7 +26,7 @@ enum class StringEncoding : std::uint32_t {
     unicode = 10,  ///< UTF-16: read by its byte order mark, big-endian without one; written big-endian with one
     windowsCP1252 = 12,
     windowsCP1250 = 15,
-    iso2022JP = 21,
+    iso2022JP = 21,  ///< written by the standard; read with what mail programs add to it
 };
 
 enum class Lossy : bool { no, yes };
