@@ -9,6 +9,7 @@
 #include "base/values/SingleByteEncoding.h"
 #include "base/values/Utf16.h"
 #include "lorvale/platform/exception.h"
+#include "lorvale/platform/localization.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
 
@@ -231,7 +232,8 @@ std::span<const AvailableEncoding> availableStringEncodings() {
 
 std::string localizedNameOfStringEncoding(StringEncoding encoding) {
     const auto found = std::ranges::find(kAvailable, encoding, &AvailableEncoding::encoding);
-    return found == kAvailable.end() ? std::string() : std::string(found->name);
+    return found == kAvailable.end() ? std::string()
+                                     : LVLocalizedString(found->name, "name of a string encoding");
 }
 
 StringEncoding defaultCStringEncoding() {

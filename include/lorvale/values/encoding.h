@@ -55,7 +55,7 @@ struct AvailableEncoding {
 /// All encodings but the unknown one, by number.
 LORVALE_EXPORT std::span<const AvailableEncoding> availableStringEncodings();
 
-/// The name for people; an empty text for the unknown encoding.
+/// The name for people, in their language; an empty text for the unknown encoding.
 LORVALE_EXPORT std::string localizedNameOfStringEncoding(StringEncoding encoding);
 
 /// The encoding in which header bytes, stored strings and protocol commands are held: a setting of the whole
