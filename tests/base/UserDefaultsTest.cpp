@@ -173,6 +173,25 @@ TEST_F(UserDefaultsTest, FailedWriteKeepsTheChangesForTheNextTime) {
     EXPECT_THAT(make().stringForKey("a"), Optional(std::string("new")));
 }
 
+TEST_F(UserDefaultsTest, ValueSetWhileTheFileIsWrittenStays) {
+    auto defaults = make();
+    struct Meddling : PosixFileSystem {
+        FileStatus rename(const std::string& from, const std::string& to) override {
+            meddle();
+            return PosixFileSystem::rename(from, to);
+        }
+        std::function<void()> meddle;
+    } disk;
+    disk.meddle = [&] { defaults.setString("later", "a"); };
+    defaults.setString("sooner", "a");
+    FileSystem::setCurrent(&disk);
+    EXPECT_TRUE(defaults.synchronize());
+    FileSystem::setCurrent(nullptr);
+    EXPECT_THAT(defaults.stringForKey("a"), Optional(std::string("later")));
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_THAT(make().stringForKey("a"), Optional(std::string("later")));
+}
+
 TEST_F(UserDefaultsTest, CrashWhileWritingLeavesTheOldSettingsOrTheNewOnes) {
     for (int allowed = 0, done = 0; !done; ++allowed) {
         std::filesystem::remove_all(folder());
