@@ -64,6 +64,13 @@ TEST(StorageFormat, FilesAreThoseOfTheDocs) {
     EXPECT_EQ(report.names, 2u);
     EXPECT_EQ(report.writtenBlocks, 3u);
     EXPECT_EQ(report.usedBytes, 32u + 32 + 64 + 2048);
+
+    // What is written down there opens for ever.
+    lorvale::testing::writeFile(path, expected);
+    const auto reopened = MakeFileStorage(path.c_str());
+    reopened->Open(false);
+    EXPECT_EQ(testing::readBlock(*reopened, reopened->TOC_Get("greeting"), 5), "hello");
+    EXPECT_EQ(testing::readBlock(*reopened, reopened->TOC_Get("apples"), 40), std::string(40, 'a'));
 }
 
 class DamagedStorage : public ::testing::Test {

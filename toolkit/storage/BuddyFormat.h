@@ -30,6 +30,9 @@ constexpr std::uint32_t SizeLogSize(std::uint32_t size) {
     return logSize;
 }
 
+static_assert(SizeLogSize(0) == 5 && SizeLogSize(32) == 5 && SizeLogSize(33) == 6);
+static_assert(SizeLogSize(0x80000000) == 31 && SizeLogSize(0x80000001) == 32);
+
 constexpr std::uint32_t BuddyAddress(std::uint32_t address, std::uint32_t logSize) {
     return address ^ 1u << logSize;
 }

@@ -16,7 +16,6 @@ namespace brindle {
 /// elsewhere and then switches the file header to it.  Opening needs no recovery: until the switch the header
 /// describes the complete old state.
 ///
-/// All members are guarded by the storage's mutex.
 class BuddyStorage : public IAStorage {
 public:
     explicit BuddyStorage(std::unique_ptr<IAStoreStream> stream);
@@ -33,53 +32,57 @@ public:
     std::uint32_t TotalSpace() override;
     std::uint32_t FreeSpace() override;
     void Compact() override;
-    std::uint32_t GetReadAddress(std::uint32_t id) override;
-    std::uint32_t GetWriteAddress(std::uint32_t id, std::uint32_t size) override;
-    std::uint32_t GetBlockSize(std::uint32_t id) override;
+    std::uint32_t GetReadAddress(std::uint32_t id) override LORVALE_REQUIRES(GetMutex());
+    std::uint32_t GetWriteAddress(std::uint32_t id, std::uint32_t size) override LORVALE_REQUIRES(GetMutex());
+    std::uint32_t GetBlockSize(std::uint32_t id) override LORVALE_REQUIRES(GetMutex());
 
     /// The same for the system block too, and without the questions whether the storage is open and writable.
-    std::uint32_t GetWriteAddressInternal(std::uint32_t id, std::uint32_t size);
+    std::uint32_t GetWriteAddressInternal(std::uint32_t id, std::uint32_t size) LORVALE_REQUIRES(GetMutex());
 
 private:
     using FreeListsPtr = std::unique_ptr<BuddyFreeLists>;
 
-    void CheckOpen();
-    std::uint32_t AllocAddress(std::uint32_t logSize);
-    void FreeAddress(std::uint32_t address, std::uint32_t logSize);
-    void MoveBlock(std::uint32_t id, std::uint32_t logSize);
-    FreeListsPtr MergedFreeLists() const;
+    void CheckOpen() LORVALE_REQUIRES(GetMutex());
+    std::uint32_t AllocAddress(std::uint32_t logSize) LORVALE_REQUIRES(GetMutex());
+    void FreeAddress(std::uint32_t address, std::uint32_t logSize) LORVALE_REQUIRES(GetMutex());
+    void MoveBlock(std::uint32_t id, std::uint32_t logSize) LORVALE_REQUIRES(GetMutex());
+    FreeListsPtr MergedFreeLists() const LORVALE_REQUIRES(GetMutex());
 
     // Compaction.
-    bool CompactInternal(std::uint64_t limit);
-    bool MoveDown(std::uint32_t id);
+    bool CompactInternal(std::uint64_t limit) LORVALE_REQUIRES(GetMutex());
+    bool MoveDown(std::uint32_t id) LORVALE_REQUIRES(GetMutex());
     void CopyBytes(std::uint32_t from, std::uint32_t to, std::uint32_t count);
-    std::uint64_t HighestEnd() const;
+    std::uint64_t HighestEnd() const LORVALE_REQUIRES(GetMutex());
 
     // The system block and the header (BuddySystemBlock.cpp).
-    FreeListsPtr PlaceSystemBlock();
-    std::uint32_t SystemBlockSize(std::uint64_t freeAddressesSize) const;
-    std::uint64_t BlockInfoSize() const;
-    std::uint64_t TOCSize() const;
-    void WriteSystemBlock(const BuddyFreeLists& lists);
-    void WriteBlockInfo();
-    void WriteTOC();
-    void WriteFreeAddresses(const BuddyFreeLists& lists);
-    void WriteHeader();
+    FreeListsPtr PlaceSystemBlock() LORVALE_REQUIRES(GetMutex());
+    std::uint32_t SystemBlockSize(std::uint64_t freeAddressesSize) const LORVALE_REQUIRES(GetMutex());
+    std::uint64_t BlockInfoSize() const LORVALE_REQUIRES(GetMutex());
+    std::uint64_t TOCSize() const LORVALE_REQUIRES(GetMutex());
+    void WriteSystemBlock(const BuddyFreeLists& lists) LORVALE_REQUIRES(GetMutex());
+    void WriteBlockInfo() LORVALE_REQUIRES(GetMutex());
+    void WriteTOC() LORVALE_REQUIRES(GetMutex());
+    void WriteFreeAddresses(const BuddyFreeLists& lists) LORVALE_REQUIRES(GetMutex());
+    void WriteHeader() LORVALE_REQUIRES(GetMutex());
     void ReadHeader(std::uint32_t& address, std::uint32_t& size);
-    void ReadSystemBlock(std::uint32_t address, std::uint32_t size, bool writable);
-    void ReadBlockInfo();
-    void ReadTOC();
-    void ReadFreeAddresses();
-    void ReadFreeList(std::uint32_t logSize);
+    void ReadSystemBlock(std::uint32_t address, std::uint32_t size, bool writable) LORVALE_REQUIRES(GetMutex());
+    void ReadBlockInfo() LORVALE_REQUIRES(GetMutex());
+    void ReadTOC() LORVALE_REQUIRES(GetMutex());
+    void ReadFreeAddresses() LORVALE_REQUIRES(GetMutex());
+    void ReadFreeList(std::uint32_t logSize) LORVALE_REQUIRES(GetMutex());
 
     IAStoreStream* Stream() const { return GetStoreStream(); }
 
-    StringUInt32Map toc;
-    BuddyBlockTable blocks;
-    FreeListsPtr freeAddresses;       // free in the committed state, and not taken since
-    BuddyFreeLists newFreeAddresses;  // freed since the last commit: in use by the committed state
-    UInt32Set newAddresses;           // allocated since the last commit: safe to write in
-    bool ready = false;               // Initialize() or Open() has gone through
+    StringUInt32Map toc LORVALE_GUARDED_BY(GetMutex());
+    BuddyBlockTable blocks LORVALE_GUARDED_BY(GetMutex());
+    // Free in the committed state, and not taken since.
+    FreeListsPtr freeAddresses LORVALE_GUARDED_BY(GetMutex());
+    // Freed since the last commit: the committed state still uses it.
+    BuddyFreeLists newFreeAddresses LORVALE_GUARDED_BY(GetMutex());
+    // Allocated since the last commit: safe to write in.
+    UInt32Set newAddresses LORVALE_GUARDED_BY(GetMutex());
+    // Initialize() or Open() has gone through.
+    bool ready LORVALE_GUARDED_BY(GetMutex()) = false;
 };
 
 }  // namespace brindle

@@ -30,7 +30,7 @@ extern LORVALE_EXPORT std::unique_ptr<IAMutex> (*IANewMutex)();
 /// Holds a mutex for a scope.
 class LORVALE_SCOPED_CAPABILITY IALock {
 public:
-    explicit IALock(IAMutex* toLock) LORVALE_ACQUIRE(*toLock) : mutex(toLock) { mutex->Lock(); }
+    explicit IALock(IAMutex* toLock) LORVALE_ACQUIRE(toLock) : mutex(toLock) { mutex->Lock(); }
     IALock(const IALock&) = delete;
     IALock& operator=(const IALock&) = delete;
     ~IALock() LORVALE_RELEASE() { mutex->Unlock(); }

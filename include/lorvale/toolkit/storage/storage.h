@@ -45,12 +45,13 @@ public:
     /// Moves blocks down and shortens the store.
     virtual void Compact() = 0;
     virtual void PrintFreeList();
-    virtual std::uint32_t GetReadAddress(std::uint32_t id) = 0;
+    virtual std::uint32_t GetReadAddress(std::uint32_t id) LORVALE_REQUIRES(GetMutex()) = 0;
     /// Where the block may be written, with room for `size` bytes.  May move the block, whose bytes are then
     /// no longer there.
-    virtual std::uint32_t GetWriteAddress(std::uint32_t id, std::uint32_t size) = 0;
+    virtual std::uint32_t GetWriteAddress(std::uint32_t id, std::uint32_t size)
+        LORVALE_REQUIRES(GetMutex()) = 0;
     /// Bytes of space that the block has, a power of two.
-    virtual std::uint32_t GetBlockSize(std::uint32_t id) = 0;
+    virtual std::uint32_t GetBlockSize(std::uint32_t id) LORVALE_REQUIRES(GetMutex()) = 0;
 
     /// Raises "named blocked storage allocated" if the name is taken.
     std::uint32_t AllocateNamedBlock(const char* name);
