@@ -1,6 +1,9 @@
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+
 #include "lorvale/mime.h"
+#include "lorvale/platform/user_defaults.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/Charsets.h"
 #include "mail/encoding/MimeHeaderEncoding.h"
@@ -190,6 +193,21 @@ TEST(PreferredEncoding, IsSettledByTheFirstNameThatIsSet) {
     EXPECT_EQ(preferred.value(), StringEncoding::isoLatin2);
     name = localizedNameOfStringEncoding(StringEncoding::utf8);
     EXPECT_EQ(preferred.value(), StringEncoding::isoLatin2);
+}
+
+TEST(PreferredEncoding, ComesFromTheUserDefaults) {
+    // In a process of its own, since it is settled for good.
+    const auto readsLatin2 = [] {
+        UserDefaults::standard().setArgument("KTPreferedStringEncodingForMailMessage",
+                                             localizedNameOfStringEncoding(StringEncoding::isoLatin2));
+        const bool prefers = preferedMIMEStringEncoding() == StringEncoding::isoLatin2 &&
+                             bestMIMEStringEncoding("é") == StringEncoding::isoLatin2 &&
+                             _encodingForCharset("koi8-r") == StringEncoding::isoLatin2 &&
+                             decodeMimeHeaderValue("\u00B1") == "ą" &&
+                             encodeMimeHeaderValue("é") == "=?iso-8859-2?q?=E9";
+        std::_Exit(prefers ? 0 : 1);
+    };
+    EXPECT_EXIT(readsLatin2(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(PreferredEncoding, OfAnUnknownNameIsJapaneseOnAJapaneseDesktopOnly) {
