@@ -59,8 +59,9 @@ TEST(HeaderDecoding, LogsWhatItDoesNotKnow) {
     EXPECT_EQ(decoded("=?x-utf-8?q?=E9?="), "é");
     EXPECT_THAT(lines.take(),
                 ElementsAre("Don't know how to decode charset \"x-utf-8\"--treating as iso-8859-1"));
-    EXPECT_EQ(decoded("a =?utf-8??b"), "a ?b");
-    EXPECT_THAT(lines.take(), ElementsAre("Missing encoding char (Q or B) in MIME header: \"a =?utf-8??b\""));
+    EXPECT_EQ(decoded("a =?utf-8??b=?utf-8??"), "a ?b?");
+    EXPECT_THAT(lines.take(),
+                ElementsAre("Missing encoding char (Q or B) in MIME header: \"a =?utf-8??b=?utf-8??\""));
     EXPECT_EQ(decoded("=?utf-8?x?=41_b?="), "=41 b");
     EXPECT_THAT(lines.take(), ElementsAre("Never heard of a \"x\" type encoding--treating as unencoded"));
 }
