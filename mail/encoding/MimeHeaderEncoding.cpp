@@ -129,7 +129,8 @@ private:
                 appendDecodedBase64(_decoded, bytes->view());
                 break;
         }
-        _out += decode(_decoded.view(), encoding).value_or(decodeCString(_decoded.view()));
+        const auto read = decode(_decoded.view(), encoding);
+        _out += read ? *read : decodeCString(_decoded.view());
     }
 
     TextScanner _scanner;
