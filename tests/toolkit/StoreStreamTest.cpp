@@ -105,6 +105,11 @@ TEST(IAStoreStream, BulkAndSingleBytesAreTheSame) {
         stream.SetPosition(0, size);
         stream.ReadBytes(back.data(), 4095);
         EXPECT_EQ(stream.ReadUInt32(), 0x00010203u) << "across two buffers, highest byte first";
+        stream.SetPosition(0, 2 * IADiskBlockSize);
+        stream.WriteBytes(bytes.data(), 4094);
+        for (int i = 0; i < 3; ++i) stream.WriteUInt32(0x04050607);
+        stream.SetPosition(4094, 12);
+        for (int i = 0; i < 12; ++i) ASSERT_EQ(stream.ReadByte(), 4 + i % 4);
     }
 }
 

@@ -162,8 +162,8 @@ void BuddyStorage::Commit() {
     IAAssertion(IsWritable(), "storage not writable", StorageNotWritable);
     CheckOpen();
 
-    FreeListsPtr nextFreeAddresses =
-        PlaceSystemBlock();  // only into free space: the old state still stands whole
+    // Only into free space: the old state still stands whole.
+    FreeListsPtr nextFreeAddresses = PlaceSystemBlock();
     // From here on this state may be the committed one: nothing of it is overwritten any more.  What the old
     // state uses becomes free only at the very end.  Should anything between fail, and be tried again or not,
     // both states stay whole, whichever of them the header shows.

@@ -45,6 +45,10 @@ std::uint32_t IAStoreStream::ReadUInt32Bytewise() {
     return value;
 }
 
+void IAStoreStream::WriteUInt32Bytewise(std::uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8) WriteByte(static_cast<std::uint8_t>(value >> shift));
+}
+
 void IAStoreStream::ReadBytes(void* bytes, std::uint32_t count) {
     auto* to = static_cast<std::uint8_t*>(bytes);
     while (count > 0) {

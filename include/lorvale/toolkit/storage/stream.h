@@ -74,10 +74,13 @@ public:
         return std::uint32_t{at[0]} << 24 | std::uint32_t{at[1]} << 16 | std::uint32_t{at[2]} << 8 | at[3];
     }
     void WriteUInt32(std::uint32_t value) {
-        WriteByte(static_cast<std::uint8_t>(value >> 24));
-        WriteByte(static_cast<std::uint8_t>(value >> 16));
-        WriteByte(static_cast<std::uint8_t>(value >> 8));
-        WriteByte(static_cast<std::uint8_t>(value));
+        if (bufferLimit - bufferNext < 4) [[unlikely]]
+            return WriteUInt32Bytewise(value);
+        bufferNext[0] = static_cast<std::uint8_t>(value >> 24);
+        bufferNext[1] = static_cast<std::uint8_t>(value >> 16);
+        bufferNext[2] = static_cast<std::uint8_t>(value >> 8);
+        bufferNext[3] = static_cast<std::uint8_t>(value);
+        bufferNext += 4;
     }
     /// As if byte by byte.
     void ReadBytes(void* bytes, std::uint32_t count);
@@ -94,6 +97,7 @@ public:
 
 private:
     std::uint32_t ReadUInt32Bytewise();
+    void WriteUInt32Bytewise(std::uint32_t value);
 
     std::uint8_t* bufferStart;     // IADiskBlockSize bytes, owned
     std::uint8_t* bufferNext;      // the next byte to read or write
