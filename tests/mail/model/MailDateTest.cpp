@@ -120,9 +120,9 @@ TEST(MailDates, FormatThatFitsMovesToTheFront) {
 TEST(MailDates, FailureIsLoggedOnce) {
     LogCapture log;
     EXPECT_EQ(dateInCommonFormatsWithString(""), std::nullopt);
-    EXPECT_TRUE(log.take().empty());
+    EXPECT_TRUE(log.lines().empty());
     EXPECT_EQ(dateInCommonFormatsWithString("some day"), std::nullopt);
-    EXPECT_EQ(log.take().size(), 1u);
+    EXPECT_EQ(log.lines().size(), 1u);
 }
 
 TEST(MailDateThreads, NoFormatIsLost) {
@@ -156,7 +156,7 @@ TEST(MailDates, OfRealMailAreRead) {
         ++all;
         if (dateInCommonFormatsWithString(written)) ++good;
     }
-    EXPECT_GE(good * 1000, all * 998) << good << " of " << all << ::testing::PrintToString(log.take());
+    EXPECT_GE(good * 1000, all * 998) << good << " of " << all << ::testing::PrintToString(log.lines());
     RecordProperty("read", std::to_string(good) + " of " + std::to_string(all));
 }
 

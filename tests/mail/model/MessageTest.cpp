@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "lorvale/platform/user_agent.h"
 #include "mail/model/ClassNames.h"
 #include "tests/mail/model/MemoryStore.h"
 #include "tests/support/LogCapture.h"
@@ -13,19 +12,6 @@ namespace {
 
 using testing::LogCapture;
 using testing::StoredMessage;
-
-TEST(Message, TellsItsVersion) {
-    EXPECT_EQ(Message::frameworkVersion(), "106");
-    EXPECT_EQ(Message::verboseVersion(), "Orrin Lorvale v106");
-}
-
-TEST(Message, HoldsTheUserAgentOfTheProcess) {
-    UserAgent agent;
-    Message::setUserAgent(&agent);
-    EXPECT_EQ(Message::userAgent(), &agent);
-    Message::setUserAgent(nullptr);
-    EXPECT_EQ(Message::userAgent(), nullptr);
-}
 
 TEST(Message, LoadsItsPartsOnceAndOnDemand) {
     const StoredMessage stored("Subject: s\n\n", "body\n");
@@ -137,7 +123,7 @@ TEST(AttachmentPaths, AreFreshDirectoriesForTheUserAlone) {
     testing::writeFile(folder / "file", "");
     LogCapture log;
     EXPECT_EQ(Message::makeUniqueAttachmentNamed("Plan", where + "/file"), std::nullopt);
-    EXPECT_THAT(log.take(),
+    EXPECT_THAT(log.lines(),
                 ::testing::Contains("Could not create attachment directory " + where + "/file/Plan.attach"));
 
     MessageBody::setDefaultAttachmentDirectory(where + "/usual");
