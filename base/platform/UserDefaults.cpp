@@ -24,9 +24,9 @@ class FolderLock {
 public:
     explicit FolderLock(const std::string& folder)
         : _folder(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        for (int attempt = 0; _folder && attempt < 200; ++attempt) {
+        for (int attempt = 0; _folder && attempt < 1000; ++attempt) {
             if (::flock(_folder.get(), LOCK_EX | LOCK_NB) == 0) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
         }
     }
 

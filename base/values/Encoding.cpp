@@ -5,9 +5,11 @@
 #include <atomic>
 
 #include "base/values/Iconv.h"
+#include "base/values/Iso2022JP.h"
 #include "base/values/SingleByteEncoding.h"
 #include "base/values/Utf16.h"
 #include "lorvale/platform/exception.h"
+#include "lorvale/platform/localization.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
 
@@ -110,11 +112,23 @@ std::optional<std::string> decodeUtf8(std::string_view bytes, bool asciiOnly, Ic
     return text;
 }
 
+std::optional<std::string> decodeByIconv(std::string_view bytes, StringEncoding encoding,
+                                         Converters& converters, Iconv::Substitute substitute) {
+    if (auto text = converters.toUtf8.convert(bytes)) return text;
+    if (encoding == StringEncoding::iso2022JP) {
+        const auto euc = eucFromIso2022JP(bytes);
+        auto text = euc ? convertersFor(StringEncoding::japaneseEUC)->toUtf8.convert(*euc) : std::nullopt;
+        if (text) return text;
+    }
+    return substitute == nullptr ? std::nullopt : converters.toUtf8.convert(bytes, substitute);
+}
+
 std::optional<std::string> decodeWith(std::string_view bytes, StringEncoding encoding,
                                       Iconv::Substitute substitute) {
     if (isAscii(bytes) && keepsAscii(encoding, bytes)) return std::string(bytes);
     if (const auto* const single = singleByteEncoding(encoding)) return single->decode(bytes);
-    if (auto* const converters = convertersFor(encoding)) return converters->toUtf8.convert(bytes, substitute);
+    if (auto* const converters = convertersFor(encoding))
+        return decodeByIconv(bytes, encoding, *converters, substitute);
     if (encoding == StringEncoding::unicode) return decodeUtf16(bytes, substitute != nullptr);
     if (encoding == StringEncoding::utf8) return decodeUtf8(bytes, false, substitute);
     if (encoding == StringEncoding::ascii || substitute != nullptr) return decodeUtf8(bytes, true, substitute);
@@ -218,7 +232,8 @@ std::span<const AvailableEncoding> availableStringEncodings() {
 
 std::string localizedNameOfStringEncoding(StringEncoding encoding) {
     const auto found = std::ranges::find(kAvailable, encoding, &AvailableEncoding::encoding);
-    return found == kAvailable.end() ? std::string() : std::string(found->name);
+    return found == kAvailable.end() ? std::string()
+                                     : LVLocalizedString(found->name, "name of a string encoding");
 }
 
 StringEncoding defaultCStringEncoding() {

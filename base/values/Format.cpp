@@ -17,7 +17,8 @@ std::size_t markLength(std::string_view text) {
     return end + 1;
 }
 
-/// "%05ld" without the length letters, with 's' for '@' and for a conversion that does not go with `value`.
+/// "%05ld" without the length letters.  '@' and a conversion that does not go with `value` give way to the one
+/// that is natural for it.
 std::string printfMark(std::string_view mark, const FormatArgument::Value& value) {
     std::string result;
     for (const char c : mark.substr(0, mark.size() - 1))
@@ -26,8 +27,8 @@ std::string printfMark(std::string_view mark, const FormatArgument::Value& value
     const bool wantsFloat = std::string_view("feEgG").find(mark.back()) != std::string_view::npos;
     const bool isText = std::holds_alternative<std::string_view>(value);
     const bool isFloat = std::holds_alternative<double>(value);
-    const bool fits = wantsNumber ? !isText && !isFloat : wantsFloat ? isFloat : true;
-    return result + (fits && mark.back() != '@' ? mark.back() : 's');
+    const bool fits = wantsNumber ? !isText && !isFloat : wantsFloat ? isFloat : isText;
+    return result + (fits && mark.back() != '@' ? mark.back() : isText ? 's' : isFloat ? 'g' : 'd');
 }
 
 }  // namespace

@@ -59,19 +59,15 @@ const SingleByteEncoding* SingleByteEncoding::windowsCP1252() {
 }
 
 std::string SingleByteEncoding::decode(std::string_view bytes) const {
-    const auto ascii = asciiPrefixLength(bytes);
-    std::string text(bytes.substr(0, ascii));
-    bytes.remove_prefix(ascii);
-    if (bytes.empty()) return text;
-    const auto high = std::ranges::count_if(bytes, [](char c) { return static_cast<std::uint8_t>(c) >= 0x80; });
-    text.reserve(text.size() + bytes.size() + 2 * static_cast<std::size_t>(high));
-    for (const char c : bytes) {
-        const auto byte = static_cast<std::uint8_t>(c);
-        if (byte < 0x80) {
-            text += c;
-        } else {
-            appendUtf8(text, _upperHalf[byte - 0x80u]);
-        }
+    const auto isHigh = [](char c) { return static_cast<std::uint8_t>(c) >= 0x80; };
+    std::string text;
+    text.reserve(bytes.size() + 2 * static_cast<std::size_t>(std::ranges::count_if(bytes, isHigh)));
+    while (!bytes.empty()) {
+        const auto ascii = asciiPrefixLength(bytes);
+        text += bytes.substr(0, ascii);
+        bytes.remove_prefix(ascii);
+        for (; !bytes.empty() && isHigh(bytes.front()); bytes.remove_prefix(1))
+            appendUtf8(text, _upperHalf[static_cast<std::uint8_t>(bytes.front()) - 0x80u]);
     }
     return text;
 }

@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const auto text = fuzz::viewOf(bytes, size);
     std::string name;
     const auto decoded = decodeBinHex40(Data::ofStatic(text), &name);
-    fuzz::require(!decoded || (decoded->size() <= 96 * size && name.size() <= 2 * 255));
+    fuzz::require(!decoded || (decoded->size() <= 96 * size && name.size() <= 3 * 255));
 
     const std::string wanted(size > 0 ? bytes[0] : 1, 'n');
     const auto file = testing::plainEncodeBinHex(wanted, text, size % 5);

@@ -65,7 +65,9 @@ private:
             return;
         const auto encoding = encodingNamed(charset);
         if (!_scanner.scanUpToString("?", &letter)) {
-            log("Missing encoding char (Q or B) in MIME header: \"%@\"", _scanner.string());
+            // Once a value, which may hold thousands of such words and is logged whole.
+            if (!_complained) log("Missing encoding char (Q or B) in MIME header: \"%@\"", _scanner.string());
+            _complained = true;
             return;
         }
         _scanner.scanString("?");
@@ -127,11 +129,13 @@ private:
                 appendDecodedBase64(_decoded, bytes->view());
                 break;
         }
-        _out += decode(_decoded.view(), encoding).value_or(decodeCString(_decoded.view()));
+        const auto read = decode(_decoded.view(), encoding);
+        _out += read ? *read : decodeCString(_decoded.view());
     }
 
     TextScanner _scanner;
     const StringEncoding _preferred;
+    bool _complained = false;
     std::string _out;
     ByteBuffer _decoded;  // one piece, kept for its memory
 };
@@ -256,11 +260,12 @@ private:
         _out += "?=";
     }
 
-    /// The run in base64.  Of a long one only the beginning, which is enough to see that it is too long: work
-    /// must not grow with the square of the value.
+    /// As much of a run as is worth looking at: this many characters are too long for a line in any case, and
+    /// work must not grow with the square of the run.
+    static std::string_view beginning(std::string_view run) { return run.substr(0, byteOffset(run, kWidth)); }
+
     static std::string base64(std::string_view run) {
-        const auto bytes =
-            encode(run.substr(0, byteOffset(run, kWidth)), StringEncoding::iso2022JP, Lossy::yes);
+        const auto bytes = encode(beginning(run), StringEncoding::iso2022JP, Lossy::yes);
         return encodeBase64(bytes.value_or(Data())).toString();
     }
 
@@ -268,7 +273,7 @@ private:
     std::string_view pieceThatFits(std::string_view run) const {
         // A character takes two bytes; the four are the escapes before and after, measured in characters.
         const auto room = (60 - static_cast<int>(_column)) / 2 - 4;
-        const auto all = static_cast<int>(std::min(characterCount(run), kWidth));
+        const auto all = static_cast<int>(characterCount(beginning(run)));
         for (auto count = std::min(all - 1, room); count > 0; --count) {
             const auto piece = run.substr(0, byteOffset(run, static_cast<std::size_t>(count)));
             if (base64(piece).size() + kMarks <= kWidth) return piece;

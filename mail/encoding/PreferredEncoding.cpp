@@ -1,6 +1,7 @@
 #include "mail/encoding/PreferredEncoding.h"
 
 #include "lorvale/mime.h"
+#include "lorvale/platform/user_defaults.h"
 #include "lorvale/values/text.h"
 
 namespace lorvale {
@@ -31,8 +32,8 @@ StringEncoding PreferredEncoding::value() {
 }
 
 StringEncoding preferedMIMEStringEncoding() {
-    static auto& preferred =
-        *new PreferredEncoding([]() -> std::optional<std::string> { return std::nullopt; });
+    static auto& preferred = *new PreferredEncoding(
+        [] { return UserDefaults::standard().stringForKey("KTPreferedStringEncodingForMailMessage"); });
     return preferred.value();
 }
 

@@ -231,7 +231,9 @@ private:
         _at += length;
         _column = end;
         if (_column > kLastColumn) {
-            _pending = Pending::find;  // the last byte of the line may have been white
+            // A space in the column behind the last one is white too.  Else the lookahead stands, and is not
+            // looked for again: a very long word must not be searched to its end on each of its lines.
+            if (_in[_at - 1] == ' ') _pending = Pending::find;
             breakLine();
         }
         return true;

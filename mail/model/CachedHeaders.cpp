@@ -14,17 +14,20 @@ constexpr auto kCachedKeys = std::to_array<std::string_view>({"from", "subject",
 constexpr auto kUsualKeys =
     std::to_array<std::string_view>({"from", "subject", "date", "From", "Subject", "Date"});
 
+struct SharedKeys {
+    Mutex mutex;
+    std::set<std::string, std::less<>> names LORVALE_GUARDED_BY(mutex);
+};
+
 }  // namespace
 
 std::string_view sharedHeaderKey(std::string_view name) {
     const auto* const usual = std::ranges::find(kUsualKeys, name);
     if (usual != kUsualKeys.end()) return *usual;
-    static Mutex mutex;
-    // Never freed: messages may outlive the end of main.
-    static auto& names = *new std::set<std::string, std::less<>>;  // guarded by mutex
-    const MutexLock lock(mutex);
-    const auto found = names.find(name);
-    return found != names.end() ? *found : *names.emplace(name).first;
+    static auto& shared = *new SharedKeys;  // never freed: messages may outlive the end of main
+    const MutexLock lock(shared.mutex);
+    const auto found = shared.names.find(name);
+    return found != shared.names.end() ? *found : *shared.names.emplace(name).first;
 }
 
 void CachedHeaders::set(std::string_view key, HeaderValue value) {

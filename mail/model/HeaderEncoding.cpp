@@ -11,12 +11,10 @@ namespace lorvale {
 namespace {
 
 /// Which values each occurrence of a header in the order writes.  Interleaved lines such as `Received:` and
-/// `To:` keep their places: each occurrence writes the next of several values.  Two oddities follow from how
-/// blocks are decoded, and stay, since mailboxes written by earlier versions were compared with what is written
-/// now:
-///   - a single value is written at every occurrence, so of two `From:` lines, of which decoding keeps the
-///   last,
-///     the last one comes out twice;
+/// `To:` keep their places: each occurrence writes the next of several values.  Two oddities follow, and stay,
+/// since a message that is written anew must come out as every version so far has written it:
+///   - a single value is written at every occurrence: of two `From:` lines, of which decoding keeps the last,
+///     that one comes out twice;
 ///   - of several values set under one occurrence only the first is written.
 class OccurrenceValues {
 public:

@@ -54,6 +54,8 @@ TEST(Encoding, KnownBytesReadAsTheKnownTextAndBack) {
         ASSERT_TRUE(bytes);
         EXPECT_EQ(bytes->view(), row.bytes);
     }
+    EXPECT_EQ(decode("\x1B$B-!F|\n\x1B$BK\\\x1B(I1\x1B(B.", iso2022JP), "①日\n本ｱ.") << "as Windows writes it";
+    EXPECT_EQ(decode("\x1B$B-!F\x1B(B", iso2022JP), std::nullopt) << "half a character";
     EXPECT_EQ(decode(std::string_view("\xFF\xFE"
                                       "a\0",
                                       4),

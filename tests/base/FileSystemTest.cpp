@@ -160,6 +160,19 @@ TEST(FailingFileSystem, AtomicWriteShowsTheOldBytesOrTheNewOnes) {
     EXPECT_THAT(statesAfterCrash(write, true), ::testing::ElementsAre("new and longer", "old bytes"));
 }
 
+TEST(FailingFileSystem, AtomicWriteIsSafeOnceItReturns) {
+    for (std::uint64_t seed = 1; seed <= 15; ++seed) {
+        const TemporaryFolder folder;
+        const auto path = (folder / "new/file").string();
+        FailingFileSystem disk(seed);
+        ASSERT_TRUE(makeDirectories((folder / "new").string()));
+        ASSERT_TRUE(writeFileAtomically(path, "bytes"));
+        disk.losePower();
+        ASSERT_TRUE(fs::exists(path)) << seed;
+        EXPECT_EQ(testing::readFile(path), "bytes");
+    }
+}
+
 TEST(FailingFileSystem, CatchesCarelessWriters) {
     EXPECT_GT(statesAfterCrash(writeInPlace, false).size(), 2u) << "an emptied or half written file shows";
     EXPECT_THAT(statesAfterCrash(renameWithoutSync, false), ::testing::SizeIs(2))

@@ -13,6 +13,7 @@ TEST(FormatText, FillsMarksAndForgivesWrongOnes) {
     EXPECT_EQ(formatText("took %f seconds, 100%%", 0.5), "took 0.500000 seconds, 100%");
     EXPECT_EQ(formatText("%d is no number, %@ has no argument, 5% z %", "five"),
               "five is no number, %@ has no argument, 5% z %");
+    EXPECT_EQ(formatText("%@ %s %@ %@ %d", -3, 7u, 5'000'000'000, 0.5, 2.5), "-3 7 5000000000 0.5 2.5");
 }
 
 }  // namespace

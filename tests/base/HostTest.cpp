@@ -46,19 +46,6 @@ TEST(UserAgentThreads, AbsentHostStillPassesWorkToTheMainLoop) {
     EXPECT_EQ(calls, 11);
 }
 
-TEST(UserAgent, HostReplacesWhatItAnswers) {
-    struct Host : UserAgent {
-        void displayStatus(std::string_view status, MessageStore*) override { shown = status; }
-        std::string shown;
-    } host;
-    setCurrentUserAgent(&host);
-    userAgentOrAbsent().displayStatus("Fetching", nullptr);
-    EXPECT_EQ(currentUserAgent(), &host);
-    setCurrentUserAgent(nullptr);
-    userAgentOrAbsent().displayStatus("nobody sees this", nullptr);
-    EXPECT_EQ(host.shown, "Fetching");
-}
-
 TEST(UserInterface, WithoutWindowsTheCautiousAnswerIsGiven) {
     EXPECT_FALSE(hasUserInterface());
     EXPECT_EQ(currentUserInterface().runAlertPanel("Open", "Locked.", "Open Anyway", "Don't Open", "Quit"),

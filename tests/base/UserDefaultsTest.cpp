@@ -173,6 +173,25 @@ TEST_F(UserDefaultsTest, FailedWriteKeepsTheChangesForTheNextTime) {
     EXPECT_THAT(make().stringForKey("a"), Optional(std::string("new")));
 }
 
+TEST_F(UserDefaultsTest, ValueSetWhileTheFileIsWrittenStays) {
+    auto defaults = make();
+    struct Meddling : PosixFileSystem {
+        FileStatus rename(const std::string& from, const std::string& to) override {
+            meddle();
+            return PosixFileSystem::rename(from, to);
+        }
+        std::function<void()> meddle;
+    } disk;
+    disk.meddle = [&] { defaults.setString("later", "a"); };
+    defaults.setString("sooner", "a");
+    FileSystem::setCurrent(&disk);
+    EXPECT_TRUE(defaults.synchronize());
+    FileSystem::setCurrent(nullptr);
+    EXPECT_THAT(defaults.stringForKey("a"), Optional(std::string("later")));
+    EXPECT_TRUE(defaults.synchronize());
+    EXPECT_THAT(make().stringForKey("a"), Optional(std::string("later")));
+}
+
 TEST_F(UserDefaultsTest, CrashWhileWritingLeavesTheOldSettingsOrTheNewOnes) {
     for (int allowed = 0, done = 0; !done; ++allowed) {
         std::filesystem::remove_all(folder());
@@ -198,26 +217,31 @@ TEST_F(UserDefaultsTest, StandardOneFollowsTheConfigurationDirectory) {
     EXPECT_EQ(UserDefaults::standard().searchList().front(), "base_tests");
 }
 
-TEST(UserDefaultsThreads, ReadersWritersAndSynchronizeShareOne) {
+TEST(UserDefaultsThreads, ReadersAndWritersOfOneFileKeepEachOthersValues) {
     const testing::TemporaryFolder folder;
-    UserDefaults defaults("app", folder.path().string());
+    UserDefaults shared("app", folder.path().string());
+    constexpr int kRounds = 20;
     {
         std::vector<std::jthread> threads;
         for (int t = 0; t < 3; ++t)
             threads.emplace_back([&, t] {
-                for (int i = 1; i <= 40; ++i) {
-                    defaults.setInteger(i, "count" + std::to_string(t));
-                    if (i % 10 == 0) {
-                        EXPECT_TRUE(defaults.synchronize());
-                    }
-                    EXPECT_EQ(defaults.integerForKey("count" + std::to_string(t)), i)
-                        << "what was set is seen, also while another thread writes the file";
+                UserDefaults own("app", folder.path().string());  // as another process would have them
+                const auto number = std::to_string(t);
+                for (int i = 1; i <= kRounds; ++i) {
+                    shared.setInteger(i, "shared" + number);
+                    own.setInteger(i, "own" + number);
+                    EXPECT_TRUE((i % 2 == 0 ? shared : own).synchronize());
+                    EXPECT_EQ(shared.integerForKey("shared" + number), i) << "also while another thread writes";
+                    EXPECT_EQ(own.integerForKey("own" + number), i);
                 }
+                EXPECT_TRUE(own.synchronize());
             });
     }
-    EXPECT_TRUE(defaults.synchronize());
-    const UserDefaults again("app", folder.path().string());
-    for (int t = 0; t < 3; ++t) EXPECT_EQ(again.integerForKey("count" + std::to_string(t)), 40);
+    EXPECT_TRUE(shared.synchronize());
+    for (int t = 0; t < 3; ++t) {
+        EXPECT_EQ(shared.integerForKey("shared" + std::to_string(t)), kRounds);
+        EXPECT_EQ(shared.integerForKey("own" + std::to_string(t)), kRounds);
+    }
 }
 
 }  // namespace

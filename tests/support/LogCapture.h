@@ -1,6 +1,7 @@
 #pragma once
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "lorvale/platform/log.h"
@@ -23,6 +24,11 @@ public:
     std::vector<std::string> lines() const {
         const std::lock_guard lock(_mutex);
         return _lines;
+    }
+    /// The lines since the last call.
+    std::vector<std::string> take() {
+        const std::lock_guard lock(_mutex);
+        return std::exchange(_lines, {});
     }
 
 private:

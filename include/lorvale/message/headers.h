@@ -108,6 +108,8 @@ public:
     /// Throws GenericException ("unsupported feature") for a header with several values.
     void removeObjectForKey(std::string_view key);
     bool headersChanged() const { return _headersChanged; }
+    /// Whether all headers are in memory now, so that asking for them reads nothing.
+    bool hasAllHeaders() const { return _allHeaders.has_value(); }
 
     /// "Message-ID:", or for a message without one a text made of its subject, date and recipient.  Nothing
     /// makes sure that it is unique.

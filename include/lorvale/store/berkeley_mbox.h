@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "lorvale/export.h"
 #include "lorvale/store/message_store.h"
@@ -12,7 +13,7 @@
 namespace lorvale {
 
 class MboxSnapshot;
-class TOCMessage;
+struct MboxRange;
 
 /// A store over one flat mailbox file: messages one after the other, each beginning with a line "From "
 /// (docs/mailboxes.md tells the format).  A scan at opening finds all messages; there is no index file and no
@@ -77,11 +78,22 @@ private:
     bool mayChange() const { return _haveLock && !isReadOnly(); }
     bool _acquireLock();
     void _removeLock();
-    bool loadMboxData();
-    void _createAllMessages();
+    /// The file as it is now; null, after a log line, when it cannot be read.
+    std::unique_ptr<MboxSnapshot> _takeSnapshot() const;
+    /// Lists the messages of the file.  The first of them are `survivors`, known messages that stay the same
+    /// objects; the others are made.
+    void _createAllMessages(const std::vector<MboxRange>& ranges, const MessageList& survivors);
+    /// Goes on with another state of the file (null: nothing), in which the survivors stand first and know
+    /// their places.  Known messages that do not survive lose their store.
+    void _adopt(std::unique_ptr<MboxSnapshot> snapshot, MessageList survivors);
+    /// All our messages if they stand in a later state of the file as they do in ours, none otherwise.
+    MessageList _messagesStillIn(const MboxSnapshot& later) const;
+    void _forgetDeletedMessages();
+    bool _appendMessages(const MessageList& messages);
+    std::optional<MboxRange> _rangeHere(const Message& message) const;
 
     std::string _storePath;                   // see storePath()
-    std::unique_ptr<MboxSnapshot> _mboxData;  // the bytes of the file, null when they must be mapped anew
+    std::unique_ptr<MboxSnapshot> _mboxData;  // the bytes of the file, null once the store is closed
     bool _haveLock = false;
 };
 

@@ -14,6 +14,7 @@
 #include "lorvale/store/constants.h"
 #include "lorvale/store/store_class.h"
 #include "lorvale/values/data.h"
+#include "lorvale/values/property_list.h"
 
 namespace lorvale {
 
@@ -21,7 +22,6 @@ class MailAccount;
 class MboxIndex;
 class Message;
 class MessageFlags;
-class PropertyList;
 
 using MessageList = std::vector<std::shared_ptr<Message>>;
 
@@ -231,7 +231,7 @@ protected:
 private:
     std::vector<MessageList> deleteStack;  // what undeleteLastDeletedMessages() takes back, last first
     std::shared_ptr<MailAccount> _account;
-    std::unique_ptr<PropertyList> _userInfo;            // null until asked for, or read from the file
+    std::optional<PropertyList> _userInfo;              // nullopt until asked for, or read from the file
     std::atomic<bool> _stopBackgroundActivity = false;  // read by threads between two messages
 };
 

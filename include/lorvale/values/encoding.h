@@ -26,7 +26,7 @@ enum class StringEncoding : std::uint32_t {
     unicode = 10,  ///< UTF-16: read by its byte order mark, big-endian without one; written big-endian with one
     windowsCP1252 = 12,
     windowsCP1250 = 15,
-    iso2022JP = 21,
+    iso2022JP = 21,  ///< written by the standard; read with what mail programs add to it
 };
 
 enum class Lossy : bool { no, yes };
@@ -55,7 +55,7 @@ struct AvailableEncoding {
 /// All encodings but the unknown one, by number.
 LORVALE_EXPORT std::span<const AvailableEncoding> availableStringEncodings();
 
-/// The name for people; an empty text for the unknown encoding.
+/// The name for people, in their language; an empty text for the unknown encoding.
 LORVALE_EXPORT std::string localizedNameOfStringEncoding(StringEncoding encoding);
 
 /// The encoding in which header bytes, stored strings and protocol commands are held: a setting of the whole

@@ -1,11 +1,14 @@
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+
 #include "lorvale/mime.h"
+#include "lorvale/platform/user_defaults.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/Charsets.h"
 #include "mail/encoding/MimeHeaderEncoding.h"
 #include "mail/encoding/PreferredEncoding.h"
-#include "tests/support/LogLines.h"
+#include "tests/support/LogCapture.h"
 #include "tests/support/TestSupport.h"
 
 namespace lorvale {
@@ -52,23 +55,23 @@ TEST(HeaderDecoding, ReadsEncodedWords) {
 }
 
 TEST(HeaderDecoding, LogsWhatItDoesNotKnow) {
-    LogLines lines;
+    const LogCapture log;
     EXPECT_EQ(decoded("=?x-utf-8?q?=E9?="), "é");
-    EXPECT_THAT(lines.take(),
-                ElementsAre("Don't know how to decode charset \"x-utf-8\"--treating as iso-8859-1"));
-    EXPECT_EQ(decoded("a =?utf-8??b"), "a ?b");
-    EXPECT_THAT(lines.take(), ElementsAre("Missing encoding char (Q or B) in MIME header: \"a =?utf-8??b\""));
+    EXPECT_EQ(decoded("a =?utf-8??b=?utf-8??"), "a ?b?");
     EXPECT_EQ(decoded("=?utf-8?x?=41_b?="), "=41 b");
-    EXPECT_THAT(lines.take(), ElementsAre("Never heard of a \"x\" type encoding--treating as unencoded"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("Don't know how to decode charset \"x-utf-8\"--treating as iso-8859-1",
+                            "Missing encoding char (Q or B) in MIME header: \"a =?utf-8??b=?utf-8??\"",
+                            "Never heard of a \"x\" type encoding--treating as unencoded"));
 }
 
 TEST(HeaderDecoding, ReadsBytesWithoutACharsetInThePreferredEncoding) {
-    LogLines lines;
+    const LogCapture log;
     EXPECT_EQ(decoded("caf\u00C3\u00A9 =?foo?q?=C3=A9?=", StringEncoding::utf8), "café é");
     EXPECT_EQ(decoded("\u00B1", StringEncoding::isoLatin2), "ą");
     EXPECT_EQ(decoded("a \x1B$BF|K\\\x1B(B", StringEncoding::iso2022JP), "a 日本");
     EXPECT_EQ(decoded("\u00E9 ✓", StringEncoding::utf8), "\u00E9 ✓") << "what does not fit stays";
-    EXPECT_THAT(lines.take(), IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST(HeaderEncoding, LeavesPlainTextAlone) {
@@ -136,7 +139,7 @@ TEST(Charsets, KeysAreEqualWithoutCaseAndX) {
 }
 
 TEST(Charsets, AreReadAndWrittenByOneTable) {
-    LogLines lines;
+    const LogCapture log;
     using enum StringEncoding;
     const std::pair<std::string_view, StringEncoding> both[] = {
         {"us-ascii", ascii},
@@ -161,13 +164,12 @@ TEST(Charsets, AreReadAndWrittenByOneTable) {
     EXPECT_EQ(_charsetForEncoding(tarn), "iso-8859-1");
     EXPECT_EQ(_charsetForStringEncoding(tarn), std::nullopt);
     EXPECT_EQ(_encodingForCharset(std::nullopt), unknown);
-    EXPECT_THAT(lines.take(), IsEmpty());
 
     EXPECT_EQ(_charsetForEncoding(japaneseEUC), "iso-8859-1");
-    EXPECT_THAT(lines.take(), ElementsAre("Using charset iso-8859-1 for " +
-                                          localizedNameOfStringEncoding(japaneseEUC) + " encoded body"));
     EXPECT_EQ(_encodingForCharset("koi8-r"), isoLatin1);
-    EXPECT_THAT(lines.take(), ElementsAre("Unknown specified charset \"koi8-r\"--treating as iso-8859-1"));
+    EXPECT_THAT(log.lines(), ElementsAre("Using charset iso-8859-1 for " +
+                                             localizedNameOfStringEncoding(japaneseEUC) + " encoded body",
+                                         "Unknown specified charset \"koi8-r\"--treating as iso-8859-1"));
 }
 
 TEST(Charsets, BestEncodingIsTheSimplestThatHoldsTheText) {
@@ -190,6 +192,21 @@ TEST(PreferredEncoding, IsSettledByTheFirstNameThatIsSet) {
     EXPECT_EQ(preferred.value(), StringEncoding::isoLatin2);
     name = localizedNameOfStringEncoding(StringEncoding::utf8);
     EXPECT_EQ(preferred.value(), StringEncoding::isoLatin2);
+}
+
+TEST(PreferredEncoding, ComesFromTheUserDefaults) {
+    // In a process of its own, since it is settled for good.
+    const auto readsLatin2 = [] {
+        UserDefaults::standard().setArgument("KTPreferedStringEncodingForMailMessage",
+                                             localizedNameOfStringEncoding(StringEncoding::isoLatin2));
+        const bool prefers = preferedMIMEStringEncoding() == StringEncoding::isoLatin2 &&
+                             bestMIMEStringEncoding("é") == StringEncoding::isoLatin2 &&
+                             _encodingForCharset("koi8-r") == StringEncoding::isoLatin2 &&
+                             decodeMimeHeaderValue("\u00B1") == "ą" &&
+                             encodeMimeHeaderValue("é") == "=?iso-8859-2?q?=E9";
+        std::_Exit(prefers ? 0 : 1);
+    };
+    EXPECT_EXIT(readsLatin2(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(PreferredEncoding, OfAnUnknownNameIsJapaneseOnAJapaneseDesktopOnly) {

@@ -4,7 +4,7 @@
 
 #include "lorvale/mime.h"
 #include "mail/encoding/Base64Kernels.h"
-#include "tests/support/LogLines.h"
+#include "tests/support/LogCapture.h"
 #include "tests/support/PlainCodecs.h"
 #include "tests/support/TestSupport.h"
 
@@ -13,7 +13,6 @@ namespace {
 
 using namespace lorvale::testing;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 struct Row {
     const char* why;
@@ -255,15 +254,15 @@ TEST(Uuencode, ReadsTheBeginLineAcrossWhiteSpace) {
 }
 
 TEST(Uuencode, ComplainsAboutAMissingBeginLine) {
-    LogLines lines;
-    EXPECT_FALSE(uudecoded(""));
-    EXPECT_FALSE(uudecoded("x begin 644 x\n"));
-    EXPECT_THAT(lines.take(),
-                ElementsAre("Missing begin line in uuencoded data", "Missing begin line in uuencoded data"));
+    const LogCapture log;
     std::string name = "kept";
+    EXPECT_FALSE(uudecoded("", &name));
+    EXPECT_FALSE(uudecoded("x begin 644 x\n", &name));
     EXPECT_FALSE(uudecoded("begin 644 x", &name));
-    EXPECT_THAT(lines.take(), ElementsAre("Malformed begin line in uuencoded data"));
     EXPECT_EQ(name, "kept");
+    EXPECT_THAT(log.lines(),
+                ElementsAre("Missing begin line in uuencoded data", "Missing begin line in uuencoded data",
+                            "Malformed begin line in uuencoded data"));
 }
 
 std::optional<std::string> unhexed(std::string_view text, std::string* name = nullptr) {

@@ -205,7 +205,7 @@ void expectSameCachedHeaders(std::string_view bytes, const Block& whole) {
 TEST(HeaderBlock, AgreesWithThePlainReader) {
     const testing::LogCapture silence;
     std::mt19937 random(11);
-    for (int i = 0; i < 20'000; ++i) {
+    for (int i = 0; i < 5'000; ++i) {
         const auto bytes = randomBlock(random);
         SCOPED_TRACE(::testing::PrintToString(bytes));
         const auto block = decodeBlock(ExactCopy(bytes));
@@ -262,7 +262,7 @@ TEST(HeaderBlock, OfRealMailSurvivesWriting) {
         const auto after = decodeBlock(encodeBlock(before));
         for (const auto& [key, values] : before.headers) {
             const bool plain = std::ranges::all_of(values, [](const std::string& value) {
-                return !value.empty() && encodeMimeHeaderValue(value) == value &&
+                return !value.empty() && decodeMimeHeaderValue(encodeMimeHeaderValue(value)) == value &&
                        value.find('\n') == std::string::npos;
             });
             const bool repeated = std::ranges::count(before.order, key) > std::ssize(values);

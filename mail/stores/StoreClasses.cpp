@@ -1,0 +1,93 @@
+/// The choice of a store class for a path, and the stores that are known from the start.
+#include <chrono>
+#include <utility>
+
+#include "lorvale/message.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/platform/mutex.h"
+#include "lorvale/store.h"
+#include "mail/model/ClassNames.h"
+#include "mail/model/DataStoreHook.h"
+#include "mail/stores/KTDataMessageStore.h"
+#include "mail/stores/OpenStores.h"
+
+namespace lorvale {
+
+namespace {
+
+WillingnessRegistry<StoreClass>& storeClasses() {
+    static auto& registry = *new WillingnessRegistry<StoreClass>;  // never destroyed, like the stores' table
+    return registry;
+}
+
+struct DefaultClass {
+    Mutex mutex;
+    std::optional<StoreClass> storeClass LORVALE_GUARDED_BY(mutex);
+};
+DefaultClass& defaultClass() {
+    static auto& holder = *new DefaultClass;
+    return holder;
+}
+
+const NamedClass kBerkeleyMbox("BerkeleyMbox",
+                               [] { storeClasses().registerClass(BerkeleyMbox::storeClass()); });
+const NamedClass kDataStore("KTDataMessageStore", [] {
+    setDataStoreMaker([](const Data& data) -> std::shared_ptr<MessageStore> {
+        return KTDataMessageStore::initWithData(data);
+    });
+});
+
+}  // namespace
+
+bool MessageStore::registerStoreClass(StoreClass storeClass) {
+    Message::initialize();
+    return storeClasses().registerClass(std::move(storeClass));
+}
+
+void MessageStore::unregisterStoreClass(std::string_view name) {
+    Message::initialize();
+    storeClasses().unregisterClass(name);
+}
+
+void MessageStore::registerDefaultStoreClass(StoreClass storeClass) {
+    Message::initialize();
+    auto& holder = defaultClass();
+    const MutexLock lock(holder.mutex);
+    holder.storeClass = std::move(storeClass);
+}
+
+std::optional<StoreClass> MessageStore::defaultStoreClass() {
+    Message::initialize();
+    auto& holder = defaultClass();
+    const MutexLock lock(holder.mutex);
+    return holder.storeClass;
+}
+
+float MessageStore::willingnessToOpen(std::string_view) {
+    return 0;
+}
+
+std::shared_ptr<MessageStore> MessageStore::storeForPath(std::string_view path, bool create, bool readOnly) {
+    if (auto open = currentlyOpenStoreForPath(path)) return open;
+    Message::initialize();
+    const std::string place(path);
+    auto chosen = storeClasses().mostWilling(place);
+    if (!chosen && create) chosen = defaultStoreClass();
+    if (!chosen) return nullptr;
+    const auto start = std::chrono::steady_clock::now();
+    auto store = chosen->initWithPath(place, create, readOnly, nullptr);
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    debugLog("opening: %@ took %f seconds.", place, taken.count());
+    if (store) registerOpenStore(store);
+    return store;
+}
+
+std::shared_ptr<MessageStore> MessageStore::currentlyOpenStoreForPath(std::string_view path) {
+    return OpenStores::table().storeAt(_standarizedStorePath(path));
+}
+
+void MessageStore::registerOpenStore(const std::shared_ptr<MessageStore>& store) {
+    OpenStores::table().add(_standarizedStorePath(store->_path), store);
+}
+
+}  // namespace lorvale

@@ -1,0 +1,178 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "lorvale/platform/exception.h"
+#include "lorvale/platform/paths.h"
+#include "mail/model/DateUtils.h"
+#include "tests/mail/model/MemoryStore.h"
+#include "tests/support/LogCapture.h"
+
+namespace lorvale {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::LogCapture;
+using ::testing::Optional;
+using testing::StoredMessage;
+
+constexpr std::string_view kHead =
+    "From anna@x.example Thu Aug 22 12:46:23 2002\n"
+    "Received: r1\n"
+    "From: Anna <anna@x.example>\n"
+    "TO: Bert <bert@y>, carl@z\n"
+    "Received: r2\n"
+    "Cc:\n"
+    "Subject: Hello\n"
+    "Date: Thu, 22 Aug 2002 12:40:00 +0200\n"
+    "Message-ID: <1@x>\n"
+    "\n";
+
+std::string encoded(MessageHeaders& headers) {
+    const auto data = headers.encodedHeaders();
+    return data ? data->toString() : "none";
+}
+
+TEST(MessageHeaders, CachedOnesNeedNoReading) {
+    const StoredMessage stored(kHead);
+    auto& headers = stored.headers();
+    EXPECT_EQ(headers.sender(), "Anna <anna@x.example>");
+    EXPECT_EQ(headers.subject(), "Hello");
+    EXPECT_THAT(headers.objectsForKey("date"), Optional(ElementsAre("Thu, 22 Aug 2002 12:40:00 +0200")));
+    EXPECT_EQ(headers.cachedDataSize(), 30u);
+    EXPECT_EQ(stored.store->cachedAsked, 1);
+    EXPECT_EQ(stored.store->headAsked, 0);
+    EXPECT_THAT(headers.objectsForKey("received"), Optional(ElementsAre("r1", "r2")));
+    EXPECT_THAT(headers.objectsForKey("cc"), Optional(ElementsAre()));
+    EXPECT_EQ(headers.firstObjectForKey("cc"), std::nullopt);
+    EXPECT_EQ(headers.objectsForKey("x-none"), std::nullopt);
+    EXPECT_EQ(headers.originalKeyForKey("to"), "TO");
+    EXPECT_THAT(headers.recipients(), ElementsAre("Bert <bert@y>", "carl@z"));
+    EXPECT_EQ(stored.store->headAsked, 1);
+    headers.flushCachedData();
+    EXPECT_EQ(headers.subject(), "Hello");
+    EXPECT_EQ(headers.messageID(), "<1@x>");
+    EXPECT_EQ(stored.store->cachedAsked, 1);
+    EXPECT_EQ(stored.store->headAsked, 2);
+}
+
+TEST(MessageHeaders, CachedKeysAreNormalisedAndShared) {
+    MessageHeaders one, other;
+    CachedHeaders given;
+    given.set("sUBJECT", std::string("s"));
+    given.set("From", std::string("f"));
+    for (auto* each : {&one, &other}) each->setCachedHeaders(given);
+    EXPECT_EQ(one.subject(), "s");
+    EXPECT_EQ(one.originalKeyForKey("subject"), "sUBJECT");
+    EXPECT_EQ(one.cachedHeaders().begin()->key.data(), other.cachedHeaders().begin()->key.data());
+    one.setCachedHeaders(std::nullopt);
+    EXPECT_EQ(one.subject(), "");
+    EXPECT_EQ(sharedHeaderKey("x-own").data(), sharedHeaderKey(std::string("x-own")).data());
+}
+
+TEST(MessageHeaderThreads, ShareTheirKeys) {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 200; ++i) {
+                const auto name = "key" + std::to_string(i);
+                EXPECT_EQ(sharedHeaderKey(name).data(), sharedHeaderKey(name).data());
+            }
+        });
+    }
+}
+
+TEST(MessageHeaders, UnchangedOnesAreTheBytesOfTheStore) {
+    const StoredMessage stored(kHead);
+    auto& headers = stored.headers();
+    EXPECT_EQ(encoded(headers), kHead);
+    EXPECT_EQ(headers.encodedHeadersForDelivery()->view(), kHead);
+    stored.store->head.reset();
+    EXPECT_EQ(headers.encodedHeaders(), std::nullopt);
+    EXPECT_TRUE(headers.allHeaders().empty());
+    EXPECT_EQ(stored.message->messageData(), std::nullopt);
+}
+
+TEST(MessageHeaders, EditsAreWrittenAndLostByAFlush) {
+    const StoredMessage stored("From a b\nX-One: 1\nReceived: r1\nReceived: r2\nSubject: old\n\n");
+    auto& headers = stored.headers();
+    headers.setObject("new", "SUBject");
+    headers.setObject("2", "X-Two");
+    headers.removeObjectForKey("x-one");
+    headers.removeObjectForKey("x-none");
+    headers.setObject(std::nullopt, "X-Gone");
+    EXPECT_THROW(headers.removeObjectForKey("received"), GenericException);
+    EXPECT_TRUE(headers.headersChanged());
+    EXPECT_EQ(encoded(headers), "From a b\nReceived: r1\nReceived: r2\nSUBject: new\nX-Two: 2\n\n");
+    EXPECT_EQ(headers.encodedHeadersForDelivery()->view(),
+              "Received: r1\nReceived: r2\nSUBject: new\nX-Two: 2\n\n");
+    EXPECT_EQ(headers.subject(), "old");  // what the store has at hand is not touched
+
+    MessageHeaders copy(headers);
+    copy.setObject("3", "X-Two");
+    EXPECT_EQ(headers.firstTextForKey("x-two"), "2");
+
+    headers.flushCachedData();
+    EXPECT_EQ(headers.firstTextForKey("x-one"), "1");
+    EXPECT_EQ(copy.firstTextForKey("x-two"), "3");
+}
+
+TEST(MessageHeaders, IDOfAMessageWithoutOneIsMadeUp) {
+    EXPECT_EQ(StoredMessage("\n").headers().messageID(), "BogusSubject_BogusDate_BogusTo");
+    EXPECT_EQ(StoredMessage("Subject: s\nTo: a\nTo: b\nDate: d\nMessage-ID:\n\n").headers().messageID(),
+              "s_d_a");
+}
+
+TEST(MessageHeaders, DateOfDeliveryIsFoundInThisOrder) {
+    EXPECT_EQ(StoredMessage(kHead).headers().dateReceived(), dateFromLocalCivil({2002, 8, 22, 12, 46, 23}));
+
+    const StoredMessage known(kHead);
+    known.store->cached.set("Date", Date(77));
+    EXPECT_EQ(known.headers().dateReceived(), Date(77));
+    EXPECT_EQ(known.headers().firstTextForKey("date"), "");
+    EXPECT_THAT(known.headers().objectsForKey("date"), Optional(ElementsAre("Thu, 1 Jan 1970 00:01:17 +0000")));
+
+    LogCapture log;
+    const auto written = Date(1030012800);
+    EXPECT_EQ(StoredMessage("Date: Thu, 22 Aug 2002 12:40:00 +0200\n\n").headers().dateReceived(), written);
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(
+        StoredMessage("From a some day\nDate: Thu, 22 Aug 2002 12:40:00 +0200\n\n").headers().dateReceived(),
+        written);
+    EXPECT_THAT(log.lines(), ::testing::Contains("Can't determine date: (some day), trying "
+                                                 "(Thu, 22 Aug 2002 12:40:00 +0200)"));
+    const auto before = Date::now();
+    EXPECT_GE(StoredMessage("\n").headers().dateReceived(), before);
+}
+
+TEST(MessageHeaders, EnvelopeLineIsMadeOnce) {
+    StoredMessage stored("From: Anna <anna@x.example>\nDate: Thu, 22 Aug 2002 12:40:00 +0200\n\n");
+    stored.headers().appendFromSpaceIfMissing();
+    const auto when = Date(1030012800).inLocalZone().descriptionWithCalendarFormat("%a %b %e %H:%M:%S %Y");
+    EXPECT_TRUE(encoded(stored.headers()).starts_with("From anna@x.example " + when + "\nFrom: Anna"));
+    EXPECT_EQ(stored.headers().dateReceived(), Date(1030012800));
+
+    setLoginName("jdoe");
+    StoredMessage nameless("Subject: x\n\n");
+    nameless.headers().appendFromSpaceIfMissing();
+    setLoginName({});
+    EXPECT_TRUE(encoded(nameless.headers()).starts_with("From jdoe "));
+
+    StoredMessage had(kHead);
+    had.headers().appendFromSpaceIfMissing();
+    EXPECT_FALSE(had.headers().headersChanged());
+}
+
+TEST(MessageHeaders, OutliveTheirMessage) {
+    StoredMessage stored(kHead);
+    const auto headers = stored.message->headers();
+    EXPECT_EQ(headers->subject(), "Hello");
+    stored.message.reset();
+    EXPECT_EQ(headers->subject(), "Hello");
+    EXPECT_TRUE(headers->allHeaders().empty());
+    EXPECT_EQ(headers->encodedHeaders(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace lorvale

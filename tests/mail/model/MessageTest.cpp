@@ -1,0 +1,135 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "mail/model/ClassNames.h"
+#include "tests/mail/model/MemoryStore.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+using testing::LogCapture;
+using testing::StoredMessage;
+
+TEST(Message, LoadsItsPartsOnceAndOnDemand) {
+    const StoredMessage stored("Subject: s\n\n", "body\n");
+    const auto& message = stored.message;
+    EXPECT_EQ(stored.store->headAsked + stored.store->bodyAsked, 0);
+    EXPECT_EQ(message->headers(), message->headers());
+    EXPECT_EQ(message->messageFlags(), message->messageFlags());
+    EXPECT_FALSE(message->messageFlags()->isRead());
+    EXPECT_EQ(message->messageData()->view(), "Subject: s\n\nbody\n");
+    EXPECT_EQ(message->messageBody()->encodedBody()->view(), "body\n");
+    EXPECT_EQ(stored.store->bodyAsked, 1);
+    EXPECT_EQ(message->cachedDataSize(), 5u);
+    EXPECT_EQ(message->headers()->subject(), "s");
+    EXPECT_EQ(message->cachedDataSize(), 15u);
+    message->flushCachedData();
+    EXPECT_EQ(message->cachedDataSize(), 10u);
+    EXPECT_EQ(message->messageSize(), 0u);
+    EXPECT_EQ(message->messageTypeImageName(), std::nullopt);
+}
+
+TEST(Message, DoesNotKeepItsStoreAlive) {
+    StoredMessage stored("Subject: s\n\n");
+    EXPECT_EQ(stored.message->messageStore(), stored.store);
+    stored.store.reset();
+    EXPECT_EQ(stored.message->messageStore(), nullptr);
+    EXPECT_EQ(stored.message->messageData(), std::nullopt);
+    EXPECT_TRUE(stored.message->messageFlags()->isRead());
+}
+
+TEST(Message, DescribesWhatIsLoaded) {
+    const StoredMessage stored("To: t\nFrom: f\nSubject: s\n\n");
+    EXPECT_EQ(stored.message->description(), "<headers not yet loaded> <body not yet loaded> ");
+    stored.message->headers();
+    const auto body = stored.message->messageBody()->className();
+    EXPECT_EQ(stored.message->description(), "To: t\nFrom: f\nSubject: s\nBody is of class " + body + "\n");
+}
+
+TEST(Message, EmptyOneIsFilledByHand) {
+    class OwnBody : public MessageBody {};
+    const MessageBodyClass own{"Own", [](MessageHeaders&) { return 0.0F; },
+                               [] { return std::make_shared<OwnBody>(); }};
+    const auto message = Message::emptyMessageWithBodyClass(own);
+    const auto body = message->messageBody();
+    EXPECT_NE(std::dynamic_pointer_cast<OwnBody>(body), nullptr);
+    EXPECT_EQ(body->message(), message);
+    body->setMessage(Message::emptyMessageWithBodyClass(own));
+    EXPECT_EQ(body->message(), message);  // the first one counts
+    message->headers()->setObject("v", "X-Key");
+    body->setEncodedBody(Data::copyOf("text"));
+    message->flushCachedData();
+    EXPECT_EQ(body->encodedBody()->view(), "text");  // there is no store to read it again from
+}
+
+TEST(Message, BodyIsOfTheMostWillingClass) {
+    class OwnBody : public MessageBody {
+    public:
+        std::string className() const override { return "OwnBody"; }
+    };
+    MessageBody::bodyClasses().registerClass(
+        {"Own", [](MessageHeaders& headers) { return headers.objectsForKey("x-own") ? 1.0F : 0.0F; },
+         [] { return std::make_shared<OwnBody>(); }});
+    EXPECT_EQ(StoredMessage("X-Own: 1\n\n").message->messageBody()->className(), "OwnBody");
+    EXPECT_NE(StoredMessage("X: 1\n\n").message->messageBody()->className(), "OwnBody");
+    MessageBody::bodyClasses().unregisterClass("Own");
+}
+
+int touched = 0;
+const NamedClass kTouched("ClassOfThisTest", [] { ++touched; });
+
+TEST(ClassNames, AreTouchedByName) {
+    EXPECT_FALSE(NamedClass::touchClassNamed("NoSuchClass"));
+    EXPECT_TRUE(NamedClass::touchClassNamed("ClassOfThisTest"));
+    EXPECT_EQ(touched, 1);
+}
+
+TEST(AttachmentPaths, AreNamedAfterTheSubject) {
+    const struct {
+        const char* why;
+        std::optional<std::string_view> subject, directory;
+        std::string_view path;
+    } rows[] = {
+        {"bad characters become _", "Re: a/b", "/d", "/d/Re__a_b.x"},
+        {"leading bad ones go", "../.hidden", "/d", "/d/hidden.x"},
+        {"twenty are enough", "abcdefghijklmnopqrstuvwxy", "/d", "/d/abcdefghijklmnopqrst.x"},
+        {"one for each character, not for each byte", "a\u00E9\u4E2Db", "", "a__b.x"},
+        {"nothing good", " /.. ", std::nullopt, "Corvane.x"},
+        {"no subject", std::nullopt, "/d", "/d/Corvane.x"},
+        {"an empty subject", "", "/d", "/d/Corvane.x"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(Message::_filenameFromSubject(row.subject, row.directory, ".x"), row.path);
+    }
+}
+
+TEST(AttachmentPaths, AreFreshDirectoriesForTheUserAlone) {
+    const testing::TemporaryFolder folder;
+    const auto where = folder.path().string();
+    const auto first = Message::makeUniqueAttachmentNamed("Plan", where);
+    const auto second = Message::makeUniqueAttachmentNamed("Plan", where);
+    ASSERT_TRUE(first && second);
+    EXPECT_EQ(*first, where + "/Plan.attach");
+    EXPECT_NE(*second, *first);
+    struct stat status {};
+    ASSERT_EQ(::stat(second->c_str(), &status), 0);
+    EXPECT_TRUE(S_ISDIR(status.st_mode));
+    EXPECT_EQ(status.st_mode & 0777u, 0700u);
+
+    testing::writeFile(folder / "file", "");
+    LogCapture log;
+    EXPECT_EQ(Message::makeUniqueAttachmentNamed("Plan", where + "/file"), std::nullopt);
+    EXPECT_THAT(log.lines(),
+                ::testing::Contains("Could not create attachment directory " + where + "/file/Plan.attach"));
+
+    MessageBody::setDefaultAttachmentDirectory(where + "/usual");
+    EXPECT_EQ(Message::makeUniqueAttachmentNamed("Plan", ".y", std::nullopt), where + "/usual/Plan.y");
+    MessageBody::setDefaultAttachmentDirectory({});
+}
+
+}  // namespace
+}  // namespace lorvale

@@ -1,0 +1,422 @@
+#include <gmock/gmock.h>
+#include <malloc.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "base/files/PosixFileSystem.h"
+#include "lorvale/platform/notification.h"
+#include "lorvale/values/range.h"
+#include "mail/stores/MboxScan.h"
+#include "tests/support/PlainMbox.h"
+#include "tests/support/StoreSupport.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+using namespace lorvale::testing;
+namespace fs = std::filesystem;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class FlatMailbox : public ::testing::Test {
+protected:
+    FlatMailbox() { writeFile(path, ann + bob + cid); }
+
+    std::shared_ptr<BerkeleyMbox> open(bool create = false, bool readOnly = false) const {
+        return BerkeleyMbox::initWithPath(path, create, readOnly);
+    }
+    std::vector<std::string> namesInFolder() const {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(folder.path()))
+            names.push_back(entry.path().filename());
+        std::ranges::sort(names);
+        return names;
+    }
+
+    TemporaryFolder folder;
+    const std::string path = folder / "inbox";
+    const std::string ann = mboxMessage("ann"), bob = mboxMessage("bob", "two\n\nparts\n"),
+                      cid = mboxMessage("cid");
+};
+
+TEST_F(FlatMailbox, ListsItsMessagesAndGivesTheirBytes) {
+    const auto store = open();
+    ASSERT_TRUE(store);
+    EXPECT_EQ(store->totalCountAndSize(), (CountAndSize{3, static_cast<std::uint32_t>(fs::file_size(path))}));
+    EXPECT_EQ(store->count(), 3u);
+    EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann, bob, cid));
+    auto& second = *store->allMessages()[1];
+    EXPECT_EQ(store->bodyForMessage(second)->view(), "two\n\nparts\n\n");
+    EXPECT_THAT(store->allHeadersForMessage(second)->toString(), ::testing::EndsWith("Subject: about bob\n\n"));
+    const auto cached = store->cachedHeadersForMessage(second);
+    ASSERT_EQ(cached.size(), 2u) << "there is no date line";
+    EXPECT_EQ(cached.textForKey("From"), "bob@x.example");
+    EXPECT_EQ(cached.textForKey("Subject"), "about bob");
+    EXPECT_EQ(second.headers()->dateReceived().secondsSince1970() / 86400, 11921);
+    EXPECT_EQ(second.messageSize(), bob.size());
+    EXPECT_TRUE(second.messageFlags()->isRead());
+    EXPECT_EQ(store->unreadCount(), 0u);
+    EXPECT_TRUE(store->canCompact());
+    EXPECT_FALSE(store->canBeIndexed());
+    EXPECT_FALSE(store->isIndexed());
+    auto& third = *store->allMessages()[2];
+    third.headers()->setObject("another", "Subject");
+    EXPECT_EQ(third.headers()->subject(), "another") << "changed in memory before anybody asked";
+}
+
+TEST_F(FlatMailbox, IsOpenedByTheClassThatIsWilling) {
+    fs::create_directory(folder / "dir");
+    writeFile(folder / "mbox", "");
+    EXPECT_FLOAT_EQ(BerkeleyMbox::willingnessToOpen(path), 0.333F);
+    EXPECT_FLOAT_EQ(BerkeleyMbox::willingnessToOpen(std::string(folder / "mbox")), 0.667F);
+    EXPECT_EQ(BerkeleyMbox::willingnessToOpen(std::string(folder / "dir")), 0);
+    EXPECT_EQ(BerkeleyMbox::willingnessToOpen(std::string(folder / "missing")), 0);
+    const auto store = MessageStore::storeForPath(path);
+    ASSERT_TRUE(store);
+    EXPECT_EQ(store->className(), "BerkeleyMbox");
+    EXPECT_EQ(store->storePath(), path);
+    EXPECT_FALSE(MessageStore::storeForPath(std::string(folder / "missing")));
+}
+
+TEST_F(FlatMailbox, ThatIsMissingIsEmptyWhenItMayBeCreated) {
+    const std::string place = folder / "new";
+    EXPECT_FALSE(BerkeleyMbox::initWithPath(place, false, false));
+    EXPECT_FALSE(fs::exists(place + ".lock"));
+    const auto store = BerkeleyMbox::initWithPath(place, true, false);
+    ASSERT_TRUE(store);
+    EXPECT_EQ(store->totalCount(), 0u);
+    EXPECT_FALSE(fs::exists(place));
+    store->syncAppendMessages(open(false, true)->allMessages(), false);
+    EXPECT_EQ(readFile(place), ann + bob + cid);
+    EXPECT_EQ(fs::status(place).permissions(), fs::perms::owner_all);
+}
+
+/// A disk on which one file cannot be read.
+class UnreadableFile : public PosixFileSystem {
+public:
+    UnreadableFile() : _before(setCurrent(this)) {}
+    ~UnreadableFile() override { setCurrent(_before); }
+    std::optional<Data> mapFile(const std::string& path, FileStatus* status) override {
+        if (status != nullptr) *status = FileStatus(EACCES, "open " + path + ": Permission denied");
+        return std::nullopt;
+    }
+
+private:
+    FileSystem* const _before;
+};
+
+TEST_F(FlatMailbox, ThatCannotBeReadDoesNotOpenAndSaysWhy) {
+    const auto refused = [](const std::string& place, std::string_view reason) {
+        const LogCapture log;
+        EXPECT_FALSE(BerkeleyMbox::initWithPath(place));
+        EXPECT_THAT(log.lines(), ElementsAre(HasSubstr(reason)));
+        EXPECT_FALSE(fs::exists(place + ".lock"));
+    };
+    fs::create_directory(folder / "dir");
+    refused(folder / "dir", "Is a directory");
+    ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
+    refused(folder / "fifo", "fifo");
+    writeFile(folder / "huge", "From a\n\n");
+    fs::resize_file(folder / "huge", (std::uintmax_t{1} << 32) + 5);
+    refused(folder / "huge", "more than the 4 GB");
+    const UnreadableFile disk;
+    refused(path, "Permission denied");
+}
+
+TEST_F(FlatMailbox, OfSomethingElseIsEmptyAndStaysAsItIs) {
+    for (const auto& bytes : {std::string(), std::string(" \n\n"),
+                              std::string("\x7F"
+                                          "ELF\0\0From \n",
+                                          12),
+                              std::string("Dear all,\n\nFrom today on ...\n")}) {
+        writeFile(path, bytes);
+        const auto store = open();
+        ASSERT_TRUE(store);
+        EXPECT_EQ(store->totalCount(), 0u);
+        store->doCompact();
+        if (!isMbox(bytes)) {
+            const LogCapture log;
+            store->syncAppendMessages({Message::messageWithData(Data::ofStatic("Subject: x\n\ny\n"))}, false);
+            EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("is no mailbox")));
+        }
+        EXPECT_EQ(readFile(path), bytes);
+    }
+}
+
+TEST_F(FlatMailbox, DeletingHidesAndCompactingRemoves) {
+    const auto store = open();
+    const auto messages = store->allMessages();
+    int changes = 0;
+    const auto token = NotificationCenter::defaultCenter().addObserver([&](const Notification&) { ++changes; },
+                                                                       MessageStoreStructureChanged, store);
+    store->deleteMessages({messages[0], messages[1]});
+    EXPECT_THAT(store->filteredMessages(), ElementsAre(messages[2]));
+    EXPECT_GT(changes, 0);
+    EXPECT_EQ(store->deletedCountAndSize().count, 4u) << "each stands there twice";
+    EXPECT_EQ(store->deletedCountAndSize().size, ann.size() + bob.size());
+    store->undeleteMessage(messages[1]);
+    EXPECT_THAT(store->filteredMessages(), ElementsAre(messages[1], messages[2]));
+    EXPECT_EQ(readFile(path), ann + bob + cid);
+
+    store->doCompact();
+    EXPECT_EQ(readFile(path), bob + cid);
+    EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(bob, cid));
+    EXPECT_EQ(store->deletedCountAndSize(), CountAndSize());
+    EXPECT_EQ(store->totalCountAndSize(),
+              (CountAndSize{2, static_cast<std::uint32_t>(bob.size() + cid.size())}));
+    EXPECT_FALSE(store->undeleteLastDeletedMessages()) << "what was compacted cannot be taken back";
+    EXPECT_EQ(bytesOf(*messages[2]), cid) << "whoever holds a message reads it at its new place";
+    EXPECT_EQ(bytesOf(*messages[0]), "(no store)");
+    EXPECT_THAT(namesInFolder(), ElementsAre("inbox", "inbox.lock"));
+
+    store->deleteMessages(store->allMessages());
+    store->doCompact();
+    EXPECT_EQ(readFile(path), "");
+    EXPECT_EQ(store->totalCount(), 0u);
+}
+
+TEST_F(FlatMailbox, CompactsAnyOfItsMessages) {
+    const std::string all[] = {ann, bob, cid};
+    for (unsigned deleted = 0; deleted < 8; ++deleted) {
+        writeFile(path, "\n" + ann + bob + cid);
+        const auto store = open();
+        std::string left = "\n";
+        MessageList going;
+        for (unsigned i = 0; i < 3; ++i) {
+            if ((deleted >> i & 1) != 0) {
+                going.insert(going.begin(), store->allMessages()[i]);  // not in the order of the file
+            } else {
+                left += all[i];
+            }
+        }
+        store->deleteMessages(going);
+        store->doCompact();
+        EXPECT_EQ(readFile(path), left);
+        EXPECT_EQ(store->totalCount(), 3 - going.size());
+    }
+}
+
+TEST_F(FlatMailbox, ClosingDoesNotMakeDeletingFinal) {
+    const auto store = open();
+    store->deleteMessage(store->allMessages()[0]);
+    const auto last = store->allMessages()[2];
+    store->close();
+    EXPECT_EQ(readFile(path), ann + bob + cid);
+    EXPECT_THAT(namesInFolder(), ElementsAre("inbox"));
+    EXPECT_TRUE(store->isClosed());
+    EXPECT_THAT(store->allMessages(), IsEmpty());
+    EXPECT_EQ(bytesOf(*last), "(no bytes)");
+    store->close();
+    store->doCompact();
+    EXPECT_EQ(readFile(path), ann + bob + cid);
+}
+
+TEST_F(FlatMailbox, AppendingKeepsTheBytesOfMessages) {
+    const struct {
+        const char* why;
+        std::string before, added, after;
+    } rows[] = {
+        {"padded to an empty line", "", "From a\nS: x\n\nbody", "From a\nS: x\n\nbody\n\n"},
+        {"half padded", "", "From a\nS: x\n\nbody\n", "From a\nS: x\n\nbody\n\n"},
+        {"not padded", "", "From a\n\nbody\n\n\n", "From a\n\nbody\n\n\n"},
+        {"a file without a final newline", "From a\n\nx", "From b\n\ny\n\n", "From a\n\nx\n\nFrom b\n\ny\n\n"},
+        {"a file with one", "From a\n\nx\n", "From b\n\ny\n\n", "From a\n\nx\nFrom b\n\ny\n\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        writeFile(path, row.before);
+        fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+        const auto store = open();
+        EXPECT_FALSE(store->syncAppendMessages({Message::messageWithData(Data::copyOf(row.added))}, true))
+            << "true would be new to callers";
+        EXPECT_EQ(readFile(path), row.after);
+        EXPECT_EQ(store->totalCount(), messagesByPlainRule(row.after).size());
+        EXPECT_EQ(fs::status(path).permissions(),
+                  fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
+    }
+    EXPECT_TRUE(open()->syncAppendMessages({}, false));
+    EXPECT_THAT(namesInFolder(), ElementsAre("inbox"));
+}
+
+TEST_F(FlatMailbox, AppendingGivesAnEnvelopeToAMessageWithoutOne) {
+    const auto store = open();
+    store->syncAppendMessages(
+        {Message::messageWithData(Data::ofStatic("From: Dee <dee@x.example>\n"
+                                                 "Date: Thu, 22 Aug 2002 12:46:23 +0000\n\nhi\n"))},
+        false);
+    ASSERT_EQ(store->totalCount(), 4u);
+    EXPECT_THAT(bytesOf(*store->allMessages()[3]),
+                ::testing::MatchesRegex("From dee@x.example Thu Aug 22 [^\n]* 2002\nFrom: Dee <dee@x.example>\n"
+                                        "Date: Thu, 22 Aug 2002 12:46:23 \\+0000\n\nhi\n\n"));
+}
+
+TEST_F(FlatMailbox, AppendingLeavesKnownMessagesAndMarksAlone) {
+    const auto store = open();
+    const auto known = store->allMessages();
+    store->deleteMessage(known[1]);
+    store->syncAppendMessages(store->allMessages(), false);  // the store's own list, too
+    EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann, bob, cid, ann, bob, cid));
+    EXPECT_EQ(store->allMessages()[2], known[2]);
+    EXPECT_EQ(store->count(), 5u);
+    store->undeleteLastDeletedMessages();
+    EXPECT_EQ(store->count(), 6u);
+    store->deleteMessage(known[1]);
+    store->doCompact();
+    EXPECT_EQ(readFile(path), ann + cid + ann + bob + cid);
+}
+
+TEST_F(FlatMailbox, ReplacesTheFileBehindALink) {
+    fs::create_symlink(path, folder / "link");
+    const auto store = BerkeleyMbox::initWithPath(std::string(folder / "link"));
+    EXPECT_THAT(namesInFolder(), ElementsAre("inbox", "inbox.lock", "link"));
+    store->deleteMessage(store->allMessages()[0]);
+    store->doCompact();
+    EXPECT_TRUE(fs::is_symlink(folder / "link"));
+    EXPECT_EQ(readFile(path), bob + cid);
+}
+
+TEST_F(FlatMailbox, WritesACopyAndHasNoPlaceForAttributes) {
+    const auto store = open();
+    store->setSortOrder(MessageStoreSortBySize);
+    EXPECT_EQ(store->filteredMessages()[2], store->allMessages()[1]) << "the longest";
+    store->saveUserInfo();
+    EXPECT_EQ(open(false, true)->sortOrder(), MessageStoreSortByNumber);
+    EXPECT_TRUE(store->writeToFile(folder / "copy"));
+    EXPECT_EQ(readFile(folder / "copy"), ann + bob + cid);
+    const LogCapture log;
+    EXPECT_FALSE(store->writeToFile(path));
+    EXPECT_FALSE(store->writeToFile(folder / "no/copy"));
+    EXPECT_EQ(log.lines().size(), 2u);
+    EXPECT_EQ(readFile(path), ann + bob + cid);
+}
+
+// What other programs do to the file while it is open.
+
+TEST_F(FlatMailbox, MailThatOthersAppendIsNeverLost) {
+    const std::string dee = mboxMessage("dee"), eve = mboxMessage("eve");
+    const auto store = open();
+    std::ofstream(path, std::ios::app) << dee;
+    store->syncAppendMessages({Message::messageWithData(Data::copyOf(eve))}, false);
+    EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann, bob, cid, dee, eve));
+    store->deleteMessage(store->allMessages()[1]);
+    std::ofstream(path, std::ios::app) << dee;
+    store->doCompact();
+    EXPECT_EQ(readFile(path), ann + cid + dee + eve + dee);
+    EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann, cid, dee, eve, dee));
+    // Whoever replaces the whole file and only adds to it has appended, too.
+    writeFile(folder / "other", readFile(path) + eve);
+    fs::rename(folder / "other", path);
+    store->deleteMessage(store->allMessages()[0]);
+    store->doCompact();
+    EXPECT_EQ(readFile(path), cid + dee + eve + dee + eve);
+}
+
+TEST_F(FlatMailbox, IsNotCompactedAfterForeignChanges) {
+    const std::string xxx = mboxMessage("xxx");  // as long as the others
+    const std::pair<const char*, std::string> rows[] = {
+        {"shorter", ann},
+        {"empty", ""},
+        {"longer, but other mail", xxx + ann + bob + cid},
+        {"one message is another", ann + mboxMessage("bob", "two\n\nPARTS\n") + cid + xxx},
+        {"text behind the last message", ann + bob + cid + "more\n"},
+    };
+    for (const bool inPlace : {true, false}) {
+        for (const auto& [why, bytes] : rows) {
+            if (inPlace && bytes.starts_with(ann + "From bob")) continue;  // cannot be told, see rangesIn()
+            SCOPED_TRACE(why);
+            writeFile(path, ann + bob + cid);
+            const auto store = open();
+            store->deleteMessage(store->allMessages()[0]);
+            writeFile(inPlace ? path : path + "2", bytes);
+            if (!inPlace) fs::rename(path + "2", path);
+            const LogCapture log;
+            store->doCompact();
+            EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("was changed by another program")));
+            EXPECT_EQ(readFile(path), bytes);
+        }
+    }
+}
+
+TEST_F(FlatMailbox, SurvivesBeingCutOff) {
+    std::string big = ann;
+    while (big.size() < 100'000) big += bob;
+    writeFile(path, big);
+    const auto store = open();
+    const auto last = store->allMessages().back();
+    const auto kept = store->bodyForMessage(*store->allMessages()[9]);
+    fs::resize_file(path, ann.size() + 3);
+    const LogCapture log;
+    EXPECT_EQ(bytesOf(*store->allMessages()[0]), ann);
+    EXPECT_EQ(bytesOf(*last), "(no bytes)");
+    EXPECT_THAT(log.lines(), Contains(HasSubstr("cut off")));
+    EXPECT_EQ(kept->view(), "two\n\nparts\n\n") << "what was handed out stays good";
+    store->setSortOrder(MessageStoreSortByCreationDate);
+    EXPECT_FALSE(store->writeToFile(folder / "copy"));
+    store->rebuildMessageLists();
+    EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann + "Fro"));
+}
+
+/// A disk on which somebody delivers a message just when a new mailbox is about to be written.
+class BusyDisk : public PosixFileSystem {
+public:
+    BusyDisk(std::string mailbox, std::string mail, int deliveries)
+        : _mailbox(std::move(mailbox)),
+          _mail(std::move(mail)),
+          _deliveries(deliveries),
+          _before(setCurrent(this)) {}
+    ~BusyDisk() override { setCurrent(_before); }
+    std::unique_ptr<WritableFile> openForWriting(const std::string& path, WriteMode mode, mode_t permissions,
+                                                 FileStatus* status) override {
+        if (path == _mailbox + ".tmp" && _deliveries-- > 0) std::ofstream(_mailbox, std::ios::app) << _mail;
+        return PosixFileSystem::openForWriting(path, mode, permissions, status);
+    }
+
+private:
+    const std::string _mailbox, _mail;
+    int _deliveries;
+    FileSystem* const _before;
+};
+
+TEST_F(FlatMailbox, MailThatArrivesDuringTheCopyingIsKept) {
+    const std::string dee = mboxMessage("dee");
+    const auto store = open();
+    store->deleteMessage(store->allMessages()[1]);
+    {
+        const BusyDisk disk(path, dee, 2);
+        store->doCompact();
+    }
+    EXPECT_EQ(readFile(path), ann + cid + dee + dee);
+    const LogCapture log;
+    const BusyDisk disk(path, dee, 1000);
+    store->syncAppendMessages({Message::messageWithData(Data::copyOf(ann))}, false);
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("is busy")));
+    EXPECT_EQ(readFile(path), ann + cid + dee + dee + dee + dee + dee);
+}
+
+TEST_F(FlatMailbox, CostsFewBytesAMessage) {
+    if (::mallinfo2().uordblks == 0) GTEST_SKIP() << "the sanitizer's allocator keeps no such account";
+    constexpr std::size_t kCount = 50'000;
+    std::string bytes;
+    for (std::size_t i = 0; i < kCount; ++i) bytes += ann;
+    writeFile(path, bytes);
+    std::string().swap(bytes);
+    open();  // what is made once in a process is made now
+    const auto used = [] {
+        const auto info = ::mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
+    const auto before = used();
+    const auto store = open();
+    const auto each = static_cast<double>(used() - before) / kCount;
+    EXPECT_EQ(store->totalCount(), kCount);
+    EXPECT_LE(each, 200.0);
+    RecordProperty("bytes", std::to_string(each));
+}
+
+}  // namespace
+}  // namespace lorvale

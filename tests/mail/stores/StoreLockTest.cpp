@@ -1,0 +1,221 @@
+#include "mail/stores/StoreLock.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "lorvale/platform/paths.h"
+#include "tests/support/StoreSupport.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+using namespace lorvale::testing;
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+std::string lockLine(std::string_view host, long process) {
+    return formatText("%@,Jane Doe,mail (Lorvale version 106),%d\n", host, process);
+}
+
+/// A process number that no process has.
+long deadProcess() {
+    const auto child = ::fork();
+    if (child == 0) ::_exit(0);
+    ::waitpid(child, nullptr, 0);
+    return child;
+}
+
+class StoreLock : public ::testing::Test {
+protected:
+    StoreLock() { writeFile(mailbox, mboxMessage("ann") + mboxMessage("bob")); }
+    ~StoreLock() override {
+        setHostName({});
+        setProcessName({});
+    }
+
+    TemporaryFolder folder;
+    const std::string mailbox = folder / "inbox", lock = folder / "inbox.lock";
+};
+
+TEST_F(StoreLock, IsOneLineOfFourFields) {
+    setHostName("here");
+    setProcessName("mail,er");
+    ASSERT_TRUE(createLockFile(lock));
+    const auto line = readFile(lock);
+    EXPECT_THAT(line, ::testing::MatchesRegex("here,[^,\n]*,mail er \\(Lorvale version 106\\),[0-9]+\n"));
+    EXPECT_EQ(parseLockFile(line).process, ::getpid());
+    EXPECT_EQ(fs::status(lock).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_FALSE(createLockFile(lock)) << "the name is taken";
+    EXPECT_EQ(readFile(lock), line);
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 2) << "no temporary file stays";
+}
+
+TEST_F(StoreLock, ReadsWhateverStandsThere) {
+    const struct {
+        std::string_view bytes;
+        std::string_view host, user;
+        int process;
+    } rows[] = {
+        {"", "", "", 0},
+        {"h", "h", "", 0},
+        {"h,u,p", "h", "u", 0},
+        {"h,u,p,12\n", "h", "u", 12},
+        {"h,u,p, 12 x", "h", "u", 12},
+        {"h,u,p,-5", "h", "u", 0},
+        {"h,u,p,99999999999999999999", "h", "u", 0},
+        {"h,Doe, Jane,p,12", "h", "Doe", 0},
+        {",,,", "", "", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bytes);
+        const auto owner = parseLockFile(ExactCopy(row.bytes));
+        EXPECT_EQ(owner.host, row.host);
+        EXPECT_EQ(owner.user, row.user);
+        EXPECT_EQ(owner.process, row.process);
+    }
+}
+
+TEST_F(StoreLock, OfADeadProcessIsTakenOverInSilence) {
+    writeFile(lock, lockLine(hostName(), deadProcess()));
+    const LogCapture log;
+    const auto store = BerkeleyMbox::initWithPath(mailbox);
+    ASSERT_TRUE(store);
+    EXPECT_TRUE(store->haveLock());
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_EQ(parseLockFile(readFile(lock)).process, ::getpid());
+    store->close();
+    EXPECT_FALSE(fs::exists(lock));
+}
+
+TEST_F(StoreLock, ThatMayBeHeldIsHonoured) {
+    const struct {
+        const char* why;
+        std::string line;
+    } rows[] = {
+        {"a living process", lockLine(hostName(), ::getppid())},
+        {"another host, whatever the number", lockLine("elsewhere.example", deadProcess())},
+        {"a host whose name only begins alike", lockLine(hostName() + "x", deadProcess())},
+        {"fewer than four fields", hostName() + ",Jane Doe"},
+        {"garbage", std::string("\x7F"
+                                "ELF\0\xFF\xFE,\n\r,,",
+                                14)},
+        {"very much garbage", std::string(3'000'000, ',')},
+        {"an empty file", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        writeFile(lock, row.line);
+        const LogCapture log;
+        const auto store = BerkeleyMbox::initWithPath(mailbox);
+        ASSERT_TRUE(store);
+        EXPECT_TRUE(store->isReadOnly());
+        EXPECT_FALSE(store->haveLock());
+        EXPECT_EQ(store->totalCount(), 2u);
+        ASSERT_EQ(log.lines().size(), 2u);
+        EXPECT_THAT(log.lines()[0], HasSubstr("is currently locked by"));
+        EXPECT_EQ(log.lines()[1], "This mailbox is locked.  Opening in read-only mode.");
+        store->deleteMessages(store->allMessages());
+        EXPECT_EQ(store->count(), 2u) << "a locked mailbox is left alone";
+        EXPECT_FALSE(store->syncAppendMessages({}, false));
+        store->close();
+        EXPECT_EQ(readFile(lock), row.line);
+    }
+}
+
+TEST_F(StoreLock, ThatCannotBeReadIsHonoured) {
+    fs::create_directory(lock);
+    EXPECT_FALSE(shouldOpenDespiteLockFile(lock));
+    EXPECT_FALSE(shouldOpenDespiteLockFile(folder / "missing"));
+    EXPECT_TRUE(BerkeleyMbox::initWithPath(mailbox)->isReadOnly());
+    fs::remove(lock);
+    const auto reader = BerkeleyMbox::initWithPath(mailbox, true);
+    EXPECT_FALSE(fs::exists(lock)) << "who only reads takes none";
+    EXPECT_FALSE(reader->isReadOnly());
+    EXPECT_FALSE(reader->syncAppendMessages({}, false));
+}
+
+TEST_F(StoreLock, IsTheUsersToBreakWhereThereAreWindows) {
+    writeFile(lock, lockLine("elsewhere.example", 1));
+    {
+        WindowHost host(AlertChoice::alternateButton);
+        EXPECT_FALSE(BerkeleyMbox::initWithPath(mailbox));
+        EXPECT_THAT(host.asked,
+                    ElementsAre("Open",
+                                "The mailbox " + folder.path().string() +
+                                    " is currently locked by Jane Doe on host elsewhere.example. If you open a "
+                                    "mailbox that already is in use, you may damage its contents.",
+                                "Open Anyway", "Don't Open", "Quit"));
+    }
+    {
+        WindowHost host(AlertChoice::otherButton);
+        EXPECT_FALSE(BerkeleyMbox::initWithPath(mailbox));
+        EXPECT_EQ(host.terminations, 1);
+    }
+    WindowHost host(AlertChoice::defaultButton);
+    const auto store = BerkeleyMbox::initWithPath(mailbox);
+    ASSERT_TRUE(store);
+    EXPECT_TRUE(store->haveLock());
+    EXPECT_EQ(parseLockFile(readFile(lock)).process, ::getpid());
+}
+
+TEST_F(StoreLock, OfOneProcessMakesTheNextReadOnly) {
+    const auto store = BerkeleyMbox::initWithPath(mailbox);
+    ASSERT_TRUE(store->haveLock());
+    EXPECT_EQ(inChild([&] {
+                  const LogCapture quiet;
+                  const auto second = BerkeleyMbox::initWithPath(mailbox);
+                  return second && second->isReadOnly() && second->totalCount() == 2 ? 0 : 1;
+              }),
+              0);
+    EXPECT_TRUE(fs::exists(lock)) << "the reader has taken the lock away";
+}
+
+TEST_F(StoreLock, OfADeadProcessGoesToOneOfManyTakers) {
+    for (int round = 0; round < 20; ++round) {
+        writeFile(lock, lockLine(hostName(), deadProcess()));
+        std::array<int, 2> go{}, tried{};
+        ASSERT_EQ(::pipe(go.data()), 0);
+        ASSERT_EQ(::pipe(tried.data()), 0);
+        constexpr int kTakers = 6;
+        std::vector<pid_t> takers;
+        for (int i = 0; i < kTakers; ++i) {
+            takers.push_back(::fork());
+            if (takers.back() != 0) continue;
+            ::close(go[1]);
+            char byte = 0;
+            while (::read(go[0], &byte, 1) > 0) {
+            }  // until the parent closes it: all at once
+            const LogCapture quiet;
+            const auto store = BerkeleyMbox::initWithPath(mailbox);
+            byte = store && store->haveLock() ? 1 : 0;
+            if (::write(tried[1], &byte, 1) != 1) ::_exit(1);
+            ::pause();  // holds what it has until the end
+        }
+        ::close(go[0]);
+        ::close(go[1]);
+        int holders = 0;
+        for (int i = 0; i < kTakers; ++i) {
+            char byte = 0;
+            ASSERT_EQ(::read(tried[0], &byte, 1), 1);
+            holders += byte;
+        }
+        EXPECT_EQ(holders, 1);
+        for (const auto taker : takers) {
+            ::kill(taker, SIGKILL);
+            ::waitpid(taker, nullptr, 0);
+        }
+        ::close(tried[0]);
+        ::close(tried[1]);
+        fs::remove(lock);
+    }
+}
+
+}  // namespace
+}  // namespace lorvale
