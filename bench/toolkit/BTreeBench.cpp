@@ -25,7 +25,8 @@ std::size_t Records() {
 Field FieldOf(std::size_t number) {
     Field field;
     field.fill('x');
-    for (std::size_t i = 0; i < 8; ++i) field[i] = static_cast<char>("0123456789abcdef"[number >> (28 - 4 * i) & 15]);
+    for (std::size_t i = 0; i < 8; ++i)
+        field[i] = static_cast<char>("0123456789abcdef"[number >> (28 - 4 * i) & 15]);
     return field;
 }
 
@@ -41,7 +42,8 @@ const std::vector<std::size_t>& Shuffled() {
 }
 
 std::filesystem::path EmptyFolder(const std::string& name) {
-    const auto folder = std::filesystem::temp_directory_path() / ("lorvale-bench-" + std::to_string(::getpid())) / name;
+    const auto folder =
+        std::filesystem::temp_directory_path() / ("lorvale-bench-" + std::to_string(::getpid())) / name;
     std::filesystem::remove_all(folder);
     std::filesystem::create_directories(folder);
     return folder;
@@ -144,18 +146,20 @@ void BM_ScanWarm(benchmark::State& state) {
 }
 
 #ifdef HAVE_LMDB
-#define LORVALE_BENCH_LMDB(name) BENCHMARK(name<LmdbStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+#define LORVALE_BENCH_LMDB(name) \
+    BENCHMARK(name<LmdbStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 #else
 #define LORVALE_BENCH_LMDB(name)
 #endif
 #ifdef HAVE_LEVELDB
-#define LORVALE_BENCH_LEVELDB(name) BENCHMARK(name<LevelStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+#define LORVALE_BENCH_LEVELDB(name) \
+    BENCHMARK(name<LevelStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 #else
 #define LORVALE_BENCH_LEVELDB(name)
 #endif
-#define LORVALE_BENCH_ALL(name)                                                   \
-    BENCHMARK(name<OurStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();      \
-    LORVALE_BENCH_LMDB(name)                                                      \
+#define LORVALE_BENCH_ALL(name)                                                                       \
+    BENCHMARK(name<OurStore>)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime(); \
+    LORVALE_BENCH_LMDB(name)                                                                          \
     LORVALE_BENCH_LEVELDB(name)
 
 LORVALE_BENCH_ALL(BM_InsertSorted)

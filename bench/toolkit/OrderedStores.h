@@ -135,7 +135,8 @@ public:
     void Scan(Visit visit) {
         MDB_cursor* cursor = nullptr;
         Require(mdb_cursor_open(transaction, table, &cursor) == 0);
-        for (MDB_val k, v; mdb_cursor_get(cursor, &k, &v, MDB_NEXT) == 0;) visit(*static_cast<const char*>(v.mv_data));
+        for (MDB_val k, v; mdb_cursor_get(cursor, &k, &v, MDB_NEXT) == 0;)
+            visit(*static_cast<const char*>(v.mv_data));
         mdb_cursor_close(cursor);
     }
 

@@ -15,7 +15,8 @@ namespace brindle::testing {
 class Entry : public IAOrderedStorable {
 public:
     Entry() = default;
-    explicit Entry(std::string_view entryKey, std::string_view entryValue = "") : key(entryKey), value(entryValue) {}
+    explicit Entry(std::string_view entryKey, std::string_view entryValue = "")
+        : key(entryKey), value(entryValue) {}
 
     std::unique_ptr<IAStorable> DeepCopy() const override { return std::make_unique<Entry>(key, value); }
     std::uint32_t StoreSize() const override { return StoredTextSize(key) + StoredTextSize(value); }

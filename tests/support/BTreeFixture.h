@@ -56,7 +56,7 @@ private:
 
 /// All members, in the order in which the iterator gives them, but no more than `most`.
 inline std::vector<std::pair<std::string, std::string>> MembersOf(IAOrderedStorableSet& set,
-                                                                 std::size_t most = SIZE_MAX) {
+                                                                  std::size_t most = SIZE_MAX) {
     std::vector<std::pair<std::string, std::string>> members;
     const auto iterator = set.MakeIterator();
     while (members.size() < most) {

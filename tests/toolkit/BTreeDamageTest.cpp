@@ -67,10 +67,14 @@ TEST_F(DamagedBTree, PageThatNoTreeWrites) {
         RawPage page;
         const char* failure;
     } rows[] = {
-        {"more entries than there are bytes", {2, 0, {{0, "a"}}, 0xFFFFFFFF}, "VSIV btree page entry count out of range"},
+        {"more entries than there are bytes",
+         {2, 0, {{0, "a"}}, 0xFFFFFFFF},
+         "VSIV btree page entry count out of range"},
         {"entries behind the block's end", {2, 0, {{0, "a"}}, 30}, "VSIV btree page entries out of order"},
         {"one key twice", {2, 0, {{0, "a"}, {0, "a"}}}, "VSIV btree page entries out of order"},
-        {"an object of more than half a page", {2, 0, {{0, std::string(30, 'k')}}}, "VSIV btree page entry too big"},
+        {"an object of more than half a page",
+         {2, 0, {{0, std::string(30, 'k')}}},
+         "VSIV btree page entry too big"},
         {"an entry without a child", {2, 3, {{0, "a"}}}, "VSIV btree page without a child"},
     };
     for (const auto& row : rows) {
@@ -111,9 +115,9 @@ TEST_F(DamagedBTree, PagesThatLeadToEachOther) {
 
 TEST_F(DamagedBTree, VerifyNamesEveryBrokenRule) {
     Write({2, 1, 9, 7, 64}, {{2, 3, {{4, "g"}, {5, "m"}}},
-                             {3, 0, {{0, "k"}}},             // below its separator
-                             {4, 0, {}},                     // empty
-                             {5, 6, {{7, "h"}}}});           // not a leaf
+                             {3, 0, {{0, "k"}}},    // below its separator
+                             {4, 0, {}},            // empty
+                             {5, 6, {{7, "h"}}}});  // not a leaf
     EXPECT_THAT(Violations(),
                 ::testing::ElementsAre(HasSubstr("Page 4 at level 1 has no entries"),
                                        HasSubstr("Page 5 at level 1 has children at the lowest level"),
@@ -141,7 +145,8 @@ TEST(DamagedBTreeFile, OnlyTheToolkitsOwnFailureComesOut) {
         }
     }
     for (std::size_t length = 0; length < t.bytes->size(); length += 37)
-        UseTreeInDamagedStorage(Bytes(t.bytes->begin(), t.bytes->begin() + static_cast<std::ptrdiff_t>(length)));
+        UseTreeInDamagedStorage(
+            Bytes(t.bytes->begin(), t.bytes->begin() + static_cast<std::ptrdiff_t>(length)));
 }
 
 }  // namespace

@@ -31,10 +31,10 @@ TEST_F(BTreeFormat, OneLeaf) {
     t.Put("b", "xy");
     t.Put("a");
     t.FlushAndCommit();
-    // The header is block 1, its root block 2, which takes the smallest block there is; behind its end are zeros.
+    // The header is block 1, its root block 2, which takes the smallest block there is; behind its end are
+    // zeros.
     EXPECT_EQ(BlockOf(t, 1, 20), "00000002 00000000 00000002 00000001 00001000");
-    EXPECT_EQ(BlockOf(t, 2, 32),
-              "00000000 00000002 01610001 62027879 00000000 00000000 00000000 00000000");
+    EXPECT_EQ(BlockOf(t, 2, 32), "00000000 00000002 01610001 62027879 00000000 00000000 00000000 00000000");
     EXPECT_EQ(t.storage->GetBlockSize(2), 32u);
 }
 
@@ -43,9 +43,9 @@ TEST_F(BTreeFormat, TwoLevels) {
     t.Make();
     for (const char* key : {"a", "b", "c", "d", "e", "f"}) t.Put(key, "1234567");
     t.FlushAndCommit();
-    // Five entries of ten bytes fit a page of 64.  The sixth one makes a root, block 3, above the old one, and a
-    // page to its left, block 4.  No entry parts them into two half-full pages; of the most even two the later
-    // one, "d", does.
+    // Five entries of ten bytes fit a page of 64.  The sixth one makes a root, block 3, above the old one, and
+    // a page to its left, block 4.  No entry parts them into two half-full pages; of the most even two the
+    // later one, "d", does.
     EXPECT_EQ(BlockOf(t, 1, 20), "00000003 00000001 00000006 00000003 00000040");
     EXPECT_EQ(BlockOf(t, 3, 24), "00000002 00000001 00000004 01640731 32333435 36370000");
     EXPECT_EQ(BlockOf(t, 4, 40),
@@ -53,8 +53,8 @@ TEST_F(BTreeFormat, TwoLevels) {
     EXPECT_EQ(BlockOf(t, 2, 28), "00000000 00000002 01650731 32333435 36370166 07313233 34353637");
 }
 
-/// The worked example of docs/formats.md is a real tree: its lines "address: bytes" of the section on the ordered set
-/// stand in the file that the program of the example makes.
+/// The worked example of docs/formats.md is a real tree: its lines "address: bytes" of the section on the
+/// ordered set stand in the file that the program of the example makes.
 TEST_F(BTreeFormat, DocumentedExampleIsARealFile) {
     TreeInMemory t(64);
     t.Make();

@@ -38,7 +38,9 @@ struct Shape {
     int keys;  // how many different ones
     int steps;
 };
-void PrintTo(const Shape& shape, std::ostream* out) { *out << shape.name; }
+void PrintTo(const Shape& shape, std::ostream* out) {
+    *out << shape.name;
+}
 
 /// A tree driven at random beside an ordered map.
 class Driver {
@@ -50,20 +52,37 @@ public:
 
     void Step() {
         switch (Below(20)) {
-            case 0: return Reopen();
-            case 1: return t.tree->Purge();
-            case 2: return t.tree->Flush();
-            case 3: return MakeIterator();
-            case 4: case 5: case 6: case 7: return MoveIterators();
-            case 8: case 9: return Look();
-            case 10: case 11: case 12: case 13: case 14: return growing ? Put() : Remove();
-            default: return growing || Below(3) == 0 ? Put() : Remove();
+            case 0:
+                return Reopen();
+            case 1:
+                return t.tree->Purge();
+            case 2:
+                return t.tree->Flush();
+            case 3:
+                return MakeIterator();
+            case 4:
+            case 5:
+            case 6:
+            case 7:
+                return MoveIterators();
+            case 8:
+            case 9:
+                return Look();
+            case 10:
+            case 11:
+            case 12:
+            case 13:
+            case 14:
+                return growing ? Put() : Remove();
+            default:
+                return growing || Below(3) == 0 ? Put() : Remove();
         }
     }
     void CheckAll() {
         ASSERT_THAT(t.tree->Check().violations, IsEmpty());
         ASSERT_EQ(t.tree->Count(), model.size());
-        ASSERT_EQ(MembersOf(*t.tree), (std::vector<std::pair<std::string, std::string>>(model.begin(), model.end())));
+        ASSERT_EQ(MembersOf(*t.tree),
+                  (std::vector<std::pair<std::string, std::string>>(model.begin(), model.end())));
     }
     void Turn() { growing = !growing; }
     TreeInMemory& Tree() { return t; }
@@ -74,16 +93,20 @@ private:
     std::string RandomKey() {
         const std::uint32_t number = Below(static_cast<std::uint32_t>(shape.keys));
         // The number settles the length too, so that a key comes again.
-        return std::to_string(number) + std::string(number * 7919 % shape.longestKey, static_cast<char>('a' + number % 26));
+        return std::to_string(number) +
+               std::string(number * 7919 % shape.longestKey, static_cast<char>('a' + number % 26));
     }
     std::string RandomValue(const std::string& key) {
         const std::uint32_t most = MaxEntrySizeFor(shape.pageSize) - BTEntryOverhead;
         const std::uint32_t keyTakes = Entry(key).StoreSize() + 1;
         const std::uint32_t room = most > keyTakes ? most - keyTakes : 0;
         switch (Below(4)) {
-            case 0: return std::string(room, 'L');  // the largest allowed, or one less
-            case 1: return std::string(Below(room + 1), 'm');
-            default: return std::string(std::min(room, Below(8)), 's');
+            case 0:
+                return std::string(room, 'L');  // the largest allowed, or one less
+            case 1:
+                return std::string(Below(room + 1), 'm');
+            default:
+                return std::string(std::min(room, Below(8)), 's');
         }
     }
     void Put() {
@@ -170,7 +193,8 @@ TEST_P(BTreeModel, AgreesWithAnOrderedMap) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Shapes, BTreeModel,
-                         ::testing::Values(Shape{"SmallestPages", 40, 4, 150, 1000}, Shape{"SmallPages", 64, 12, 200, 1000},
+                         ::testing::Values(Shape{"SmallestPages", 40, 4, 150, 1000},
+                                           Shape{"SmallPages", 64, 12, 200, 1000},
                                            Shape{"MiddlePages", 300, 60, 200, 1000},
                                            Shape{"UsualPages", 4096, 1500, 300, 1000}),
                          [](const auto& shape) { return shape.param.name; });
@@ -255,7 +279,8 @@ TEST(BTreeCrash, ShowsTheLastCommitInFull) {
         for (int crash = 0; crash < 3; ++crash) {
             TreeInMemory t(128, std::make_shared<Bytes>(disk->AfterCrash(random)));
             t.Open();
-            ASSERT_THAT(VerifyBTree(*t.storage, t.header, Entry()).violations, IsEmpty()) << "died at " << dieAt;
+            ASSERT_THAT(VerifyBTree(*t.storage, t.header, Entry()).violations, IsEmpty())
+                << "died at " << dieAt;
             const auto members = MembersOf(*t.tree);
             const Model found(members.begin(), members.end());
             ASSERT_TRUE(found == committed || found == underWay) << "died at " << dieAt;

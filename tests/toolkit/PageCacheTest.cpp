@@ -90,7 +90,8 @@ TEST_F(PageCacheTest, RefusesWhatItDoesNotHold) {
     EXPECT_EQ(failureOf([&] { cache.Unlock(ids[1], kNow, false); }), "QFLT cannot get page cache entry");
     EXPECT_EQ(failureOf([&] { cache.Unlock(ids[0], kNow, false); }), "QFLT pageentry is not locked");
     EXPECT_EQ(failureOf([&] { cache.Remove(ids[1]); }), "QFLT cannot remove page cache entry");
-    EXPECT_EQ(failureOf([&] { cache.Put(NewLeaf(ids[0]), kNow, false); }), "QFLT unable to put entry in skiplist");
+    EXPECT_EQ(failureOf([&] { cache.Put(NewLeaf(ids[0]), kNow, false); }),
+              "QFLT unable to put entry in skiplist");
 }
 
 TEST_F(PageCacheTest, PageThatNobodyCouldReadIsNotWritten) {

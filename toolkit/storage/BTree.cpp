@@ -222,7 +222,8 @@ bool BTree::RemoveInternal(Page& page, const ParentEntry& from, const IAOrderedS
 }
 
 // An object of an interior page gives way to the one before it, which is the last of a leaf.
-void BTree::ReplaceWithPrevObj(Page& page, const ParentEntry& from, const ParentEntry& target, std::uint32_t level) {
+void BTree::ReplaceWithPrevObj(Page& page, const ParentEntry& from, const ParentEntry& target,
+                               std::uint32_t level) {
     if (page.IsLeaf()) {
         target.parent->ReplaceObj(target.entry, page.RemoveEntryAtFinger(page.Count() - 1).object);
     } else {

@@ -14,8 +14,8 @@
 
 namespace brindle {
 
-/// Pages in each level's cache.  Four is what one step of rebalancing needs: the page, both its neighbours and a
-/// new one.  A reader walks one path.
+/// Pages in each level's cache.  Four is what one step of rebalancing needs: the page, both its neighbours and
+/// a new one.  A reader walks one path.
 inline constexpr std::uint32_t WritableCacheSize = 4;
 inline constexpr std::uint32_t ReadableCacheSize = 1;
 
@@ -60,8 +60,8 @@ public:
 private:
     friend class BTreeIterator;
 
-    /// Where a walk came down: an entry of the parent, or the place behind the last one for its right child.  The
-    /// root has no parent.
+    /// Where a walk came down: an entry of the parent, or the place behind the last one for its right child.
+    /// The root has no parent.
     struct ParentEntry {
         Page* parent;
         Page::Finger entry;
@@ -82,7 +82,8 @@ private:
                      std::uint32_t level);
     void InsertObject(Page& page, Page::Finger finger, std::unique_ptr<IAOrderedStorable> object);
     bool RemoveInternal(Page& page, const ParentEntry& from, const IAOrderedStorable* key, std::uint32_t level);
-    void ReplaceWithPrevObj(Page& page, const ParentEntry& from, const ParentEntry& target, std::uint32_t level);
+    void ReplaceWithPrevObj(Page& page, const ParentEntry& from, const ParentEntry& target,
+                            std::uint32_t level);
     std::vector<std::uint32_t> PageIdsForDestroy();
     void CollectPageIds(Page& page, std::uint32_t level, std::vector<std::uint32_t>& ids,
                         std::unordered_set<std::uint32_t>& visited);
@@ -111,8 +112,8 @@ private:
     IAStoreStream* storeStream = nullptr;  // ownStream, or borrowed from the storage
     const std::unique_ptr<IAMutex> mutex;
     std::uint32_t headerBlock = 0;
-    std::unique_ptr<Page> root;  // outside of all caches
-    std::uint32_t depth = 0;     // levels below the root
+    std::unique_ptr<Page> root;                      // outside of all caches
+    std::uint32_t depth = 0;                         // levels below the root
     std::vector<std::unique_ptr<PageCache>> caches;  // `depth` of them; the first is the level below the root
     std::uint32_t count = 0;
     std::uint32_t pageCount = 0;

@@ -66,7 +66,8 @@ void BTreeChecker::CheckPage(Page& page, std::uint32_t level, const Bounds& boun
     CheckOrder(page, bounds, name);
 
     if (page.IsLeaf() != (level == header.depth))
-        Violation(name + (page.IsLeaf() ? " is a leaf above the lowest level." : " has children at the lowest level."));
+        Violation(name + (page.IsLeaf() ? " is a leaf above the lowest level."
+                                        : " has children at the lowest level."));
     else if (!page.IsLeaf())
         CheckChildren(page, level, bounds);
 }
@@ -113,7 +114,8 @@ void BTreeChecker::CheckChild(std::uint32_t id, std::uint32_t level, const Bound
         const PageGlance glance = source(id, level);
         CheckPage(*glance.page, level + 1, bounds);
     } catch (const IAException& failure) {
-        Violation("Page " + Number(id) + " at level " + Number(level + 1) + " cannot be read: " + failure.what() + ".");
+        Violation("Page " + Number(id) + " at level " + Number(level + 1) +
+                  " cannot be read: " + failure.what() + ".");
     }
 }
 

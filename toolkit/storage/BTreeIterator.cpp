@@ -36,8 +36,8 @@ std::unique_ptr<IAOrderedStorable> BTreeIterator::Next() {
     crossed = false;
     Increment();
     next = CopyOfTop();
-    // Within a page the order is known.  From page to page it is not before this, and a damaged tree that led to
-    // the same pages over and over would never end.
+    // Within a page the order is known.  From page to page it is not before this, and a damaged tree that led
+    // to the same pages over and over would never end.
     if (next != nullptr && crossed && !result->LessThan(next.get())) {
         next = nullptr;
         IAFail("btree pages out of order", StorageInvalid);

@@ -21,8 +21,8 @@ struct IteratorFrame : IAStruct {
 };
 
 /// Walks the members of a tree in order, while the tree may change: it then finds its place again by the object
-/// that it would have returned next, or the first one behind where that was.  Its frames point into the tree and
-/// hold only as long as the time stamp is the tree's.  The tree must outlive it, and its mutex guards all.
+/// that it would have returned next, or the first one behind where that was.  Its frames point into the tree
+/// and hold only as long as the time stamp is the tree's.  The tree must outlive it, and its mutex guards all.
 ///
 /// The path has at most one frame a level and a failure ends the iteration, so no damaged tree keeps it going.
 class BTreeIterator final : public IAOrderedStorableIterator {

@@ -1,5 +1,5 @@
-// What keeps the pages of a tree between half full and full.  The rules decide the exact shape of every tree, so
-// that the same changes always give the same file.
+// What keeps the pages of a tree between half full and full.  The rules decide the exact shape of every tree,
+// so that the same changes always give the same file.
 
 #include <utility>
 
@@ -68,7 +68,8 @@ bool BTree::RebalanceTwo(Page& left, Page::Finger separator, Page& right, Page& 
     return true;
 }
 
-void BTree::PaginateTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::size_t newSeparator) {
+void BTree::PaginateTwo(Page& left, Page::Finger separator, Page& right, Page& parent,
+                        std::size_t newSeparator) {
     const std::size_t oldSeparator = left.Count();
     if (newSeparator < oldSeparator)
         left.ShiftContentsRight(right, separator, parent, newSeparator);

@@ -79,13 +79,19 @@ IAInputBlock::IAInputBlock(IAStorage* storage, std::uint32_t id, IAStoreStream* 
           return Extent{address, storage->GetBlockSize(id)};
       }()) {}
 
-IAInputBlock::IAInputBlock(IAStoreStream* positioned) : stream(positioned), lock(NoMutex()) {}
-
-IAInputBlock::IAInputBlock(IAStoreStream* inUse, Extent extent) : stream(inUse), lock(inUse->GetMutex()) {
-    stream->SetPosition(extent.address, extent.size);
+IAInputBlock::IAInputBlock(IAStoreStream* inUse, Extent extent) : stream(inUse), mutex(inUse->GetMutex()) {
+    mutex->Lock();
+    try {
+        stream->SetPosition(extent.address, extent.size);
+    } catch (...) {
+        mutex->Unlock();
+        throw;
+    }
 }
 
-IAInputBlock::~IAInputBlock() = default;
+void IAInputBlock::Unlock() {
+    mutex->Unlock();
+}
 
 IAOutputBlock::IAOutputBlock(IAStorage* storage, std::uint32_t id, std::uint32_t size, IAStoreStream* useStream)
     : IAOutputBlock(StreamInUse(storage, useStream), [&] {

@@ -19,13 +19,6 @@ IAStoreStream::IAStoreStream()
     }
 }
 
-IAStoreStream::IAStoreStream(std::uint8_t* memory, std::uint32_t memorySize, std::uint32_t blockSize)
-    : bufferStart(memory),
-      bufferNext(memory),
-      bufferLimit(memory + memorySize),
-      bufferSize(memorySize),
-      blockEnd(blockSize) {}
-
 IAStoreStream::~IAStoreStream() {
     if (mutex != nullptr) IAFreeSized(bufferStart, IADiskBlockSize);
 }

@@ -4,16 +4,6 @@
 
 namespace brindle {
 
-MemoryStream::MemoryStream(std::span<const std::uint8_t> bytes, std::uint32_t blockSize)
-    // The cast is never felt: a stream that reads does not touch its buffer.
-    : IAStoreStream(const_cast<std::uint8_t*>(bytes.data()), static_cast<std::uint32_t>(bytes.size()), blockSize),
-      memoryEnd(static_cast<std::uint32_t>(bytes.size())) {}
-
-MemoryStream::MemoryStream(std::span<std::uint8_t> bytes)
-    : IAStoreStream(bytes.data(), static_cast<std::uint32_t>(bytes.size()),
-                    static_cast<std::uint32_t>(bytes.size())),
-      memoryEnd(static_cast<std::uint32_t>(bytes.size())) {}
-
 std::unique_ptr<IAStoreStream> MemoryStream::Clone() {
     IAFail("memory has one stream", IAAssertionFailure);
 }

@@ -1,4 +1,5 @@
 #pragma once
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -14,9 +15,12 @@ namespace brindle {
 class MemoryStream final : public IAStoreStream {
 public:
     /// For reading a block of `blockSize` bytes.  Where the bytes end before the block does, the store ended.
-    MemoryStream(std::span<const std::uint8_t> bytes, std::uint32_t blockSize);
+    MemoryStream(std::span<const std::uint8_t> bytes, std::uint32_t blockSize)
+        // The cast is never felt: a stream that reads does not touch its buffer.
+        : MemoryStream(const_cast<std::uint8_t*>(bytes.data()), bytes.size(), blockSize) {}
     /// For writing all of `bytes`.
-    explicit MemoryStream(std::span<std::uint8_t> bytes);
+    explicit MemoryStream(std::span<std::uint8_t> bytes)
+        : MemoryStream(bytes.data(), bytes.size(), static_cast<std::uint32_t>(bytes.size())) {}
 
     std::unique_ptr<IAStoreStream> Clone() override;
     bool IsOpen() override { return true; }
@@ -30,6 +34,10 @@ public:
     std::uint32_t Read(std::uint32_t, std::uint8_t*, std::uint32_t) override { return 0; }
 
 private:
+    MemoryStream(std::uint8_t* memory, std::size_t size, std::uint32_t blockSize)
+        : IAStoreStream(memory, static_cast<std::uint32_t>(size), blockSize),
+          memoryEnd(static_cast<std::uint32_t>(size)) {}
+
     const std::uint32_t memoryEnd;
 };
 

@@ -21,15 +21,21 @@ std::ptrdiff_t Offset(std::size_t at) {
 Page::Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype)
     : Page(pageId, pagePrototype, BTEntryOverhead, nullptr) {}
 
-Page::Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype, std::shared_ptr<const PageImage> stored)
+Page::Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype,
+           std::shared_ptr<const PageImage> stored)
     : Page(pageId, pagePrototype, BTEntryOverhead, std::move(stored)) {}
 
-Leaf::Leaf(std::uint32_t pageId, const IAOrderedStorable* pagePrototype, std::shared_ptr<const PageImage> stored)
+Leaf::Leaf(std::uint32_t pageId, const IAOrderedStorable* pagePrototype,
+           std::shared_ptr<const PageImage> stored)
     : Page(pageId, pagePrototype, 0, std::move(stored)) {}
 
 Page::Page(std::uint32_t pageId, const IAOrderedStorable* pagePrototype, std::uint32_t entryOverhead,
            std::shared_ptr<const PageImage> stored)
-    : id(pageId), overhead(entryOverhead), prototype(pagePrototype), image(std::move(stored)), dirty(image == nullptr) {
+    : id(pageId),
+      overhead(entryOverhead),
+      prototype(pagePrototype),
+      image(std::move(stored)),
+      dirty(image == nullptr) {
     if (image != nullptr) return;
     auto empty = std::make_shared<PageImage>();
     empty->bytes.resize(BTPageOverhead);
@@ -90,7 +96,8 @@ PageEntry Leaf::EntryRestore(const IAOrderedStorable* from, IAInputBlock* input)
 
 std::unique_ptr<IAOrderedStorable> Page::CopyObject(Finger at) const {
     const std::uint32_t size = ObjectStoreSize(at);
-    MemoryStream memory(std::span<const std::uint8_t>(image->bytes.data() + image->objectOffsets[at], size), size);
+    MemoryStream memory(std::span<const std::uint8_t>(image->bytes.data() + image->objectOffsets[at], size),
+                        size);
     IAInputBlock input(&memory);
     return IARestoreFrom(*prototype, &input);
 }
@@ -119,12 +126,13 @@ Page::Found Page::FingerEntry(const IAOrderedStorable* key) {
 
 // ---- Changes -----------------------------------------------------------------------------------------------
 
-/// A page that is about to change leaves the store, where it is of no more use, and seldom has to be copied then.
+/// A page that is about to change leaves the store, where it is of no more use, and seldom has to be copied
+/// then.
 bool Page::TakeImageOver() {
     if (images == nullptr) return false;
     images->Forget(id);
-    // Another tree of this storage, in another thread, may have had the image.  Its use of it comes before this.
-    // ThreadSanitizer does not know fences, so there an image that was shared is copied all the same.
+    // Another tree of this storage, in another thread, may have had the image.  Its use of it comes before
+    // this. ThreadSanitizer does not know fences, so there an image that was shared is copied all the same.
 #ifdef __SANITIZE_THREAD__
     return false;
 #else
@@ -174,7 +182,8 @@ void Page::InsertGap(Finger at, std::size_t size) {
         own.bytes.reserve(own.bytes.size() + own.bytes.size() / 8 + size);
     }
     own.bytes.insert(own.bytes.begin() + Offset(start), size, 0);
-    own.objectOffsets.insert(own.objectOffsets.begin() + Offset(at), static_cast<std::uint32_t>(start + overhead));
+    own.objectOffsets.insert(own.objectOffsets.begin() + Offset(at),
+                             static_cast<std::uint32_t>(start + overhead));
     for (std::size_t i = at + 1; i < Count(); ++i) own.objectOffsets[i] += static_cast<std::uint32_t>(size);
     if (!objects.empty()) objects.insert(objects.begin() + Offset(at), nullptr);
     CountChanged();
@@ -186,7 +195,8 @@ void Page::EraseRange(Finger begin, Finger end) {
     const std::size_t last = EntryStart(end);
     own.bytes.erase(own.bytes.begin() + Offset(first), own.bytes.begin() + Offset(last));
     own.objectOffsets.erase(own.objectOffsets.begin() + Offset(begin), own.objectOffsets.begin() + Offset(end));
-    for (std::size_t i = begin; i < Count(); ++i) own.objectOffsets[i] -= static_cast<std::uint32_t>(last - first);
+    for (std::size_t i = begin; i < Count(); ++i)
+        own.objectOffsets[i] -= static_cast<std::uint32_t>(last - first);
     if (!objects.empty()) objects.erase(objects.begin() + Offset(begin), objects.begin() + Offset(end));
     CountChanged();
 }
@@ -200,7 +210,8 @@ void Page::InsertRange(Finger at, const Page& source, Finger begin, Finger end) 
     const auto from = source.image->bytes.begin();
     own.bytes.insert(own.bytes.begin() + Offset(start), from + Offset(first), from + Offset(first + size));
     const auto offsets = source.image->objectOffsets.begin();
-    own.objectOffsets.insert(own.objectOffsets.begin() + Offset(at), offsets + Offset(begin), offsets + Offset(end));
+    own.objectOffsets.insert(own.objectOffsets.begin() + Offset(at), offsets + Offset(begin),
+                             offsets + Offset(end));
     const Finger behind = at + (end - begin);
     for (Finger i = at; i < behind; ++i)
         own.objectOffsets[i] = static_cast<std::uint32_t>(own.objectOffsets[i] - first + start);

@@ -52,10 +52,10 @@ struct PageEntry {
 /// A node of the tree: its entries in ascending order, and the child that holds everything above the last one.
 /// This class is an interior page, Leaf the other kind.  Used under the tree's mutex only.
 ///
-/// A page in memory is its stored bytes and a table of where the objects begin.  Entries are numbered from 0.  A
-/// search halves the table and restores the objects it meets; the page keeps those only when it is searched again,
-/// since most pages leave their small cache after one visit.  Changing a page moves bytes: nothing is allocated
-/// for an entry, and writing the page is one copy.
+/// A page in memory is its stored bytes and a table of where the objects begin.  Entries are numbered from 0. A
+/// search halves the table and restores the objects it meets; the page keeps those only when it is searched
+/// again, since most pages leave their small cache after one visit.  Changing a page moves bytes: nothing is
+/// allocated for an entry, and writing the page is one copy.
 class Page : public IAObject {
 public:
     /// The place before the entry of that number; Count() is the place behind the last one.
@@ -99,8 +99,8 @@ public:
 
     /// Writes the page into its block, which may move for that.
     void Write(IAStorage* storage, IAStoreStream* stream);
-    /// Reads the count and the entries behind the right child, to the end of the page, whose bytes are `stored`.
-    /// Raises StorageInvalid for what no page holds.
+    /// Reads the count and the entries behind the right child, to the end of the page, whose bytes are
+    /// `stored`. Raises StorageInvalid for what no page holds.
     void ReadEntries(IAInputBlock* input, std::span<const std::uint8_t> stored);
     const std::shared_ptr<const PageImage>& Image() const { return image; }
     /// The image is in the store too from now on, or comes from there.

@@ -21,7 +21,8 @@ struct PageImage {
                std::uint32_t{bytes[at + 2]} << 8 | bytes[at + 3];
     }
     void SetWordAt(std::size_t at, std::uint32_t value) {
-        for (int i = 0; i < 4; ++i) bytes[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> (24 - 8 * i));
+        for (int i = 0; i < 4; ++i)
+            bytes[at + static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(value >> (24 - 8 * i));
     }
     /// What keeping this image costs, in bytes.
     std::size_t MemorySize() const {

@@ -15,10 +15,11 @@ namespace brindle {
 /// go first: a hand goes round, and takes those that were not used since it last came by.
 ///
 /// It never holds what a read of the block would not give: whoever is about to change or give up a block calls
-/// Forget() first, and an image made from a read enters only if nothing changed since the read began.  So nobody
-/// above can tell a storage with a store from one without, but by the clock.
+/// Forget() first, and an image made from a read enters only if nothing changed since the read began.  So
+/// nobody above can tell a storage with a store from one without, but by the clock.
 ///
-/// Safe to use from several threads; its mutex is the innermost of all and is held for no call out of the class.
+/// Safe to use from several threads; its mutex is the innermost of all and is held for no call out of the
+/// class.
 class LORVALE_EXPORT PageImageStore {
 public:
     using Image = std::shared_ptr<const PageImage>;
@@ -60,7 +61,7 @@ private:
     void MakeRoom();
 
     const std::size_t limit;
-    mutable std::mutex mutex;              // guards all below
+    mutable std::mutex mutex;  // guards all below
     std::vector<Slot> slots;
     std::vector<std::uint32_t> freeSlots;  // places in `slots`
     std::vector<std::uint32_t> places;     // by block ID: the place of its slot and 1; 0 if it has none

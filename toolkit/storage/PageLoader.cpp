@@ -52,7 +52,8 @@ std::unique_ptr<Page> MakePage(std::uint32_t id, std::uint32_t rightChildId, con
 }
 
 /// Restores every object once, which finds where each one begins and that all is as it should be.
-std::unique_ptr<Page> PageFromBlock(std::uint32_t id, const BlockBytes& block, const IAOrderedStorable* prototype) {
+std::unique_ptr<Page> PageFromBlock(std::uint32_t id, const BlockBytes& block,
+                                    const IAOrderedStorable* prototype) {
     MemoryStream memory(std::span<const std::uint8_t>(block.bytes), block.size);
     IAInputBlock input(&memory);
     std::unique_ptr<Page> page = MakePage(id, input.ReadUInt32(), prototype, nullptr);

@@ -112,7 +112,12 @@ public:
 protected:
     /// A stream that stands in a block of `blockSize` bytes at address 0, with `memorySize` bytes of somebody
     /// else's memory as its buffer, which is all to be read already or all to be written.
-    IAStoreStream(std::uint8_t* memory, std::uint32_t memorySize, std::uint32_t blockSize);
+    IAStoreStream(std::uint8_t* memory, std::uint32_t memorySize, std::uint32_t blockSize)
+        : bufferStart(memory),
+          bufferNext(memory),
+          bufferLimit(memory + memorySize),
+          bufferSize(memorySize),
+          blockEnd(blockSize) {}
 
 private:
     std::uint32_t ReadUInt32Bytewise();

@@ -11,7 +11,8 @@ namespace brindle {
 
 /// What a look through an ordered set has found.
 struct LORVALE_EXPORT BTreeReport {
-    /// Broken rules, one sentence each; empty for a sound set.  Ends early, saying so, when there are very many.
+    /// Broken rules, one sentence each; empty for a sound set.  Ends early, saying so, when there are very
+    /// many.
     std::vector<std::string> violations;
 
     std::uint32_t pageSize = 0;   ///< limit of a page's bytes
