@@ -110,8 +110,6 @@ TEST_F(BTreeTest, DestroyLeavesNothingInTheStorage) {
         t.FlushAndCommit();
         return t.storage->TotalSpace() - t.storage->FreeSpace();
     }();
-    TreeInMemory small(64);
-    small.Attach(std::make_unique<MemoryStoreStream>(small.bytes));
     BTree second(std::make_unique<Entry>(), 64);
     const std::uint32_t header = t.storage->Allocate();
     second.Initialize(t.storage.get(), header, false);
@@ -145,24 +143,6 @@ TEST_F(BTreeTest, ReadsThroughACloneOfTheStream) {
     reader.Open(t.storage.get(), t.header, false, true);
     EXPECT_EQ(MembersOf(reader).size(), 99u);
     EXPECT_EQ(reader.TotalSize(), t.tree->TotalSize());
-}
-
-TEST_F(BTreeTest, UnlockedReaderKeepsNoPagesBehindAnIterator) {
-    const std::size_t allocated = IABytesAllocated();
-    {
-        TreeInMemory other(64);
-        other.Make();
-        for (int i = 0; i < 99; ++i) other.Put(NumberedKey(i), "value");
-        other.FlushAndCommit();
-        other.Open(false);
-        auto first = other.tree->MakeIterator();
-        auto second = other.tree->MakeIterator();
-        for (int i = 0; i < 40; ++i) EXPECT_EQ(NextOf(*first), NumberedKey(i));
-        for (int i = 0; i < 99; ++i) EXPECT_EQ(NextOf(*second), NumberedKey(i));
-        for (int i = 40; i < 99; ++i) EXPECT_EQ(NextOf(*first), NumberedKey(i));
-        EXPECT_EQ(NextOf(*first), "(end)");
-    }
-    EXPECT_EQ(IABytesAllocated(), allocated);
 }
 
 }  // namespace
