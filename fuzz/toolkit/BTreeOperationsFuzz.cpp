@@ -66,7 +66,7 @@ void Apply(Choices& choices, TreeInMemory& t, Model& model) {
 
 /// Any sequence of changes leaves a sound tree that holds what an ordered map would.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    if (size > 4096) return 0;
+    if (size > 1500) return 0;
     TreeInMemory t(100);
     t.Make();
     Model model;

@@ -131,6 +131,7 @@ TEST_F(BTreeTest, OpensOnceAndOnlyAsTheStreamAllows) {
     EXPECT_EQ(failureOf([&] { t.tree->Open(t.storage.get(), t.header, true, false); }), "QFLT root not null!");
     t.Open(false);
     EXPECT_THAT(MembersOf(*t.tree), ElementsAre(Pair("a", "1")));
+    EXPECT_EQ(failureOf([&] { t.Put("b"); }), "VSNW btree not open for writing");
     BTree writable(std::make_unique<Entry>(), IADiskBlockSize);
     EXPECT_EQ(failureOf([&] { writable.Open(t.storage.get(), t.header, true, false); }),
               "QFLT store stream not writable");

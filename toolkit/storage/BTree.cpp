@@ -60,6 +60,7 @@ void BTree::Initialize(IAStorage* treeStorage, std::uint32_t header, bool cloneS
     AttachTo(treeStorage, header, cloneStream);
     count = 0;
     pageCount = 0;
+    forWriting = true;
     root = NewPage(true);
     Flush();
 }
@@ -77,6 +78,7 @@ void BTree::Open(IAStorage* treeStorage, std::uint32_t header, bool writable, bo
     IAAssertion(page->IsLeaf() == (stored.depth == 0) && (page->IsLeaf() || page->Count() > 0),
                 "btree root of the wrong kind", StorageInvalid);
 
+    forWriting = writable;
     depth = stored.depth;
     count = stored.count;
     pageCount = stored.pageCount;
@@ -122,6 +124,12 @@ void BTree::CheckOpen() const {
     IAAssertion(root != nullptr, "invalid btree!", IAAssertionFailure);
 }
 
+// A reader's caches hold one page a level: rebalancing two would lose the first under its hands.
+void BTree::CheckWritable() const {
+    CheckOpen();
+    IAAssertion(forWriting, "btree not open for writing", StorageNotWritable);
+}
+
 std::unique_ptr<PageCache> BTree::NewCache(std::uint32_t pages) const {
     return std::make_unique<PageCache>(storage, storeStream, prototype.get(), pageSize, pages);
 }
@@ -163,7 +171,7 @@ std::unique_ptr<IAOrderedStorable> BTree::Get(const IAOrderedStorable* key) {
 
 bool BTree::Put(std::unique_ptr<IAOrderedStorable> object) {
     const IALock lock(mutex.get());
-    CheckOpen();
+    CheckWritable();
     IAAssertion(ObjectFits(object->StoreSize(), pageSize), "Ordered Storable Set Entry Too Big",
                 OrderedStorableSetEntryTooBig);
     ++timeStamp;
@@ -194,7 +202,7 @@ void BTree::InsertObject(Page& page, Page::Finger finger, std::unique_ptr<IAOrde
 
 bool BTree::Remove(const IAOrderedStorable* key) {
     const IALock lock(mutex.get());
-    CheckOpen();
+    CheckWritable();
     ++timeStamp;
     return RemoveInternal(*root, {nullptr, 0}, key, 0);
 }

@@ -70,6 +70,7 @@ private:
     // BTree.cpp
     void SetSizes(std::uint32_t size);
     void CheckOpen() const;
+    void CheckWritable() const;
     void AttachTo(IAStorage* treeStorage, std::uint32_t header, bool cloneStream);
     std::unique_ptr<PageCache> NewCache(std::uint32_t pages) const;
     std::unique_ptr<Page> NewPage(bool isLeaf);
@@ -112,6 +113,7 @@ private:
     IAStoreStream* storeStream = nullptr;  // ownStream, or borrowed from the storage
     const std::unique_ptr<IAMutex> mutex;
     std::uint32_t headerBlock = 0;
+    bool forWriting = false;
     std::unique_ptr<Page> root;                      // outside of all caches
     std::uint32_t depth = 0;                         // levels below the root
     std::vector<std::unique_ptr<PageCache>> caches;  // `depth` of them; the first is the level below the root
