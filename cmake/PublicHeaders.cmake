@@ -40,6 +40,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/storage/storage.h
     include/lorvale/toolkit/storage/stream.h
     include/lorvale/toolkit/storage/verify.h
+    include/lorvale/toolkit/storage/verify_btree.h
     include/lorvale/values.h
     include/lorvale/values/attributed_text.h
     include/lorvale/values/data.h

@@ -6,7 +6,9 @@
 namespace brindle {
 
 BuddyStorage::BuddyStorage(std::unique_ptr<IAStoreStream> stream)
-    : IAStorage(std::move(stream), BuddyStorageType), freeAddresses(std::make_unique<BuddyFreeLists>()) {}
+    : IAStorage(std::move(stream), BuddyStorageType), freeAddresses(std::make_unique<BuddyFreeLists>()) {
+    RememberPages();
+}
 
 BuddyStorage::~BuddyStorage() = default;
 
@@ -60,6 +62,7 @@ std::uint32_t BuddyStorage::GetWriteAddress(std::uint32_t id, std::uint32_t size
     CheckOpen();
     IAAssertion(IsWritable(), "storage not writable", StorageNotWritable);
     IAAssertion(id != SysBlockID, "null id", StorageBlockIDInvalid);
+    ForgetPage(id);
     return GetWriteAddressInternal(id, size);
 }
 
@@ -101,6 +104,7 @@ void BuddyStorage::Deallocate(std::uint32_t id) {
     IAAssertion(id != SysBlockID, "invalid storage blockID", StorageBlockIDInvalid);
     IAAssertion(id < blocks.MaxID(), "out-of-range id", StorageBlockIDInvalid);
     IAAssertion(!blocks.IsFree(id), "unallocated block id", StorageBlockIDInvalid);
+    ForgetPage(id);
     FreeAddress(blocks.Address(id), blocks.LogSize(id));
     blocks.Deallocate(id);
 }

@@ -4,6 +4,7 @@
 
 #include "lorvale/toolkit/storage/skip_list.h"
 #include "lorvale/toolkit/storage/storage.h"
+#include "toolkit/storage/BuddyAddressSet.h"
 #include "toolkit/storage/BuddyBlockTable.h"
 #include "toolkit/storage/BuddyFreeLists.h"
 
@@ -80,7 +81,7 @@ private:
     // Freed since the last commit: the committed state still uses it.
     BuddyFreeLists newFreeAddresses LORVALE_GUARDED_BY(GetMutex());
     // Allocated since the last commit: safe to write in.
-    UInt32Set newAddresses LORVALE_GUARDED_BY(GetMutex());
+    BuddyAddressSet newAddresses LORVALE_GUARDED_BY(GetMutex());
     // Initialize() or Open() has gone through.
     bool ready LORVALE_GUARDED_BY(GetMutex()) = false;
 };

@@ -5,15 +5,25 @@
 #include "lorvale/toolkit/storage/block.h"
 #include "lorvale/toolkit/storage/exception.h"
 #include "toolkit/storage/BuddyStorage.h"
+#include "toolkit/storage/PageImageStore.h"
 
 namespace brindle {
 
 std::atomic<bool> IASyncOnCommit{true};
+std::atomic<std::size_t> IAPageMemory{std::size_t{32} << 20};
 
 IAStorage::IAStorage(std::unique_ptr<IAStoreStream> stream, std::uint32_t type)
     : storeStream(std::move(stream)), storageType(type), mutex(IANewMutex()) {}
 
 IAStorage::~IAStorage() = default;
+
+void IAStorage::RememberPages() {
+    if (const std::size_t limit = IAPageMemory; limit > 0) pageImages = std::make_unique<PageImageStore>(limit);
+}
+
+void IAStorage::ForgetPage(std::uint32_t id) {
+    if (pageImages != nullptr) pageImages->Forget(id);
+}
 
 void IAStorage::PrintFreeList() {}
 
@@ -53,6 +63,11 @@ IAStoreStream* StreamInUse(IAStorage* storage, IAStoreStream* useStream) {
     return useStream != nullptr ? useStream : storage->GetStoreStream();
 }
 
+IAMutex* NoMutex() {
+    static IADefaultMutex none;
+    return &none;
+}
+
 }  // namespace
 
 // The storage's mutex is let go before the stream's is taken, so that whoever waits for the stream does not
@@ -64,11 +79,19 @@ IAInputBlock::IAInputBlock(IAStorage* storage, std::uint32_t id, IAStoreStream* 
           return Extent{address, storage->GetBlockSize(id)};
       }()) {}
 
-IAInputBlock::IAInputBlock(IAStoreStream* inUse, Extent extent) : stream(inUse), lock(inUse->GetMutex()) {
-    stream->SetPosition(extent.address, extent.size);
+IAInputBlock::IAInputBlock(IAStoreStream* inUse, Extent extent) : stream(inUse), mutex(inUse->GetMutex()) {
+    mutex->Lock();
+    try {
+        stream->SetPosition(extent.address, extent.size);
+    } catch (...) {
+        mutex->Unlock();
+        throw;
+    }
 }
 
-IAInputBlock::~IAInputBlock() = default;
+void IAInputBlock::Unlock() {
+    mutex->Unlock();
+}
 
 IAOutputBlock::IAOutputBlock(IAStorage* storage, std::uint32_t id, std::uint32_t size, IAStoreStream* useStream)
     : IAOutputBlock(StreamInUse(storage, useStream), [&] {
@@ -76,6 +99,9 @@ IAOutputBlock::IAOutputBlock(IAStorage* storage, std::uint32_t id, std::uint32_t
           const std::uint32_t address = storage->GetWriteAddress(id, size);
           return Extent{address, storage->GetBlockSize(id)};
       }()) {}
+
+IAOutputBlock::IAOutputBlock(IAStoreStream* positioned)
+    : stream(positioned), exceptionsAtStart(std::uncaught_exceptions()), lock(NoMutex()) {}
 
 IAOutputBlock::IAOutputBlock(IAStoreStream* inUse, Extent extent)
     : stream(inUse), exceptionsAtStart(std::uncaught_exceptions()), lock(inUse->GetMutex()) {

@@ -20,7 +20,7 @@ IAStoreStream::IAStoreStream()
 }
 
 IAStoreStream::~IAStoreStream() {
-    IAFreeSized(bufferStart, IADiskBlockSize);
+    if (mutex != nullptr) IAFreeSized(bufferStart, IADiskBlockSize);
 }
 
 void IAStoreStream::Sync() {}
@@ -49,7 +49,7 @@ void IAStoreStream::WriteUInt32Bytewise(std::uint32_t value) {
     for (int shift = 24; shift >= 0; shift -= 8) WriteByte(static_cast<std::uint8_t>(value >> shift));
 }
 
-void IAStoreStream::ReadBytes(void* bytes, std::uint32_t count) {
+void IAStoreStream::ReadBytesPastEndOfBuffer(void* bytes, std::uint32_t count) {
     auto* to = static_cast<std::uint8_t*>(bytes);
     while (count > 0) {
         const auto ready = std::min<std::size_t>(count, static_cast<std::size_t>(bufferLimit - bufferNext));
@@ -65,7 +65,7 @@ void IAStoreStream::ReadBytes(void* bytes, std::uint32_t count) {
     }
 }
 
-void IAStoreStream::WriteBytes(const void* bytes, std::uint32_t count) {
+void IAStoreStream::WriteBytesPastEndOfBuffer(const void* bytes, std::uint32_t count) {
     const auto* from = static_cast<const std::uint8_t*>(bytes);
     while (count > 0) {
         const auto room = std::min<std::size_t>(count, static_cast<std::size_t>(bufferLimit - bufferNext));

@@ -44,7 +44,8 @@ UFSStoreStream::UFSStoreStream(const char* name, std::FILE* file, bool isOpen, b
 }
 
 UFSStoreStream::UFSStoreStream(const UFSStoreStream& original)
-    : isOpenFlag(original.isOpenFlag),
+    : IAStoreStream(),
+      isOpenFlag(original.isOpenFlag),
       isWritableFlag(original.isWritableFlag),
       isClone(true),
       shared(original.shared) {}

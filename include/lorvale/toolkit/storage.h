@@ -13,3 +13,4 @@
 #include "lorvale/toolkit/storage/storage.h"
 #include "lorvale/toolkit/storage/stream.h"
 #include "lorvale/toolkit/storage/verify.h"
+#include "lorvale/toolkit/storage/verify_btree.h"

@@ -15,9 +15,13 @@ class LORVALE_EXPORT IAInputBlock {
 public:
     /// A null stream stands for the storage's own; another one is a clone of it.
     IAInputBlock(IAStorage* storage, std::uint32_t id, IAStoreStream* useStream = nullptr);
+    /// Goes on reading where the stream stands, whose mutex the caller holds if it has one.
+    explicit IAInputBlock(IAStoreStream* positioned) : stream(positioned), mutex(nullptr) {}
     IAInputBlock(const IAInputBlock&) = delete;
     IAInputBlock& operator=(const IAInputBlock&) = delete;
-    ~IAInputBlock();
+    ~IAInputBlock() {
+        if (mutex != nullptr) Unlock();
+    }
 
     /// The address in the store: useful for differences.
     std::uint32_t GetPosition() const { return stream->GetPosition(); }
@@ -31,10 +35,11 @@ private:
     struct Extent {
         std::uint32_t address, size;
     };
-    IAInputBlock(IAStoreStream* inUse, Extent extent);
+    IAInputBlock(IAStoreStream* inUse, Extent extent) LORVALE_NO_THREAD_SAFETY_ANALYSIS;
+    void Unlock() LORVALE_NO_THREAD_SAFETY_ANALYSIS;
 
     IAStoreStream* const stream;
-    const IALock lock;
+    IAMutex* const mutex;  // held; null if the caller holds it
 };
 
 /// Writes one block from its start, all of it: what is not written is lost.  `size` is what the block must have
@@ -44,6 +49,8 @@ private:
 class LORVALE_EXPORT IAOutputBlock {
 public:
     IAOutputBlock(IAStorage* storage, std::uint32_t id, std::uint32_t size, IAStoreStream* useStream = nullptr);
+    /// Goes on writing where the stream stands, whose mutex the caller holds if it has one.
+    explicit IAOutputBlock(IAStoreStream* positioned);
     IAOutputBlock(const IAOutputBlock&) = delete;
     IAOutputBlock& operator=(const IAOutputBlock&) = delete;
     ~IAOutputBlock() noexcept(false);

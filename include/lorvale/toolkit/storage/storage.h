@@ -1,5 +1,6 @@
 #pragma once
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -9,6 +10,8 @@
 #include "lorvale/toolkit/storage/stream.h"
 
 namespace brindle {
+
+class PageImageStore;
 
 /// Numbered blocks in one store, some of them with names, made durable together by Commit().
 ///
@@ -66,7 +69,15 @@ public:
     bool IsOpen() const { return storeStream->IsOpen(); }
     bool IsWritable() const { return storeStream->IsWritable(); }
 
+    /// For the trees in this storage: what it remembers of their pages, or null.
+    PageImageStore* PageImages() const { return pageImages.get(); }
+
 protected:
+    /// For a subclass that calls ForgetPage() before a block's address for writing is given out and before a
+    /// block is given back: the storage remembers pages from now on, within IAPageMemory.
+    void RememberPages();
+    void ForgetPage(std::uint32_t id);
+
     // The stream's operations for subclasses, which do all their stream work through these.
     static void ReadBytes(IAStoreStream* ss, void* bytes, std::uint32_t count) { ss->ReadBytes(bytes, count); }
     static void WriteBytes(IAStoreStream* ss, const void* bytes, std::uint32_t count) {
@@ -101,6 +112,7 @@ private:
     const std::unique_ptr<IAStoreStream> storeStream;
     const std::uint32_t storageType;
     const std::unique_ptr<IAMutex> mutex;
+    std::unique_ptr<PageImageStore> pageImages;
 };
 
 /// A storage of power-of-two blocks on a stream.  Nothing is touched yet.
@@ -112,5 +124,9 @@ LORVALE_EXPORT std::unique_ptr<IAStorage> MakeFileStorage(const char* path);
 /// True at the start.  Without it a commit still survives the death of the process, but after a crash of
 /// the machine the file may be lost; an index that can be made again may be worth that.
 extern LORVALE_EXPORT std::atomic<bool> IASyncOnCommit;
+
+/// How many bytes a storage may spend on remembering pages of its trees, so that they need not be read again;
+/// 32 MB at the start.  Storages made after a change heed it; with 0 they remember none.
+extern LORVALE_EXPORT std::atomic<std::size_t> IAPageMemory;
 
 }  // namespace brindle

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
 #include "lorvale/export.h"
@@ -83,8 +84,20 @@ public:
         bufferNext += 4;
     }
     /// As if byte by byte.
-    void ReadBytes(void* bytes, std::uint32_t count);
-    void WriteBytes(const void* bytes, std::uint32_t count);
+    void ReadBytes(void* bytes, std::uint32_t count) {
+        if (static_cast<std::size_t>(bufferLimit - bufferNext) < count) [[unlikely]]
+            return ReadBytesPastEndOfBuffer(bytes, count);
+        if (count == 0) return;  // `bytes` may be null then
+        std::memcpy(bytes, bufferNext, count);
+        bufferNext += count;
+    }
+    void WriteBytes(const void* bytes, std::uint32_t count) {
+        if (static_cast<std::size_t>(bufferLimit - bufferNext) < count) [[unlikely]]
+            return WriteBytesPastEndOfBuffer(bytes, count);
+        if (count == 0) return;
+        std::memcpy(bufferNext, bytes, count);
+        bufferNext += count;
+    }
 
     /// Writes the buffer if it is dirty.  What goes on writing after that begins with SetPosition().  After a
     /// failure the buffer stays dirty, so the failure is met again and not forgotten.
@@ -93,13 +106,26 @@ public:
     std::uint8_t ReadPastEndOfBuffer();
     void WritePastEndOfBuffer(std::uint8_t byte);
 
+    /// Null for a stream over memory, which is used where it is made.
     IAMutex* GetMutex() const { return mutex.get(); }
+
+protected:
+    /// A stream that stands in a block of `blockSize` bytes at address 0, with `memorySize` bytes of somebody
+    /// else's memory as its buffer, which is all to be read already or all to be written.
+    IAStoreStream(std::uint8_t* memory, std::uint32_t memorySize, std::uint32_t blockSize)
+        : bufferStart(memory),
+          bufferNext(memory),
+          bufferLimit(memory + memorySize),
+          bufferSize(memorySize),
+          blockEnd(blockSize) {}
 
 private:
     std::uint32_t ReadUInt32Bytewise();
+    void ReadBytesPastEndOfBuffer(void* bytes, std::uint32_t count);
+    void WriteBytesPastEndOfBuffer(const void* bytes, std::uint32_t count);
     void WriteUInt32Bytewise(std::uint32_t value);
 
-    std::uint8_t* bufferStart;     // IADiskBlockSize bytes, owned
+    std::uint8_t* bufferStart;     // IADiskBlockSize bytes, owned; not owned if there is no mutex
     std::uint8_t* bufferNext;      // the next byte to read or write
     std::uint8_t* bufferLimit;     // the end of what may be read or written now
     std::uint32_t bufferSize = 0;  // used for the current block

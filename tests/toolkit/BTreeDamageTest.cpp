@@ -1,0 +1,153 @@
+#include <gmock/gmock.h>
+
+#include "tests/support/BTreeFixture.h"
+#include "tests/support/FailureText.h"
+
+namespace brindle::testing {
+namespace {
+
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+/// A page as a test wants it on disk, whether or not a tree could ever write it.
+struct RawPage {
+    std::uint32_t id;
+    std::uint32_t rightChild;
+    std::vector<std::pair<std::uint32_t, std::string>> entries;  // child and key
+    std::optional<std::uint32_t> count = std::nullopt;           // a lie about their number
+};
+
+/// Trees written by hand.  The header is block 1 and the pages are blocks 2 to 9.
+class DamagedBTree : public ::testing::Test {
+protected:
+    DamagedBTree() {
+        t.Attach(std::make_unique<MemoryStoreStream>(t.bytes));
+        t.storage->Initialize();
+        for (int i = 1; i < 10; ++i) t.storage->Allocate();
+        t.header = 1;
+    }
+    void Write(const BTreeHeader& header, const std::vector<RawPage>& pages) {
+        header.Write(t.storage.get(), t.header, nullptr);
+        for (const RawPage& page : pages) {
+            IAOutputBlock output(t.storage.get(), page.id, header.pageSize, nullptr);
+            output.WriteUInt32(page.rightChild);
+            output.WriteUInt32(page.count.value_or(static_cast<std::uint32_t>(page.entries.size())));
+            for (const auto& [child, key] : page.entries) {
+                if (page.rightChild != 0) output.WriteUInt32(child);
+                Entry(key).Store(&output);
+            }
+        }
+    }
+    std::string FailureOfOpen() {
+        t.tree = std::make_unique<BTree>(std::make_unique<Entry>(), 64);
+        return failureOf([this] { t.tree->Open(t.storage.get(), t.header, true, false); });
+    }
+    std::string FailureOfIteration() {
+        return failureOf([this] { MembersOf(*t.tree, 1000); });
+    }
+    auto Violations() { return VerifyBTree(*t.storage, t.header, Entry()).violations; }
+
+    TreeInMemory t{64};
+};
+
+TEST_F(DamagedBTree, HeaderThatNoTreeHas) {
+    Write({2, 32, 1, 1, 64}, {{2, 0, {{0, "a"}}}});
+    EXPECT_EQ(FailureOfOpen(), "VSIV btree header out of range");
+    Write({2, 1, 1, 1, 64}, {});
+    EXPECT_EQ(FailureOfOpen(), "VSIV btree root of the wrong kind");
+    EXPECT_THAT(Violations(), Contains(HasSubstr("is a leaf above the lowest level")));
+    Write({0, 0, 0, 0, 64}, {});
+    EXPECT_EQ(FailureOfOpen(), "VSBI id out of range");
+}
+
+TEST_F(DamagedBTree, PageThatNoTreeWrites) {
+    const struct {
+        const char* why;
+        RawPage page;
+        const char* failure;
+    } rows[] = {
+        {"more entries than there are bytes",
+         {2, 0, {{0, "a"}}, 0xFFFFFFFF},
+         "VSIV btree page entry count out of range"},
+        {"entries behind the block's end", {2, 0, {{0, "a"}}, 30}, "VSIV btree page entries out of order"},
+        {"one key twice", {2, 0, {{0, "a"}, {0, "a"}}}, "VSIV btree page entries out of order"},
+        {"an object of more than half a page",
+         {2, 0, {{0, std::string(30, 'k')}}},
+         "VSIV btree page entry too big"},
+        {"an entry without a child", {2, 3, {{0, "a"}}}, "VSIV btree page without a child"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Write({2, 0, 1, 1, 64}, {row.page});
+        EXPECT_EQ(FailureOfOpen(), row.failure);
+        EXPECT_FALSE(Violations().empty());
+    }
+}
+
+TEST_F(DamagedBTree, PagesThatLeadToEachOther) {
+    // An interior page below itself, where leaves should be.
+    Write({2, 1, 9, 9, 64}, {{2, 2, {{2, "m"}}}});
+    EXPECT_EQ(FailureOfOpen(), "");
+    EXPECT_EQ(FailureOfIteration(), "VSIV btree page at the wrong level");
+    EXPECT_EQ(failureOf([&] { t.Put("a"); }), "VSIV btree page at the wrong level");
+
+    // Every level leads to one page of the next in all its children: more ways than there is time for.
+    Write({2, 6, 9, 9, 64}, {{2, 3, {{3, "b"}, {3, "c"}}},
+                             {3, 4, {{4, "b"}, {4, "c"}}},
+                             {4, 5, {{5, "b"}, {5, "c"}}},
+                             {5, 6, {{6, "b"}, {6, "c"}}},
+                             {6, 7, {{7, "b"}, {7, "c"}}},
+                             {7, 8, {{8, "b"}, {8, "c"}}},
+                             {8, 0, {{0, "a"}}}});
+    EXPECT_EQ(FailureOfOpen(), "");
+    EXPECT_EQ(FailureOfIteration(), "VSIV btree pages out of order");
+    EXPECT_THAT(Violations(), Contains(HasSubstr("is used more than once")));
+    const std::uint32_t next = t.storage->Allocate();
+    EXPECT_EQ(failureOf([&] { t.tree->Destroy(); }), "VSIV btree page met twice");
+    EXPECT_EQ(t.storage->Allocate(), next + 1) << "nothing was given back";
+
+    // Neighbours that are one page: levelling them would lose what they hold.
+    Write({2, 1, 9, 9, 64}, {{2, 3, {{3, "m"}}}, {3, 0, {{0, "n"}}}});
+    EXPECT_EQ(FailureOfOpen(), "");
+    EXPECT_EQ(failureOf([&] { t.Put("z"); }), "VSIV btree page met twice");
+}
+
+TEST_F(DamagedBTree, VerifyNamesEveryBrokenRule) {
+    Write({2, 1, 9, 7, 64}, {{2, 3, {{4, "g"}, {5, "m"}}},
+                             {3, 0, {{0, "k"}}},    // below its separator
+                             {4, 0, {}},            // empty
+                             {5, 6, {{7, "h"}}}});  // not a leaf
+    EXPECT_THAT(Violations(),
+                ::testing::ElementsAre(HasSubstr("Page 4 at level 1 has no entries"),
+                                       HasSubstr("Page 5 at level 1 has children at the lowest level"),
+                                       HasSubstr("Page 3 at level 1 has objects out of order"),
+                                       HasSubstr("The header counts 9 objects, the pages hold 4"),
+                                       HasSubstr("The header counts 7 pages, there are 4")));
+}
+
+/// Every byte of a small file changed in several ways, and the file cut at every length.
+TEST(DamagedBTreeFile, OnlyTheToolkitsOwnFailureComesOut) {
+    TreeInMemory t(64);
+    t.Make();
+    for (int i = 0; i < 30; ++i) t.Put("key" + std::to_string(10 + i), "12345");
+    t.FlushAndCommit();
+    EXPECT_THAT(VerifyBTree(*t.storage, t.header, Entry()).violations, IsEmpty());
+    UseTreeInDamagedStorage(*t.bytes);
+    for (std::uint32_t id = 1; id <= t.tree->Check().pages + 1; ++id) {
+        const std::uint32_t address = t.storage->GetReadAddress(id);
+        for (std::uint32_t at = address; at < address + t.storage->GetBlockSize(id); ++at) {
+            for (const int change : {1, 0x80, 0xFF}) {
+                Bytes damaged = *t.bytes;
+                damaged[at] = static_cast<std::uint8_t>(damaged[at] ^ change);
+                UseTreeInDamagedStorage(std::move(damaged));
+            }
+        }
+    }
+    for (std::size_t length = 0; length < t.bytes->size(); length += 37)
+        UseTreeInDamagedStorage(
+            Bytes(t.bytes->begin(), t.bytes->begin() + static_cast<std::ptrdiff_t>(length)));
+}
+
+}  // namespace
+}  // namespace brindle::testing

@@ -1,0 +1,295 @@
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "tests/support/BTreeFixture.h"
+#include "tests/support/FaultyDisk.h"
+#include "toolkit/storage/PageImageStore.h"
+
+namespace brindle::testing {
+namespace {
+
+using ::testing::IsEmpty;
+
+/// What an iterator will give, from the model: the next key was settled when the last one was given.
+class ModelIterator {
+public:
+    ModelIterator(const Model& model, const std::string& from) { SettleFrom(model.lower_bound(from), model); }
+    std::optional<std::pair<std::string, std::string>> Next(const Model& model) {
+        if (!next.has_value()) return std::nullopt;
+        const auto found = model.lower_bound(*next);
+        next.reset();
+        if (found == model.end()) return std::nullopt;
+        SettleFrom(std::next(found), model);
+        return *found;
+    }
+
+private:
+    void SettleFrom(Model::const_iterator at, const Model& model) {
+        if (at != model.end()) next = at->first;
+    }
+    std::optional<std::string> next;
+};
+
+struct Shape {
+    const char* name;
+    std::uint32_t pageSize;
+    std::uint32_t longestKey;
+    int keys;  // how many different ones
+    int steps;
+};
+void PrintTo(const Shape& shape, std::ostream* out) {
+    *out << shape.name;
+}
+
+/// A tree driven at random beside an ordered map.
+class Driver {
+public:
+    Driver(const Shape& treeShape, unsigned seed) : shape(treeShape), random(seed), t(treeShape.pageSize) {
+        t.Make();
+        t.storage->Commit();
+    }
+
+    void Step() {
+        switch (Below(20)) {
+            case 0:
+                return Reopen();
+            case 1:
+                return t.tree->Purge();
+            case 2:
+                return t.tree->Flush();
+            case 3:
+                return MakeIterator();
+            case 4:
+            case 5:
+            case 6:
+            case 7:
+                return MoveIterators();
+            case 8:
+            case 9:
+                return Look();
+            case 10:
+            case 11:
+            case 12:
+            case 13:
+            case 14:
+                return growing ? Put() : Remove();
+            default:
+                return growing || Below(3) == 0 ? Put() : Remove();
+        }
+    }
+    void CheckAll() {
+        ASSERT_THAT(t.tree->Check().violations, IsEmpty());
+        ASSERT_EQ(t.tree->Count(), model.size());
+        ASSERT_EQ(MembersOf(*t.tree),
+                  (std::vector<std::pair<std::string, std::string>>(model.begin(), model.end())));
+    }
+    void Turn() { growing = !growing; }
+    TreeInMemory& Tree() { return t; }
+
+private:
+    std::uint32_t Below(std::uint32_t limit) { return static_cast<std::uint32_t>(random() % limit); }
+
+    std::string RandomKey() {
+        const std::uint32_t number = Below(static_cast<std::uint32_t>(shape.keys));
+        // The number settles the length too, so that a key comes again.
+        return std::to_string(number) +
+               std::string(number * 7919 % shape.longestKey, static_cast<char>('a' + number % 26));
+    }
+    std::string RandomValue(const std::string& key) {
+        const std::uint32_t most = MaxEntrySizeFor(shape.pageSize) - BTEntryOverhead;
+        const std::uint32_t keyTakes = Entry(key).StoreSize() + 1;
+        const std::uint32_t room = most > keyTakes ? most - keyTakes : 0;
+        switch (Below(4)) {
+            case 0:
+                return std::string(room, 'L');  // the largest allowed, or one less
+            case 1:
+                return std::string(Below(room + 1), 'm');
+            default:
+                return std::string(std::min(room, Below(8)), 's');
+        }
+    }
+    void Put() {
+        const std::string key = RandomKey();
+        const std::string value = RandomValue(key);
+        ASSERT_EQ(t.Put(key, value), model.contains(key));
+        model[key] = value;
+    }
+    void Remove() {
+        const Entry key(RandomKey());
+        ASSERT_EQ(t.tree->Remove(&key), model.erase(key.key) == 1);
+    }
+    void Look() {
+        const Entry key(RandomKey());
+        const auto found = t.tree->Get(&key);
+        const auto expected = model.find(key.key);
+        ASSERT_EQ(found != nullptr, expected != model.end());
+        if (found != nullptr) {
+            ASSERT_EQ(static_cast<Entry&>(*found).value, expected->second);
+        }
+        const float estimate = t.tree->PositionEstimate(&key);
+        ASSERT_TRUE(estimate > 0 && estimate < 1);
+    }
+    void MakeIterator() {
+        const Entry from(RandomKey());
+        if (iterators.size() >= 4) iterators.erase(iterators.begin());
+        if (Below(3) == 0)
+            iterators.emplace_back(t.tree->MakeIterator(), ModelIterator(model, ""));
+        else
+            iterators.emplace_back(t.tree->MakeIterator(&from), ModelIterator(model, from.key));
+    }
+    void MoveIterators() {
+        for (auto& [real, expected] : iterators) {
+            for (std::uint32_t i = Below(9); i > 0; --i) {
+                const auto next = real->Next();
+                const auto inModel = expected.Next(model);
+                ASSERT_EQ(next != nullptr, inModel.has_value());
+                if (next == nullptr) break;
+                ASSERT_EQ(static_cast<Entry&>(*next).key, inModel->first);
+                ASSERT_EQ(static_cast<Entry&>(*next).value, inModel->second);
+            }
+        }
+    }
+    /// Mostly after a commit; else back to the last one.
+    void Reopen() {
+        iterators.clear();
+        if (Below(4) != 0) {
+            t.FlushAndCommit();
+            committed = model;
+        }
+        t.Open();
+        model = committed;
+        ASSERT_THAT(VerifyBTree(*t.storage, t.header, Entry()).violations, IsEmpty());
+    }
+
+    const Shape shape;
+    std::mt19937 random;
+    TreeInMemory t;
+    Model model;
+    Model committed;
+    bool growing = true;
+    std::vector<std::pair<std::unique_ptr<IAOrderedStorableIterator>, ModelIterator>> iterators;
+};
+
+#ifdef NDEBUG
+constexpr int kCheckEvery = 50;
+#else
+constexpr int kCheckEvery = 1;
+#endif
+
+class BTreeModel : public ::testing::TestWithParam<Shape> {};
+
+TEST_P(BTreeModel, AgreesWithAnOrderedMap) {
+    for (const unsigned seed : {1u, 2u}) {
+        SCOPED_TRACE(seed);
+        Driver driver(GetParam(), seed);
+        for (int step = 0; step < GetParam().steps; ++step) {
+            if (step % 400 == 300) driver.Turn();
+            driver.Step();
+            if (step % kCheckEvery == 0) driver.CheckAll();
+            if (::testing::Test::HasFatalFailure()) FAIL() << "at step " << step;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, BTreeModel,
+                         ::testing::Values(Shape{"SmallestPages", 40, 4, 150, 1000},
+                                           Shape{"SmallPages", 64, 12, 200, 1000},
+                                           Shape{"MiddlePages", 300, 60, 200, 1000},
+                                           Shape{"UsualPages", 4096, 1500, 300, 1000}),
+                         [](const auto& shape) { return shape.param.name; });
+
+/// What a storage remembers of pages must not show in any file.
+TEST(PageImages, LeaveNoTraceInTheFile) {
+    const Shape shape{"", 128, 12, 400, 0};
+    const auto bytesWith = [&shape](std::size_t memory) {
+        const std::size_t before = IAPageMemory.exchange(memory);
+        Driver driver(shape, 5);
+        for (int step = 0; step < 3000; ++step) {
+            if (step % 400 == 300) driver.Turn();
+            driver.Step();
+        }
+        driver.Tree().FlushAndCommit();
+        if (memory > 0) {
+            EXPECT_LE(driver.Tree().storage->PageImages()->MemorySize(), memory);
+        }
+        IAPageMemory = before;
+        return *driver.Tree().bytes;
+    };
+    const Bytes without = bytesWith(0);
+    EXPECT_TRUE(bytesWith(std::size_t{1} << 20) == without);
+    EXPECT_TRUE(bytesWith(3000) == without) << "with a store of a few pages";
+}
+
+/// Somebody else's writing to a page's block, and its going, are seen at once.
+TEST(PageImages, FollowTheBlocks) {
+    TreeInMemory t(64);
+    t.Make();
+    t.Put("a", "1");
+    t.FlushAndCommit();
+    BTree other(std::make_unique<Entry>(), 64);
+    other.Open(t.storage.get(), t.header, true, false);
+    other.Put(std::make_unique<Entry>("a", "2"));
+    other.Flush();
+    BTree reader(std::make_unique<Entry>(), 64);
+    reader.Open(t.storage.get(), t.header, false, false);
+    EXPECT_EQ(MembersOf(reader).front().second, "2");
+    const Entry prototype;
+    t.storage->Compact();
+    EXPECT_EQ(ReadPage(2, t.storage.get(), nullptr, &prototype)->Count(), 1u);
+    t.storage->Deallocate(2);
+    EXPECT_THROW(ReadPage(2, t.storage.get(), nullptr, &prototype), IAException);
+}
+
+/// The disk dies at each write in turn: the tree opens as it was at the last commit, or at the one under way.
+TEST(BTreeCrash, ShowsTheLastCommitInFull) {
+    std::mt19937 random(11);
+    bool survived = false;
+    for (std::uint64_t dieAt = 1; !survived; dieAt += 1 + dieAt / 40) {
+        const auto disk = std::make_shared<FaultyDisk>();
+        Model committed, underWay;
+        bool made = false;
+        try {
+            TreeInMemory t(128);
+            t.Attach(std::make_unique<FaultyStoreStream>(disk));
+            t.storage->Initialize();
+            t.header = t.storage->AllocateNamedBlock("tree");
+            t.tree->Initialize(t.storage.get(), t.header, false);
+            t.FlushAndCommit();
+            made = true;
+            disk->dieAtWrite = disk->writes + dieAt;
+            for (int commit = 0; commit < 12; ++commit) {
+                for (int i = 0; i < 25; ++i) {
+                    const std::string key = std::to_string(random() % 200);
+                    const Entry probe(key);
+                    if (random() % 3 == 0 && underWay.erase(key) == 1) {
+                        ASSERT_TRUE(t.tree->Remove(&probe));
+                    } else {
+                        underWay[key] = std::to_string(commit);
+                        t.Put(key, underWay[key]);
+                    }
+                }
+                t.FlushAndCommit();
+                committed = underWay;
+            }
+            survived = true;
+        } catch (const DiskDied&) {
+        }
+        ASSERT_TRUE(made);
+        for (int crash = 0; crash < 3; ++crash) {
+            TreeInMemory t(128, std::make_shared<Bytes>(disk->AfterCrash(random)));
+            t.Open();
+            ASSERT_THAT(VerifyBTree(*t.storage, t.header, Entry()).violations, IsEmpty())
+                << "died at " << dieAt;
+            const auto members = MembersOf(*t.tree);
+            const Model found(members.begin(), members.end());
+            ASSERT_TRUE(found == committed || found == underWay) << "died at " << dieAt;
+            t.Put("work goes", "on");
+            t.FlushAndCommit();
+            ASSERT_THAT(t.tree->Check().violations, IsEmpty());
+        }
+    }
+}
+
+}  // namespace
+}  // namespace brindle::testing

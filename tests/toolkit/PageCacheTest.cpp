@@ -1,0 +1,106 @@
+#include "toolkit/storage/PageCache.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/BTreeFixture.h"
+#include "tests/support/FailureText.h"
+
+namespace brindle::testing {
+namespace {
+
+/// Ten leaves of one entry each, written to blocks; a cache of four pages for them.
+class PageCacheTest : public ::testing::Test {
+protected:
+    static constexpr std::uint32_t kNow = 7, kLater = 8;
+
+    PageCacheTest() {
+        storage->Initialize();
+        for (int i = 0; i < 10; ++i) {
+            ids.push_back(storage->Allocate());
+            NewLeaf(ids.back())->Write(storage.get(), nullptr);
+        }
+    }
+    std::unique_ptr<Page> NewLeaf(std::uint32_t id) {
+        auto leaf = std::make_unique<Leaf>(id, &prototype);
+        leaf->InsertEntry(PageEntry(std::make_unique<Entry>("key" + std::to_string(id))));
+        return leaf;
+    }
+    PageCache NewCache() { return {storage.get(), storage->GetStoreStream(), &prototype, 64, 4}; }
+
+    std::unique_ptr<IAStorage> storage =
+        IAMakeStorage(std::make_unique<MemoryStoreStream>(std::make_shared<Bytes>()));
+    const Entry prototype;
+    std::vector<std::uint32_t> ids;
+};
+
+TEST_F(PageCacheTest, LeastRecentlyUsedPageLeavesFirst) {
+    PageCache cache = NewCache();
+    for (std::size_t i = 0; i < 4; ++i) cache.Get(ids[i], kNow, false);
+    cache.Get(ids[0], kNow, false);  // a hit is a use too
+    cache.Get(ids[4], kNow, false);
+    EXPECT_EQ(cache.Peek(ids[1]), nullptr);
+    EXPECT_NE(cache.Peek(ids[0]), nullptr);
+    EXPECT_EQ(cache.Hits(), 1u);
+    EXPECT_EQ(cache.Misses(), 5u);
+}
+
+TEST_F(PageCacheTest, DirtyPageIsWrittenWhenItLeaves) {
+    PageCache cache = NewCache();
+    cache.Get(ids[0], kNow, false)->PushEntry(PageEntry(std::make_unique<Entry>("added")));
+    for (std::size_t i = 1; i < 5; ++i) cache.Get(ids[i], kNow, false);
+    EXPECT_EQ(cache.Get(ids[0], kNow, false)->Count(), 2u);
+    cache.Get(ids[0], kNow, false)->PopEntry();
+    cache.Delete(ids[0]);
+    EXPECT_EQ(cache.Get(ids[0], kNow, false)->Count(), 2u) << "deleting a page writes nothing";
+}
+
+TEST_F(PageCacheTest, LockedPagesStayAndMakeRoom) {
+    PageCache cache = NewCache();
+    cache.Get(ids[0], kNow, true);
+    cache.Get(ids[0], kNow, true);
+    EXPECT_EQ(cache.MaxCount(), 6u);
+    for (std::size_t i = 1; i < 10; ++i) cache.Get(ids[i], kNow, false);
+    EXPECT_NE(cache.Peek(ids[0]), nullptr);
+    EXPECT_EQ(cache.Count(), 6u);
+
+    cache.Unlock(ids[0], kNow, true);
+    EXPECT_NE(cache.Peek(ids[0]), nullptr) << "one lock is left";
+    cache.Unlock(ids[0], kNow, true);
+    EXPECT_EQ(cache.Peek(ids[0]), nullptr);
+    EXPECT_EQ(cache.MaxCount(), 4u);
+}
+
+TEST_F(PageCacheTest, LocksOfAnotherTimeDoNotHold) {
+    PageCache cache = NewCache();
+    cache.Get(ids[0], kNow, true);
+    cache.Get(ids[1], kNow, true);
+    cache.Get(ids[1], kLater, true);  // takes the place of the old lock
+    EXPECT_EQ(cache.MaxCount(), 6u);
+    for (std::size_t i = 2; i < 8; ++i) cache.Get(ids[i], kLater, false);
+    EXPECT_EQ(cache.Peek(ids[0]), nullptr);
+    EXPECT_NE(cache.Peek(ids[1]), nullptr);
+    EXPECT_EQ(cache.MaxCount(), 5u);
+    cache.Purge();
+    EXPECT_EQ(cache.MaxCount(), 4u);
+}
+
+TEST_F(PageCacheTest, RefusesWhatItDoesNotHold) {
+    PageCache cache = NewCache();
+    cache.Get(ids[0], kNow, false);
+    EXPECT_EQ(failureOf([&] { cache.Unlock(ids[1], kNow, false); }), "QFLT cannot get page cache entry");
+    EXPECT_EQ(failureOf([&] { cache.Unlock(ids[0], kNow, false); }), "QFLT pageentry is not locked");
+    EXPECT_EQ(failureOf([&] { cache.Remove(ids[1]); }), "QFLT cannot remove page cache entry");
+    EXPECT_EQ(failureOf([&] { cache.Put(NewLeaf(ids[0]), kNow, false); }),
+              "QFLT unable to put entry in skiplist");
+}
+
+TEST_F(PageCacheTest, PageThatNobodyCouldReadIsNotWritten) {
+    PageCache cache = NewCache();
+    cache.Put(std::make_unique<Leaf>(ids[0], &prototype), kNow, false);
+    EXPECT_EQ(failureOf([&] { cache.WriteDirtyPages(); }), "QFLT page cache entry size invalid");
+    cache.Peek(ids[0])->PushEntry(PageEntry(std::make_unique<Entry>("key", std::string(60, 'v'))));
+    EXPECT_EQ(failureOf([&] { cache.Purge(); }), "QFLT page cache entry size invalid");
+}
+
+}  // namespace
+}  // namespace brindle::testing

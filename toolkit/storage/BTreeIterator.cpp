@@ -1,0 +1,123 @@
+#include "toolkit/storage/BTreeIterator.h"
+
+#include <utility>
+
+#include "lorvale/toolkit/storage/exception.h"
+#include "lorvale/toolkit/storage/mutex.h"
+#include "toolkit/storage/BTree.h"
+
+namespace brindle {
+
+BTreeIterator::BTreeIterator(BTree& tree, const IAOrderedStorable* from) : bTree(tree) {
+    try {
+        BuildStack(from);
+    } catch (...) {
+        UnlockAll();
+        throw;
+    }
+}
+
+BTreeIterator::~BTreeIterator() {
+    const IALock lock(bTree.mutex.get());
+    if (timeStamp == bTree.timeStamp)
+        UnlockAll();
+    else
+        DropFrames();
+}
+
+std::unique_ptr<IAOrderedStorable> BTreeIterator::Next() {
+    const IALock lock(bTree.mutex.get());
+    if (timeStamp != bTree.timeStamp && next != nullptr) {
+        const std::unique_ptr<IAOrderedStorable> place = std::move(next);
+        BuildStack(place.get());
+    }
+    if (next == nullptr) return nullptr;
+    std::unique_ptr<IAOrderedStorable> result = std::move(next);
+    crossed = false;
+    Increment();
+    next = CopyOfTop();
+    // Within a page the order is known.  From page to page it is not before this, and a damaged tree that led
+    // to the same pages over and over would never end.
+    if (next != nullptr && crossed && !result->LessThan(next.get())) {
+        next = nullptr;
+        IAFail("btree pages out of order", StorageInvalid);
+    }
+    return result;
+}
+
+std::unique_ptr<IAOrderedStorable> BTreeIterator::CopyOfTop() {
+    return top != nullptr && !top->IsThrough() ? top->page->CopyObject(top->entry) : nullptr;
+}
+
+void BTreeIterator::BuildStack(const IAOrderedStorable* from) {
+    timeStamp = bTree.timeStamp;
+    DropFrames();
+    if (from != nullptr)
+        PushTo(*bTree.root, from);
+    else
+        PushForward(*bTree.root);
+    next = CopyOfTop();
+}
+
+void BTreeIterator::PushFrame(Page& page, Page::Finger entry) {
+    top = std::make_unique<IteratorFrame>(&page, entry, std::move(top));
+}
+
+Page& BTreeIterator::Descend(std::uint32_t id) {
+    Page* const page = bTree.GetLockedPage(id, level, timeStamp);
+    ++level;
+    crossed = true;
+    return *page;
+}
+
+void BTreeIterator::PushForward(Page& page) {
+    PushFrame(page, 0);
+    if (level != bTree.depth) PushForward(Descend(page.ChildId(0)));
+}
+
+void BTreeIterator::PushTo(Page& page, const IAOrderedStorable* key) {
+    const Page::Found found = page.FingerEntry(key);
+    PushFrame(page, found.at);
+    if (page.IsLeaf()) {
+        if (found.object == nullptr) PopForward();
+    } else if (found.object == nullptr || !found.object->Equal(key)) {
+        PushTo(Descend(page.ChildId(found.at)), key);
+    }
+}
+
+void BTreeIterator::Increment() {
+    ++top->entry;
+    if (level != bTree.depth)
+        PushForward(Descend(top->page->ChildId(top->entry)));
+    else if (top->IsThrough())
+        PopForward();
+}
+
+void BTreeIterator::PopForward() {
+    do {
+        const std::uint32_t left = top->page->Id();
+        top = std::move(top->next);
+        crossed = true;
+        if (top != nullptr) bTree.UnlockPage(left, --level, timeStamp);
+    } while (top != nullptr && top->IsThrough());
+}
+
+// Runs in destructors: a page that cannot be written now stays for the next to try.
+void BTreeIterator::UnlockAll() {
+    while (top != nullptr) {
+        const std::uint32_t left = top->page->Id();
+        top = std::move(top->next);
+        if (top == nullptr) break;  // the root is in no cache
+        try {
+            bTree.UnlockPage(left, --level, timeStamp);
+        } catch (const IAException&) {
+        }
+    }
+}
+
+void BTreeIterator::DropFrames() {
+    while (top != nullptr) top = std::move(top->next);
+    level = 0;
+}
+
+}  // namespace brindle
