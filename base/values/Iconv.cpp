@@ -1,12 +1,32 @@
 #include "base/values/Iconv.h"
 
 #include <cerrno>
+#include <map>
+#include <utility>
 
+#include "lorvale/platform/mutex.h"
 #include "lorvale/values/text.h"
 
 namespace lorvale {
 
-Iconv::Iconv(const char* to, const char* from) : _descriptor(::iconv_open(to, from)) {}
+namespace {
+
+/// Opens each pair of encodings once more and never closes it.  The OS unloads a conversion module with its
+/// last user, so without this every thread that ends would unload what the next one loads again.
+void keepModuleLoaded(const char* to, const char* from) {
+    static auto& mutex = *new Mutex;
+    static auto& kept = *new std::map<std::pair<std::string, std::string>, iconv_t>;
+    const MutexLock lock(mutex);
+    const auto [place, isNew] = kept.try_emplace({to, from});
+    if (isNew) place->second = ::iconv_open(to, from);
+}
+
+}  // namespace
+
+Iconv::Iconv(const char* to, const char* from) {
+    keepModuleLoaded(to, from);
+    _descriptor = ::iconv_open(to, from);
+}
 
 Iconv::~Iconv() {
     if (isOpen()) ::iconv_close(_descriptor);

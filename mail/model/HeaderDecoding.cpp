@@ -212,4 +212,11 @@ CachedHeaders cachedHeadersInBlock(std::string_view bytes) {
     return cached;
 }
 
+std::optional<std::string> envelopeInBlock(std::string_view bytes) {
+    LogicalLines lines(bytes);
+    const auto line = lines.next();
+    if (!line || !line->starts_with(kEnvelopeMark)) return std::nullopt;
+    return decodedValue(withoutLeadingWhite(line->substr(kEnvelopeMark.size())));
+}
+
 }  // namespace lorvale

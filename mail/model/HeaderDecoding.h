@@ -1,4 +1,6 @@
 #pragma once
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include "lorvale/message/headers.h"
@@ -13,5 +15,9 @@ void decodeHeaderBlock(std::string_view bytes, HeaderDictionary& headers, Header
 /// The cached headers alone, under the names as the block spells them, without the work for all the others:
 /// for a store that lists its messages from their bytes.  The values are those decodeHeaderBlock() gives first.
 CachedHeaders cachedHeadersInBlock(std::string_view bytes);
+
+/// The value of the pseudo-header "from " alone, for a block that begins with an envelope line; nullopt for
+/// others.
+std::optional<std::string> envelopeInBlock(std::string_view bytes);
 
 }  // namespace lorvale

@@ -83,9 +83,12 @@ std::optional<Data> MessageHeaders::headerDataOfStore() const {
 }
 
 void MessageHeaders::loadAllHeaders() {
-    if (_allHeaders) return;
+    if (!_allHeaders) loadAllHeaders(headerDataOfStore().value_or(Data()));
+}
+
+void MessageHeaders::loadAllHeaders(const Data& block) {
     HeaderOrder order;
-    auto headers = decodeHeadersFromData(headerDataOfStore().value_or(Data()), order);
+    auto headers = decodeHeadersFromData(block, order);
     setAllHeaders(std::move(headers), std::move(order));
 }
 
@@ -190,11 +193,21 @@ std::string MessageHeaders::messageID() {
                       textOr("to", "BogusTo"));
 }
 
+std::string MessageHeaders::envelopeText() {
+    // A listing asks each message of a mailbox for its date: that must not load all their headers.
+    if (!_allHeaders) {
+        const auto block = headerDataOfStore().value_or(Data());
+        if (auto envelope = envelopeInBlock(block.view())) return std::move(*envelope);
+        loadAllHeaders(block);
+    }
+    return firstTextForKey(kFromSpaceKey);
+}
+
 Date MessageHeaders::dateReceived() {
     const auto* const cached = cachedHeaders().find("date");
     const auto* const known = cached != nullptr ? std::get_if<Date>(cached) : nullptr;
     if (known != nullptr) return *known;
-    const auto envelope = firstTextForKey(kFromSpaceKey);
+    const auto envelope = envelopeText();
     const auto inEnvelope = dateInEnvelope(envelope);
     if (const auto date = dateInCommonFormatsWithString(inEnvelope)) return *date;
     const auto written = firstTextForKey("date");

@@ -138,6 +138,8 @@ private:
     std::optional<Data> _encodedHeadersIncludingFromSpace(bool fromSpace);
     std::optional<Data> headerDataOfStore() const;
     void loadAllHeaders();
+    void loadAllHeaders(const Data& block);
+    std::string envelopeText();
 
     bool _headersChanged = false;
     std::weak_ptr<Message> _message;

@@ -7,6 +7,7 @@
 #include "base/text/StringUtils.h"
 #include "lorvale/message/address_manager.h"
 #include "lorvale/platform/paths.h"
+#include "lorvale/platform/user_defaults.h"
 #include "mail/model/AddressUtils.h"
 #include "tests/support/TestSupport.h"
 
@@ -101,6 +102,15 @@ TEST_F(OwnAddresses, AreTheLoginAndFullName) {
     EXPECT_THAT(uncommentedAddressList(std::vector<std::string>{"A <a>", "b (B)"}),
                 Optional(ElementsAre("a", "b")));
     EXPECT_EQ(uncommentedAddressList({}), std::nullopt);
+}
+
+TEST_F(OwnAddresses, AreTheAlternatesOfTheDefaults) {
+    UserDefaults::standard().setArgument("Alternates", " jane@x.example ,, JD@Y.example");
+    EXPECT_TRUE(isMyAddress("Jane <Jane@X.example>"));
+    EXPECT_TRUE(isMyAddress("jd@y.example"));
+    EXPECT_FALSE(isMyAddress("jane@x"));
+    EXPECT_FALSE(isMyAddress(""));
+    UserDefaults::standard().removeArguments();
 }
 
 TEST_F(OwnAddresses, AreFoundThroughAliasesAlsoInCircles) {

@@ -41,6 +41,20 @@ TEST(Message, DoesNotKeepItsStoreAlive) {
     EXPECT_TRUE(stored.message->messageFlags()->isRead());
 }
 
+TEST(Message, MadeOfBytesCarriesItsStoreWithIt) {
+    constexpr std::string_view kBytes = "Subject: =?utf-8?q?=C3=A9?=\nTo: a, b\n\nbody\n";
+    auto message = Message::messageWithData(Data::ofStatic(kBytes));
+    ASSERT_NE(message, nullptr);
+    const std::weak_ptr<MessageStore> store = message->messageStore();
+    EXPECT_EQ(message->headers()->subject(), "\u00E9");
+    EXPECT_EQ(message->headers()->recipients().size(), 2u);
+    EXPECT_EQ(message->messageBody()->encodedBody()->view(), "body\n");
+    EXPECT_EQ(message->messageData()->view(), kBytes);
+    EXPECT_EQ(message->messageBody()->message(), message);
+    message.reset();
+    EXPECT_TRUE(store.expired());
+}
+
 TEST(Message, DescribesWhatIsLoaded) {
     const StoredMessage stored("To: t\nFrom: f\nSubject: s\n\n");
     EXPECT_EQ(stored.message->description(), "<headers not yet loaded> <body not yet loaded> ");
