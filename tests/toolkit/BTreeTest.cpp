@@ -53,6 +53,19 @@ TEST_F(BTreeTest, LargestEntryIsHalfOfAPage) {
     EXPECT_EQ(Get("k")->value, value);
 }
 
+TEST_F(BTreeTest, ObjectThatLiesAboutItsSizeStaysOut) {
+    class Liar : public Entry {
+    public:
+        explicit Liar(int lie) : Entry("liar", "value"), by(lie) {}
+        std::uint32_t StoreSize() const override { return Entry::StoreSize() + static_cast<std::uint32_t>(by); }
+        const int by;
+    };
+    t.Put("a", "1");
+    for (const int by : {1, -1, -11}) EXPECT_THROW(t.tree->Put(std::make_unique<Liar>(by)), IAException) << by;
+    EXPECT_THAT(MembersOf(*t.tree), ElementsAre(Pair("a", "1")));
+    EXPECT_EQ(t.tree->Check().violations, std::vector<std::string>());
+}
+
 TEST_F(BTreeTest, IteratorsGoOnWhileTheTreeChanges) {
     for (int i = 0; i < 90; ++i) t.Put(NumberedKey(i), std::string(100, 'v'));
     const auto iterator = t.tree->MakeIterator();

@@ -5,7 +5,6 @@
 #include <mutex>
 #include <vector>
 
-#include "lorvale/export.h"
 #include "toolkit/storage/PageImage.h"
 
 namespace brindle {
@@ -20,7 +19,7 @@ namespace brindle {
 ///
 /// Safe to use from several threads; its mutex is the innermost of all and is held for no call out of the
 /// class.
-class LORVALE_EXPORT PageImageStore {
+class PageImageStore {
 public:
     using Image = std::shared_ptr<const PageImage>;
 
