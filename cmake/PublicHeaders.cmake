@@ -4,6 +4,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/export.h
     include/lorvale/message.h
     include/lorvale/message/address_manager.h
+    include/lorvale/message/addresses.h
     include/lorvale/message/body.h
     include/lorvale/message/flags.h
     include/lorvale/message/headers.h

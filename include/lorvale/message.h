@@ -10,6 +10,7 @@
 
 #include "lorvale/export.h"
 #include "lorvale/message/address_manager.h"
+#include "lorvale/message/addresses.h"
 #include "lorvale/message/body.h"
 #include "lorvale/message/flags.h"
 #include "lorvale/message/headers.h"

@@ -5,19 +5,11 @@
 #include <string_view>
 #include <vector>
 
-/// Operations on mail addresses as they stand in headers.  All are linear and take any bytes.
+#include "lorvale/message/addresses.h"
+
+/// More operations on mail addresses as they stand in headers.  All are linear and take any bytes.
 
 namespace lorvale {
-
-/// The entries of a list of addresses: the text cut at commas outside double quotes.  Nullopt for an empty
-/// text.
-std::optional<std::vector<std::string>> addressList(std::string_view text);
-
-/// The pure address: "jd" for "Jane (home) <jd>" and for "jd (Jane)".
-std::string uncommentedAddress(std::string_view text);
-
-/// The name a person reads: "Jane" for "Jane <jd>" and for "jd (Jane)"; the text itself when there is no name.
-std::string addressComment(std::string_view text);
 
 /// uncommentedAddress() of each; nullopt for an empty list.
 std::optional<std::vector<std::string>> uncommentedAddressList(std::span<const std::string> addresses);

@@ -204,6 +204,10 @@ std::string MessageHeaders::envelopeText() {
 }
 
 Date MessageHeaders::dateReceived() {
+    return knownDateReceived().value_or(Date::now());
+}
+
+std::optional<Date> MessageHeaders::knownDateReceived() {
     const auto* const cached = cachedHeaders().find("date");
     const auto* const known = cached != nullptr ? std::get_if<Date>(cached) : nullptr;
     if (known != nullptr) return *known;
@@ -212,8 +216,7 @@ Date MessageHeaders::dateReceived() {
     if (const auto date = dateInCommonFormatsWithString(inEnvelope)) return *date;
     const auto written = firstTextForKey("date");
     if (!inEnvelope.empty()) log("Can't determine date: (%@), trying (%@)", inEnvelope, written);
-    if (const auto date = dateInCommonFormatsWithString(written)) return *date;
-    return Date::now();
+    return dateInCommonFormatsWithString(written);
 }
 
 std::string MessageHeaders::sender() {

@@ -116,6 +116,8 @@ public:
     std::string messageID();
     /// When the message was delivered: by its envelope line, else by "Date:", else now.
     Date dateReceived();
+    /// The same, but nullopt where neither line has a date that can be read.
+    std::optional<Date> knownDateReceived();
     std::string sender();
     std::string subject();
     /// The addresses of the first "To:" and the first "Cc:".
