@@ -24,6 +24,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/user_interface.h
     include/lorvale/store.h
     include/lorvale/store/berkeley_mbox.h
+    include/lorvale/store/check.h
     include/lorvale/store/constants.h
     include/lorvale/store/message_store.h
     include/lorvale/store/store_class.h

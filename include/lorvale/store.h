@@ -1,4 +1,5 @@
 #pragma once
 /// Mailboxes: the abstract store, the choice of a class for a path, and the stores of this library.
 #include "lorvale/store/berkeley_mbox.h"
+#include "lorvale/store/check.h"
 #include "lorvale/store/message_store.h"
