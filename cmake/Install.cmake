@@ -7,6 +7,9 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/lorvale-config-vers
     COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/lorvale-config-version.cmake DESTINATION ${LORVALE_CMAKE_DIR})
 
+# From where lorvale.pc lies up to the prefix, so that an installed copy may be moved.
+file(RELATIVE_PATH LORVALE_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" LORVALE_PC_TO_PREFIX "${LORVALE_PC_TO_PREFIX}")
 configure_file(cmake/lorvale.pc.in lorvale.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/lorvale.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(DIRECTORY resources/ DESTINATION ${CMAKE_INSTALL_DATADIR}/lorvale)

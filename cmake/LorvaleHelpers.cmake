@@ -1,9 +1,8 @@
 # What every target of this project shares: the language, the warnings, the sanitizers.
-function(lorvale_target_defaults target)
+function(lorvale_common target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF
       CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
-  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
       $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
       $<$<BOOL:${LORVALE_WERROR}>:-Werror>)
@@ -14,6 +13,12 @@ function(lorvale_target_defaults target)
       target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
     endif()
   endif()
+endfunction()
+
+# The same for what sees the inside of the library: its own sources, tests, benchmarks and fuzz targets.
+function(lorvale_target_defaults target)
+  lorvale_common(${target})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
 endfunction()
 
 # lorvale_test(NAME source...): one GoogleTest program; each of its tests is a test of ctest.

@@ -1,0 +1,95 @@
+#include "ConsoleAgent.h"
+
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+
+#include "Terminal.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/values/text.h"
+
+namespace mailhost {
+
+namespace {
+
+void say(std::string_view text) {
+    ProgressBar::clear();
+    std::fprintf(stderr, "%s\n", printableLine(text).c_str());
+}
+
+std::optional<std::string> answerTo(std::string_view question) {
+    if (!isTerminal(STDIN_FILENO)) return std::nullopt;
+    ProgressBar::clear();
+    std::fprintf(stderr, "%s ", printableLine(question).c_str());
+    std::fflush(stderr);
+    std::string answer;
+    if (!std::getline(std::cin, answer)) return std::nullopt;
+    return answer;
+}
+
+/// Keeps what is typed off the terminal.
+class SilentTyping {
+public:
+    SilentTyping() : _changed(::tcgetattr(STDIN_FILENO, &_before) == 0) {
+        if (!_changed) return;
+        termios silent = _before;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    }
+    ~SilentTyping() {
+        if (!_changed) return;
+        ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &_before);
+        std::fputc('\n', stderr);
+    }
+    SilentTyping(const SilentTyping&) = delete;
+    SilentTyping& operator=(const SilentTyping&) = delete;
+
+private:
+    termios _before = {};
+    bool _changed;
+};
+
+}  // namespace
+
+void ConsoleAgent::displayStatus(std::string_view status, lorvale::MessageStore*) {
+    if (!status.empty() && isTerminal(STDERR_FILENO)) say(status);
+}
+
+void ConsoleAgent::alertUserWithMessage(std::string_view message, std::string_view title) {
+    say("mailhost: " + (title.empty() ? "" : std::string(title) + ": ") + std::string(message));
+}
+
+bool ConsoleAgent::queryUserForYesNoWithMessage(std::string_view message, std::string_view title,
+                                                std::string_view yesTitle, std::string_view noTitle) {
+    const auto answer = answerTo((title.empty() ? "" : std::string(title) + ": ") + std::string(message) +
+                                 " [y: " + std::string(yesTitle) + ", n: " + std::string(noTitle) + "]");
+    if (!answer) return false;
+    const auto word = lorvale::trimmed(*answer);
+    return lorvale::equalIgnoringAsciiCase(word, "y") || lorvale::equalIgnoringAsciiCase(word, "yes") ||
+           lorvale::equalIgnoringCase(word, yesTitle);
+}
+
+std::optional<std::string> ConsoleAgent::queryUserForPasswordWithMessage(std::string_view message,
+                                                                         bool* remember) {
+    if (remember != nullptr) *remember = false;
+    if (!isTerminal(STDIN_FILENO)) return std::nullopt;
+    const SilentTyping silent;
+    return answerTo(message);
+}
+
+LogLines::LogLines(bool shown) : _shown(shown) {
+    lorvale::setDebugLogging(shown);
+    lorvale::setLogSink([this](std::string_view line) {
+        _spoke = true;
+        if (_shown) say("lorvale: " + std::string(line));
+    });
+}
+
+LogLines::~LogLines() {
+    lorvale::setLogSink({});
+    if (_spoke && !_shown) say("mailhost: the library logged something; --verbose shows it");
+}
+
+}  // namespace mailhost

@@ -1,0 +1,180 @@
+/// The directions in which the folders may look at each other, kept by reading every source.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "lorvale/values/text.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+/// What the sources below a folder may include in quotes: paths that begin with one of these.
+struct Layer {
+    std::string folder;
+    Texts mayInclude;
+    bool mayUseLibraries = false;  // those of docs/dependencies.md
+};
+
+// The folders of mail/ by rank, lower ones first; those of one rank do not know each other.
+const std::vector<Texts> kMailRanks = {{"encoding"}, {"settings"}, {"model"},
+                                       {"mime"},     {"stores"},   {"delivery", "fetch", "imap", "search"},
+                                       {"accounts"}};
+
+const Texts kMailHeaders = {"lorvale/account", "lorvale/defaults", "lorvale/delivery", "lorvale/export.h",
+                            "lorvale/message", "lorvale/mime",     "lorvale/platform", "lorvale/search",
+                            "lorvale/store",   "lorvale/values"};
+
+std::vector<Layer> layers() {
+    // The most telling folder stands first: the first match counts.
+    std::vector<Layer> all = {
+        {"include/lorvale/values", {"lorvale/export.h", "lorvale/values"}},
+        {"include/lorvale/platform", {"lorvale/export.h", "lorvale/values", "lorvale/platform"}},
+        {"include/lorvale/toolkit", {"lorvale/export.h", "lorvale/toolkit"}},
+        {"include/lorvale", kMailHeaders},
+        {"base", {"base/", "lorvale/export.h", "lorvale/values", "lorvale/platform"}, true},
+        {"toolkit", {"toolkit/", "lorvale/export.h", "lorvale/toolkit"}},
+    };
+    Texts lower = kMailHeaders;
+    lower.push_back("base/");
+    for (const auto& rank : kMailRanks) {
+        Texts own;
+        for (const auto& folder : rank) {
+            Texts allowed = lower;
+            allowed.push_back("mail/" + folder + "/");
+            if (folder == "search") allowed.insert(allowed.end(), {"toolkit/", "lorvale/toolkit"});
+            all.push_back({"mail/" + folder, allowed});
+            own.push_back("mail/" + folder + "/");
+        }
+        lower.insert(lower.end(), own.begin(), own.end());
+    }
+    all.push_back({"examples", {"lorvale/"}});
+    return all;
+}
+
+struct Include {
+    bool quoted;
+    std::string path;
+};
+
+std::vector<Include> includesOf(const fs::path& file) {
+    std::vector<Include> includes;
+    std::ifstream lines(file);
+    for (std::string line; std::getline(lines, line);) {
+        auto rest = trimmed(line);
+        for (const std::string_view word : {"#", "include"}) {
+            rest = rest.starts_with(word) ? trimmed(rest.substr(word.size())) : std::string_view();
+        }
+        if (rest.empty()) continue;
+        const bool quoted = rest[0] == '"';
+        const auto end = rest.find(quoted ? '"' : '>', 1);
+        if (end != std::string_view::npos) includes.push_back({quoted, std::string(rest.substr(1, end - 1))});
+    }
+    return includes;
+}
+
+/// All sources below a folder of the project, by their paths in it.
+Texts sourcesBelow(const std::string& folder) {
+    Texts sources;
+    const fs::path root = LORVALE_SOURCE_DIR;
+    if (!fs::exists(root / folder)) return sources;
+    for (const auto& entry : fs::recursive_directory_iterator(root / folder)) {
+        const auto extension = entry.path().extension();
+        if (extension == ".h" || extension == ".cpp")
+            sources.push_back(fs::relative(entry.path(), root).string());
+    }
+    std::ranges::sort(sources);
+    return sources;
+}
+
+bool startsWithOneOf(const std::string& path, const Texts& starts) {
+    return std::ranges::any_of(starts, [&](const auto& start) { return path.starts_with(start); });
+}
+
+bool isOfALibrary(const std::string& path) {
+    return startsWithOneOf(path, {"fmt/", "plist/", "utf8proc", "libxml/", "gtest", "gmock", "benchmark"});
+}
+
+TEST(Layers, IncludesRunDownwards) {
+    const fs::path root = LORVALE_SOURCE_DIR;
+    const auto table = layers();
+    std::size_t seen = 0;
+    for (const auto* folder : {"include", "base", "toolkit", "mail", "examples"}) {
+        for (const auto& source : sourcesBelow(folder)) {
+            const auto layer = std::ranges::find_if(table, [&](const Layer& l) {
+                return source.starts_with(l.folder + "/") || source == l.folder + ".h";
+            });
+            ASSERT_NE(layer, table.end()) << source << " lies in a folder that no layer knows";
+            for (const auto& include : includesOf(root / source)) {
+                ++seen;
+                if (!include.quoted) {
+                    EXPECT_TRUE(layer->mayUseLibraries || !isOfALibrary(include.path))
+                        << source << " includes <" << include.path << ">, a library for base/ only";
+                    continue;
+                }
+                // An example names its own headers without a folder.
+                const bool own =
+                    layer->folder == "examples" && fs::exists((root / source).parent_path() / include.path);
+                EXPECT_TRUE(own || startsWithOneOf(include.path, layer->mayInclude))
+                    << source << " includes \"" << include.path << "\"";
+                EXPECT_TRUE(own || fs::exists(root / include.path) ||
+                            fs::exists(root / "include" / include.path))
+                    << source << " includes \"" << include.path << "\", which is not there from the root";
+            }
+        }
+    }
+    EXPECT_GT(seen, 100u);
+}
+
+TEST(Layers, PublicHeadersNeedNothingButTheStandardLibrary) {
+    for (const auto& source : sourcesBelow("include")) {
+        for (const auto& include : includesOf(fs::path(LORVALE_SOURCE_DIR) / source)) {
+            if (include.quoted) continue;
+            EXPECT_EQ(include.path.find_first_of("./"), std::string::npos)
+                << source << " includes <" << include.path << ">";
+        }
+        EXPECT_TRUE(readFile(fs::path(LORVALE_SOURCE_DIR) / source).starts_with("#pragma once\n")) << source;
+    }
+}
+
+TEST(Layers, EveryPublicHeaderIsInstalled) {
+    Texts listed;
+    std::ifstream lines(fs::path(LORVALE_SOURCE_DIR) / "cmake/PublicHeaders.cmake");
+    for (std::string line; std::getline(lines, line);) {
+        const auto start = line.find("include/");
+        if (start != std::string::npos && line.find('#') == std::string::npos)
+            listed.push_back(line.substr(start));
+    }
+    EXPECT_TRUE(std::ranges::is_sorted(listed));
+    EXPECT_EQ(Texts(listed), sourcesBelow("include"));
+}
+
+// All sources are compiled: a file that no CMakeLists.txt names is dead.
+TEST(Layers, EverySourceIsBuilt) {
+    for (const auto* folder : {"base", "toolkit", "mail", "examples", "tests", "fuzz", "bench"}) {
+        for (const auto& source : sourcesBelow(folder)) {
+            if (!source.ends_with(".cpp")) continue;
+            const fs::path file = fs::path(LORVALE_SOURCE_DIR) / source;
+            bool named = false;
+            for (auto up = file.parent_path(); !named && up != fs::path(LORVALE_SOURCE_DIR).parent_path();
+                 up = up.parent_path()) {
+                const auto list = up / "CMakeLists.txt";
+                named = fs::exists(list) &&
+                        readFile(list).find(fs::relative(file, up).string()) != std::string::npos;
+            }
+            if (source == "fuzz/ReplayMain.cpp" || source.starts_with("tests/package/")) continue;
+            EXPECT_TRUE(named) << source << " is in no CMakeLists.txt";
+        }
+    }
+}
+
+}  // namespace
+}  // namespace lorvale::testing

@@ -1,0 +1,249 @@
+/// What mailhost prints, kept in approved/: after a change that is meant, LORVALE_APPROVE=1 in the environment
+/// writes the files anew, and the difference is read before it is committed.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+
+#include "RunProgram.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale::testing {
+namespace {
+
+struct Case {
+    const char* name;  // of the file
+    const char* commands;
+};
+
+void PrintTo(const Case& theCase, std::ostream* out) {
+    *out << theCase.name;
+}
+
+// Several commands a file where they show one thing from its several sides.
+const Case kCases[] = {
+    {"info",
+     "mailhost info examples/mail/inbox\nmailhost info examples/mail/odd\n"
+     "mailhost info examples/mail/lists --json"},
+    {"list",
+     "mailhost list examples/mail/inbox\nmailhost list examples/mail/odd\n"
+     "mailhost list examples/mail/inbox --unread"},
+    {"list-json", "mailhost list --json examples/mail/inbox\nmailhost list --json examples/mail/odd"},
+    {"list-sorted",
+     "mailhost list examples/mail/lists --sort subject\nmailhost list examples/mail/lists --sort from\n"
+     "mailhost list examples/mail/archive-2003 --sort size\n"
+     "mailhost list examples/mail/odd --sort received-date\n"
+     "mailhost list examples/mail/archive-2003 --sort=number"},
+    {"show-text", "for n in 2 3 5 6 7 8 9 10 15 20 24 26; do mailhost show examples/mail/inbox $n; done"},
+    {"show-structured",
+     "for n in 11 14 17 23; do mailhost show examples/mail/inbox $n; done\n"
+     "mailhost show examples/mail/archive-2003 2"},
+    {"show-odd",
+     "for n in 12 13 14 15 16 17 18 19 20 21 22 25 26; do mailhost show examples/mail/odd $n; done"},
+    {"show-headers",
+     "mailhost show examples/mail/inbox 16 --headers\nmailhost show examples/mail/odd 13 --headers\n"
+     "mailhost show examples/mail/odd 14 --headers --json"},
+    {"show-parts",
+     "mailhost show examples/mail/inbox 4 --text\nmailhost show examples/mail/inbox 4 --raw\n"
+     "mailhost show examples/mail/odd 16 --json\nmailhost show examples/mail/odd 11 --json --text\n"
+     "mailhost show examples/mail/odd 11 --json --raw"},
+    {"check",
+     "mailhost check examples/mail/inbox\nmailhost check examples/mail/odd\n"
+     "mailhost check examples/mail/odd --json"},
+    {"usage",
+     "mailhost --help\nmailhost\nmailhost lits x\nmailhost list\nmailhost show x\nmailhost show x 1x\n"
+     "mailhost show x 1 --raw --text\nmailhost list x --sort colour\nmailhost list x --text\n"
+     "mailhost list x --frob\nmailhost info x y\nmailhost info x -o =y\nmailhost info -o"},
+    {"failures",
+     "mailhost list no/such/mailbox\nmailhost list examples/mail\nmailhost check examples/mail\n"
+     "mailhost show examples/mail/inbox 30\nmailhost check no/such/mailbox\n"
+     "mailhost list examples/mail/README.md\nmailhost check examples/mail/README.md"},
+};
+
+std::filesystem::path approvedFile(const Case& theCase) {
+    return std::filesystem::path(LORVALE_SOURCE_DIR) / "tests/integration/approved" /
+           (std::string(theCase.name) + ".txt");
+}
+
+/// Where the checkout lies is nobody's business.
+std::string withoutPlace(std::string text) {
+    const std::string_view place = LORVALE_SOURCE_DIR;
+    for (std::size_t at; (at = text.find(place)) != std::string::npos;) text.replace(at, place.size(), "TOP");
+    return text;
+}
+
+/// The commands of a case, each with its output, then what it said on standard error, then its exit status.
+std::string transcript(const Case& theCase) {
+    std::string text;
+    std::string_view rest = theCase.commands;
+    while (!rest.empty()) {
+        const auto end = std::min(rest.find('\n'), rest.size());
+        const std::string command(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        const auto outcome = runShell(command);
+        text += "$ " + command + "\n" + outcome.output;
+        if (!outcome.errors.empty()) text += "[standard error]\n" + outcome.errors;
+        if (outcome.status != 0) text += "[exit status " + std::to_string(outcome.status) + "]\n";
+        text += "\n";
+    }
+    return withoutPlace(std::move(text));
+}
+
+class MailhostApproval : public ::testing::TestWithParam<Case> {};
+
+TEST_P(MailhostApproval, PrintsWhatWasApproved) {
+    const auto file = approvedFile(GetParam());
+    const auto printed = transcript(GetParam());
+    if (std::getenv("LORVALE_APPROVE") != nullptr) writeFile(file, printed);
+    ASSERT_TRUE(std::filesystem::exists(file)) << "run with LORVALE_APPROVE=1 and read the new file";
+    EXPECT_EQ(printed, readFile(file));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, MailhostApproval, ::testing::ValuesIn(kCases), [](const auto& parameter) {
+    std::string name = parameter.param.name;
+    std::erase(name, '-');
+    return name;
+});
+
+TEST(Mailhost, SetsUserDefaultsAndFoldersForOneRun) {
+    const TemporaryFolder home;
+    std::filesystem::copy_file(std::filesystem::path(LORVALE_SOURCE_DIR) / "examples/mail/lists",
+                               home / "lists");
+    const auto list = [&](const std::string& more) {
+        const auto outcome =
+            runShell("mailhost list --json --home " + shellWord(home.path().string()) + " --config " +
+                     shellWord((home / "config").string()) + " " + more + " '~/lists'");
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        return outcome.output;
+    };
+    // A subject there has a charset that the library does not know: the preferred encoding is taken for it.
+    const auto plain = list("");
+    const std::string preference = "KTPreferedStringEncodingForMailMessage=";
+    EXPECT_TRUE(list("-o '" + preference + "Central European (Windows 1250)'") != plain);
+    EXPECT_TRUE(list("-o '" + preference + "Nonsense'") == plain);
+    EXPECT_FALSE(std::filesystem::exists(home / "config")) << "reading must not make settings";
+}
+
+/// Names, sizes and bytes of all files in a folder.
+std::map<std::string, std::string> filesIn(const std::filesystem::path& folder) {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+        files[entry.path().string()] = entry.is_regular_file() ? readFile(entry.path()) : "";
+    }
+    return files;
+}
+
+TEST(Mailhost, ReadingTakesNoLockAndChangesNothing) {
+    const TemporaryFolder folder;
+    const auto source = std::filesystem::path(LORVALE_SOURCE_DIR) / "examples/mail";
+    std::filesystem::copy_file(source / "lists", folder / "lists");
+    writeFile(folder / "lists.lock", "elsewhere.example,nora,mail (Lorvale version 106),1\n");
+    std::filesystem::create_directory(folder / "box.mbox");
+    std::filesystem::copy_file(source / "odd", folder / "box.mbox" / "mbox");
+    const auto before = filesIn(folder.path());
+    const auto path = [&](std::string_view name) { return shellWord((folder / name).string()); };
+    for (const auto& command :
+         {"list --sort from " + path("lists"), "info " + path("lists"), "show " + path("lists") + " 1",
+          "list --sort size " + path("box.mbox/mbox"), "check " + path("lists")}) {
+        const auto outcome = runShell("mailhost " + command);
+        EXPECT_EQ(outcome.status, 0) << command << "\n" << outcome.errors;
+    }
+    EXPECT_EQ(filesIn(folder.path()), before);
+    const auto check = runShell("mailhost check " + path("lists"));
+    EXPECT_THAT(check.output, ::testing::HasSubstr("locked by nora on host elsewhere.example"));
+    EXPECT_EQ(runShell("mailhost check " + path("box.mbox")).status, 1);  // of the flat file inside
+}
+
+TEST(Mailhost, TakesAnyFileForAMailboxOrSaysWhyNot) {
+    const TemporaryFolder folder;
+    std::string noise;
+    for (unsigned i = 0; i < 70'000; ++i) noise += static_cast<char>(i * i / 7);
+    const std::string real = readFile(std::filesystem::path(LORVALE_SOURCE_DIR) / "examples/mail/odd");
+    const struct {
+        const char* why;
+        std::string bytes;
+        int checkStatus;
+    } rows[] = {
+        {"empty", "", 0},
+        {"binary", noise, 1},
+        {"binary behind a separator", "From a@b.example\n" + noise, 1},
+        {"cut off in a header", real.substr(0, 150), 1},
+        {"cut off in a body", real.substr(0, 245), 0},
+        {"a separator alone", "From ", 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        writeFile(folder / "box", row.bytes);
+        const auto box = shellWord((folder / "box").string());
+        EXPECT_EQ(runShell("mailhost list " + box).status, 0);
+        EXPECT_EQ(runShell("mailhost info " + box).status, 0);
+        EXPECT_EQ(runShell("mailhost check " + box).status, row.checkStatus);
+    }
+}
+
+TEST(Mailhost, KeepsControlCharactersOfMailOffTheTerminal) {
+    // script(1) gives the program a terminal; NO_COLOR leaves no escape sequence of our own in the output.
+    for (const std::string command : {"list examples/mail/odd", "show examples/mail/odd 16 --raw",
+                                      "show examples/mail/odd 16 --text", "show examples/mail/odd 17 --json"}) {
+        SCOPED_TRACE(command);
+        const auto outcome =
+            runShell("NO_COLOR=1 script -qec " + shellWord("mailhost " + command) + " /dev/null");
+        ASSERT_EQ(outcome.status, 0) << outcome.errors;
+        EXPECT_FALSE(outcome.output.empty());
+        EXPECT_THAT(outcome.output,
+                    ::testing::Not(::testing::ContainsRegex("[\x01-\x08\x0B\x0C\x0E-\x1F\x7F]")));
+        EXPECT_THAT(outcome.output, ::testing::Not(::testing::HasSubstr("\u202E")));
+    }
+    const auto piped = runShell("mailhost show examples/mail/odd 16 --raw");
+    EXPECT_THAT(piped.output, ::testing::HasSubstr("\x1b[31mred?"));  // a file gets the very bytes
+}
+
+// Real mail: every file lists as often as its separators say, in valid JSON, and check has an opinion.
+TEST(MailhostSharedData, ListsEveryFile) {
+    const auto data = sharedData();
+    if (!data) GTEST_SKIP() << "the folder of real mail is not beside the checkout";
+    std::size_t files = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(*data)) {
+        if (!entry.is_regular_file() || entry.path().extension() == ".xz") continue;
+        SCOPED_TRACE(entry.path().string());
+        const auto path = shellWord(entry.path().string());
+        const auto listed = runShell("mailhost list --json " + path);
+        EXPECT_EQ(listed.status, 0) << listed.errors;
+        std::size_t lines = 0;
+        for (std::string_view rest = listed.output; !rest.empty(); ++lines) {
+            const auto end = rest.find('\n');
+            EXPECT_TRUE(isJson(rest.substr(0, end))) << rest.substr(0, end);
+            rest.remove_prefix(end + 1);
+        }
+        const auto bytes = readFile(entry.path());
+        const auto first = bytes.find_first_not_of(" \t\n\r\f\v");
+        std::size_t separators = first != std::string::npos && bytes.compare(first, 5, "From ") == 0 ? 1 : 0;
+        for (auto at = first; separators > 0 && (at = bytes.find("\nFrom ", at)) != std::string::npos; ++at) {
+            ++separators;
+        }
+        EXPECT_EQ(lines, separators);
+        EXPECT_THAT(runShell("mailhost check --json " + path).status, ::testing::AnyOf(0, 1));
+        ++files;
+    }
+    EXPECT_GT(files, 100u);
+}
+
+TEST(MailhostSharedData, ListsAndSortsALargeMailbox) {
+    const auto data = sharedData();
+    if (!data) GTEST_SKIP() << "the folder of real mail is not beside the checkout";
+    const TemporaryFolder folder;
+    const auto box = shellWord((folder / "box").string());
+    ASSERT_EQ(
+        runShell("xz -dc " + shellWord((*data / "large/english-4k.mbox.xz").string()) + " >" + box).status, 0);
+    for (const auto* order : {"subject", "received-date"}) {
+        const auto outcome =
+            runShell("mailhost list --json --sort " + std::string(order) + " " + box + " | wc -l");
+        EXPECT_EQ(outcome.output, "4150\n") << order << outcome.errors;
+    }
+}
+
+}  // namespace
+}  // namespace lorvale::testing

@@ -1,0 +1,7 @@
+#include <lorvale/message.h>
+
+#include <iostream>
+
+int main() {
+    std::cout << lorvale::Message::verboseVersion() << '\n';
+}
