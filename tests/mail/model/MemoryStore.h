@@ -13,7 +13,9 @@ namespace lorvale::testing {
 class MemoryStore : public MessageStore {
 public:
     MemoryStore(std::string_view headBytes, std::string_view bodyBytes)
-        : head(Data::copyOf(headBytes)), body(Data::copyOf(bodyBytes)), cached(cachedHeadersInBlock(headBytes)) {}
+        : head(Data::copyOf(headBytes)),
+          body(Data::copyOf(bodyBytes)),
+          cached(cachedHeadersInBlock(headBytes)) {}
 
     CachedHeaders cachedHeadersForMessage(Message&) override { return ++cachedAsked, cached; }
     std::optional<Data> allHeadersForMessage(Message&) override { return ++headAsked, head; }
