@@ -168,6 +168,15 @@ Node nodeOf(const PropertyList& value) {
     return nullptr;
 }
 
+/// The library's writer names a document type by an address on the net.  No reader of property lists needs it,
+/// and a general XML reader might go and fetch it.
+std::string withoutDocumentType(std::string xml) {
+    const auto start = xml.find("<!DOCTYPE");
+    const auto root = xml.find("<plist");
+    if (start < root && root != std::string::npos) xml.erase(start, root - start);
+    return xml;
+}
+
 }  // namespace
 
 std::optional<PropertyList> PropertyList::parse(const Data& data) {
@@ -194,7 +203,7 @@ std::string PropertyList::xml() const {
     std::uint32_t size = 0;
     ::plist_to_xml(node.get(), &text, &size);
     const CMemory<char> owner(text);
-    return text == nullptr ? std::string() : std::string(text, size);
+    return text == nullptr ? std::string() : withoutDocumentType(std::string(text, size));
 }
 
 }  // namespace lorvale

@@ -47,6 +47,7 @@ PropertyList example() {
 TEST(PropertyList, ReadsBackWhatItWrites) {
     const auto list = example();
     const auto xml = list.xml();
+    EXPECT_EQ(xml.find("http"), std::string::npos) << "nothing that a reader might fetch";
     EXPECT_THAT(xml, ::testing::StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>"));
     const auto back = parse(xml);
     ASSERT_TRUE(back);
