@@ -37,10 +37,8 @@ std::string encoded(MessageHeaders& headers) {
 TEST(MessageHeaders, CachedOnesNeedNoReading) {
     const StoredMessage stored(kHead);
     auto& headers = stored.headers();
-    EXPECT_EQ(headers.sender(), "Anna <anna@x.example>");
     EXPECT_EQ(headers.subject(), "Hello");
     EXPECT_THAT(headers.objectsForKey("date"), Optional(ElementsAre("Thu, 22 Aug 2002 12:40:00 +0200")));
-    EXPECT_EQ(headers.cachedDataSize(), 30u);
     EXPECT_EQ(stored.store->cachedAsked, 1);
     EXPECT_EQ(stored.store->headAsked, 0);
     EXPECT_THAT(headers.objectsForKey("received"), Optional(ElementsAre("r1", "r2")));
@@ -61,14 +59,10 @@ TEST(MessageHeaders, CachedKeysAreNormalisedAndShared) {
     MessageHeaders one, other;
     CachedHeaders given;
     given.set("sUBJECT", std::string("s"));
-    given.set("From", std::string("f"));
     for (auto* each : {&one, &other}) each->setCachedHeaders(given);
     EXPECT_EQ(one.subject(), "s");
     EXPECT_EQ(one.originalKeyForKey("subject"), "sUBJECT");
     EXPECT_EQ(one.cachedHeaders().begin()->key.data(), other.cachedHeaders().begin()->key.data());
-    one.setCachedHeaders(std::nullopt);
-    EXPECT_EQ(one.subject(), "");
-    EXPECT_EQ(sharedHeaderKey("x-own").data(), sharedHeaderKey(std::string("x-own")).data());
 }
 
 TEST(MessageHeaderThreads, ShareTheirKeys) {
@@ -83,24 +77,12 @@ TEST(MessageHeaderThreads, ShareTheirKeys) {
     }
 }
 
-TEST(MessageHeaders, UnchangedOnesAreTheBytesOfTheStore) {
-    const StoredMessage stored(kHead);
-    auto& headers = stored.headers();
-    EXPECT_EQ(encoded(headers), kHead);
-    EXPECT_EQ(headers.encodedHeadersForDelivery()->view(), kHead);
-    stored.store->head.reset();
-    EXPECT_EQ(headers.encodedHeaders(), std::nullopt);
-    EXPECT_TRUE(headers.allHeaders().empty());
-    EXPECT_EQ(stored.message->messageData(), std::nullopt);
-}
-
 TEST(MessageHeaders, EditsAreWrittenAndLostByAFlush) {
     const StoredMessage stored("From a b\nX-One: 1\nReceived: r1\nReceived: r2\nSubject: old\n\n");
     auto& headers = stored.headers();
     headers.setObject("new", "SUBject");
     headers.setObject("2", "X-Two");
     headers.removeObjectForKey("x-one");
-    headers.removeObjectForKey("x-none");
     headers.setObject(std::nullopt, "X-Gone");
     EXPECT_THROW(headers.removeObjectForKey("received"), GenericException);
     EXPECT_TRUE(headers.headersChanged());
@@ -134,12 +116,10 @@ TEST(MessageHeaders, DateOfDeliveryIsFoundInThisOrder) {
     EXPECT_THAT(known.headers().objectsForKey("date"), Optional(ElementsAre("Thu, 1 Jan 1970 00:01:17 +0000")));
 
     LogCapture log;
-    const auto written = Date(1030012800);
-    EXPECT_EQ(StoredMessage("Date: Thu, 22 Aug 2002 12:40:00 +0200\n\n").headers().dateReceived(), written);
+    const std::string written = "Date: Thu, 22 Aug 2002 12:40:00 +0200\n\n";
+    EXPECT_EQ(StoredMessage(written).headers().dateReceived(), Date(1030012800));
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_EQ(
-        StoredMessage("From a some day\nDate: Thu, 22 Aug 2002 12:40:00 +0200\n\n").headers().dateReceived(),
-        written);
+    EXPECT_EQ(StoredMessage("From a some day\n" + written).headers().dateReceived(), Date(1030012800));
     EXPECT_THAT(log.lines(), ::testing::Contains("Can't determine date: (some day), trying "
                                                  "(Thu, 22 Aug 2002 12:40:00 +0200)"));
     const auto before = Date::now();
@@ -164,14 +144,19 @@ TEST(MessageHeaders, EnvelopeLineIsMadeOnce) {
     EXPECT_FALSE(had.headers().headersChanged());
 }
 
-TEST(MessageHeaders, OutliveTheirMessage) {
+TEST(MessageHeaders, UnchangedOnesAreTheBytesOfTheStoreAndOutliveIt) {
     StoredMessage stored(kHead);
     const auto headers = stored.message->headers();
+    EXPECT_EQ(encoded(*headers), kHead);
+    EXPECT_EQ(headers->encodedHeadersForDelivery()->view(), kHead);
+    headers->flushCachedData();
     EXPECT_EQ(headers->subject(), "Hello");
-    stored.message.reset();
-    EXPECT_EQ(headers->subject(), "Hello");
-    EXPECT_TRUE(headers->allHeaders().empty());
+    stored.store->head.reset();
     EXPECT_EQ(headers->encodedHeaders(), std::nullopt);
+    EXPECT_EQ(stored.message->messageData(), std::nullopt);
+    stored.message.reset();
+    EXPECT_EQ(headers->subject(), "Hello") << "what the store had at hand";
+    EXPECT_TRUE(headers->allHeaders().empty());
 }
 
 }  // namespace

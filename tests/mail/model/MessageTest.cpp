@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "mail/model/ClassNames.h"
 #include "tests/mail/model/MemoryStore.h"
@@ -19,17 +20,13 @@ TEST(Message, LoadsItsPartsOnceAndOnDemand) {
     EXPECT_EQ(stored.store->headAsked + stored.store->bodyAsked, 0);
     EXPECT_EQ(message->headers(), message->headers());
     EXPECT_EQ(message->messageFlags(), message->messageFlags());
-    EXPECT_FALSE(message->messageFlags()->isRead());
     EXPECT_EQ(message->messageData()->view(), "Subject: s\n\nbody\n");
     EXPECT_EQ(message->messageBody()->encodedBody()->view(), "body\n");
     EXPECT_EQ(stored.store->bodyAsked, 1);
-    EXPECT_EQ(message->cachedDataSize(), 5u);
     EXPECT_EQ(message->headers()->subject(), "s");
     EXPECT_EQ(message->cachedDataSize(), 15u);
     message->flushCachedData();
     EXPECT_EQ(message->cachedDataSize(), 10u);
-    EXPECT_EQ(message->messageSize(), 0u);
-    EXPECT_EQ(message->messageTypeImageName(), std::nullopt);
 }
 
 TEST(Message, DoesNotKeepItsStoreAlive) {
@@ -47,36 +44,10 @@ TEST(Message, MadeOfBytesCarriesItsStoreWithIt) {
     ASSERT_NE(message, nullptr);
     const std::weak_ptr<MessageStore> store = message->messageStore();
     EXPECT_EQ(message->headers()->subject(), "\u00E9");
-    EXPECT_EQ(message->headers()->recipients().size(), 2u);
-    EXPECT_EQ(message->messageBody()->encodedBody()->view(), "body\n");
     EXPECT_EQ(message->messageData()->view(), kBytes);
     EXPECT_EQ(message->messageBody()->message(), message);
     message.reset();
     EXPECT_TRUE(store.expired());
-}
-
-TEST(Message, DescribesWhatIsLoaded) {
-    const StoredMessage stored("To: t\nFrom: f\nSubject: s\n\n");
-    EXPECT_EQ(stored.message->description(), "<headers not yet loaded> <body not yet loaded> ");
-    stored.message->headers();
-    const auto body = stored.message->messageBody()->className();
-    EXPECT_EQ(stored.message->description(), "To: t\nFrom: f\nSubject: s\nBody is of class " + body + "\n");
-}
-
-TEST(Message, EmptyOneIsFilledByHand) {
-    class OwnBody : public MessageBody {};
-    const MessageBodyClass own{"Own", [](MessageHeaders&) { return 0.0F; },
-                               [] { return std::make_shared<OwnBody>(); }};
-    const auto message = Message::emptyMessageWithBodyClass(own);
-    const auto body = message->messageBody();
-    EXPECT_NE(std::dynamic_pointer_cast<OwnBody>(body), nullptr);
-    EXPECT_EQ(body->message(), message);
-    body->setMessage(Message::emptyMessageWithBodyClass(own));
-    EXPECT_EQ(body->message(), message);  // the first one counts
-    message->headers()->setObject("v", "X-Key");
-    body->setEncodedBody(Data::copyOf("text"));
-    message->flushCachedData();
-    EXPECT_EQ(body->encodedBody()->view(), "text");  // there is no store to read it again from
 }
 
 TEST(Message, BodyIsOfTheMostWillingClass) {
@@ -87,9 +58,25 @@ TEST(Message, BodyIsOfTheMostWillingClass) {
     MessageBody::bodyClasses().registerClass(
         {"Own", [](MessageHeaders& headers) { return headers.objectsForKey("x-own") ? 1.0F : 0.0F; },
          [] { return std::make_shared<OwnBody>(); }});
-    EXPECT_EQ(StoredMessage("X-Own: 1\n\n").message->messageBody()->className(), "OwnBody");
+    const StoredMessage stored("To: t\nX-Own: 1\nFrom: f\nSubject: s\n\n");
+    EXPECT_EQ(stored.message->description(), "<headers not yet loaded> <body not yet loaded> ");
+    stored.message->messageBody();
+    EXPECT_EQ(stored.message->description(), "To: t\nFrom: f\nSubject: s\nBody is of class OwnBody\n");
     EXPECT_NE(StoredMessage("X: 1\n\n").message->messageBody()->className(), "OwnBody");
     MessageBody::bodyClasses().unregisterClass("Own");
+}
+
+TEST(Message, EmptyOneIsFilledByHand) {
+    const MessageBodyClass own{"Own", [](MessageHeaders&) { return 0.0F; },
+                               [] { return std::make_shared<MessageBody>(); }};
+    const auto message = Message::emptyMessageWithBodyClass(own);
+    const auto body = message->messageBody();
+    EXPECT_EQ(body->message(), message);
+    body->setMessage(Message::emptyMessageWithBodyClass(own));
+    EXPECT_EQ(body->message(), message);  // the first one counts
+    body->setEncodedBody(Data::copyOf("text"));
+    message->flushCachedData();
+    EXPECT_EQ(body->encodedBody()->view(), "text");  // there is no store to read it again from
 }
 
 int touched = 0;
@@ -107,13 +94,11 @@ TEST(AttachmentPaths, AreNamedAfterTheSubject) {
         std::optional<std::string_view> subject, directory;
         std::string_view path;
     } rows[] = {
-        {"bad characters become _", "Re: a/b", "/d", "/d/Re__a_b.x"},
-        {"leading bad ones go", "../.hidden", "/d", "/d/hidden.x"},
+        {"bad characters become _, leading ones go", "../Re: a/b", "/d", "/d/Re__a_b.x"},
         {"twenty are enough", "abcdefghijklmnopqrstuvwxy", "/d", "/d/abcdefghijklmnopqrst.x"},
         {"one for each character, not for each byte", "a\u00E9\u4E2Db", "", "a__b.x"},
         {"nothing good", " /.. ", std::nullopt, "Corvane.x"},
         {"no subject", std::nullopt, "/d", "/d/Corvane.x"},
-        {"an empty subject", "", "/d", "/d/Corvane.x"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
@@ -129,10 +114,8 @@ TEST(AttachmentPaths, AreFreshDirectoriesForTheUserAlone) {
     ASSERT_TRUE(first && second);
     EXPECT_EQ(*first, where + "/Plan.attach");
     EXPECT_NE(*second, *first);
-    struct stat status {};
-    ASSERT_EQ(::stat(second->c_str(), &status), 0);
-    EXPECT_TRUE(S_ISDIR(status.st_mode));
-    EXPECT_EQ(status.st_mode & 0777u, 0700u);
+    EXPECT_TRUE(std::filesystem::is_directory(*second));
+    EXPECT_EQ(std::filesystem::status(*second).permissions(), std::filesystem::perms::owner_all);
 
     testing::writeFile(folder / "file", "");
     LogCapture log;

@@ -9,8 +9,6 @@
 
 namespace lorvale::testing {
 
-namespace {
-
 namespace fs = std::filesystem;
 
 std::string unpacked(const fs::path& path) {
@@ -25,6 +23,8 @@ std::string unpacked(const fs::path& path) {
     }
     return bytes;
 }
+
+namespace {
 
 /// Mailboxes are cut at their separators; a single message is one piece.  Lines end as the file has them, so a
 /// file with bare carriage returns is one long line.

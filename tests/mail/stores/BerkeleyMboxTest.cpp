@@ -6,7 +6,6 @@
 #include <fstream>
 
 #include "base/files/PosixFileSystem.h"
-#include "lorvale/platform/notification.h"
 #include "lorvale/values/range.h"
 #include "mail/stores/MboxScan.h"
 #include "tests/support/PlainMbox.h"
@@ -48,22 +47,15 @@ TEST_F(FlatMailbox, ListsItsMessagesAndGivesTheirBytes) {
     const auto store = open();
     ASSERT_TRUE(store);
     EXPECT_EQ(store->totalCountAndSize(), (CountAndSize{3, static_cast<std::uint32_t>(fs::file_size(path))}));
-    EXPECT_EQ(store->count(), 3u);
     EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann, bob, cid));
     auto& second = *store->allMessages()[1];
     EXPECT_EQ(store->bodyForMessage(second)->view(), "two\n\nparts\n\n");
-    EXPECT_THAT(store->allHeadersForMessage(second)->toString(), ::testing::EndsWith("Subject: about bob\n\n"));
     const auto cached = store->cachedHeadersForMessage(second);
     ASSERT_EQ(cached.size(), 2u) << "there is no date line";
-    EXPECT_EQ(cached.textForKey("From"), "bob@x.example");
     EXPECT_EQ(cached.textForKey("Subject"), "about bob");
     EXPECT_EQ(second.headers()->dateReceived().secondsSince1970() / 86400, 11921);
     EXPECT_EQ(second.messageSize(), bob.size());
-    EXPECT_TRUE(second.messageFlags()->isRead());
     EXPECT_EQ(store->unreadCount(), 0u);
-    EXPECT_TRUE(store->canCompact());
-    EXPECT_FALSE(store->canBeIndexed());
-    EXPECT_FALSE(store->isIndexed());
     auto& third = *store->allMessages()[2];
     third.headers()->setObject("another", "Subject");
     EXPECT_EQ(third.headers()->subject(), "another") << "changed in memory before anybody asked";
@@ -72,15 +64,13 @@ TEST_F(FlatMailbox, ListsItsMessagesAndGivesTheirBytes) {
 TEST_F(FlatMailbox, IsOpenedByTheClassThatIsWilling) {
     fs::create_directory(folder / "dir");
     writeFile(folder / "mbox", "");
-    EXPECT_FLOAT_EQ(BerkeleyMbox::willingnessToOpen(path), 0.333F);
-    EXPECT_FLOAT_EQ(BerkeleyMbox::willingnessToOpen(std::string(folder / "mbox")), 0.667F);
-    EXPECT_EQ(BerkeleyMbox::willingnessToOpen(std::string(folder / "dir")), 0);
-    EXPECT_EQ(BerkeleyMbox::willingnessToOpen(std::string(folder / "missing")), 0);
-    const auto store = MessageStore::storeForPath(path);
-    ASSERT_TRUE(store);
-    EXPECT_EQ(store->className(), "BerkeleyMbox");
-    EXPECT_EQ(store->storePath(), path);
-    EXPECT_FALSE(MessageStore::storeForPath(std::string(folder / "missing")));
+    for (const auto& [name, willingness] :
+         {std::pair{"inbox", 0.333F}, {"mbox", 0.667F}, {"dir", 0.0F}, {"missing", 0.0F}}) {
+        const std::string place = folder / name;
+        EXPECT_FLOAT_EQ(BerkeleyMbox::willingnessToOpen(place), willingness);
+        const auto store = MessageStore::storeForPath(place);
+        EXPECT_EQ(store ? store->className() : "none", willingness > 0 ? "BerkeleyMbox" : "none");
+    }
 }
 
 TEST_F(FlatMailbox, ThatIsMissingIsEmptyWhenItMayBeCreated) {
@@ -149,55 +139,34 @@ TEST_F(FlatMailbox, OfSomethingElseIsEmptyAndStaysAsItIs) {
 }
 
 TEST_F(FlatMailbox, DeletingHidesAndCompactingRemoves) {
-    const auto store = open();
-    const auto messages = store->allMessages();
-    int changes = 0;
-    const auto token = NotificationCenter::defaultCenter().addObserver([&](const Notification&) { ++changes; },
-                                                                       MessageStoreStructureChanged, store);
-    store->deleteMessages({messages[0], messages[1]});
-    EXPECT_THAT(store->filteredMessages(), ElementsAre(messages[2]));
-    EXPECT_GT(changes, 0);
-    EXPECT_EQ(store->deletedCountAndSize().count, 4u) << "each stands there twice";
-    EXPECT_EQ(store->deletedCountAndSize().size, ann.size() + bob.size());
-    store->undeleteMessage(messages[1]);
-    EXPECT_THAT(store->filteredMessages(), ElementsAre(messages[1], messages[2]));
-    EXPECT_EQ(readFile(path), ann + bob + cid);
-
-    store->doCompact();
-    EXPECT_EQ(readFile(path), bob + cid);
-    EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(bob, cid));
-    EXPECT_EQ(store->deletedCountAndSize(), CountAndSize());
-    EXPECT_EQ(store->totalCountAndSize(),
-              (CountAndSize{2, static_cast<std::uint32_t>(bob.size() + cid.size())}));
-    EXPECT_FALSE(store->undeleteLastDeletedMessages()) << "what was compacted cannot be taken back";
-    EXPECT_EQ(bytesOf(*messages[2]), cid) << "whoever holds a message reads it at its new place";
-    EXPECT_EQ(bytesOf(*messages[0]), "(no store)");
-    EXPECT_THAT(namesInFolder(), ElementsAre("inbox", "inbox.lock"));
-
-    store->deleteMessages(store->allMessages());
-    store->doCompact();
-    EXPECT_EQ(readFile(path), "");
-    EXPECT_EQ(store->totalCount(), 0u);
-}
-
-TEST_F(FlatMailbox, CompactsAnyOfItsMessages) {
     const std::string all[] = {ann, bob, cid};
     for (unsigned deleted = 0; deleted < 8; ++deleted) {
-        writeFile(path, "\n" + ann + bob + cid);
+        const auto before = "\n" + ann + bob + cid;
+        writeFile(path, before);
         const auto store = open();
+        const auto messages = store->allMessages();
         std::string left = "\n";
         MessageList going;
         for (unsigned i = 0; i < 3; ++i) {
             if ((deleted >> i & 1) != 0) {
-                going.insert(going.begin(), store->allMessages()[i]);  // not in the order of the file
+                going.insert(going.begin(), messages[i]);  // not in the order of the file
             } else {
                 left += all[i];
             }
         }
         store->deleteMessages(going);
+        EXPECT_EQ(store->count(), 3 - going.size());
+        EXPECT_EQ(store->deletedCountAndSize().count, 2 * going.size()) << "each stands there twice";
+        EXPECT_EQ(readFile(path), before);
         store->doCompact();
         EXPECT_EQ(readFile(path), left);
-        EXPECT_EQ(store->totalCount(), 3 - going.size());
+        EXPECT_EQ(store->totalCountAndSize(),
+                  (CountAndSize{3 - going.size(), static_cast<std::uint32_t>(left.size() - 1)}));
+        EXPECT_EQ(store->deletedCountAndSize(), CountAndSize());
+        for (unsigned i = 0; i < 3; ++i) {  // whoever holds a message reads it at its new place
+            EXPECT_EQ(bytesOf(*messages[i]), (deleted >> i & 1) != 0 ? "(no store)" : all[i]);
+        }
+        EXPECT_THAT(namesInFolder(), ElementsAre("inbox", "inbox.lock"));
     }
 }
 
@@ -208,12 +177,11 @@ TEST_F(FlatMailbox, ClosingDoesNotMakeDeletingFinal) {
     store->close();
     EXPECT_EQ(readFile(path), ann + bob + cid);
     EXPECT_THAT(namesInFolder(), ElementsAre("inbox"));
-    EXPECT_TRUE(store->isClosed());
     EXPECT_THAT(store->allMessages(), IsEmpty());
     EXPECT_EQ(bytesOf(*last), "(no bytes)");
     store->close();
     store->doCompact();
-    EXPECT_EQ(readFile(path), ann + bob + cid);
+    EXPECT_EQ(readFile(path), ann + bob + cid) << "nor does anything that comes later";
 }
 
 TEST_F(FlatMailbox, AppendingKeepsTheBytesOfMessages) {
@@ -243,18 +211,6 @@ TEST_F(FlatMailbox, AppendingKeepsTheBytesOfMessages) {
     EXPECT_THAT(namesInFolder(), ElementsAre("inbox"));
 }
 
-TEST_F(FlatMailbox, AppendingGivesAnEnvelopeToAMessageWithoutOne) {
-    const auto store = open();
-    store->syncAppendMessages(
-        {Message::messageWithData(Data::ofStatic("From: Dee <dee@x.example>\n"
-                                                 "Date: Thu, 22 Aug 2002 12:46:23 +0000\n\nhi\n"))},
-        false);
-    ASSERT_EQ(store->totalCount(), 4u);
-    EXPECT_THAT(bytesOf(*store->allMessages()[3]),
-                ::testing::MatchesRegex("From dee@x.example Thu Aug 22 [^\n]* 2002\nFrom: Dee <dee@x.example>\n"
-                                        "Date: Thu, 22 Aug 2002 12:46:23 \\+0000\n\nhi\n\n"));
-}
-
 TEST_F(FlatMailbox, AppendingLeavesKnownMessagesAndMarksAlone) {
     const auto store = open();
     const auto known = store->allMessages();
@@ -263,11 +219,15 @@ TEST_F(FlatMailbox, AppendingLeavesKnownMessagesAndMarksAlone) {
     EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann, bob, cid, ann, bob, cid));
     EXPECT_EQ(store->allMessages()[2], known[2]);
     EXPECT_EQ(store->count(), 5u);
-    store->undeleteLastDeletedMessages();
-    EXPECT_EQ(store->count(), 6u);
-    store->deleteMessage(known[1]);
     store->doCompact();
     EXPECT_EQ(readFile(path), ann + cid + ann + bob + cid);
+    EXPECT_FALSE(store->undeleteLastDeletedMessages()) << "what was compacted cannot be taken back";
+
+    store->syncAppendMessages({Message::messageWithData(Data::ofStatic("From: Dee <dee@x.example>\n\nhi\n"))},
+                              false);
+    EXPECT_THAT(bytesOf(*store->allMessages().back()),
+                ::testing::MatchesRegex("From dee@x.example [^\n]*\nFrom: Dee <dee@x.example>\n\nhi\n\n"))
+        << "a message without an envelope gets one";
 }
 
 TEST_F(FlatMailbox, ReplacesTheFileBehindALink) {
@@ -283,7 +243,6 @@ TEST_F(FlatMailbox, ReplacesTheFileBehindALink) {
 TEST_F(FlatMailbox, WritesACopyAndHasNoPlaceForAttributes) {
     const auto store = open();
     store->setSortOrder(MessageStoreSortBySize);
-    EXPECT_EQ(store->filteredMessages()[2], store->allMessages()[1]) << "the longest";
     store->saveUserInfo();
     EXPECT_EQ(open(false, true)->sortOrder(), MessageStoreSortByNumber);
     EXPECT_TRUE(store->writeToFile(folder / "copy"));

@@ -98,20 +98,13 @@ protected:
     ObserverToken token;
 };
 
-TEST_F(Store, KeepsListsWithCountsAndSizes) {
-    EXPECT_EQ(a->messageStore(), store);
-    EXPECT_THAT(store->allMessages(), ElementsAre(a, b, c, d));
+TEST_F(Store, CountsFiltersAndFocuses) {
     EXPECT_THAT(store->filteredMessages(), ElementsAre(a, b));
     EXPECT_EQ(store->totalCountAndSize(), (CountAndSize{4, 43210}));
     EXPECT_EQ(store->unreadCountAndSize(), (CountAndSize{1, 200}));
     EXPECT_EQ(store->deletedCountAndSize(), (CountAndSize{2, 43000}));
-    EXPECT_EQ(store->count(), 2u);
-    EXPECT_EQ(store->unreadCount(), 1u);
     EXPECT_EQ(store->indexOfMessage(*c), 2u);
     EXPECT_EQ(store->indexOfMessage(*listed("")), kNotFound);
-}
-
-TEST_F(Store, FiltersAndFocuses) {
     store->setIncludeDeleted(true);
     EXPECT_THAT(store->filteredMessages(), ElementsAre(a, b, c, d));
     store->setExcludeRead(true);
@@ -120,17 +113,14 @@ TEST_F(Store, FiltersAndFocuses) {
     store->setExcludeRead(true);
     EXPECT_EQ(changes, 2) << "nothing has changed";
     store->setFocusedMessages(MessageList{d, a});
-    EXPECT_TRUE(store->isFocused());
     EXPECT_THAT(store->focusedMessages(), ElementsAre(d, a));
     store->setFocusedMessages(std::nullopt);
     EXPECT_FALSE(store->isFocused());
-    EXPECT_THAT(store->filteredMessages(), ElementsAre(b));
     EXPECT_EQ(changes, 4);
 }
 
 TEST_F(Store, DeletesAndTakesBack) {
     store->deleteMessages(store->filteredMessages());  // its own list
-    EXPECT_THAT(store->filteredMessages(), IsEmpty());
     EXPECT_THAT(store->keysSet, ElementsAre("MessageIsDeleted", "MessageIsUnread"));
     EXPECT_EQ(store->deletedCountAndSize(), (CountAndSize{4, 43210}));
     EXPECT_EQ(store->unreadCountAndSize(), (CountAndSize{0, 200u - 210u}))
@@ -138,7 +128,6 @@ TEST_F(Store, DeletesAndTakesBack) {
     store->_buildUnreadList();
     EXPECT_EQ(store->unreadCountAndSize(), (CountAndSize{0, 0}));
     store->undeleteMessage(b);
-    EXPECT_THAT(store->filteredMessages(), ElementsAre(b));
     EXPECT_TRUE(b->messageFlags()->isRead()) << "deleting has marked it read";
     EXPECT_THAT(*store->undeleteLastDeletedMessages(), ElementsAre(a, b)) << "the stack does not know of that";
     EXPECT_THAT(store->filteredMessages(), ElementsAre(a, b));
@@ -154,15 +143,13 @@ TEST_F(Store, DeletesAndTakesBack) {
 TEST_F(Store, MarksMessages) {
     store->setRead(false, a);
     EXPECT_TRUE(a->messageFlags()->isRead()) << "one message is not marked unread this way";
-    store->setRead(false, b);
-    EXPECT_FALSE(b->messageFlags()->isRead());
     store->setRead(true, b);
     EXPECT_TRUE(b->messageFlags()->isRead());
     store->setRead(false, MessageList{a, b});
     EXPECT_FALSE(a->messageFlags()->isRead());
     store->setRepliedTo(true, a);
-    EXPECT_TRUE(a->messageFlags()->wasRepliedTo());
     store->setPriority(7, MessageList{a, b});
+    EXPECT_TRUE(a->messageFlags()->wasRepliedTo());
     EXPECT_EQ(b->messageFlags()->priority(), 7u);
 }
 
@@ -266,21 +253,16 @@ TEST(StoreClasses, TheMostWillingOpensAndOfEqualOnesTheFirst) {
                               return ListStore::initWithPath(place);
                           }};
     };
-    EXPECT_FALSE(MessageStore::storeForPath(path));
-    EXPECT_TRUE(MessageStore::registerStoreClass(storeClass("never", 0)));
-    EXPECT_FALSE(MessageStore::storeForPath(path));
     MessageStore::registerDefaultStoreClass(storeClass("default", 0));
-    EXPECT_EQ(MessageStore::defaultStoreClass()->name, "default");
     EXPECT_FALSE(MessageStore::storeForPath(path));
     EXPECT_TRUE(MessageStore::storeForPath(path, true));
     EXPECT_TRUE(MessageStore::registerStoreClass(storeClass("first", 0.5F)));
     EXPECT_TRUE(MessageStore::registerStoreClass(storeClass("second", 0.5F)));
-    EXPECT_FALSE(MessageStore::registerStoreClass(storeClass("first", 0.9F))) << "the name is taken";
     EXPECT_TRUE(MessageStore::storeForPath(path, true));
     MessageStore::unregisterStoreClass("first");
     EXPECT_TRUE(MessageStore::storeForPath(path));
     EXPECT_THAT(opened, ElementsAre("default", "first", "second"));
-    for (const auto name : {"never", "second"}) MessageStore::unregisterStoreClass(name);
+    MessageStore::unregisterStoreClass("second");
 }
 
 TEST(OpenStores, AreFoundByAnyPathAsLongAsSomebodyHoldsThem) {
@@ -316,22 +298,16 @@ TEST(AbstractStore, ComplainsOnceOfEachOperationThatIsMissing) {
               "****** ALERT: MessageStore::bodyForMessage Must be implemented by the subclass Bare.");
     EXPECT_FALSE(bare.bodyForMessage(message));
     EXPECT_EQ(log.lines().size(), 1u);
-    try {
-        bare.rebuildMessageLists();
-        FAIL();
-    } catch (const InternalInconsistencyException& exception) {
-        EXPECT_EQ(exception.reason(), "method must be implemented in subclass");
-    }
+    EXPECT_THROW(bare.rebuildMessageLists(), InternalInconsistencyException);
 }
 
 TEST(DataStore, HoldsOneMessage) {
     const auto message = Message::messageWithData(Data::ofStatic("FROM: a\nSubject: b\n\nbody\n\nmore"));
     const auto store = message->messageStore();
     ASSERT_TRUE(store);
-    EXPECT_EQ(store->allHeadersForMessage(*message)->view(), "FROM: a\nSubject: b\n\n");
+    EXPECT_EQ(bytesOf(*message), "FROM: a\nSubject: b\n\nbody\n\nmore");
     EXPECT_EQ(store->bodyForMessage(*message)->view(), "body\n\nmore");
     EXPECT_EQ(store->cachedHeadersForMessage(*message).textForKey("FROM"), "a");
-    EXPECT_TRUE(message->messageFlags()->isRead());
     EXPECT_THAT(store->allMessages(), IsEmpty());
     const auto headless = Message::messageWithData(Data::ofStatic("Subject: b\n"));
     const LogCapture log;
