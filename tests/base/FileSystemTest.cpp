@@ -20,7 +20,6 @@ namespace fs = std::filesystem;
 class Files : public ::testing::Test {
 protected:
     std::string path(std::string_view name) const { return (_folder / name).string(); }
-    std::vector<std::string> names() { return *files.namesInFolder(_folder.path().string()); }
 
     const TemporaryFolder _folder;
     FileSystem& files = FileSystem::current();
@@ -59,14 +58,12 @@ TEST_F(Files, RefusalsSayWhatAndWhere) {
     EXPECT_EQ(files.openForWriting(path("there"), WriteMode::createNew, 0600, &status), nullptr);
     EXPECT_EQ(status.code(), EEXIST);
     EXPECT_EQ(files.readFile(path("nothing"), &status), std::nullopt);
-    EXPECT_EQ(status.code(), ENOENT);
     EXPECT_EQ(status.text(), "open " + path("nothing") + ": No such file or directory");
     EXPECT_EQ(files.mapFile(path("folder"), &status), std::nullopt);
     EXPECT_EQ(status.code(), EISDIR);
     EXPECT_EQ(files.readFile(path("pipe"), &status), std::nullopt) << "and does not wait for a writer";
     EXPECT_EQ(files.openForWriting(path("pipe"), WriteMode::keep, 0600, &status), nullptr);
     EXPECT_EQ(files.link(path("there"), path("folder")).code(), EEXIST);
-    EXPECT_EQ(files.remove(path("nothing")).code(), ENOENT);
     EXPECT_EQ(files.namesInFolder(path("there")), std::nullopt);
 }
 
@@ -82,28 +79,22 @@ TEST_F(Files, AreReadAndMappedToTheSameBytes) {
     EXPECT_THAT(ofSizeZero->toString(), ::testing::HasSubstr("Threads:"));
 }
 
-TEST_F(Files, MappingKeepsTheBytesOfAReplacedFile) {
-    testing::writeFile(path("a"), "old bytes");
-    const auto mapped = files.mapFile(path("a"));
-    ASSERT_TRUE(writeFileAtomically(path("a"), "new"));
-    EXPECT_EQ(mapped->view(), "old bytes");
-    EXPECT_EQ(files.readFile(path("a"))->view(), "new");
-}
-
-TEST_F(Files, AtomicWriteKeepsPermissionsAndLinksAndLeavesNothingElse) {
+TEST_F(Files, AtomicWriteKeepsPermissionsLinksAndMappingsAndLeavesNothingElse) {
     testing::writeFile(path("target"), "old");
     fs::permissions(path("target"), fs::perms(0640));
     ASSERT_TRUE(files.symbolicLink("target", path("link")));
+    const auto mapped = files.mapFile(path("target"));
     ASSERT_TRUE(writeFileAtomically(path("link"), "new"));
+    EXPECT_EQ(mapped->view(), "old");
     EXPECT_TRUE(files.linkAttributes(path("link"))->isLink);
     EXPECT_EQ(testing::readFile(path("target")), "new");
     EXPECT_EQ(files.attributes(path("target"))->permissions, mode_t{0640});
     ASSERT_TRUE(writeFileAtomically(path("fresh"), "1", 0600));
     EXPECT_EQ(files.attributes(path("fresh"))->permissions, mode_t{0600});
-    EXPECT_THAT(names(), ::testing::ElementsAre("fresh", "link", "target"));
     EXPECT_EQ(writeFileAtomically(path("no/such/folder"), "x").code(), ENOENT);
     EXPECT_NE(writeFileAtomically(_folder.path().string(), "x").code(), 0) << "not over a directory";
-    EXPECT_THAT(names(), ::testing::ElementsAre("fresh", "link", "target"));
+    EXPECT_THAT(*files.namesInFolder(_folder.path().string()),
+                ::testing::ElementsAre("fresh", "link", "target"));
 }
 
 TEST_F(Files, AreCopiedAndFoldersMade) {
@@ -115,8 +106,7 @@ TEST_F(Files, AreCopiedAndFoldersMade) {
     EXPECT_EQ(testing::readFile(path("x/y/z/b")), bytes);
     EXPECT_EQ(copyFile(path("nothing"), path("c"), 0600).code(), ENOENT);
     EXPECT_EQ(makeDirectories(path("a/b")).code(), EEXIST) << "a file is in the way";
-    for (const auto& [place, folder] :
-         {std::pair{"/a/b", "/a"}, {"/a", "/"}, {"a", "."}, {"/", "/"}, {"a//b/", "a"}})
+    for (const auto& [place, folder] : {std::pair{"/a/b", "/a"}, {"/a", "/"}, {"a", "."}, {"a//b/", "a"}})
         EXPECT_EQ(folderOf(place), folder) << place;
 }
 
@@ -156,8 +146,8 @@ TEST(FailingFileSystem, AtomicWriteShowsTheOldBytesOrTheNewOnes) {
     const auto write = [](const std::string& path) {
         static_cast<void>(writeFileAtomically(path, "new and longer"));
     };
-    EXPECT_THAT(statesAfterCrash(write, false), ::testing::ElementsAre("new and longer", "old bytes"));
-    EXPECT_THAT(statesAfterCrash(write, true), ::testing::ElementsAre("new and longer", "old bytes"));
+    for (const bool powerLoss : {false, true})
+        EXPECT_THAT(statesAfterCrash(write, powerLoss), ::testing::ElementsAre("new and longer", "old bytes"));
 }
 
 TEST(FailingFileSystem, AtomicWriteIsSafeOnceItReturns) {

@@ -4,7 +4,6 @@
 
 #include <clocale>
 #include <cstdlib>
-#include <fstream>
 #include <thread>
 
 #include "lorvale/platform/localization.h"
@@ -18,7 +17,6 @@ namespace lorvale {
 namespace {
 
 TEST(UserAgent, AbsentHostRefusesQuestions) {
-    EXPECT_EQ(currentUserAgent(), nullptr);
     auto& absent = userAgentOrAbsent();
     bool remember = true;
     EXPECT_FALSE(absent.queryUserForYesNoWithMessage("Delete all?", "Delete", "Yes", "No"));
@@ -47,19 +45,8 @@ TEST(UserAgentThreads, AbsentHostStillPassesWorkToTheMainLoop) {
 }
 
 TEST(UserInterface, WithoutWindowsTheCautiousAnswerIsGiven) {
-    EXPECT_FALSE(hasUserInterface());
     EXPECT_EQ(currentUserInterface().runAlertPanel("Open", "Locked.", "Open Anyway", "Don't Open", "Quit"),
               AlertChoice::alternateButton);
-    struct Panels : UserInterface {
-        AlertChoice runAlertPanel(std::string_view, std::string_view, std::string_view, std::string_view,
-                                  std::string_view) override {
-            return AlertChoice::otherButton;
-        }
-    } panels;
-    setCurrentUserInterface(&panels);
-    EXPECT_TRUE(hasUserInterface());
-    EXPECT_EQ(currentUserInterface().runAlertPanel("", "", "", "", ""), AlertChoice::otherButton);
-    setCurrentUserInterface(nullptr);
     bool ran = false;
     currentUserInterface().performLater([&] { ran = true; }, std::chrono::milliseconds(1));
     RunLoop::current()->runFor(std::chrono::milliseconds(20));
@@ -68,7 +55,7 @@ TEST(UserInterface, WithoutWindowsTheCautiousAnswerIsGiven) {
 
 /// A message catalogue as msgfmt writes it: a table of originals and one of translations, sorted.
 std::string catalogue(const std::vector<std::pair<std::string, std::string>>& entries) {
-    std::string tables[2], texts;
+    std::string originals, translations, texts;
     const auto word = [](std::size_t value) {
         std::string bytes;
         for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(value >> shift & 0xFF);
@@ -76,17 +63,16 @@ std::string catalogue(const std::vector<std::pair<std::string, std::string>>& en
     };
     const std::size_t header = 28, textsAt = header + entries.size() * 16;
     for (const auto& [original, translation] : entries) {
-        tables[0] += word(original.size()) + word(textsAt + texts.size());
+        originals += word(original.size()) + word(textsAt + texts.size());
         texts += original + '\0';
-        tables[1] += word(translation.size()) + word(textsAt + texts.size());
+        translations += word(translation.size()) + word(textsAt + texts.size());
         texts += translation + '\0';
     }
     return word(0x950412de) + word(0) + word(entries.size()) + word(header) +
-           word(header + entries.size() * 8) + word(0) + word(textsAt) + tables[0] + tables[1] + texts;
+           word(header + entries.size() * 8) + word(0) + word(textsAt) + originals + translations + texts;
 }
 
 TEST(LocalizedString, IsTheTextItselfWithoutACatalogue) {
-    EXPECT_EQ(LVLocalizedString("The mailbox %@ is gone", "alert"), "The mailbox %@ is gone");
     EXPECT_EQ(LVLocalizedString(std::string_view("abcdef").substr(0, 3)), "abc");
     EXPECT_EQ(LVLocalizedString(""), "");
 }
@@ -97,19 +83,16 @@ TEST(LocalizedString, ComesFromTheCatalogueOfTheUsersLanguage) {
     const testing::TemporaryFolder folder;
     std::filesystem::create_directories(folder / "xx/LC_MESSAGES");
     testing::writeFile(folder / "xx/LC_MESSAGES/lorvale.mo",
-                       catalogue({{"", "Content-Type: text/plain; charset=ISO-8859-1\n"},
-                                  {"Open",
-                                   "\xD6"
-                                   "ffnen"}}));
+                       catalogue({{"", "Content-Type: text/plain; charset=ISO-8859-1\n"}, {"Quit", "\xDCK"}}));
     // In the C locale gettext translates nothing, whatever $LANGUAGE says; C.UTF-8 counts as another.
     ::setenv("LANGUAGE", "xx", 1);
     setCatalogueDirectory(folder.path().string());
-    const auto translated = LVLocalizedString("Open");
-    const auto unknown = LVLocalizedString("Quit");
+    const auto translated = LVLocalizedString("Quit");
+    const auto unknown = LVLocalizedString("The mailbox %@ is gone", "alert");
     ::unsetenv("LANGUAGE");
     std::setlocale(LC_ALL, "C");
-    EXPECT_EQ(unknown, "Quit");
-    EXPECT_EQ(translated, "Öffnen") << "in UTF-8, whatever the catalogue is in";
+    EXPECT_EQ(unknown, "The mailbox %@ is gone");
+    EXPECT_EQ(translated, "ÜK") << "in UTF-8, whatever the catalogue is in";
 }
 
 }  // namespace

@@ -7,8 +7,8 @@
 #include <optional>
 #include <thread>
 
-#include "lorvale/platform/log.h"
 #include "lorvale/platform/run_loop.h"
+#include "tests/support/LogCapture.h"
 
 namespace lorvale {
 namespace {
@@ -41,8 +41,6 @@ TEST_F(NotificationTest, ObserversChooseByNameAndObject) {
     EXPECT_THAT(take(), ElementsAre("any X", "X X"));
     center.postNotification("Y", a);
     EXPECT_THAT(take(), ElementsAre("any Y", "a Y"));
-    center.postNotification("Y");
-    EXPECT_THAT(take(), ElementsAre("any Y"));
 }
 
 TEST_F(NotificationTest, CarriesValuesAndHoldsItsObject) {
@@ -88,23 +86,18 @@ TEST_F(NotificationTest, TokensMayGoInsideCallbacks) {
 }
 
 TEST_F(NotificationTest, OneThrowingObserverDoesNotStopTheOthers) {
-    std::string logged;
-    const auto sink = setLogSink([&](std::string_view line) { logged = line; });
+    testing::LogCapture log;
     const auto bad = center.addObserver([](const Notification&) { throw std::runtime_error("bad"); });
     const auto good = observe("", "X");
     center.postNotification("X");
-    setLogSink(sink);
     EXPECT_THAT(take(), ElementsAre("X"));
-    EXPECT_EQ(logged, "Notification X: bad");
+    EXPECT_THAT(log.take(), ElementsAre("Notification X: bad"));
 }
 
 TEST_F(NotificationTest, TokenMayOutliveItsCentre) {
-    ObserverToken token;
-    {
-        NotificationCenter own;
-        token = own.addObserver([](const Notification&) {});
-    }
-    EXPECT_TRUE(token);
+    auto own = std::make_unique<NotificationCenter>();
+    auto token = own->addObserver([](const Notification&) {});
+    own = nullptr;
     token.reset();
     EXPECT_FALSE(token);
 }

@@ -1,7 +1,6 @@
 #include "lorvale/platform/paths.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 
@@ -59,10 +58,8 @@ TEST_F(Paths, AreAbbreviatedWithATilde) {
     EXPECT_EQ(abbreviateWithTilde("/home/anna"), "~");
     EXPECT_EQ(abbreviateWithTilde("/home/anna/Mail"), "~/Mail");
     EXPECT_EQ(abbreviateWithTilde("/home/annabel/Mail"), "/home/annabel/Mail");
-    EXPECT_EQ(abbreviateWithTilde("/var/home/anna"), "/var/home/anna");
     setHomeDirectory("/");
     EXPECT_EQ(abbreviateWithTilde("/etc"), "/etc") << "a home at the root abbreviates nothing";
-    EXPECT_EQ(standardizePath("~/etc"), "/etc");
 }
 
 TEST_F(Paths, ConfigurationFollowsARedirectedHomeAndNotTheEnvironment) {
@@ -92,17 +89,6 @@ TEST_F(Paths, ResourcesAreFoundByNameAndType) {
     EXPECT_EQ(pathForResource("Words", "list"), (folder / "Words.list").string());
     EXPECT_EQ(pathForResource("Plain"), (folder / "Plain").string());
     EXPECT_EQ(pathForResource("Words"), std::nullopt);
-}
-
-TEST_F(Paths, NamesOfUserHostAndProgramAreThere) {
-    char host[256] = "";
-    ::gethostname(host, sizeof host - 1);
-    EXPECT_EQ(hostName(), host);
-    EXPECT_EQ(processName(), "base_tests");
-    EXPECT_FALSE(loginName().empty());
-    setProcessName("other");
-    EXPECT_EQ(processName(), "other");
-    setProcessName("");
 }
 
 }  // namespace

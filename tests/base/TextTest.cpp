@@ -14,26 +14,12 @@ using ::testing::ElementsAre;
 
 /// A text of valid sequences of every length, stray and cut bytes, overlong forms and surrogates.
 std::string anyText(std::mt19937& random) {
-    static const std::string_view pieces[] = {"a",
-                                              "B",
-                                              "é",
-                                              "ß",
-                                              "€",
-                                              "İ",
-                                              "中",
-                                              "𝔘",
-                                              "ﬁ",
-                                              "\x80",
-                                              "\xC3",
-                                              "\xE2\x82",
-                                              "\xF0\x9F",
-                                              "\xED\xA0\x80",
-                                              "\xC0\xAF",
-                                              "\xFF",
-                                              "\xF4\x90\x80\x80",
-                                              "a run of plain text that is longer than one word"};
+    static const auto pieces = split(
+        "a B é ß € İ 中 𝔘 ﬁ \x80 \xC3 \xE2\x82 \xF0\x9F \xED\xA0\x80 \xC0\xAF \xFF \xF4\x90\x80\x80 "
+        "a_run_of_plain_text_that_is_longer_than_one_word",
+        ' ');
     std::string text;
-    for (auto count = random() % 30; count > 0; --count) text += pieces[random() % std::size(pieces)];
+    for (auto count = random() % 30; count > 0; --count) text += pieces[random() % pieces.size()];
     return text;
 }
 

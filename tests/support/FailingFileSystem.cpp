@@ -90,11 +90,6 @@ void FailingFileSystem::failFromChange(int n, int code) {
     _failCode = code;
 }
 
-void FailingFileSystem::workAgain() {
-    _dieAt = _failFrom = -1;
-    _dead = false;
-}
-
 bool FailingFileSystem::survives(const std::function<void()>& work) {
     try {
         work();
@@ -246,7 +241,8 @@ void FailingFileSystem::losePower() {
     }
     _nameChanges.clear();
     _unsynced.clear();
-    workAgain();
+    _dieAt = _failFrom = -1;
+    _dead = false;
 }
 
 bool survivesKillAtChange(int n, const std::function<void()>& work) {

@@ -48,13 +48,11 @@ public:
     /// The changes from the n-th on fail with this errno (ENOSPC: the disk is full), but for removals and
     /// closes.
     void failFromChange(int n, int code);
-    void workAgain();
     /// What happens at the change at which the disk dies, instead of the throw.
     void onDeath(std::function<void()> death) { _onDeath = std::move(death); }
 
     /// Changes since the faults were set or the disk was made.
     int changes() const { return _changes; }
-    bool isDead() const { return _dead; }
     /// Runs `work`; false when the disk died in it.
     bool survives(const std::function<void()>& work);
 

@@ -51,32 +51,14 @@ public:
     }
 
     void Step() {
-        switch (Below(20)) {
-            case 0:
-                return Reopen();
-            case 1:
-                return t.tree->Purge();
-            case 2:
-                return t.tree->Flush();
-            case 3:
-                return MakeIterator();
-            case 4:
-            case 5:
-            case 6:
-            case 7:
-                return MoveIterators();
-            case 8:
-            case 9:
-                return Look();
-            case 10:
-            case 11:
-            case 12:
-            case 13:
-            case 14:
-                return growing ? Put() : Remove();
-            default:
-                return growing || Below(3) == 0 ? Put() : Remove();
-        }
+        const std::uint32_t dice = Below(20);
+        if (dice == 0) return Reopen();
+        if (dice == 1) return t.tree->Purge();
+        if (dice == 2) return t.tree->Flush();
+        if (dice == 3) return MakeIterator();
+        if (dice < 8) return MoveIterators();
+        if (dice < 10) return Look();
+        return growing || (dice >= 15 && Below(3) == 0) ? Put() : Remove();
     }
     void CheckAll() {
         ASSERT_THAT(t.tree->Check().violations, IsEmpty());
@@ -100,14 +82,10 @@ private:
         const std::uint32_t most = MaxEntrySizeFor(shape.pageSize) - BTEntryOverhead;
         const std::uint32_t keyTakes = Entry(key).StoreSize() + 1;
         const std::uint32_t room = most > keyTakes ? most - keyTakes : 0;
-        switch (Below(4)) {
-            case 0:
-                return std::string(room, 'L');  // the largest allowed, or one less
-            case 1:
-                return std::string(Below(room + 1), 'm');
-            default:
-                return std::string(std::min(room, Below(8)), 's');
-        }
+        const std::uint32_t dice = Below(4);
+        if (dice == 0) return std::string(room, 'L');  // the largest allowed, or one less
+        if (dice == 1) return std::string(Below(room + 1), 'm');
+        return std::string(std::min(room, Below(8)), 's');
     }
     void Put() {
         const std::string key = RandomKey();

@@ -60,7 +60,7 @@ Bytes emptyStorage() {
 
 TEST(StorageCrash, TheDiskDiesAtAnyWrite) {
     const Bytes start = emptyStorage();
-    for (unsigned seed = 0; seed < 2000; ++seed) {
+    for (unsigned seed = 0; seed < 1000; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         const bool machine = random() % 3 != 0;  // else only the process dies, which needs no sync
@@ -85,7 +85,7 @@ TEST(StorageCrash, TheDiskDiesAtAnyWrite) {
 /// crash at any time: a commit that failed half-way must leave both states whole.
 TEST(StorageCrash, TheDiskIsFullForAWhile) {
     const Bytes start = emptyStorage();
-    for (unsigned seed = 0; seed < 1200; ++seed) {
+    for (unsigned seed = 0; seed < 500; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         const auto disk = std::make_shared<FaultyDisk>(start);
