@@ -67,15 +67,21 @@ void FillRandom(Store& store) {
 }
 
 template <class Store>
-void BM_InsertSorted(benchmark::State& state) {
+void FillSorted(Store& store) {
+    for (std::size_t number = 0; number < Records(); ++number) store.Put(FieldOf(number), FieldOf(number));
+    store.Commit();
+}
+
+/// Times `fill` on an empty store; making the store, counting and taking it away are left out.
+template <class Store>
+void MeasureFilling(benchmark::State& state, const char* folderName, void (*fill)(Store&)) {
     for (auto _ : state) {
         state.PauseTiming();
-        const auto folder = EmptyFolder(std::string(Store::kName) + "-sorted");
+        const auto folder = EmptyFolder(std::string(Store::kName) + folderName);
         std::optional<Store> store;
         store.emplace(folder, true);
         state.ResumeTiming();
-        for (std::size_t number = 0; number < Records(); ++number) store->Put(FieldOf(number), FieldOf(number));
-        store->Commit();
+        fill(*store);
         state.PauseTiming();
         if (ScanCount(*store) != Records()) state.SkipWithError("wrong count");
         store.reset();
@@ -86,21 +92,13 @@ void BM_InsertSorted(benchmark::State& state) {
 }
 
 template <class Store>
+void BM_InsertSorted(benchmark::State& state) {
+    MeasureFilling<Store>(state, "-sorted", FillSorted<Store>);
+}
+
+template <class Store>
 void BM_InsertRandom(benchmark::State& state) {
-    for (auto _ : state) {
-        state.PauseTiming();
-        const auto folder = EmptyFolder(std::string(Store::kName) + "-random");
-        std::optional<Store> store;
-        store.emplace(folder, true);
-        state.ResumeTiming();
-        FillRandom(*store);
-        state.PauseTiming();
-        if (ScanCount(*store) != Records()) state.SkipWithError("wrong count");
-        store.reset();
-        std::filesystem::remove_all(folder);
-        state.ResumeTiming();
-    }
-    state.SetItemsProcessed(state.iterations() * static_cast<std::int64_t>(Records()));
+    MeasureFilling<Store>(state, "-random", FillRandom<Store>);
 }
 
 /// A store filled at random, made once for all that only read.

@@ -9,22 +9,14 @@
 #include "lorvale/values/text.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/model/HeaderEncoding.h"
+#include "tests/support/HeaderBlocks.h"
 
 using namespace lorvale;
 
 namespace {
 
-struct Block {
-    HeaderDictionary headers;
-    HeaderOrder order;
-    OriginalKeys originalKeys;
-};
-
-Block decodeBlock(std::string_view bytes) {
-    Block block;
-    decodeHeaderBlock(bytes, block.headers, block.order, block.originalKeys);
-    return block;
-}
+using Block = lorvale::testing::HeaderBlock;
+using lorvale::testing::decodeBlock;
 
 /// What decoding makes of the line that encoding writes for a value.
 std::string afterOneTrip(std::string_view value, bool trimsBehind) {
@@ -42,18 +34,6 @@ std::string afterOneTrip(std::string_view value, bool trimsBehind) {
     return decodeMimeHeaderValue(decodeCString(encodeCString(unfolded).view()));
 }
 
-void requireSameCachedHeaders(std::string_view bytes, const Block& whole) {
-    const auto cached = cachedHeadersInBlock(bytes);
-    std::size_t expected = 0;
-    for (const auto key : MessageHeaders::cachedKeys()) {
-        const auto found = whole.headers.find(key);
-        if (found == whole.headers.end() || found->second.empty()) continue;
-        ++expected;
-        fuzz::require(cached.textForKey(whole.originalKeys.find(key)->second) == found->second.front());
-    }
-    fuzz::require(cached.size() == expected);
-}
-
 /// A name that would be taken for an envelope line where it stands first.
 bool looksLikeEnvelope(const Block& block) {
     return std::ranges::any_of(block.originalKeys, [](const auto& each) {
@@ -67,7 +47,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
     const auto text = fuzz::viewOf(bytes, size);
     auto first = decodeBlock(text);
-    requireSameCachedHeaders(text, first);
+    fuzz::require(lorvale::testing::cachedHeadersAgree(text, first));
 
     first.headers["x-edited"] = {"yes"};
     if (std::ranges::find(first.order, "x-edited") == first.order.end()) first.order.push_back("x-edited");
