@@ -22,6 +22,15 @@ TEST_F(BTreeTest, EmptyTreeHasNothing) {
     EXPECT_EQ(t.tree->TotalSize(), 4096u + 20u);
 }
 
+TEST_F(BTreeTest, TheStoredPageSizeCountsNotThatOfTheOpener) {
+    t.FlushAndCommit();
+    BTree opened(std::make_unique<Entry>(), 64);
+    opened.Open(t.storage.get(), t.header, true, false);
+    EXPECT_EQ(opened.TotalSize(), 4096u + 20u);
+    EXPECT_FALSE(opened.Put(std::make_unique<Entry>("k", std::string(2000, 'v'))))
+        << "too big for a page of 64";
+}
+
 TEST_F(BTreeTest, LargestEntryIsHalfOfAPage) {
     const std::string value(2040 - 1 - 1 - 2, 'v');  // two lengths, of one and of two bytes, and the key
     ASSERT_EQ(Entry("k", value).StoreSize(), 2040u);
