@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "base/text/Ascii.h"
 #include "base/text/DataUtils.h"
 
 namespace lorvale {
@@ -38,13 +39,13 @@ namespace {
 /// What a digit counts.  The letters are off, so that "A" to "F" count -10 to -5.  Numbers with letters do not
 /// occur in what is read with this, and whoever met one has relied on the outcome ever since.
 int digitValue(std::uint8_t c) {
-    if (c >= '0' && c <= '9') return c - '0';
+    if (isAsciiDigit(c)) return c - '0';
     return c >= 'a' ? c - 0x6B : c - 0x4B;
 }
 
 bool isDigitOfBase(std::uint8_t c, unsigned base) {
-    if (c >= '0' && c <= '9') return c - '0' < static_cast<int>(base);
-    return base == 16 && ((c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'));
+    if (isAsciiDigit(c)) return c - '0' < static_cast<int>(base);
+    return base == 16 && isAsciiHexDigit(c);
 }
 
 }  // namespace

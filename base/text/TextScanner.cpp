@@ -4,19 +4,12 @@
 #include <charconv>
 #include <limits>
 
+#include "base/text/Ascii.h"
 #include "base/text/DataUtils.h"
 #include "base/text/StringUtils.h"
 #include "lorvale/values/text.h"
 
 namespace lorvale {
-
-namespace {
-
-bool isAsciiLetter(char c) {
-    return asciiLower(c) >= 'a' && asciiLower(c) <= 'z';
-}
-
-}  // namespace
 
 const CharacterSet& CharacterSet::whitespaceAndNewlineSet() {
     static constexpr CharacterSet set(kAsciiWhite);
@@ -127,8 +120,7 @@ bool TextScanner::scanFloat(double* value) {
     const bool negative = digits < _text.size() && _text[digits] == '-';
     if (negative || (digits < _text.size() && _text[digits] == '+')) ++digits;
     // from_chars knows "inf" and "nan" too, and another sign.
-    if (digits == _text.size() || (_text[digits] != '.' && (_text[digits] < '0' || _text[digits] > '9')))
-        return false;
+    if (digits == _text.size() || (_text[digits] != '.' && !isAsciiDigit(_text[digits]))) return false;
     double number = 0;
     const auto* const from = _text.data() + digits;
     const auto [end, error] = std::from_chars(from, _text.data() + _text.size(), number);

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/text/Ascii.h"
+#include "base/text/Cursor.h"
 #include "base/values/CalendarNames.h"
 #include "lorvale/values/date.h"
 #include "lorvale/values/text.h"
@@ -11,16 +13,6 @@
 namespace lorvale {
 
 namespace {
-
-constexpr bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-constexpr bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-constexpr bool isLetter(char c) {
-    return asciiLower(c) >= 'a' && asciiLower(c) <= 'z';
-}
 
 /// What has been read so far.
 struct Fields {
@@ -33,19 +25,19 @@ struct Fields {
 /// Reads the fields of a text, one mark of the format at a time.
 class Reader {
 public:
-    explicit Reader(std::string_view text) : _rest(text) {}
+    explicit Reader(std::string_view text) : _text(text) {}
 
     bool readFormat(std::string_view format) {
         for (std::size_t i = 0; i < format.size(); ++i) {
             if (format[i] == '%' && i + 1 < format.size()) {
                 if (!readMark(format[++i])) return false;
-            } else if (isBlank(format[i])) {
-                if (takeWhile(isBlank).empty()) return false;
-            } else if (!take(format[i])) {
+            } else if (isAsciiBlank(format[i])) {
+                if (_text.takeWhile(isAsciiBlank).empty()) return false;
+            } else if (!_text.skip(format[i])) {
                 return false;
             }
         }
-        return _rest.empty();
+        return _text.atEnd();
     }
 
     std::optional<Date> date() {
@@ -61,10 +53,10 @@ private:
         switch (mark) {
             case 'a':
             case 'A':
-                return weekdayNamed(takeWhile(isLetter)).has_value();
+                return weekdayNamed(_text.takeWhile(isAsciiLetter)).has_value();
             case 'b':
             case 'B':
-                return set(time.month, monthNamed(takeWhile(isLetter)));
+                return set(time.month, monthNamed(_text.takeWhile(isAsciiLetter)));
             case 'd':
             case 'e':
                 return set(time.day, number(1, 2, 1, 31));
@@ -87,11 +79,12 @@ private:
             case 'p':
                 return readHalfOfDay();
             case 'z':
-                return set(_fields.zoneOffset, take('Z') ? std::optional<std::int32_t>(0) : digitsOfZone());
+                return set(_fields.zoneOffset,
+                           _text.skip('Z') ? std::optional<std::int32_t>(0) : digitsOfZone());
             case 'Z':
-                return set(_fields.zoneOffset, zoneOffsetNamed(takeWhile(isPartOfZoneName)));
+                return set(_fields.zoneOffset, zoneOffsetNamed(_text.takeWhile(isPartOfZoneName)));
             case '%':
-                return take('%');
+                return _text.skip('%');
             default:
                 return false;
         }
@@ -103,24 +96,9 @@ private:
         return value.has_value();
     }
 
-    bool take(char c) {
-        if (!_rest.starts_with(c)) return false;
-        _rest.remove_prefix(1);
-        return true;
-    }
-
-    template <class Is>
-    std::string_view takeWhile(Is is, std::size_t most = std::string_view::npos) {
-        std::size_t count = 0;
-        while (count < std::min(_rest.size(), most) && is(_rest[count])) ++count;
-        const auto taken = _rest.substr(0, count);
-        _rest.remove_prefix(count);
-        return taken;
-    }
-
     std::optional<int> number(std::size_t fewest, std::size_t most, int low, int high) {
-        const auto digits = takeWhile(isDigit, most);
-        if (digits.size() < fewest || (!_rest.empty() && isDigit(_rest[0]))) return std::nullopt;
+        const auto digits = _text.takeWhile(isAsciiDigit, most);
+        if (digits.size() < fewest || isAsciiDigit(_text.peek())) return std::nullopt;
         int value = 0;
         for (const char c : digits) value = value * 10 + (c - '0');
         return value >= low && value <= high ? std::optional(value) : std::nullopt;
@@ -132,14 +110,16 @@ private:
     }
 
     bool readHalfOfDay() {
-        const auto half = takeWhile(isLetter);
+        const auto half = _text.takeWhile(isAsciiLetter);
         _fields.afternoon = equalIgnoringAsciiCase(half, "PM");
         return _fields.afternoon || equalIgnoringAsciiCase(half, "AM");
     }
 
-    static bool isPartOfZoneName(char c) { return isLetter(c) || isPartOfZoneDigits(c); }
-    static bool isPartOfZoneDigits(char c) { return isDigit(c) || c == '+' || c == '-' || c == ':'; }
-    std::optional<std::int32_t> digitsOfZone() { return zoneOffsetFromDigits(takeWhile(isPartOfZoneDigits)); }
+    static bool isPartOfZoneName(char c) { return isAsciiLetter(c) || isPartOfZoneDigits(c); }
+    static bool isPartOfZoneDigits(char c) { return isAsciiDigit(c) || c == '+' || c == '-' || c == ':'; }
+    std::optional<std::int32_t> digitsOfZone() {
+        return zoneOffsetFromDigits(_text.takeWhile(isPartOfZoneDigits));
+    }
 
     bool setDayOfYear(int day) {
         auto& time = _fields.time;
@@ -151,7 +131,7 @@ private:
         return true;
     }
 
-    std::string_view _rest;
+    Cursor _text;
     Fields _fields;
 };
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "base/text/Ascii.h"
 #include "lorvale/values/date.h"
 #include "lorvale/values/text.h"
 
@@ -19,9 +20,6 @@ std::optional<int> indexOf(std::string_view name, const std::array<std::string_v
     return std::nullopt;
 }
 
-constexpr bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 constexpr int twoDigits(std::string_view text) {
     return (text[0] - '0') * 10 + (text[1] - '0');
 }
@@ -53,7 +51,7 @@ std::optional<std::int32_t> offsetOf(char sign, int hours, int minutes) {
 /// "+2", "-03", "+0200", "+02:00": the forms that follow "GMT".
 std::optional<std::int32_t> offsetFromShortDigits(std::string_view text) {
     const auto digits = text.substr(1);
-    if (digits.empty() || digits.size() > 2 || !std::ranges::all_of(digits, isDigit))
+    if (digits.empty() || digits.size() > 2 || !std::ranges::all_of(digits, isAsciiDigit))
         return zoneOffsetFromDigits(text);
     return offsetOf(text[0], digits.size() == 1 ? digits[0] - '0' : twoDigits(digits), 0);
 }
@@ -77,8 +75,8 @@ std::optional<std::int32_t> zoneOffsetNamed(std::string_view name) {
         return universal ? offsetFromShortDigits(name.substr(sign)) : std::nullopt;
     }
     if (name.size() == 1) {
-        const char letter = asciiLower(name[0]);
-        return letter >= 'a' && letter <= 'z' && letter != 'j' ? std::optional<std::int32_t>(0) : std::nullopt;
+        const bool isZone = isAsciiLetter(name[0]) && asciiUpper(name[0]) != 'J';
+        return isZone ? std::optional<std::int32_t>(0) : std::nullopt;
     }
     const auto less = [](std::string_view a, std::string_view b) { return compareIgnoringAsciiCase(a, b) < 0; };
     const auto found = std::ranges::lower_bound(kZones, name, less, &Zone::name);
@@ -91,7 +89,7 @@ std::optional<std::int32_t> zoneOffsetFromDigits(std::string_view digits) {
         const char without[] = {digits[0], digits[1], digits[2], digits[4], digits[5]};
         return zoneOffsetFromDigits({without, sizeof without});
     }
-    if (digits.size() != 5 || !std::ranges::all_of(digits.substr(1), isDigit)) return std::nullopt;
+    if (digits.size() != 5 || !std::ranges::all_of(digits.substr(1), isAsciiDigit)) return std::nullopt;
     return offsetOf(digits[0], twoDigits(digits.substr(1)), twoDigits(digits.substr(3)));
 }
 
