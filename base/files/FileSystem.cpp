@@ -18,28 +18,14 @@ std::atomic<FileSystem*> replacement{nullptr};
 
 constexpr std::size_t kCopyBlock = 1 << 20;
 
-/// Where a path leads when its last component is a symbolic link; the path itself otherwise, and for a circle.
-std::string behindLinks(const std::string& path) {
-    auto& files = FileSystem::current();
-    std::string place = path;
-    for (int followed = 0; followed < 40; ++followed) {
-        const auto target = files.readLink(place);
-        if (!target) return place;
-        place = target->starts_with('/') ? *target : folderOf(place) + '/' + *target;
-    }
-    return path;
-}
-
 /// The new file of an atomic write, complete and on disk.  `old` is the file it will replace, if there is one.
 FileStatus writeNewFile(const std::string& path, std::string_view bytes, mode_t permissions,
                         const std::optional<FileAttributes>& old) {
     FileStatus status;
     auto& files = FileSystem::current();
-    const auto file =
-        files.openForWriting(path, WriteMode::createNew, old ? old->permissions & 0777 : permissions, &status);
+    const auto file = files.openForWriting(path, WriteMode::createNew, old ? 0600 : permissions, &status);
     if (file == nullptr) return status;
-    // Opening took the umask into account, which an existing file may once have escaped.
-    if (old && !(status = files.setPermissions(path, old->permissions))) return status;
+    if (old && !(status = takeAccessOf(*old, path, old->permissions))) return status;
     if (status = file->write(bytes); !status) return status;
     if (status = file->sync(); !status) return status;
     return file->close();
@@ -50,6 +36,23 @@ FileStatus writeNewFile(const std::string& path, std::string_view bytes, mode_t 
 FileStatus FileStatus::failed(std::string_view operation, const std::string& path) {
     const int code = errno != 0 ? errno : EIO;
     return {code, formatText("%@ %@: %@", operation, path, std::generic_category().message(code))};
+}
+
+std::optional<Data> ReadableFile::read(std::uint64_t offset, std::size_t length) {
+    // The length is a wish: no memory for what is not there.
+    const auto end = size();
+    if (offset >= end) return Data();
+    length = static_cast<std::size_t>(std::min<std::uint64_t>(length, end - offset));
+    ByteBuffer buffer(length);
+    const auto count = readInto({reinterpret_cast<char*>(buffer.reserve(length)), length}, offset);
+    if (!count) return std::nullopt;
+    buffer.commit(*count);
+    return buffer.data();
+}
+
+std::uint64_t ReadableFile::size() {
+    const auto found = attributes();
+    return found ? static_cast<std::uint64_t>(found->size) : 0;
 }
 
 FileSystem& FileSystem::real() {
@@ -73,7 +76,7 @@ bool FileSystem::isDirectory(const std::string& path) {
 
 FileStatus writeFileAtomically(const std::string& path, std::string_view bytes, mode_t permissions) {
     auto& files = FileSystem::current();
-    const auto place = behindLinks(path);
+    const auto place = followLinks(path);
     const auto old = files.attributes(place);
     const auto fresh = temporaryPathBeside(place);
     auto status = writeNewFile(fresh, bytes, permissions, old);
@@ -90,6 +93,32 @@ FileStatus replaceFile(const std::string& from, const std::string& to) {
     auto& files = FileSystem::current();
     if (auto status = files.rename(from, to); !status) return status;
     return files.syncFolder(folderOf(to));
+}
+
+FileStatus takeAccessOf(const FileAttributes& other, const std::string& path, mode_t permissions) {
+    auto& files = FileSystem::current();
+    const auto own = files.attributes(path);
+    if (!own) return FileStatus::failed("look at", path);
+    const bool sameOwner = own->owner == other.owner, sameGroup = own->group == other.group;
+    if (!sameOwner || !sameGroup) {
+        // A user may give a file to another of his groups, though not to another user.
+        if (!files.setOwner(path, other.owner, other.group) && !sameGroup &&
+            !files.setOwner(path, own->owner, other.group))
+            permissions &= ~mode_t{070};
+    }
+    // Opening took the umask into account, which the other file may once have escaped.
+    return files.setPermissions(path, permissions);
+}
+
+std::string followLinks(const std::string& path) {
+    auto& files = FileSystem::current();
+    std::string place = path;
+    for (int followed = 0; followed < 40; ++followed) {
+        const auto target = files.readLink(place);
+        if (!target) return place;
+        place = target->starts_with('/') ? *target : folderOf(place) + '/' + *target;
+    }
+    return path;
 }
 
 FileStatus makeDirectories(const std::string& path, mode_t permissions) {

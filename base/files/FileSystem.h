@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,18 +35,33 @@ struct FileAttributes {
     std::int64_t size = 0;      ///< bytes
     std::int64_t modified = 0;  ///< seconds since 1970
     std::uint32_t modifiedNanoseconds = 0;
+    std::int64_t changed = 0;  ///< the same for bytes, permissions, owner and names, which no program can set
+    std::uint32_t changedNanoseconds = 0;
     mode_t permissions = 0;  ///< the lower twelve bits
+    uid_t owner = 0;
+    gid_t group = 0;
     bool isRegular = false, isDirectory = false, isLink = false;
     std::uint64_t device = 0, inode = 0;  ///< together the identity of the file behind a path
+
+    bool isSameFileAs(const FileAttributes& other) const {
+        return device == other.device && inode == other.inode;
+    }
 };
 
-/// One file open for reading at any place.  May be used by several threads.
+/// One file open for reading at any place.  It stays the same file whatever becomes of its name.  May be used
+/// by several threads.
 class ReadableFile {
 public:
     virtual ~ReadableFile() = default;
+    /// Reads into a buffer, and answers how much: all of it, less at the end of the file; nullopt for a
+    /// failure.
+    virtual std::optional<std::size_t> readInto(std::span<char> buffer, std::uint64_t offset) = 0;
+    /// Of the open file; nullopt for a failure.
+    virtual std::optional<FileAttributes> attributes() = 0;
+
     /// The bytes of the range, fewer at the end of the file; nullopt for a failure.
-    virtual std::optional<Data> read(std::uint64_t offset, std::size_t length) = 0;
-    virtual std::uint64_t size() = 0;
+    std::optional<Data> read(std::uint64_t offset, std::size_t length);
+    std::uint64_t size();
 };
 
 /// One file open for writing.  write() appends at the position, which starts at 0 (at the end for
@@ -95,6 +111,7 @@ public:
     virtual FileStatus remove(const std::string& path) = 0;
     virtual FileStatus makeDirectory(const std::string& path, mode_t permissions) = 0;
     virtual FileStatus setPermissions(const std::string& path, mode_t permissions) = 0;
+    virtual FileStatus setOwner(const std::string& path, uid_t owner, gid_t group) = 0;
     /// Makes the names in a folder durable: returns when renames, links and removals in it are on disk.
     virtual FileStatus syncFolder(const std::string& folder) = 0;
 
@@ -125,12 +142,22 @@ public:
 
 /// Writes a file so that a crash shows the old bytes or the new ones, whole: a new file beside it, synced,
 /// renamed over it, the folder synced.  A symbolic link at `path` stays and its target is replaced.  An
-/// existing file keeps its permissions, a new one gets `permissions`.  On failure nothing is left behind.
+/// existing file keeps its permissions, owner and group (see takeAccessOf()), a new one gets `permissions`.  On
+/// failure nothing is left behind.
 FileStatus writeFileAtomically(const std::string& path, std::string_view bytes, mode_t permissions = 0666);
 
 /// The last steps of such a write for a caller that filled and synced `from` itself: renames and syncs the
 /// folder.
 FileStatus replaceFile(const std::string& from, const std::string& to);
+
+/// Gives a file that is to replace another, and that only its owner can read so far, the owner and group of
+/// that other, and these permissions.  Only some processes may give a file away: where the group cannot be
+/// kept, the permissions of the group go, since they would let in strangers.
+FileStatus takeAccessOf(const FileAttributes& other, const std::string& path, mode_t permissions);
+
+/// Where a path leads when its last component is a symbolic link, also one to a missing file; the path itself
+/// otherwise, and for a circle.
+std::string followLinks(const std::string& path);
 
 /// Makes a directory and those above it; one that is there already is success.
 FileStatus makeDirectories(const std::string& path, mode_t permissions = 0777);

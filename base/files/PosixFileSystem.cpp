@@ -28,6 +28,25 @@ FileStatus statusOf(int result, std::string_view operation, const std::string& p
     return result == 0 ? FileStatus() : FileStatus::failed(operation, path);
 }
 
+std::optional<FileAttributes> attributesOf(int result, const struct stat& info) {
+    if (result != 0) return std::nullopt;
+    FileAttributes attributes;
+    attributes.size = info.st_size;
+    attributes.modified = info.st_mtim.tv_sec;
+    attributes.modifiedNanoseconds = static_cast<std::uint32_t>(info.st_mtim.tv_nsec);
+    attributes.changed = info.st_ctim.tv_sec;
+    attributes.changedNanoseconds = static_cast<std::uint32_t>(info.st_ctim.tv_nsec);
+    attributes.permissions = info.st_mode & 07777;
+    attributes.owner = info.st_uid;
+    attributes.group = info.st_gid;
+    attributes.isRegular = S_ISREG(info.st_mode);
+    attributes.isDirectory = S_ISDIR(info.st_mode);
+    attributes.isLink = S_ISLNK(info.st_mode);
+    attributes.device = info.st_dev;
+    attributes.inode = info.st_ino;
+    return attributes;
+}
+
 class PosixWritableFile final : public WritableFile {
 public:
     PosixWritableFile(Descriptor descriptor, std::string path)
@@ -76,25 +95,21 @@ class PosixReadableFile final : public ReadableFile {
 public:
     explicit PosixReadableFile(Descriptor descriptor) : _descriptor(std::move(descriptor)) {}
 
-    std::optional<Data> read(std::uint64_t offset, std::size_t length) override {
-        const auto end = size();
-        if (offset >= end) return Data();
-        length = static_cast<std::size_t>(std::min<std::uint64_t>(length, end - offset));
-        ByteBuffer buffer(length);
-        while (buffer.size() < length) {
-            const auto wanted = length - buffer.size();
-            const auto count = ::pread(_descriptor.get(), buffer.reserve(wanted), wanted,
-                                       static_cast<off_t>(offset + buffer.size()));
+    std::optional<std::size_t> readInto(std::span<char> buffer, std::uint64_t offset) override {
+        std::size_t done = 0;
+        while (done < buffer.size()) {
+            const auto count = ::pread(_descriptor.get(), buffer.data() + done, buffer.size() - done,
+                                       static_cast<off_t>(offset + done));
             if (count < 0 && errno == EINTR) continue;
             if (count < 0) return std::nullopt;
-            if (count == 0) break;  // shortened since we asked for its size
-            buffer.commit(static_cast<std::size_t>(count));
+            if (count == 0) break;
+            done += static_cast<std::size_t>(count);
         }
-        return buffer.data();
+        return done;
     }
-    std::uint64_t size() override {
+    std::optional<FileAttributes> attributes() override {
         struct stat info {};
-        return ::fstat(_descriptor.get(), &info) == 0 ? static_cast<std::uint64_t>(info.st_size) : 0;
+        return attributesOf(::fstat(_descriptor.get(), &info), info);
     }
 
 private:
@@ -129,21 +144,6 @@ Descriptor openRegular(const std::string& path, std::size_t& size, FileStatus* s
     }
     size = static_cast<std::size_t>(info.st_size);
     return descriptor;
-}
-
-std::optional<FileAttributes> attributesOf(int result, const struct stat& info) {
-    if (result != 0) return std::nullopt;
-    FileAttributes attributes;
-    attributes.size = info.st_size;
-    attributes.modified = info.st_mtim.tv_sec;
-    attributes.modifiedNanoseconds = static_cast<std::uint32_t>(info.st_mtim.tv_nsec);
-    attributes.permissions = info.st_mode & 07777;
-    attributes.isRegular = S_ISREG(info.st_mode);
-    attributes.isDirectory = S_ISDIR(info.st_mode);
-    attributes.isLink = S_ISLNK(info.st_mode);
-    attributes.device = info.st_dev;
-    attributes.inode = info.st_ino;
-    return attributes;
 }
 
 }  // namespace
@@ -186,6 +186,10 @@ FileStatus PosixFileSystem::makeDirectory(const std::string& path, mode_t permis
 
 FileStatus PosixFileSystem::setPermissions(const std::string& path, mode_t permissions) {
     return statusOf(::chmod(path.c_str(), permissions), "set the permissions of", path);
+}
+
+FileStatus PosixFileSystem::setOwner(const std::string& path, uid_t owner, gid_t group) {
+    return statusOf(::chown(path.c_str(), owner, group), "set the owner of", path);
 }
 
 FileStatus PosixFileSystem::syncFolder(const std::string& folder) {

@@ -14,6 +14,7 @@ public:
     FileStatus remove(const std::string& path) override;
     FileStatus makeDirectory(const std::string& path, mode_t permissions) override;
     FileStatus setPermissions(const std::string& path, mode_t permissions) override;
+    FileStatus setOwner(const std::string& path, uid_t owner, gid_t group) override;
     FileStatus syncFolder(const std::string& folder) override;
 
     std::optional<Data> readFile(const std::string& path, FileStatus* status) override;

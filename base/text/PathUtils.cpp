@@ -74,8 +74,10 @@ std::string pathWithDirectory(std::optional<std::string_view> directory,
 
 // Free names ----------------------------------------------------------------------------------------------
 
+// A final slash would make the system look behind a link; "link/" means the link here, as everywhere in this
+// file, or deleting it would empty the folder that it leads to.
 bool pathExists(std::string_view path) {
-    return FileSystem::current().linkAttributes(std::string(path)).has_value();
+    return FileSystem::current().linkAttributes(std::string(withoutFinalSlashes(path))).has_value();
 }
 
 std::string uniquePath(std::string_view path) {
@@ -103,6 +105,7 @@ std::string nameWithin(std::string_view stem, std::string process, std::string s
 }  // namespace
 
 std::string uniquePathWithMaximumLength(std::string_view path, int maximum) {
+    path = withoutFinalSlashes(path);
     if (!pathExists(path)) return std::string(path);
     static std::atomic<unsigned> serial{0};
     const auto directory = stringByDeletingLastPathComponent(path);
@@ -122,7 +125,7 @@ std::string uniquePathWithMaximumLength(std::string_view path, int maximum) {
 // Changes -------------------------------------------------------------------------------------------------
 
 bool deletePath(std::string_view pathView) {
-    const std::string path(pathView);
+    const std::string path(withoutFinalSlashes(pathView));
     auto& files = FileSystem::current();
     const auto attributes = files.linkAttributes(path);
     if (!attributes) return true;
@@ -183,7 +186,7 @@ bool copyTree(const std::string& from, const std::string& to, const FileAttribut
 }  // namespace
 
 bool copyToPath(std::string_view pathView, std::string_view destinationView) {
-    const std::string path(pathView), destination(destinationView);
+    const std::string path(withoutFinalSlashes(pathView)), destination(withoutFinalSlashes(destinationView));
     const auto attributes = FileSystem::current().linkAttributes(path);
     if (!attributes) {
         log("cannot copy %@: nothing is there", path);

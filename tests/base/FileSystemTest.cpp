@@ -3,10 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <set>
 
+#include "lorvale/values/format.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/TestSupport.h"
 
@@ -95,6 +97,40 @@ TEST_F(Files, AtomicWriteKeepsPermissionsLinksAndMappingsAndLeavesNothingElse) {
     EXPECT_NE(writeFileAtomically(_folder.path().string(), "x").code(), 0) << "not over a directory";
     EXPECT_THAT(*files.namesInFolder(_folder.path().string()),
                 ::testing::ElementsAre("fresh", "link", "target"));
+}
+
+/// A disk on which nobody may give a file to another owner, or not even to another group.
+class StrictDisk : public PosixFileSystem {
+public:
+    explicit StrictDisk(bool groupToo) : _groupToo(groupToo) { setCurrent(this); }
+    ~StrictDisk() override { setCurrent(nullptr); }
+    FileStatus setOwner(const std::string& path, uid_t owner, gid_t group) override {
+        if (_groupToo || owner != attributes(path)->owner) return {EPERM, "set the owner of " + path};
+        return PosixFileSystem::setOwner(path, owner, group);
+    }
+
+private:
+    const bool _groupToo;
+};
+
+TEST_F(Files, AtomicWriteKeepsOwnerAndGroupOrShutsTheGroupOut) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+    const auto rewritten = [&](FileSystem* disk) {
+        testing::writeFile(path("a"), "old");
+        EXPECT_TRUE(files.setOwner(path("a"), 1234, 5678));
+        EXPECT_TRUE(files.setPermissions(path("a"), 0664));
+        FileSystem::setCurrent(disk);
+        EXPECT_TRUE(writeFileAtomically(path("a"), "new"));
+        FileSystem::setCurrent(nullptr);
+        const auto now = *files.attributes(path("a"));
+        EXPECT_TRUE(files.remove(path("a")));
+        return formatText("%d:%d %d", now.owner, now.group, now.permissions);
+    };
+    EXPECT_EQ(rewritten(nullptr), formatText("1234:5678 %d", 0664));
+    StrictDisk noOwner(false);
+    EXPECT_EQ(rewritten(&noOwner), formatText("0:5678 %d", 0664));
+    StrictDisk noGroup(true);
+    EXPECT_EQ(rewritten(&noGroup), formatText("0:%d %d", ::getegid(), 0604));
 }
 
 TEST_F(Files, AreCopiedAndFoldersMade) {

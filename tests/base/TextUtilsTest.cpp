@@ -117,6 +117,16 @@ TEST(PathUtils, CopiesAndDeletesTrees) {
     EXPECT_TRUE(fs::exists(folder / "kept")) << "a link is removed, not what it points to";
     EXPECT_FALSE(fs::exists(to));
     EXPECT_TRUE(deleteFile(to));
+
+    // "link/" leads behind the link in the system's calls, and the folder there would be copied or emptied.
+    const auto link = (folder / "up").string();
+    fs::create_symlink(from, link);
+    EXPECT_NE(uniquePath(link + "/"), link + "/");
+    EXPECT_TRUE(copyToPath(link + "//", to + "/"));
+    EXPECT_TRUE(fs::is_symlink(to));
+    EXPECT_TRUE(deletePath(link + "/"));
+    EXPECT_FALSE(pathExists(link + "/"));
+    EXPECT_TRUE(fs::exists(from + "/sub/file"));
 }
 
 TEST(TextScanner, SkipsBeforeEachScanAndFailsWithoutMoving) {

@@ -201,6 +201,11 @@ FileStatus FailingFileSystem::setPermissions(const std::string& path, mode_t per
     return PosixFileSystem::setPermissions(path, permissions);
 }
 
+FileStatus FailingFileSystem::setOwner(const std::string& path, uid_t owner, gid_t group) {
+    if (auto status = change(path); !status) return status;
+    return PosixFileSystem::setOwner(path, owner, group);
+}
+
 FileStatus FailingFileSystem::syncFolder(const std::string& folder) {
     if (auto status = change(folder); !status) return status;
     if (!isDirectory(folder)) return PosixFileSystem::syncFolder(folder);  // for its failure
