@@ -14,7 +14,7 @@
 #include <new>
 #include <utility>
 
-#include "base/platform/Descriptor.h"
+#include "base/files/Descriptor.h"
 
 namespace lorvale {
 

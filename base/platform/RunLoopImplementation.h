@@ -8,7 +8,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "base/platform/Descriptor.h"
+#include "base/files/Descriptor.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/run_loop.h"
 

@@ -8,8 +8,8 @@
 #include <thread>
 #include <utility>
 
+#include "base/files/Descriptor.h"
 #include "base/platform/DefaultsDomain.h"
-#include "base/platform/Descriptor.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/paths.h"
 

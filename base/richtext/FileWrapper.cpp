@@ -1,7 +1,7 @@
 #include "lorvale/values/file_wrapper.h"
 
 #include "base/files/FileSystem.h"
-#include "base/text/PathUtils.h"
+#include "base/files/PathUtils.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"
 

@@ -1,43 +1,11 @@
 #include "base/text/StringUtils.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <atomic>
-#include <vector>
 
-#include "base/text/PathUtils.h"
-#include "base/values/CaseFolding.h"
-#include "lorvale/platform/paths.h"
-#include "lorvale/values/format.h"
+#include "base/text/CaseFolding.h"
 #include "lorvale/values/text.h"
 
 namespace lorvale {
-
-// The user ------------------------------------------------------------------------------------------------
-
-std::string nameFromGecos(std::string_view gecos, std::string_view loginName) {
-    std::string name(gecos);
-    if (const auto mark = name.find('&'); mark != std::string::npos) name.replace(mark, 1, loginName);
-    return name.substr(0, name.find(','));
-}
-
-const std::string& fullUserName() {
-    // The OS keeps a full name nowhere but in the password database.
-    static const std::string name = [] {
-        const auto login = loginName();
-        std::vector<char> storage(16 * 1024);
-        passwd entry{};
-        passwd* found = nullptr;
-        if (::getpwnam_r(login.c_str(), &entry, storage.data(), storage.size(), &found) != 0 ||
-            found == nullptr)
-            return login;
-        return nameFromGecos(found->pw_gecos, login);
-    }();
-    return name;
-}
 
 // Case ----------------------------------------------------------------------------------------------------
 
@@ -112,15 +80,6 @@ Range rclearwhite(std::string_view text, Range range) {
 }
 
 // Names and prefixes --------------------------------------------------------------------------------------
-
-std::string makeUniqueFilePath(std::string_view path) {
-    static std::atomic<unsigned> serial{0};
-    for (;;) {
-        auto unique = formatText("%@.%d%d.%s", stringByDeletingPathExtension(path), ::getpid(), ++serial,
-                                 pathExtension(path));
-        if (!pathExists(unique)) return unique;
-    }
-}
 
 std::string_view stringByRemovingPrefix(std::string_view text, std::string_view prefix, bool ignoreCase) {
     while (!prefix.empty()) {

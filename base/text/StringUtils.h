@@ -1,5 +1,5 @@
 #pragma once
-#include <filesystem>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,13 +11,6 @@
 /// Small operations on text.  Ranges count characters.
 
 namespace lorvale {
-
-/// The user's name: from the setting of the host, else from the password database, else the login name.
-/// Computed once.
-const std::string& fullUserName();
-/// What the comment field of an entry of the password database makes of a name: the first "&" stands for the
-/// login name, and the text ends before the first comma.
-std::string nameFromGecos(std::string_view gecos, std::string_view loginName);
 
 bool isCaseEqual(std::string_view a, std::string_view b);
 bool hasCasePrefix(std::string_view text, std::string_view prefix);
@@ -35,10 +28,6 @@ Range validRange(std::string_view text, Range range);
 Range clearwhite(std::string_view text, Range range);
 /// The range without trailing ones; {0, 0} when there is nothing else.
 Range rclearwhite(std::string_view text, Range range);
-
-/// A path that does not exist, made from this one by putting the process and a serial number before its
-/// extension.
-std::string makeUniqueFilePath(std::string_view path);
 
 /// The text without the prefix, removed as often as it is there.
 std::string_view stringByRemovingPrefix(std::string_view text, std::string_view prefix, bool ignoreCase);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "base/platform/FullUserName.h"
 #include "base/text/StringUtils.h"
 #include "lorvale/defaults.h"
 #include "lorvale/message/address_manager.h"

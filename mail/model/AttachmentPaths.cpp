@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <array>
 
-#include "base/text/PathUtils.h"
+#include "base/files/PathUtils.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"

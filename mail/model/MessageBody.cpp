@@ -1,4 +1,4 @@
-#include "base/text/PathUtils.h"
+#include "base/files/PathUtils.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/mutex.h"

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "base/files/FileSystem.h"
-#include "base/text/PathUtils.h"
+#include "base/files/PathUtils.h"
 #include "lorvale/defaults.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/log.h"

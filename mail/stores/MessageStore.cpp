@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "base/files/FileSystem.h"
+#include "base/files/PathUtils.h"
 #include "base/files/PropertyListFile.h"
-#include "base/text/PathUtils.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"

@@ -11,9 +11,10 @@
 #include <charconv>
 #include <optional>
 
+#include "base/files/Descriptor.h"
 #include "base/files/FileSystem.h"
-#include "base/platform/Descriptor.h"
-#include "base/text/StringUtils.h"
+#include "base/files/PathUtils.h"
+#include "base/platform/FullUserName.h"
 #include "lorvale/defaults.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/localization.h"

@@ -10,7 +10,7 @@
 #include <optional>
 #include <thread>
 
-#include "base/platform/Descriptor.h"
+#include "base/files/Descriptor.h"
 #include "lorvale/platform/exception.h"
 #include "tests/support/LogCapture.h"
 

@@ -3,7 +3,8 @@
 
 #include <filesystem>
 
-#include "base/text/PathUtils.h"
+#include "base/files/PathUtils.h"
+#include "base/platform/FullUserName.h"
 #include "base/text/StringUtils.h"
 #include "base/text/TextScanner.h"
 #include "lorvale/values/text.h"

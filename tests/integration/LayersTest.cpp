@@ -24,7 +24,28 @@ struct Layer {
     bool mayUseLibraries = false;  // those of docs/dependencies.md
 };
 
-// The folders of mail/ by rank, lower ones first; those of one rank do not know each other.
+/// A folder of base/, and the public headers whose operations are implemented in it.
+struct BaseFolder {
+    std::string name;
+    Texts headers;
+};
+
+// The folders of base/ by rank, lower ones first; those of one rank do not know each other.
+const std::vector<std::vector<BaseFolder>> kBaseRanks = {
+    {{"core",
+      {"lorvale/export.h", "lorvale/platform/exception.h", "lorvale/platform/localization.h",
+       "lorvale/platform/log.h", "lorvale/platform/mutex.h", "lorvale/values/format.h",
+       "lorvale/values/range.h"}}},
+    {{"text", {"lorvale/values/data.h", "lorvale/values/encoding.h", "lorvale/values/text.h"}}},
+    {{"values", {"lorvale/values/date.h", "lorvale/values/property_list.h"}}},
+    {{"files", {}}},
+    {{"platform",
+      {"lorvale/platform/notification.h", "lorvale/platform/paths.h", "lorvale/platform/run_loop.h",
+       "lorvale/platform/thread.h", "lorvale/platform/user_"}},
+     {"richtext", {"lorvale/values/attributed_text.h", "lorvale/values/file_wrapper.h"}}},
+};
+
+// The folders of mail/, in the same way.
 const std::vector<Texts> kMailRanks = {{"encoding"}, {"settings"}, {"model"},
                                        {"mime"},     {"stores"},   {"delivery", "fetch", "imap", "search"},
                                        {"accounts"}};
@@ -33,6 +54,23 @@ const Texts kMailHeaders = {"lorvale/account", "lorvale/defaults", "lorvale/deli
                             "lorvale/message", "lorvale/mime",     "lorvale/platform", "lorvale/search",
                             "lorvale/store",   "lorvale/values"};
 
+/// Adds what each folder of base/ may include: lower ones, itself, and the public headers of both.
+void addBaseLayers(std::vector<Layer>& layers) {
+    Texts lower;
+    for (const auto& rank : kBaseRanks) {
+        Texts ofThisRank;
+        for (const auto& folder : rank) {
+            Texts own = folder.headers;
+            own.push_back("base/" + folder.name + "/");
+            Texts allowed = lower;
+            allowed.insert(allowed.end(), own.begin(), own.end());
+            layers.push_back({"base/" + folder.name, allowed, true});
+            ofThisRank.insert(ofThisRank.end(), own.begin(), own.end());
+        }
+        lower.insert(lower.end(), ofThisRank.begin(), ofThisRank.end());
+    }
+}
+
 std::vector<Layer> layers() {
     // The most telling folder stands first: the first match counts.
     std::vector<Layer> all = {
@@ -40,9 +78,9 @@ std::vector<Layer> layers() {
         {"include/lorvale/platform", {"lorvale/export.h", "lorvale/values", "lorvale/platform"}},
         {"include/lorvale/toolkit", {"lorvale/export.h", "lorvale/toolkit"}},
         {"include/lorvale", kMailHeaders},
-        {"base", {"base/", "lorvale/export.h", "lorvale/values", "lorvale/platform"}, true},
         {"toolkit", {"toolkit/", "lorvale/export.h", "lorvale/toolkit"}},
     };
+    addBaseLayers(all);
     Texts lower = kMailHeaders;
     lower.push_back("base/");
     for (const auto& rank : kMailRanks) {

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 
+#include "base/platform/FullUserName.h"
 #include "base/text/StringUtils.h"
 #include "lorvale/message/address_manager.h"
 #include "lorvale/platform/paths.h"

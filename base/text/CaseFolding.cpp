@@ -1,4 +1,4 @@
-#include "base/values/CaseFolding.h"
+#include "base/text/CaseFolding.h"
 
 #include <utf8proc.h>
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "base/values/CaseFolding.h"
+#include "base/text/CaseFolding.h"
 
 namespace lorvale {
 

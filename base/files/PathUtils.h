@@ -26,6 +26,9 @@ std::string stringByAppendingPathComponent(std::string_view path, std::string_vi
 /// characters of its name (for file systems with short names); -1 sets no bound.
 std::string uniquePath(std::string_view path);
 std::string uniquePathWithMaximumLength(std::string_view path, int maximum);
+/// A path that does not exist, made from this one by putting the process and a serial number before its
+/// extension.
+std::string makeUniqueFilePath(std::string_view path);
 
 /// Removes what is at the path, a directory with everything in it.  True when nothing is left there.
 bool deletePath(std::string_view path);

@@ -1,4 +1,4 @@
-#include "base/values/Utf16.h"
+#include "base/text/Utf16.h"
 
 #include <cstdint>
 

@@ -1,4 +1,4 @@
-#include "base/values/Iso2022JP.h"
+#include "base/text/Iso2022JP.h"
 
 #include <array>
 #include <cstddef>

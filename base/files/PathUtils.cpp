@@ -1,4 +1,4 @@
-#include "base/text/PathUtils.h"
+#include "base/files/PathUtils.h"
 
 #include <unistd.h>
 
@@ -118,6 +118,15 @@ std::string uniquePathWithMaximumLength(std::string_view path, int maximum) {
                                      attempt < 10'000 ? maximum : -1);
         auto unique =
             pathWithDirectory(directory, name, extension.empty() ? std::nullopt : std::optional(extension));
+        if (!pathExists(unique)) return unique;
+    }
+}
+
+std::string makeUniqueFilePath(std::string_view path) {
+    static std::atomic<unsigned> serial{0};
+    for (;;) {
+        auto unique = formatText("%@.%d%d.%s", stringByDeletingPathExtension(path), ::getpid(), ++serial,
+                                 pathExtension(path));
         if (!pathExists(unique)) return unique;
     }
 }

@@ -4,10 +4,10 @@
 #include <array>
 #include <atomic>
 
-#include "base/values/Iconv.h"
-#include "base/values/Iso2022JP.h"
-#include "base/values/SingleByteEncoding.h"
-#include "base/values/Utf16.h"
+#include "base/text/Iconv.h"
+#include "base/text/Iso2022JP.h"
+#include "base/text/SingleByteEncoding.h"
+#include "base/text/Utf16.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/localization.h"
 #include "lorvale/values/format.h"

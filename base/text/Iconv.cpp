@@ -1,4 +1,4 @@
-#include "base/values/Iconv.h"
+#include "base/text/Iconv.h"
 
 #include <cerrno>
 #include <map>

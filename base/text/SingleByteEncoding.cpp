@@ -1,8 +1,8 @@
-#include "base/values/SingleByteEncoding.h"
+#include "base/text/SingleByteEncoding.h"
 
 #include <algorithm>
 
-#include "base/values/Iconv.h"
+#include "base/text/Iconv.h"
 #include "lorvale/values/text.h"
 
 namespace lorvale {

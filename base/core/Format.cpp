@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include "base/text/Cursor.h"
-
 namespace lorvale {
 
 namespace {
@@ -38,26 +36,31 @@ std::string printfMark(std::string_view mark, const FormatArgument::Value& value
 std::string formatArguments(std::string_view text, std::span<const FormatArgument> arguments) {
     std::string result;
     std::size_t next = 0;
-    for (Cursor left(text); !left.atEnd();) {
-        result += left.takeUntil('%');
-        if (left.skip("%%")) {
+    while (!text.empty()) {
+        const auto percent = std::min(text.find('%'), text.size());
+        result += text.substr(0, percent);
+        text.remove_prefix(percent);
+        if (text.starts_with("%%")) {
             result += '%';
+            text.remove_prefix(2);
             continue;
         }
-        if (left.atEnd()) break;
-        const auto length = markLength(left.rest());
+        if (text.empty()) break;
+        const auto length = markLength(text);
         if (length == 0 || next == arguments.size()) {
-            result += left.take(1);
+            result += '%';
+            text.remove_prefix(1);
             continue;
         }
         const auto& value = arguments[next++].value();
-        const auto mark = printfMark(left.take(length), value);
+        const auto mark = printfMark(text.substr(0, length), value);
         result += std::visit(
             [&](const auto& v) {
                 // Only text and numbers come here, so the conversions that throw cannot happen.
                 return fmt::vsprintf(fmt::string_view(mark), fmt::make_printf_args(v));
             },
             value);
+        text.remove_prefix(length);
     }
     return result;
 }
