@@ -8,6 +8,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/message/body.h
     include/lorvale/message/flags.h
     include/lorvale/message/headers.h
+    include/lorvale/message/source.h
     include/lorvale/message/willingness_registry.h
     include/lorvale/mime.h
     include/lorvale/platform.h

@@ -1,5 +1,6 @@
 #pragma once
 /// Messages: what one letter is made of, and the choice of classes that work on it.
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -14,6 +15,7 @@
 #include "lorvale/message/body.h"
 #include "lorvale/message/flags.h"
 #include "lorvale/message/headers.h"
+#include "lorvale/message/source.h"
 #include "lorvale/message/willingness_registry.h"
 #include "lorvale/values/data.h"
 
@@ -22,15 +24,18 @@ namespace lorvale {
 class MessageStore;
 class UserAgent;
 
-/// One message: a small handle that knows its store and nothing else until somebody asks.  Headers, flags and
+/// The two halves of a message's bytes.
+enum class MessagePart : std::uint8_t { headers = 1, body = 2 };
+
+/// One message: a small handle that knows its source and nothing else until somebody asks.  Headers, flags and
 /// body are made on first use and kept.  A store derives its own class from it.  Always held by a shared_ptr;
 /// what would be a copy is one more share.  Takes no locks: one thread at a time.
 class LORVALE_EXPORT Message : public std::enable_shared_from_this<Message> {
 public:
-    /// A new message of class M in a store, made with M(arguments...).  The message does not keep the store
-    /// alive.
+    /// A new message of class M in a store or another source, made with M(arguments...).  The message does not
+    /// keep the store alive.
     template <class M = Message, class... Arguments>
-    static std::shared_ptr<M> messageInStore(const std::shared_ptr<MessageStore>& store,
+    static std::shared_ptr<M> messageInStore(const std::shared_ptr<MessageSource>& store,
                                              Arguments&&... arguments) {
         initialize();
         auto message = std::make_shared<M>(std::forward<Arguments>(arguments)...);
@@ -70,9 +75,22 @@ public:
     Message& operator=(const Message&) = delete;
     virtual ~Message();
 
-    /// Null when the message has no store, or its store is gone.
-    std::shared_ptr<MessageStore> messageStore() const { return _store.lock(); }
-    void setMessageStore(const std::shared_ptr<MessageStore>& store);
+    /// Null when the message has no source, or its source is gone.
+    std::shared_ptr<MessageSource> messageSource() const { return _source.lock(); }
+    /// The source if it is a mailbox; null otherwise.
+    std::shared_ptr<MessageStore> messageStore() const;
+    /// A mailbox or another source; null takes the message out of the one it had.
+    void setMessageStore(const std::shared_ptr<MessageSource>& store);
+
+    /// What tells this message from the others of its store: the source's answer, or for a message without one
+    /// MessageHeaders::messageID().
+    virtual std::string messageID();
+    /// Whether header block or body could not be had when they were last asked for: the store is closed, or
+    /// another program has cut off or changed the mailbox meanwhile.  What headers and body then tell is empty.
+    /// Any thread.
+    bool bytesAreMissing() const { return _missing.load() != 0; }
+    /// For sources, headers and bodies: the outcome of reading a part.
+    void noteMissing(MessagePart part, bool missing = true);
 
     // Each is made on first use; the setters take null to have it made anew.
     std::shared_ptr<MessageHeaders> headers();
@@ -95,11 +113,12 @@ public:
     std::string description();
 
 private:
-    std::weak_ptr<MessageStore> _store;
+    std::weak_ptr<MessageSource> _source;
     // In this order, so that they go in the order headers, body, flags.
     std::shared_ptr<MessageFlags> _flags;
     std::shared_ptr<MessageBody> _body;
     std::shared_ptr<MessageHeaders> _headers;
+    std::atomic<std::uint8_t> _missing = 0;  // one bit a MessagePart
 };
 
 }  // namespace lorvale

@@ -5,12 +5,11 @@
 
 namespace lorvale {
 
-class MessageStore;
+class MessageSource;
 
-/// Makes the store of Message::messageWithData(): one that holds a single message in a data buffer.  Stores are
-/// a higher folder, so theirs plugs itself in, from NamedClass("KTDataMessageStore", ...), which is touched at
-/// the first use of messages.
-using DataStoreMaker = std::shared_ptr<MessageStore> (*)(const Data& data);
+/// Makes the source of Message::messageWithData(): one that holds a single message in a data buffer.  It is a
+/// store, so of a higher folder, and plugs itself in when classes are touched (RegisteredClass.h).
+using DataStoreMaker = std::shared_ptr<MessageSource> (*)(const Data& data);
 void setDataStoreMaker(DataStoreMaker make);
 DataStoreMaker dataStoreMaker();
 

@@ -1,33 +1,18 @@
 #include "lorvale/message.h"
 
-#include <array>
 #include <mutex>
 
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/user_agent.h"
-#include "lorvale/store.h"
 #include "lorvale/values/format.h"
-#include "mail/model/ClassNames.h"
 #include "mail/model/DataStoreHook.h"
+#include "mail/model/RegisteredClass.h"
 
 namespace lorvale {
 
-namespace {
-
-// The order counts: of two equally willing classes the one that registered first is taken.
-constexpr auto kClassNames = std::to_array<std::string_view>({
-    "TarnMbox", "BerkeleyMbox", "IMAPStore",  // stores
-    "PlainBody", "MimeBody", "TarnMailBody",  // bodies
-    "KTDataMessageStore",                     // the store of messageWithData()
-});
-
-}  // namespace
-
 void Message::initialize() {
     static std::once_flag once;
-    std::call_once(once, [] {
-        for (const auto name : kClassNames) NamedClass::touchClassNamed(name);
-    });
+    std::call_once(once, RegisteredClass::touchAll);
 }
 
 std::shared_ptr<Message> Message::messageWithData(const Data& data) {
@@ -79,8 +64,27 @@ std::string Message::verboseVersion() {
 Message::Message() = default;
 Message::~Message() = default;
 
-void Message::setMessageStore(const std::shared_ptr<MessageStore>& store) {
-    _store = store;
+std::shared_ptr<MessageStore> Message::messageStore() const {
+    const auto source = messageSource();
+    return source ? source->messageStore() : nullptr;
+}
+
+void Message::setMessageStore(const std::shared_ptr<MessageSource>& store) {
+    _source = store;
+}
+
+std::string Message::messageID() {
+    const auto source = messageSource();
+    return source ? source->messageIDForMessage(*this) : headers()->messageID();
+}
+
+void Message::noteMissing(MessagePart part, bool missing) {
+    const auto bit = static_cast<std::uint8_t>(part);
+    if (missing) {
+        _missing.fetch_or(bit);
+    } else {
+        _missing.fetch_and(static_cast<std::uint8_t>(~bit));
+    }
 }
 
 std::shared_ptr<MessageHeaders> Message::headers() {
@@ -94,7 +98,7 @@ void Message::setHeaders(std::shared_ptr<MessageHeaders> headers) {
 
 std::shared_ptr<MessageFlags> Message::messageFlags() {
     if (_flags) return _flags;
-    if (const auto store = messageStore()) _flags = store->flagsForMessage(*this);
+    if (const auto source = messageSource()) _flags = source->flagsForMessage(*this);
     if (!_flags) _flags = MessageFlags::flagsForMessage(*this);
     return _flags;
 }

@@ -3,7 +3,6 @@
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/paths.h"
-#include "lorvale/store.h"
 
 namespace lorvale {
 
@@ -71,8 +70,10 @@ void MessageBody::setMessage(const std::shared_ptr<Message>& message) {
 std::optional<Data> MessageBody::encodedBody() {
     if (_encoded) return _encoded;
     const auto message = _message.lock();
-    const auto store = message ? message->messageStore() : nullptr;
-    if (store) _encoded = store->bodyForMessage(*message);
+    if (!message) return std::nullopt;
+    const auto source = message->messageSource();
+    if (source) _encoded = source->bodyForMessage(*message);
+    message->noteMissing(MessagePart::body, !_encoded);
     return _encoded;
 }
 
@@ -82,7 +83,7 @@ void MessageBody::setEncodedBody(std::optional<Data> bytes) {
 
 void MessageBody::flushCachedData() {
     const auto message = _message.lock();
-    if (message && message->messageStore()) _encoded.reset();
+    if (message && message->messageSource()) _encoded.reset();
 }
 
 std::size_t MessageBody::cachedDataSize() const {

@@ -5,7 +5,6 @@
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/paths.h"
-#include "lorvale/store.h"
 #include "lorvale/values/text.h"
 #include "mail/model/AddressUtils.h"
 #include "mail/model/DateUtils.h"
@@ -55,9 +54,9 @@ const CachedHeaders& MessageHeaders::cachedHeaders() {
     static const CachedHeaders none;
     if (!_cachedHeaders) {
         const auto message = _message.lock();
-        const auto store = message ? message->messageStore() : nullptr;
-        if (!store) return none;
-        setCachedHeaders(store->cachedHeadersForMessage(*message));
+        const auto source = message ? message->messageSource() : nullptr;
+        if (!source) return none;
+        setCachedHeaders(source->cachedHeadersForMessage(*message));
     }
     return *_cachedHeaders;
 }
@@ -76,14 +75,17 @@ void MessageHeaders::setCachedHeaders(const std::optional<CachedHeaders>& header
     _cachedHeaders = std::move(normal);
 }
 
-std::optional<Data> MessageHeaders::headerDataOfStore() const {
+std::optional<Data> MessageHeaders::headerDataOfSource() const {
     const auto message = _message.lock();
-    const auto store = message ? message->messageStore() : nullptr;
-    return store ? store->allHeadersForMessage(*message) : std::nullopt;
+    if (!message) return std::nullopt;
+    const auto source = message->messageSource();
+    auto block = source ? source->allHeadersForMessage(*message) : std::nullopt;
+    message->noteMissing(MessagePart::headers, !block);
+    return block;
 }
 
 void MessageHeaders::loadAllHeaders() {
-    if (!_allHeaders) loadAllHeaders(headerDataOfStore().value_or(Data()));
+    if (!_allHeaders) loadAllHeaders(headerDataOfSource().value_or(Data()));
 }
 
 void MessageHeaders::loadAllHeaders(const Data& block) {
@@ -196,7 +198,7 @@ std::string MessageHeaders::messageID() {
 std::string MessageHeaders::envelopeText() {
     // A listing asks each message of a mailbox for its date: that must not load all their headers.
     if (!_allHeaders) {
-        const auto block = headerDataOfStore().value_or(Data());
+        const auto block = headerDataOfSource().value_or(Data());
         if (auto envelope = envelopeInBlock(block.view())) return std::move(*envelope);
         loadAllHeaders(block);
     }
@@ -251,7 +253,7 @@ std::optional<Data> MessageHeaders::encodedHeadersForDelivery() {
 }
 
 std::optional<Data> MessageHeaders::_encodedHeadersIncludingFromSpace(bool fromSpace) {
-    if (!_headersChanged) return headerDataOfStore();
+    if (!_headersChanged) return headerDataOfSource();
     return encodeHeaderBlock(allHeaders(), allHeadersOrder(), _originalKeys,
                              fromSpace ? EnvelopeLine::write : EnvelopeLine::leaveOut);
 }

@@ -34,6 +34,7 @@ CachedHeaders ofChangedHeaders(MessageHeaders& headers) {
 CachedHeaders readCachedHeaders(Message& message, const std::optional<Data>& headerBlock,
                                 HeaderSpelling spelling) {
     const auto headers = message.headers();
+    message.noteMissing(MessagePart::headers, !headerBlock && !headers->headersChanged());
     auto cached = headers->headersChanged() ? ofChangedHeaders(*headers)
                                             : cachedHeadersInBlock(headerBlock ? headerBlock->view() : "");
     if (spelling == HeaderSpelling::ofMessage) return cached;

@@ -35,6 +35,10 @@ MessageStore::~MessageStore() {
     if (!_path.empty()) MessageStore::close();
 }
 
+std::shared_ptr<MessageStore> MessageStore::messageStore() {
+    return weak_from_this().lock();
+}
+
 bool MessageStore::openAtPath(std::string_view path, bool, bool, const std::shared_ptr<MailAccount>& account) {
     _path = path;
     _userInfo = userInfoForPath(path);

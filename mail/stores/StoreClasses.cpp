@@ -6,8 +6,8 @@
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/store.h"
-#include "mail/model/ClassNames.h"
 #include "mail/model/DataStoreHook.h"
+#include "mail/model/RegisteredClass.h"
 #include "mail/stores/KTDataMessageStore.h"
 #include "mail/stores/OpenStores.h"
 
@@ -29,10 +29,10 @@ DefaultClass& defaultClass() {
     return holder;
 }
 
-const NamedClass kBerkeleyMbox("BerkeleyMbox",
-                               [] { storeClasses().registerClass(BerkeleyMbox::storeClass()); });
-const NamedClass kDataStore("KTDataMessageStore", [] {
-    setDataStoreMaker([](const Data& data) -> std::shared_ptr<MessageStore> {
+const RegisteredClass kBerkeleyMbox(ClassRank::alternative,
+                                    [] { storeClasses().registerClass(BerkeleyMbox::storeClass()); });
+const RegisteredClass kDataStore(ClassRank::withoutOrder, [] {
+    setDataStoreMaker([](const Data& data) -> std::shared_ptr<MessageSource> {
         return KTDataMessageStore::initWithData(data);
     });
 });

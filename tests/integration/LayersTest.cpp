@@ -45,14 +45,22 @@ const std::vector<std::vector<BaseFolder>> kBaseRanks = {
      {"richtext", {"lorvale/values/attributed_text.h", "lorvale/values/file_wrapper.h"}}},
 };
 
-// The folders of mail/, in the same way.
-const std::vector<Texts> kMailRanks = {{"encoding"}, {"settings"}, {"model"},
-                                       {"mime"},     {"stores"},   {"delivery", "fetch", "imap", "search"},
-                                       {"accounts"}};
+/// Folders of mail/ that do not know each other, and the families of public headers that come with them.
+struct MailRank {
+    Texts folders, families;
+};
 
-const Texts kMailHeaders = {"lorvale/account", "lorvale/defaults", "lorvale/delivery", "lorvale/export.h",
-                            "lorvale/message", "lorvale/mime",     "lorvale/platform", "lorvale/search",
-                            "lorvale/store",   "lorvale/values"};
+// Lower ones first.  A folder sees the families of its own rank and below, so that no mail folder below the
+// stores can name a store.
+const std::vector<MailRank> kMailRanks = {
+    {{"encoding"}, {"lorvale/mime"}},
+    {{"settings"}, {"lorvale/defaults"}},
+    {{"model"}, {"lorvale/message"}},
+    {{"mime"}, {}},
+    {{"stores"}, {"lorvale/store"}},
+    {{"delivery", "fetch", "imap", "search"}, {"lorvale/delivery", "lorvale/search"}},
+    {{"accounts"}, {"lorvale/account"}},
+};
 
 /// Adds what each folder of base/ may include: lower ones, itself, and the public headers of both.
 void addBaseLayers(std::vector<Layer>& layers) {
@@ -73,26 +81,27 @@ void addBaseLayers(std::vector<Layer>& layers) {
 
 std::vector<Layer> layers() {
     // The most telling folder stands first: the first match counts.
+    const Texts services = {"lorvale/export.h", "lorvale/values", "lorvale/platform"};
     std::vector<Layer> all = {
+        {"include/lorvale/export", {}},
         {"include/lorvale/values", {"lorvale/export.h", "lorvale/values"}},
-        {"include/lorvale/platform", {"lorvale/export.h", "lorvale/values", "lorvale/platform"}},
+        {"include/lorvale/platform", services},
         {"include/lorvale/toolkit", {"lorvale/export.h", "lorvale/toolkit"}},
-        {"include/lorvale", kMailHeaders},
         {"toolkit", {"toolkit/", "lorvale/export.h", "lorvale/toolkit"}},
     };
     addBaseLayers(all);
-    Texts lower = kMailHeaders;
-    lower.push_back("base/");
+    Texts families = services, folders = {"base/"};  // those that may be seen so far
     for (const auto& rank : kMailRanks) {
-        Texts own;
-        for (const auto& folder : rank) {
-            Texts allowed = lower;
+        families.insert(families.end(), rank.families.begin(), rank.families.end());
+        for (const auto& family : rank.families) all.push_back({"include/" + family, families});
+        for (const auto& folder : rank.folders) {
+            Texts allowed = families;
+            allowed.insert(allowed.end(), folders.begin(), folders.end());
             allowed.push_back("mail/" + folder + "/");
             if (folder == "search") allowed.insert(allowed.end(), {"toolkit/", "lorvale/toolkit"});
             all.push_back({"mail/" + folder, allowed});
-            own.push_back("mail/" + folder + "/");
         }
-        lower.insert(lower.end(), own.begin(), own.end());
+        for (const auto& folder : rank.folders) folders.push_back("mail/" + folder + "/");
     }
     all.push_back({"examples", {"lorvale/"}});
     return all;

@@ -138,7 +138,7 @@ public:
 
 private:
     std::optional<Data> _encodedHeadersIncludingFromSpace(bool fromSpace);
-    std::optional<Data> headerDataOfStore() const;
+    std::optional<Data> headerDataOfSource() const;
     void loadAllHeaders();
     void loadAllHeaders(const Data& block);
     std::string envelopeText();

@@ -11,6 +11,7 @@
 
 #include "lorvale/export.h"
 #include "lorvale/message/headers.h"
+#include "lorvale/message/source.h"
 #include "lorvale/store/constants.h"
 #include "lorvale/store/store_class.h"
 #include "lorvale/values/data.h"
@@ -40,7 +41,7 @@ struct CountAndSize {
 /// The lists and attributes belong to one thread, the main thread as a rule, and are not locked; a reference to
 /// a list is good until the next operation that changes lists.  Only the table of open stores, the registry of
 /// classes and shouldProcessInBackground() may be used by any thread.
-class LORVALE_EXPORT MessageStore : public std::enable_shared_from_this<MessageStore> {
+class LORVALE_EXPORT MessageStore : public MessageSource, public std::enable_shared_from_this<MessageStore> {
 public:
     // Which class opens a path.  The known classes register themselves before the first question.
 
@@ -69,10 +70,9 @@ public:
     /// Abstract; see abstractOperation().
     static std::optional<std::string> storeFileExtension();
 
-    MessageStore(const MessageStore&) = delete;
-    MessageStore& operator=(const MessageStore&) = delete;
     /// Closes the store; a subclass that overrides close() calls its own in its own destructor.
-    virtual ~MessageStore();
+    ~MessageStore() override;
+    std::shared_ptr<MessageStore> messageStore() override;
 
     // The life of a store.
     virtual void didOpen();
@@ -114,7 +114,7 @@ public:
 
     // Flags.  `havingKeys` are names of flags (lorvale/message/flags.h): those of `flags` that count.
     /// Abstract.
-    virtual std::shared_ptr<MessageFlags> flagsForMessage(Message& message);
+    std::shared_ptr<MessageFlags> flagsForMessage(Message& message) override;
     /// Abstract.
     virtual void setFlags(const MessageFlags& flags, std::span<const std::string_view> havingKeys,
                           const MessageList& forMessages);
@@ -138,11 +138,10 @@ public:
     virtual std::optional<MessageList> undeleteLastDeletedMessages();
     void invalidateDeleteStack();
 
-    // The bytes of a message.  Abstract.
-    virtual CachedHeaders cachedHeadersForMessage(Message& message);
-    /// Up to and including the empty line.
-    virtual std::optional<Data> allHeadersForMessage(Message& message);
-    virtual std::optional<Data> bodyForMessage(Message& message);
+    // The bytes of a message, as MessageSource says.  Abstract.
+    CachedHeaders cachedHeadersForMessage(Message& message) override;
+    std::optional<Data> allHeadersForMessage(Message& message) override;
+    std::optional<Data> bodyForMessage(Message& message) override;
 
     // Compaction: taking deleted messages out of the mailbox for good.
     virtual bool canCompact() const;

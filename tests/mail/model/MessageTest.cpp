@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "mail/model/ClassNames.h"
+#include "mail/model/RegisteredClass.h"
 #include "tests/mail/model/MemoryStore.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestSupport.h"
@@ -79,13 +79,36 @@ TEST(Message, EmptyOneIsFilledByHand) {
     EXPECT_EQ(body->encodedBody()->view(), "text");  // there is no store to read it again from
 }
 
-int touched = 0;
-const NamedClass kTouched("ClassOfThisTest", [] { ++touched; });
+// In an order that is not theirs, so that neither the order of definition nor its reverse passes.
+std::string touched;
+const RegisteredClass kRemote(ClassRank::remote, [] { touched += 'r'; });
+const RegisteredClass kPreferred(ClassRank::preferred, [] { touched += 'p'; });
+const RegisteredClass kAlternative(ClassRank::alternative, [] { touched += 'a'; });
 
-TEST(ClassNames, AreTouchedByName) {
-    EXPECT_FALSE(NamedClass::touchClassNamed("NoSuchClass"));
-    EXPECT_TRUE(NamedClass::touchClassNamed("ClassOfThisTest"));
-    EXPECT_EQ(touched, 1);
+TEST(RegisteredClasses, AreTouchedOnceByRankAtTheFirstUseOfMessages) {
+    Message::initialize();
+    Message::initialize();
+    EXPECT_EQ(touched, "par");
+}
+
+TEST(Message, TellsThatItsBytesCannotBeHad) {
+    const StoredMessage stored("Subject: s\n\n");
+    stored.headers().allHeaders();
+    stored.message->messageBody()->encodedBody();
+    EXPECT_FALSE(stored.message->bytesAreMissing());
+    stored.message->flushCachedData();
+    stored.store->body.reset();
+    EXPECT_TRUE(stored.headers().encodedHeaders());
+    EXPECT_FALSE(stored.message->bytesAreMissing());  // nobody has asked for the body yet
+    EXPECT_EQ(stored.message->messageBody()->encodedBody(), std::nullopt);
+    stored.store->head.reset();
+    EXPECT_EQ(stored.headers().encodedHeaders(), std::nullopt);
+    stored.store->body = Data::copyOf("back again");
+    EXPECT_TRUE(stored.message->messageBody()->encodedBody());
+    EXPECT_TRUE(stored.message->bytesAreMissing());  // the headers
+    stored.store->head = Data::copyOf("Subject: s\n\n");
+    EXPECT_TRUE(stored.headers().encodedHeaders());
+    EXPECT_FALSE(stored.message->bytesAreMissing());
 }
 
 TEST(AttachmentPaths, AreNamedAfterTheSubject) {
