@@ -30,6 +30,20 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/store/message_store.h
     include/lorvale/store/store_class.h
     include/lorvale/toolkit.h
+    include/lorvale/toolkit/analysis.h
+    include/lorvale/toolkit/analysis/analysis.h
+    include/lorvale/toolkit/analysis/char_stream.h
+    include/lorvale/toolkit/analysis/filters.h
+    include/lorvale/toolkit/analysis/letter_tree.h
+    include/lorvale/toolkit/analysis/stemmers.h
+    include/lorvale/toolkit/analysis/stemming_dictionary.h
+    include/lorvale/toolkit/analysis/term.h
+    include/lorvale/toolkit/analysis/token_stream.h
+    include/lorvale/toolkit/analysis/tokenizers.h
+    include/lorvale/toolkit/corpus.h
+    include/lorvale/toolkit/corpus/corpus.h
+    include/lorvale/toolkit/corpus/doc.h
+    include/lorvale/toolkit/corpus/string_corpus.h
     include/lorvale/toolkit/storage.h
     include/lorvale/toolkit/storage/bit_array.h
     include/lorvale/toolkit/storage/block.h

@@ -62,6 +62,9 @@ const std::vector<MailRank> kMailRanks = {
     {{"accounts"}, {"lorvale/account"}},
 };
 
+// Folders of toolkit/, lower ones first; those of one rank do not know each other.
+const std::vector<Texts> kToolkitRanks = {{"storage"}, {"analysis", "corpus"}, {"index"}, {"retrieval"}};
+
 /// Adds what each folder of base/ may include: lower ones, itself, and the public headers of both.
 void addBaseLayers(std::vector<Layer>& layers) {
     Texts lower;
@@ -79,6 +82,21 @@ void addBaseLayers(std::vector<Layer>& layers) {
     }
 }
 
+/// Adds what each folder of toolkit/ may include: lower ones, itself, and any public header of the toolkit.
+void addToolkitLayers(std::vector<Layer>& layers) {
+    Texts lower = {"lorvale/export.h", "lorvale/toolkit"};
+    for (const auto& rank : kToolkitRanks) {
+        Texts ofThisRank;
+        for (const auto& folder : rank) {
+            Texts allowed = lower;
+            allowed.push_back("toolkit/" + folder + "/");
+            layers.push_back({"toolkit/" + folder, allowed});
+            ofThisRank.push_back("toolkit/" + folder + "/");
+        }
+        lower.insert(lower.end(), ofThisRank.begin(), ofThisRank.end());
+    }
+}
+
 std::vector<Layer> layers() {
     // The most telling folder stands first: the first match counts.
     const Texts services = {"lorvale/export.h", "lorvale/values", "lorvale/platform"};
@@ -87,9 +105,9 @@ std::vector<Layer> layers() {
         {"include/lorvale/values", {"lorvale/export.h", "lorvale/values"}},
         {"include/lorvale/platform", services},
         {"include/lorvale/toolkit", {"lorvale/export.h", "lorvale/toolkit"}},
-        {"toolkit", {"toolkit/", "lorvale/export.h", "lorvale/toolkit"}},
     };
     addBaseLayers(all);
+    addToolkitLayers(all);
     Texts families = services, folders = {"base/"};  // those that may be seen so far
     for (const auto& rank : kMailRanks) {
         families.insert(families.end(), rank.families.begin(), rank.families.end());

@@ -1,0 +1,84 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "lorvale/toolkit/analysis.h"
+
+namespace brindle::testing {
+namespace {
+
+std::string stemOf(std::string word) {
+    Stem(word.data());
+    return word.c_str();
+}
+
+TEST(Stemmer, CutsSuffixesByItsRules) {
+    const struct {
+        const char *word, *stem;
+    } rows[] = {
+        {"caresses", "caress"},
+        {"ponies", "poni"},
+        {"cats", "cat"},
+        {"feed", "feed"},
+        {"agreed", "agre"},
+        {"plastered", "plastere"},
+        {"bled", "bled"},
+        {"motoring", "motore"},
+        {"sing", "sing"},
+        {"conflated", "conflate"},
+        {"troubled", "troubl"},
+        {"sized", "size"},
+        {"hopping", "hop"},
+        {"falling", "fall"},
+        {"hissing", "hiss"},
+        {"filing", "file"},
+        {"happy", "happi"},
+        {"sky", "sky"},
+        {"relational", "relate"},
+        {"conditional", "condition"},
+        {"rational", "ration"},
+        {"differentli", "differ"},
+        {"vileli", "vile"},
+        {"predication", "predic"},
+        {"operator", "oper"},
+        {"doctor", "doct"},
+        {"feudalism", "feudal"},
+        {"decisiveness", "decis"},
+        {"hopefulness", "hopeful"},
+        {"electrical", "electr"},
+        {"goodness", "good"},
+        {"allowance", "allow"},
+        {"adjustment", "adjust"},
+        {"replacement", "replace"},
+        {"adoption", "adopt"},
+        {"relationship", "relat"},
+        {"friendship", "friend"},
+        {"government", "govern"},
+        {"cease", "ceas"},
+        {"probate", "probate"},
+        {"rate", "rate"},
+        {"controll", "controll"},
+        {"roll", "roll"},
+        {"is", "i"},
+        {"ship", "ship"},
+        {"ed", "ed"},
+        {"ing", "ing"},
+        {"hurrying", "hurry"},
+        {"hurry", "hurri"},
+        {"", ""},
+        {"o'clock", "o'clock"},
+        {"3.14", "3.14"},
+        {"don't", "don't"},
+        {"dog's", "dog"},
+        {"dog\xD5s", "dog"},
+        {"dog\xABs", "dog"},
+        {"dog`s", "dog"},
+        {"mail's", "mail"},
+        {"caf\xE9s", "caf\xE9s"},
+        {"a b's", "a b's"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(stemOf(row.word), row.stem) << row.word;
+}
+
+}  // namespace
+}  // namespace brindle::testing

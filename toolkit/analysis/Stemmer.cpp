@@ -1,0 +1,155 @@
+#include "toolkit/analysis/Stemmer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "lorvale/toolkit/analysis/stemmers.h"
+#include "toolkit/analysis/ByteClasses.h"
+#include "toolkit/analysis/StemRules.h"
+
+namespace brindle {
+
+namespace {
+
+constexpr bool isVowel(char c) {
+    return c == 'a' || c == 'e' || c == 'i' || c == 'o' || c == 'u';
+}
+
+/// Whether the measure of a word, the number of its changes from vowel to consonant, exceeds `limit`.
+/// A "y" is a vowel behind a consonant, and a consonant elsewhere.
+bool measureExceeds(std::string_view word, int limit) {
+    bool consonant = false;  // the letter before was one
+    bool vowel = false;      // or it was one of these; at the start neither
+    for (const char c : word) {
+        const bool nowVowel = isVowel(c) || (c == 'y' && consonant);
+        limit -= vowel && !nowVowel;
+        vowel = nowVowel;
+        consonant = !nowVowel;
+    }
+    return limit < 0;
+}
+
+bool containsVowel(std::string_view word) {
+    if (word.empty()) return false;
+    return isVowel(word[0]) ||
+           std::ranges::any_of(word.substr(1), [](char c) { return isVowel(c) || c == 'y'; });
+}
+
+/// A word on its way through the steps.
+class Stemming {
+public:
+    Stemming(char* ofWord, std::size_t ofLength) : word(ofWord), length(ofLength) {}
+
+    void CutPossessive() { Replace(kStep0); }
+    void CutSuffixes();
+    std::size_t Length() const { return length; }
+
+private:
+    std::string_view Text() const { return {word, length}; }
+    template <std::size_t N>
+    std::uint16_t Replace(const StemStep<N>& step);
+    bool Replace(const StemRule& rule);
+    bool Holds(StemCondition condition, std::string_view rest);
+    bool EndsWithCVC(std::string_view rest);
+    bool RestoreAnE();
+
+    char* const word;
+    std::size_t length;
+    // A word that lost "ed" or "ing" and was not made whole is left as it is: no later ending matches.  The
+    // same holds for a word that keeps its last "e".  So "hurrying" gives "hurry", while "hurry" gives "hurri".
+    // Every index holds stems made this way.
+    bool settled = false;
+};
+
+/// Whether consonant, vowel and consonant stand at the end, the last being none of w, x and y.  Before a rest
+/// of two letters a consonant is assumed.  A rest that has been looked at and left alone is settled.
+bool Stemming::EndsWithCVC(std::string_view rest) {
+    if (rest.size() < 2) return false;
+    settled = true;
+    const char last = rest.back();
+    const char middle = rest[rest.size() - 2];
+    return !isVowel(last) && last != 'w' && last != 'x' && last != 'y' && (isVowel(middle) || middle == 'y') &&
+           (rest.size() == 2 || !isVowel(rest[rest.size() - 3]));
+}
+
+bool Stemming::Holds(StemCondition condition, std::string_view rest) {
+    switch (condition) {
+        case StemCondition::none:
+            return true;
+        case StemCondition::containsVowel:
+            return containsVowel(rest);
+        case StemCondition::removeAnE:
+            return !EndsWithCVC(rest);
+    }
+    return false;
+}
+
+bool Stemming::Replace(const StemRule& rule) {
+    const std::string_view ending = rule.oldEnding;
+    // An ending never takes the whole word.
+    if (ending.size() >= length || !Text().ends_with(ending)) return false;
+    const std::string_view rest = Text().substr(0, length - ending.size());
+    if (!measureExceeds(rest, rule.minimumRootMeasure) || !Holds(rule.condition, rest)) return false;
+    settled = false;
+    std::copy(rule.newEnding.begin(), rule.newEnding.end(), word + rest.size());
+    length = rest.size() + rule.newEnding.size();
+    return true;
+}
+
+/// Applies the first rule that fits and answers its number, or 0.
+template <std::size_t N>
+std::uint16_t Stemming::Replace(const StemStep<N>& step) {
+    if (settled || length == 0) return 0;
+    for (auto i = step.first[static_cast<unsigned char>(word[length - 1])]; i != step.None; i = step.next[i])
+        if (Replace(step.rules[i])) return step.rules[i].id;
+    return 0;
+}
+
+/// Appends an "e" to what "ed" or "ing" were cut from, where it looks as if one had been there.
+bool Stemming::RestoreAnE() {
+    if (!EndsWithCVC(Text())) return false;
+    settled = false;
+    word[length++] = 'e';
+    return true;
+}
+
+void Stemming::CutSuffixes() {
+    Replace(kStep1a);
+    const auto cut = Replace(kStep1b);
+    bool restoredAnE = false;
+    if (cut == kRuleEd || cut == kRuleIng) restoredAnE = Replace(kStep1b1) == 0 && RestoreAnE();
+    Replace(kStep1c);
+    Replace(kStep2);
+    Replace(kStep3);
+    Replace(kStep4);
+    if (!restoredAnE) Replace(kStep5a);
+    Replace(kStep5b);
+}
+
+/// The two high forms of the apostrophe pass, so that possessives written with them are cut.
+bool isGraphicOrApostrophe(char c) {
+    return IsGraphic(c) || c == '\xD5' || c == '\xAB';
+}
+
+}  // namespace
+
+StemmedWord StemInPlace(char* word, std::uint32_t length) {
+    Stemming stemming(word, length);
+    const auto view = [&] { return std::string_view(word, stemming.Length()); };
+    if (!std::ranges::all_of(view(), IsAlphanumeric)) {
+        if (!std::ranges::all_of(view(), isGraphicOrApostrophe)) return {length, false};
+        stemming.CutPossessive();
+        if (!std::ranges::all_of(view(), IsAlphanumeric))
+            return {static_cast<std::uint32_t>(stemming.Length()), false};
+    }
+    stemming.CutSuffixes();
+    return {static_cast<std::uint32_t>(stemming.Length()), true};
+}
+
+bool Stem(char* word) {
+    const StemmedWord stemmed = StemInPlace(word, static_cast<std::uint32_t>(std::strlen(word)));
+    word[stemmed.length] = '\0';
+    return stemmed.complete;
+}
+
+}  // namespace brindle

@@ -1,0 +1,14 @@
+#pragma once
+#include <cstdint>
+
+namespace brindle {
+
+struct StemmedWord {
+    std::uint32_t length;
+    bool complete;  // false if it stopped at a byte that is neither letter nor digit
+};
+
+/// Stem() for a word that need not be terminated.
+StemmedWord StemInPlace(char* word, std::uint32_t length);
+
+}  // namespace brindle
