@@ -31,7 +31,7 @@ public:
 
     /// Takes one byte; when it fills the group, writes up to three bytes at `out` and answers how many.
     std::size_t take(std::uint8_t byte, std::uint8_t* out) {
-        if (byte == '=') {
+        if ((byte & 0x7F) == '=') {
             ++_pads;
         } else if (!ByteSet::asciiWhitespaceSet().byteIsMember(byte)) {
             _pads = 0;

@@ -111,7 +111,7 @@ Base64Progress encodeBase64Lines(std::string_view in, std::uint8_t* out, const B
 
 std::span<const Base64Kernels> base64Kernels() {
     static const auto kernels = [] {
-        std::vector<Base64Kernels> all{{decodeNoLines, encodeLinesPortably}};
+        std::vector<Base64Kernels> all{{"portable", decodeNoLines, encodeLinesPortably}};
         for (const auto& special : base64KernelsOfProcessor()) all.push_back(special);
         return all;
     }();

@@ -24,11 +24,15 @@ struct Base64Progress {
 };
 
 struct Base64Kernels {
+    std::string_view name;  ///< "portable", "AVX2", "AVX-512 VBMI"
     /// Decodes lines of `length` symbols, a multiple of 4, each with a "\n" behind it, or stretches of that
-    /// length when `hasLineEnds` is not set.  Stops before the first that holds anything else and at the latest
-    /// a little before the end.  `out` has room for in.size() / 4 * 3 bytes.
+    /// length when `hasLineEnds` is not set.  Stops before the first that holds anything else, and may stop
+    /// before one with fewer than 24 bytes of input behind it; the portable one stops at once.  Reads nothing
+    /// beyond `in`.  Writes at most 16 bytes beyond what it decoded, and never beyond the in.size() / 4 * 3
+    /// bytes for which `out` has room.
     Base64Progress (*decodeLines)(std::string_view in, std::size_t length, bool hasLineEnds, std::uint8_t* out);
-    /// Encodes full lines, with their line ends, all but a few.  `out` has room for just the full lines.
+    /// Encodes full lines, with their line ends; may leave one with fewer than 16 bytes of input behind it.
+    /// Reads nothing beyond `in`, writes nothing beyond what it answers.
     Base64Progress (*encodeLines)(std::string_view in, std::uint8_t* out);
 };
 

@@ -20,7 +20,7 @@ namespace {
 #define LORVALE_AVX2 __attribute__((target("avx2")))
 #define LORVALE_VBMI __attribute__((target("avx512f,avx512bw,avx512vbmi")))
 
-// AVX2: 32 symbols for 24 bytes at a time ------------------------------------------------------------------
+// AVX2: 32 symbols for 24 bytes at a time.
 
 constexpr std::size_t kShort = 32, kShortBytes = 24;
 
@@ -115,8 +115,7 @@ LORVALE_AVX2 Base64Progress encodeLinesAVX2(std::string_view in, std::uint8_t* o
     return done;
 }
 
-// AVX-512 VBMI: 64 symbols for 48 bytes at a time, with tables of 64 and 128 entries in registers
-// ---------------
+// AVX-512 VBMI: 64 symbols for 48 bytes at a time, with tables of 64 and 128 entries in registers.
 
 constexpr std::size_t kLong = 64, kLongBytes = 48;
 constexpr __mmask64 kAll = ~__mmask64{0};  // the forms without a mask make gcc 12 warn of its own header
@@ -221,7 +220,8 @@ LORVALE_VBMI Base64Progress encodeLinesVBMI(std::string_view in, std::uint8_t* o
     return done;
 }
 
-constexpr Base64Kernels kKernels[] = {{decodeLinesAVX2, encodeLinesAVX2}, {decodeLinesVBMI, encodeLinesVBMI}};
+constexpr Base64Kernels kKernels[] = {{"AVX2", decodeLinesAVX2, encodeLinesAVX2},
+                                      {"AVX-512 VBMI", decodeLinesVBMI, encodeLinesVBMI}};
 
 }  // namespace
 

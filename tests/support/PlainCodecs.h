@@ -17,7 +17,7 @@ inline std::string plainDecodeBase64(std::string_view in) {
     unsigned bits = 0;
     std::size_t count = 0, pads = 0;
     for (const char c : in) {
-        if (c == '=') {
+        if ((static_cast<std::uint8_t>(c) & 0x7F) == '=') {
             ++pads;
         } else if (kPlainWhite.find(c) == std::string_view::npos) {
             pads = 0;

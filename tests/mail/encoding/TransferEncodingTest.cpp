@@ -84,6 +84,7 @@ TEST(Base64, EveryKernelKeepsThePlainRules) {
         for (auto count = random.below(4); count > 0; --count)
             text.insert(random.below(text.size() + 1), odd[random.below(std::size(odd))]);
         for (const auto& kernels : base64Kernels()) {
+            SCOPED_TRACE(kernels.name);
             const ExactCopy exactBytes(bytes), exactPlain(plain), exactText(text);
             ASSERT_EQ(encodeBase64(Data::ofStatic(exactBytes), kernels).view(), plain);
             ByteBuffer back, decoded;
