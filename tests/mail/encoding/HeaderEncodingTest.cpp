@@ -36,6 +36,8 @@ TEST(HeaderDecoding, ReadsEncodedWords) {
         {"a question mark inside", "=?utf-8?q?who?what?=", "who?what"},
         {"a blank in the end mark", "=?utf-8?q?a? =b", "ab"},
         {"Japanese", "=?iso-2022-jp?B?GyRCRnxLXBsoQg==?=", "日本"},
+        {"Japanese cut inside a character", "=?iso-2022-jp?B?GyRCRnxL?= a", "日\uFFFDa"},
+        {"UTF-16 in pieces without a mark", "=?unicode-1-1?q?=20=AC_=00=E9?=", "€ é"},
         {"Latin 2 and code pages", "=?iso-8859-2?q?=B1?= =?windows-1250?q?=9C?= =?WINDOWS-1252?q?=80?=", "ąś€"},
         {"ASCII that is not", "=?us-ascii?q?caf=E9?=", "café"},
         {"broken openers are dropped", "a =?b", "a "},
@@ -77,6 +79,7 @@ TEST(HeaderEncoding, WritesOneOpenerAndNoEndMark) {
         {"=?x", "=?us-ascii?q?=3D?x"},
         {"a =?b c", "a=?us-ascii?q?=3D?bc"},
         {"é =?b", "=?iso-8859-1?q?=E9=3D?b"},
+        {"a\t=?b", "a=?us-ascii?q?=3D?b"},
         // A byte that is not UTF-8 stands for itself.
         {"caf\xE9", "caf=?iso-8859-1?q?=E9"},
     };
@@ -85,6 +88,7 @@ TEST(HeaderEncoding, WritesOneOpenerAndNoEndMark) {
         EXPECT_EQ(encodeMimeHeaderValue(plain), plain);
     EXPECT_EQ(encodeHeaderValue("é", StringEncoding::utf8), "=?utf-8?q?=C3=A9")
         << "the preferred encoding first";
+    EXPECT_EQ(encodeHeaderValue("é€\u010A", StringEncoding::unicode), "=?unicode-1-1?q?=00=E9 =AC=01=0A");
 }
 
 TEST(HeaderEncoding, FoldsJapaneseText) {
@@ -97,6 +101,9 @@ TEST(HeaderEncoding, FoldsJapaneseText) {
                                                                  "\n " + std::string(64, 'x') +
                                                                  "\n \n =?ISO-2022-JP?B?GyRCRnwbKEI=?=")
         << "a word that does not fit folds twice";
+    // Columns 61 and 60: the first has room for no Japanese word, the second for a plain run of 18 more.
+    EXPECT_EQ(encodeMimeHeaderValue(x66.substr(0, 60) + "日"),
+              x66.substr(0, 60) + "\n \n =?ISO-2022-JP?B?GyRCRnwbKEI=?=");
     const std::string after = encodeMimeHeaderValue("日" + x66);
     EXPECT_EQ(after, "=?ISO-2022-JP?B?GyRCRnwbKEI=?=" + x66.substr(0, 46) + "\n " + x66.substr(0, 20));
 }
