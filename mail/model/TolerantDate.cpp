@@ -56,24 +56,6 @@ private:
     std::string_view _rest;
 };
 
-constexpr std::array<std::string_view, 12> kMonths = {"january",   "february", "march",    "april",
-                                                      "may",       "june",     "july",     "august",
-                                                      "september", "october",  "november", "december"};
-constexpr std::array<std::string_view, 7> kWeekdays = {"sunday",   "monday", "tuesday", "wednesday",
-                                                       "thursday", "friday", "saturday"};
-
-/// 1 for the first of the names of which the word is a beginning of at least three letters; 0 without one.
-template <std::size_t n>
-int indexOfName(const std::array<std::string_view, n>& names, std::string_view word) {
-    if (word.size() < 3) return 0;
-    for (std::size_t i = 0; i < n; ++i) {
-        if (word.size() <= names[i].size() && equalIgnoringAsciiCase(names[i].substr(0, word.size()), word)) {
-            return static_cast<int>(i) + 1;
-        }
-    }
-    return 0;
-}
-
 /// Reads a date word by word and takes each for what it can mean, the first meaning that is still missing.
 class DateReader {
 public:
@@ -159,7 +141,7 @@ private:
         }
         _cursor = ahead;
         if (!isDigit(second.front())) {
-            _month = indexOfName(kMonths, second);
+            _month = monthNamed(second).value_or(0);
             return first.size() <= 2 ? setDayAndYear(first, third) : setDayAndYear(third, first);
         }
         if (second.size() > 2) return false;
@@ -205,6 +187,7 @@ private:
             year -= 17100;
         }
         _year = year;
+        _yearBehindTime = _hour.has_value();
     }
 
     void readSignedNumber() {
@@ -244,11 +227,11 @@ private:
 
     bool readWord() {
         const auto word = _cursor.takeWhile(isWordByte);
-        if (const int month = indexOfName(kMonths, word)) {
+        if (const auto month = monthNamed(word)) {
             if (!_month) _month = month;
             return true;
         }
-        if (indexOfName(kWeekdays, word) != 0 || isOrdinalEnding(word)) return true;
+        if (weekdayNamed(word) || isOrdinalEnding(word)) return true;
         if (!_hour) return equalIgnoringAsciiCase(word, "t") || countUnknown();
         if (equalIgnoringAsciiCase(word, "am") || equalIgnoringAsciiCase(word, "pm")) {
             _afternoon = asciiLower(word.front()) == 'p';
@@ -262,7 +245,8 @@ private:
             if (!_namedZone) _namedZone = offset;
             return true;
         }
-        _unknownZone = true;
+        // Behind "12:46:23 2002" stands no zone any more, but the likes of "remote from host".
+        if (!_yearBehindTime) _unknownZone = true;
         return countUnknown();
     }
 
@@ -318,7 +302,7 @@ private:
     int _minute = 0, _second = 0;
     std::optional<bool> _afternoon;
     std::optional<std::int32_t> _zone, _namedZone, _commentZone;  // seconds east of UTC
-    bool _summerTime = false, _unknownZone = false;
+    bool _summerTime = false, _unknownZone = false, _yearBehindTime = false;
     int _unknownWords = 0;
 };
 

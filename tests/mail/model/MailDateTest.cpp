@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <random>
 #include <thread>
@@ -38,6 +40,7 @@ TEST(MailDates, OddFormsAreRead) {
         {"military letters count for nothing", "22 Aug 2002 12:46:23 A", "2002-08-22T12:46:23Z"},
         {"an unknown zone is UTC", "22 Aug 2002 12:46:23 XYZT", "2002-08-22T12:46:23Z"},
         {"summer time behind the zone", "22 Aug 2002 12:46:23 MET DST", "2002-08-22T10:46:23Z"},
+        {"an unknown zone before the year", "Thu Aug 22 12:46:23 XYZT 2002", "2002-08-22T12:46:23Z"},
         {"a wrong weekday", "Mon, 22 Aug 2002 12:46:23 +0000", "2002-08-22T12:46:23Z"},
         {"years since 1900", "22 Aug 102 12:46:23 GMT", "2002-08-22T12:46:23Z"},
         {"the same behind a 19", "22 Aug 19102 12:46:23 GMT", "2002-08-22T12:46:23Z"},
@@ -70,8 +73,13 @@ TEST(MailDates, OddFormsAreRead) {
 }
 
 TEST(MailDates, WithoutAZoneTheLocalOneHolds) {
-    const auto local = dateFromLocalCivil({2002, 8, 22, 12, 46, 0});
-    EXPECT_EQ(dateInTolerantForm("22 Aug 2002 12:46"), local);
+    setenv("TZ", "Asia/Kolkata", 1);
+    tzset();
+    const auto local = dateFromCivil({2002, 8, 22, 12, 46, 23}, 19'800);
+    for (const auto* text : {"22 Aug 2002 12:46:23", "Thu Aug 22 12:46:23 2002 remote from foo"})
+        EXPECT_EQ(dateInTolerantForm(text), local) << text;
+    unsetenv("TZ");
+    tzset();
 }
 
 TEST(MailDates, FailureIsLoggedOnce) {
