@@ -15,13 +15,16 @@ namespace {
 
 constexpr std::string_view kYes = "Yes", kNo = "No";
 
-/// The number a text begins with, as far as it fits; 0 without one.
+/// The number a text begins with, as far as it fits; 0 without one.  A negative one counts round from 2^32, as
+/// in any unsigned field.
 std::uint32_t leadingNumber(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(kAsciiWhite), text.size()));
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) text.remove_prefix(1);
     std::uint32_t number = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
     if (result.ec == std::errc::result_out_of_range) return std::numeric_limits<std::uint32_t>::max();
-    return number;
+    return negative ? 0 - number : number;
 }
 
 }  // namespace

@@ -42,7 +42,9 @@ TEST(MessageFlags, PriorityIsTextInTheDictionary) {
     EXPECT_EQ(flags.objectForKey(MessagePriorityLevel), "5");
     for (const auto& [text, number] : {std::pair<const char*, std::uint32_t>{" 7 high", 7},
                                        {"high", 0},
-                                       {"-1", 0},
+                                       {"-1", 0xFFFFFFFF},
+                                       {"+7", 7},
+                                       {"+-7", 0},
                                        {"99999999999", 0xFFFFFFFF}}) {
         flags.setObject(text, MessagePriorityLevel);
         EXPECT_EQ(flags.priority(), number) << text;
