@@ -1,5 +1,7 @@
 #include "mail/model/HeaderEncoding.h"
 
+#include <algorithm>
+#include <map>
 #include <span>
 
 #include "lorvale/mime.h"
@@ -42,19 +44,29 @@ private:
 
 class HeaderBlockEncoder {
 public:
+    /// A newline can hide in an encoded word.  Written as it is it would end the header, or the block, and turn
+    /// what follows into headers or text of the sender's choice; as a fold it does no harm.
     void addLine(std::string_view start, std::string_view value) {
         append(start);
-        // A newline can hide in an encoded word.  Written as it is it would end the header, or the block, and
-        // turn what follows into headers or text of the sender's choice; as a fold it does no harm.
         for (;;) {
             const auto newline = value.find('\n');
-            append(value.substr(0, newline));
+            appendHarmless(value.substr(0, newline));
             if (newline == std::string_view::npos) break;
             value.remove_prefix(newline + 1);
             const bool isFold = value.starts_with(' ') || value.starts_with('\t');
             append(isFold ? "\n" : "\n ");
         }
         append("\n");
+    }
+
+    /// A name in which nothing ends the line or the name.  One from mail never begins with white space, which
+    /// would make it part of the header before.
+    void addName(std::string_view name) {
+        name.remove_prefix(std::min(name.find_first_not_of(kAsciiWhite), name.size()));
+        std::string harmless(name);
+        std::ranges::replace_if(
+            harmless, [](char c) { return c == ':' || (c >= '\0' && c < ' ' && c != '\t'); }, '-');
+        append(harmless);
     }
 
     void append(std::string_view text) {
@@ -68,6 +80,19 @@ public:
     Data data() { return _block.data(); }
 
 private:
+    /// Bytes that one reader or another takes for a line end become blanks.  The carriage return of a CRLF
+    /// stays: the message has such line ends.
+    void appendHarmless(std::string_view text) {
+        const bool hasReturn = text.ends_with('\r');
+        if (hasReturn) text.remove_suffix(1);
+        std::string harmless(text);
+        std::ranges::replace_if(
+            harmless, [](char c) { return kLineEnds.find(c) != std::string_view::npos; }, ' ');
+        append(harmless);
+        if (hasReturn) append("\r");
+    }
+
+    static constexpr std::string_view kLineEnds{"\r\0\v\f\x1C\x1D\x1E", 7};
     ByteBuffer _block;
 };
 
@@ -86,7 +111,7 @@ Data encodeHeaderBlock(const HeaderDictionary& headers, const HeaderOrder& order
         const auto original = originalKeys.find(key);
         const std::string& name = original == originalKeys.end() ? key : original->second;
         for (const auto& value : values.next(key)) {
-            block.append(name);
+            block.addName(name);
             block.addLine(": ", encodeMimeHeaderValue(value));
         }
     }
