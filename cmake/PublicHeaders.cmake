@@ -6,9 +6,11 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/message/address_manager.h
     include/lorvale/message/addresses.h
     include/lorvale/message/body.h
+    include/lorvale/message/dates.h
     include/lorvale/message/flags.h
     include/lorvale/message/headers.h
     include/lorvale/message/source.h
+    include/lorvale/message/subjects.h
     include/lorvale/message/willingness_registry.h
     include/lorvale/mime.h
     include/lorvale/platform.h

@@ -91,13 +91,6 @@ std::string_view stringByRemovingPrefix(std::string_view text, std::string_view 
     return text;
 }
 
-std::string_view stringByRemovingReAndFwd(std::string_view text) {
-    // Gone through once: "Fwd: Re: x" keeps its "Re:", and stored sort keys rely on that.
-    for (const std::string_view prefix : {"re: ", "re:", "fwd: ", "fwd:"})
-        text = stringByRemovingPrefix(text, prefix, true);
-    return text;
-}
-
 // Forms for others ----------------------------------------------------------------------------------------
 
 std::string _fixStringForShell(std::string_view text) {

@@ -31,8 +31,6 @@ Range rclearwhite(std::string_view text, Range range);
 
 /// The text without the prefix, removed as often as it is there.
 std::string_view stringByRemovingPrefix(std::string_view text, std::string_view prefix, bool ignoreCase);
-/// The text without the marks of replies and forwarded letters.
-std::string_view stringByRemovingReAndFwd(std::string_view text);
 
 /// With each backslash doubled.
 std::string _fixStringForShell(std::string_view text);

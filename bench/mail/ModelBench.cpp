@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "mail/model/AddressUtils.h"
+#include "lorvale/message/addresses.h"
 #include "mail/model/DateUtils.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/model/HeaderEncoding.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "fuzz/mail/CodecFuzz.h"
-#include "mail/model/AddressUtils.h"
+#include "lorvale/message/addresses.h"
 
 using namespace lorvale;
 

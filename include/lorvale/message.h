@@ -13,9 +13,11 @@
 #include "lorvale/message/address_manager.h"
 #include "lorvale/message/addresses.h"
 #include "lorvale/message/body.h"
+#include "lorvale/message/dates.h"
 #include "lorvale/message/flags.h"
 #include "lorvale/message/headers.h"
 #include "lorvale/message/source.h"
+#include "lorvale/message/subjects.h"
 #include "lorvale/message/willingness_registry.h"
 #include "lorvale/values/data.h"
 

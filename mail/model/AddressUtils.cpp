@@ -1,4 +1,4 @@
-#include "mail/model/AddressUtils.h"
+#include "lorvale/message/addresses.h"
 
 #include <algorithm>
 #include <set>

@@ -2,11 +2,11 @@
 #include <utility>
 
 #include "lorvale/message.h"
+#include "lorvale/message/addresses.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/values/text.h"
-#include "mail/model/AddressUtils.h"
 #include "mail/model/DateUtils.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/model/HeaderEncoding.h"

@@ -7,11 +7,9 @@
 #include <unordered_map>
 #include <utility>
 
-#include "base/text/StringUtils.h"
 #include "lorvale/message.h"
 #include "lorvale/values/range.h"
 #include "lorvale/values/text.h"
-#include "mail/model/AddressUtils.h"
 
 namespace lorvale {
 

@@ -7,9 +7,10 @@
 #include "base/platform/FullUserName.h"
 #include "base/text/StringUtils.h"
 #include "lorvale/message/address_manager.h"
+#include "lorvale/message/addresses.h"
+#include "lorvale/message/subjects.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/platform/user_defaults.h"
-#include "mail/model/AddressUtils.h"
 #include "tests/support/TestSupport.h"
 
 namespace lorvale {
@@ -26,6 +27,13 @@ TEST(Addresses, ListIsCutAtCommasOutsideQuotes) {
     EXPECT_THAT(addressList(ExactCopy(",a ,, \n\tb,")), Optional(ElementsAre("a ", "b")));
     EXPECT_THAT(addressList("\"open, a, b"), Optional(ElementsAre("\"open, a, b")));
     EXPECT_THAT(addressList(" , "), Optional(ElementsAre()));
+}
+
+TEST(Subjects, ReplyMarksGoOnceThroughTheList) {
+    EXPECT_EQ(stringByRemovingReAndFwd("Re: re: fwd: x"), "x");
+    EXPECT_EQ(stringByRemovingReAndFwd("Fwd: Re: x"), "Re: x");
+    EXPECT_EQ(stringByRemovingReAndFwd("RE:FWD:fwd: Re"), " Re");
+    EXPECT_EQ(stringByRemovingReAndFwd("Regarding"), "Regarding");
 }
 
 TEST(Addresses, PureAddressAndNameAreToldApart) {
