@@ -4,7 +4,7 @@
 #include <set>
 
 #include "base/platform/FullUserName.h"
-#include "base/text/StringUtils.h"
+#include "base/text/Ascii.h"
 #include "lorvale/defaults.h"
 #include "lorvale/message/address_manager.h"
 #include "lorvale/platform/paths.h"
@@ -13,10 +13,6 @@
 namespace lorvale {
 
 namespace {
-
-constexpr bool isWhite(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
-}
 
 /// Text in which a run of white space becomes one blank, with none at either end.
 class CollapsedText {
@@ -27,7 +23,7 @@ public:
         _text += c;
     }
     void add(char c) {
-        if (isWhite(c)) {
+        if (isFoldingWhite(c)) {
             _blank = !_text.empty();
         } else {
             addProtected(c);
@@ -133,10 +129,6 @@ std::optional<std::string> nameInSentListing(std::string_view text) {
     // mailboxes are compared as they have always been shown.
     if (!address.empty()) lastCodePoint(address);
     return "To: " + uncommentedAddress(address);
-}
-
-constexpr bool isAsciiAlphanumeric(char32_t c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
 
 constexpr char32_t asciiLowerCodePoint(char32_t c) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "base/text/Ascii.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/text.h"
@@ -41,10 +42,6 @@ constexpr std::string_view kEnvelopeMark = "From ";
 // A carriage return is none of it: lines end with a newline alone, and what stands before it is the value.
 constexpr std::string_view kWhite = " \t\n";
 
-constexpr bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
-
 std::string_view withoutLeadingWhite(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(kWhite), text.size()));
     return text;
@@ -74,7 +71,7 @@ public:
             const bool ended = newline == std::string_view::npos;
             const auto piece = _rest.substr(0, newline);
             _rest.remove_prefix(ended ? _rest.size() : newline + 1);
-            if (!_rest.empty() && isBlank(_rest.front())) {
+            if (!_rest.empty() && isAsciiBlank(_rest.front())) {
                 _joined += piece;
                 folded = true;
                 _rest.remove_prefix(1);
@@ -115,7 +112,7 @@ public:
         LogicalLines lines(block);
         bool first = true;
         while (const auto line = lines.next()) {
-            if (isBlank(line->front())) {
+            if (isAsciiBlank(line->front())) {
                 if (_open != nullptr) appendToLastValue(*line);
             } else if (first && line->starts_with(kEnvelopeMark)) {
                 addField({kEnvelopeMark, line->substr(kEnvelopeMark.size())});

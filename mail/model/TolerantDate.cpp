@@ -2,6 +2,8 @@
 #include <array>
 #include <cstdint>
 
+#include "base/text/Ascii.h"
+#include "base/text/Cursor.h"
 #include "lorvale/values/text.h"
 #include "mail/model/DateUtils.h"
 
@@ -9,18 +11,9 @@ namespace lorvale {
 
 namespace {
 
-constexpr bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 // Bytes beyond ASCII belong to words, so that a month in another language is one unknown word.
 constexpr bool isWordByte(char c) {
-    const char lower = asciiLower(c);
-    return (lower >= 'a' && lower <= 'z') || (static_cast<unsigned char>(c) >= 0x80);
-}
-
-constexpr bool isBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+    return isAsciiLetter(c) || static_cast<unsigned char>(c) >= 0x80;
 }
 
 /// The value of a few digits; callers look at their count first.
@@ -30,32 +23,6 @@ int number(std::string_view digits) {
     return value;
 }
 
-/// A window on the text that is left.
-class Cursor {
-public:
-    explicit Cursor(std::string_view text) : _rest(text) {}
-    bool atEnd() const { return _rest.empty(); }
-    char peek(std::size_t ahead = 0) const { return ahead < _rest.size() ? _rest[ahead] : '\0'; }
-    std::string_view rest() const { return _rest; }
-    void advance(std::size_t n = 1) { _rest.remove_prefix(std::min(n, _rest.size())); }
-    bool skip(char c) {
-        if (!_rest.starts_with(c)) return false;
-        _rest.remove_prefix(1);
-        return true;
-    }
-    template <class In>
-    std::string_view takeWhile(In in) {
-        const auto end = std::ranges::find_if_not(_rest, in);
-        const auto taken = _rest.substr(0, static_cast<std::size_t>(end - _rest.begin()));
-        _rest.remove_prefix(taken.size());
-        return taken;
-    }
-    std::string_view digits() { return takeWhile(isDigit); }
-
-private:
-    std::string_view _rest;
-};
-
 /// Reads a date word by word and takes each for what it can mean, the first meaning that is still missing.
 class DateReader {
 public:
@@ -64,7 +31,7 @@ public:
     std::optional<Date> read() {
         while (!_cursor.atEnd()) {
             const char c = _cursor.peek();
-            if (isDigit(c)) {
+            if (isAsciiDigit(c)) {
                 if (!readNumber()) return std::nullopt;
             } else if (isWordByte(c)) {
                 if (!readWord()) return std::nullopt;
@@ -83,11 +50,11 @@ private:
     // Numbers.  Each of these answers false where the text names a time that cannot be.
 
     bool readNumber() {
-        const auto digits = _cursor.digits();
+        const auto digits = _cursor.takeWhile(isAsciiDigit);
         const char next = _cursor.peek();
         if (digits.size() <= 2 && next == ':' && !_hour) return readTime(number(digits));
         const bool separated = (next == '-' || next == '/' || next == '.');
-        if (separated && digits.size() <= 4 && (isDigit(_cursor.peek(1)) || isWordByte(_cursor.peek(1)))) {
+        if (separated && digits.size() <= 4 && (isAsciiDigit(_cursor.peek(1)) || isWordByte(_cursor.peek(1)))) {
             return readSeparated(digits, next);
         }
         readPlainNumber(digits);
@@ -99,8 +66,8 @@ private:
         const auto field = [this]() -> std::optional<int> {
             auto ahead = _cursor;
             if (!ahead.skip(':')) return std::nullopt;
-            ahead.takeWhile(isBlank);
-            const auto digits = ahead.digits();
+            ahead.takeWhile(isFoldingWhite);
+            const auto digits = ahead.takeWhile(isAsciiDigit);
             if (digits.empty() || digits.size() > 2) return std::nullopt;
             _cursor = ahead;
             return number(digits);
@@ -108,9 +75,9 @@ private:
         const auto minute = field();
         if (!minute) return true;
         const auto second = field();
-        if (second && _cursor.peek() == '.' && isDigit(_cursor.peek(1))) {
+        if (second && _cursor.peek() == '.' && isAsciiDigit(_cursor.peek(1))) {
             _cursor.advance();
-            _cursor.digits();  // a fraction
+            _cursor.takeWhile(isAsciiDigit);  // a fraction
         }
         return setTime(hour, *minute, second.value_or(0));
     }
@@ -127,11 +94,13 @@ private:
     bool readSeparated(std::string_view first, char separator) {
         auto ahead = _cursor;
         ahead.advance();
-        const auto second = isDigit(ahead.peek()) ? ahead.digits() : ahead.takeWhile(isWordByte);
-        const bool hasThird = ahead.peek() == separator && isDigit(ahead.peek(1));
+        const auto second =
+            isAsciiDigit(ahead.peek()) ? ahead.takeWhile(isAsciiDigit) : ahead.takeWhile(isWordByte);
+        const bool hasThird = ahead.peek() == separator && isAsciiDigit(ahead.peek(1));
         if (hasThird) ahead.advance();
-        const auto third = hasThird ? ahead.digits() : std::string_view();
-        if (separator == '.' && _day && _month && !_hour && isDigit(second.front()) && second.size() <= 2) {
+        const auto third = hasThird ? ahead.takeWhile(isAsciiDigit) : std::string_view();
+        if (separator == '.' && _day && _month && !_hour && isAsciiDigit(second.front()) &&
+            second.size() <= 2) {
             _cursor = ahead;
             return setTime(number(first), number(second), third.size() <= 2 ? number(third) : 0);
         }
@@ -140,7 +109,7 @@ private:
             return true;
         }
         _cursor = ahead;
-        if (!isDigit(second.front())) {
+        if (!isAsciiDigit(second.front())) {
             _month = monthNamed(second).value_or(0);
             return first.size() <= 2 ? setDayAndYear(first, third) : setDayAndYear(third, first);
         }
@@ -194,15 +163,16 @@ private:
         const int sign = _cursor.peek() == '-' ? -1 : 1;
         _cursor.advance();
         auto ahead = _cursor;
-        ahead.takeWhile(isBlank);
+        ahead.takeWhile(isFoldingWhite);
         // A lone dash is punctuation, unless what follows can only be a zone.
-        const auto digits = ahead.digits();
+        const auto digits = ahead.takeWhile(isAsciiDigit);
         const bool apart = digits.data() != _cursor.rest().data();
         if (digits.empty() || (apart && digits.size() != 4) || !_hour || _zone) return;
-        if (digits.size() > 4 || (digits.size() <= 2 && ahead.peek() == ':' && !isDigit(ahead.peek(1)))) return;
+        if (digits.size() > 4 || (digits.size() <= 2 && ahead.peek() == ':' && !isAsciiDigit(ahead.peek(1))))
+            return;
         _cursor = ahead;
         if (digits.size() <= 2 && _cursor.skip(':')) {
-            setZone(number(digits), number(_cursor.digits()), sign);
+            setZone(number(digits), number(_cursor.takeWhile(isAsciiDigit)), sign);
         } else {
             setNumericZone(digits, sign);
         }
