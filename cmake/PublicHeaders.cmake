@@ -46,6 +46,16 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/corpus/corpus.h
     include/lorvale/toolkit/corpus/doc.h
     include/lorvale/toolkit/corpus/string_corpus.h
+    include/lorvale/toolkit/index.h
+    include/lorvale/toolkit/index/index_base.h
+    include/lorvale/toolkit/index/inverted_index.h
+    include/lorvale/toolkit/index/postings.h
+    include/lorvale/toolkit/index/records.h
+    include/lorvale/toolkit/index/term_index.h
+    include/lorvale/toolkit/index/verify_index.h
+    include/lorvale/toolkit/retrieval.h
+    include/lorvale/toolkit/retrieval/progress.h
+    include/lorvale/toolkit/retrieval/similarity.h
     include/lorvale/toolkit/storage.h
     include/lorvale/toolkit/storage/bit_array.h
     include/lorvale/toolkit/storage/block.h
