@@ -60,6 +60,9 @@ try mailhost show examples/mail/inbox 5
 try mailhost show examples/mail/inbox 7
 say "A mailing list by subject, so that threads stand together:"
 try mailhost list examples/mail/lists --sort subject
+say "What did one sender write in March?  And which are the three largest of all?"
+try mailhost list examples/mail/inbox --from weiss --since 2004-03 --until 2004-03
+try mailhost list examples/mail/inbox --sort size --reverse --limit 3
 say "Mail that breaks the rules lists all the same, and what it would do to the terminal
 stays harmless:"
 try mailhost list examples/mail/odd --sort from

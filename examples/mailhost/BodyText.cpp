@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "Mailbox.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/text.h"
 
@@ -92,10 +93,11 @@ BodyText bodyText(lorvale::Message& message) {
     std::string_view rest = encodingHeader;
     result.transferEncoding = takeParameter(rest).first;
 
-    const auto body = message.messageBody()->encodedBody().value_or(lorvale::Data());
-    const auto bytes = contentType.isText() ? decodedBytes(body, result.transferEncoding) : std::nullopt;
+    const auto body = message.messageBody()->encodedBody();
+    if (!body) throwUnreadable("the body of the message");
+    const auto bytes = contentType.isText() ? decodedBytes(*body, result.transferEncoding) : std::nullopt;
     result.decoded = bytes.has_value();
-    result.text = bytes ? textOf(*bytes, result.charset) : body.toString();
+    result.text = bytes ? textOf(*bytes, result.charset) : body->toString();
     return result;
 }
 

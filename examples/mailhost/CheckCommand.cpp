@@ -1,10 +1,12 @@
 #include <cstdio>
 
 #include "Commands.h"
+#include "ConsoleAgent.h"
 #include "Json.h"
 #include "Mailbox.h"
 #include "Table.h"
 #include "Terminal.h"
+#include "Work.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/store/check.h"
 
@@ -18,55 +20,86 @@ std::string_view severityName(MailboxFinding::Severity severity) {
     return severity == MailboxFinding::Severity::error ? "error" : "warning";
 }
 
-void printAsJson(const lorvale::MailboxReport& report) {
+constexpr auto kMailboxes = mailboxWord("MAILBOX", "the path of a mailbox", /*repeats=*/true);
+constexpr auto kWords = std::to_array<Parameter>({kMailboxes});
+
+void printAsJson(const std::string& path, const lorvale::MailboxReport& report) {
+    LineOutput output;
     for (const auto& finding : report.findings) {
         JsonObject object;
+        object.add("kind", "finding").add("path", path);
         object.add("severity", severityName(finding.severity)).add("rule", finding.rule);
         object.add("message", finding.message).add("offset", finding.offset).add("text", finding.text);
-        std::printf("%s\n", object.text().c_str());
+        output.write(object.text());
     }
     JsonObject summary;
-    summary.add("messages", report.messages).add("size", report.size);
+    summary.add("kind", "summary").add("path", path).add("messages", report.messages).add("size", report.size);
     summary.add("errors", report.count(MailboxFinding::Severity::error));
     summary.add("warnings", report.count(MailboxFinding::Severity::warning));
-    std::printf("%s\n", summary.text().c_str());
+    output.write(summary.text());
 }
 
 std::string plural(std::size_t count, const char* word) {
     return groupedNumber(count) + " " + word + (count == 1 ? "" : "s");
 }
 
-void printForPeople(const lorvale::MailboxReport& report) {
+void printForPeople(const std::string& path, const lorvale::MailboxReport& report) {
     Table table({{.title = "Severity"},
                  {.title = "Message", .numeric = true},
                  {.title = "Byte", .numeric = true},
-                 {.title = "What was found"}});
+                 {.title = "What was found"}},
+                outputColumns(), outputIsStyled());
     for (const auto& finding : report.findings) {
         table.addRow({std::string(severityName(finding.severity)),
                       finding.message == 0 ? "" : std::to_string(finding.message),
                       groupedNumber(finding.offset), finding.text});
     }
-    if (!table.empty()) {
-        table.print(outputColumns(), outputIsStyled());
-        std::putchar('\n');
+    table.finish();
+    if (!table.empty()) LineOutput().write("");
+    LineOutput().write(printableLine(path) + ": " + plural(report.messages, "message") + " in " +
+                       plural(report.size, "byte") + ", " +
+                       plural(report.count(MailboxFinding::Severity::error), "error") + ", " +
+                       plural(report.count(MailboxFinding::Severity::warning), "warning") + ".");
+}
+
+/// Whether the mailbox is in order.
+bool check(const std::string& path, bool asJson) {
+    const auto place = lorvale::standardizePath(path);
+    lorvale::MailboxReport report;
+    workOn(path, sizeOfFile(place), [&] { report = lorvale::checkMailbox(place); });
+    if (!report) {
+        say("mailhost: " + report.failure);
+        return false;
     }
-    std::printf("%s in %s: %s, %s.\n", plural(report.messages, "message").c_str(),
-                plural(report.size, "byte").c_str(),
-                plural(report.count(MailboxFinding::Severity::error), "error").c_str(),
-                plural(report.count(MailboxFinding::Severity::warning), "warning").c_str());
+    if (asJson) {
+        printAsJson(path, report);
+    } else {
+        printForPeople(path, report);
+    }
+    return report.count(MailboxFinding::Severity::error) == 0;
+}
+
+int run(const Arguments& arguments) {
+    bool inOrder = true;
+    for (const auto& path : arguments.values(kMailboxes)) inOrder &= check(path, arguments.has(kJson));
+    return inOrder ? 0 : 1;
 }
 
 }  // namespace
 
-int runCheck(const Options& options) {
-    const auto report = lorvale::checkMailbox(lorvale::standardizePath(options.path));
-    if (!report) throw Failure(report.failure);
-    if (options.json) {
-        printAsJson(report);
-    } else {
-        printForPeople(report);
-    }
-    return report.count(MailboxFinding::Severity::error) == 0 ? 0 : 1;
-}
+const Command checkCommand = {
+    .name = "check",
+    .summary = "names every broken rule of a mailbox",
+    .description =
+        "Walks the file of each mailbox and names every broken rule. An error is what keeps some reader from "
+        "seeing the mail as it was written; then the exit status is 1. A warning is against the rules without "
+        "such harm.\n\n"
+        "In JSON a line of kind finding has the members path, severity, rule, message, offset and text, and "
+        "each "
+        "mailbox ends with a line of kind summary: path, messages, size, errors and warnings.",
+    .words = kWords,
+    .options = {},
+    .run = run,
+};
 
 }  // namespace mailhost

@@ -1,14 +1,36 @@
 #pragma once
-#include "Options.h"
+#include "Arguments.h"
+
+/// The table from which everything about the command line is made.  A new command is a file that defines its
+/// Command, and a line in each of the two lists: here, and in Commands.cpp.
 
 namespace mailhost {
 
-// Each writes its answer to standard output and gives the exit status: 0 for success, 1 for a fault that was
-// found and told.  What keeps a command from its work is thrown as Failure.
+extern const Command checkCommand;
+extern const Command infoCommand;
+extern const Command listCommand;
+extern const Command showCommand;
 
-int runCheck(const Options& options);
-int runInfo(const Options& options);
-int runList(const Options& options);
-int runShow(const Options& options);
+inline constexpr auto kJson = flag("--json", "for programs: one JSON object a line");
+inline constexpr auto kVerbose = flag("--verbose", "show the library's log lines");
+inline constexpr auto kDefault = Typed<Setting>{{.name = "-o",
+                                                 .placeholder = "KEY=VALUE",
+                                                 .help = "set a user default for this run",
+                                                 .takes = Takes::setting,
+                                                 .repeats = true}};
+inline constexpr auto kConfig =
+    textOption("--config", "DIR", "where the files of the user defaults lie", Takes::folder);
+inline constexpr auto kHome =
+    textOption("--home", "DIR", "what stands in for the home directory", Takes::folder);
+inline constexpr auto kHelp = Typed<bool>{{.name = "--help",
+                                           .placeholder = {},
+                                           .help = "tell how mailhost, or the command, is used",
+                                           .shortName = "-h"}};
+inline constexpr auto kVersion = flag("--version", "tell the version of the library");
+inline constexpr auto kDocuments = std::to_array<std::string_view>({"man", "bash", "zsh"});
+inline constexpr auto kGenerate = choiceOption(
+    "--generate", "KIND", kDocuments, "write the manual page (man), or the completions for bash or zsh");
+
+extern const Program program;
 
 }  // namespace mailhost

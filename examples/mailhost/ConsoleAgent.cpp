@@ -7,17 +7,11 @@
 #include <iostream>
 
 #include "Terminal.h"
-#include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
 
 namespace mailhost {
 
 namespace {
-
-void say(std::string_view text) {
-    ProgressBar::clear();
-    std::fprintf(stderr, "%s\n", printableLine(text).c_str());
-}
 
 std::optional<std::string> answerTo(std::string_view question) {
     if (!isTerminal(STDIN_FILENO)) return std::nullopt;
@@ -53,6 +47,11 @@ private:
 
 }  // namespace
 
+void say(std::string_view text) {
+    ProgressBar::clear();
+    std::fprintf(stderr, "%s\n", printableLine(text).c_str());
+}
+
 void ConsoleAgent::displayStatus(std::string_view status, lorvale::MessageStore*) {
     if (!status.empty() && isTerminal(STDERR_FILENO)) say(status);
 }
@@ -77,19 +76,6 @@ std::optional<std::string> ConsoleAgent::queryUserForPasswordWithMessage(std::st
     if (!isTerminal(STDIN_FILENO)) return std::nullopt;
     const SilentTyping silent;
     return answerTo(message);
-}
-
-LogLines::LogLines(bool shown) : _shown(shown) {
-    lorvale::setDebugLogging(shown);
-    lorvale::setLogSink([this](std::string_view line) {
-        _spoke = true;
-        if (_shown) say("lorvale: " + std::string(line));
-    });
-}
-
-LogLines::~LogLines() {
-    lorvale::setLogSink({});
-    if (_spoke && !_shown) say("mailhost: the library logged something; --verbose shows it");
 }
 
 }  // namespace mailhost

@@ -4,8 +4,10 @@
 
 #include "BodyText.h"
 #include "Commands.h"
+#include "Json.h"
 #include "Mailbox.h"
 #include "Terminal.h"
+#include "Work.h"
 #include "lorvale/message/addresses.h"
 #include "lorvale/values/text.h"
 
@@ -19,26 +21,37 @@ using Tally = std::map<std::string, std::size_t>;
 struct Statistics {
     std::optional<lorvale::Date> oldest, newest;
     Tally senders, types, charsets;
+    std::size_t unreadable = 0;  // messages
 };
+
+void add(lorvale::Message& message, Statistics& statistics) {
+    const auto headers = message.headers();
+    headers->allHeaders();
+    if (message.bytesAreMissing()) {
+        ++statistics.unreadable;
+        return;
+    }
+    if (const auto date = headers->knownDateReceived()) {
+        if (!statistics.oldest || *date < *statistics.oldest) statistics.oldest = date;
+        if (!statistics.newest || *date > *statistics.newest) statistics.newest = date;
+    }
+    if (const auto sender = headers->sender(); !sender.empty()) {
+        ++statistics.senders[lorvale::asciiLowered(lorvale::uncommentedAddress(sender))];
+    }
+    const auto type = ContentType::parse(headers->firstTextForKey("content-type"));
+    ++statistics.types[type.type];
+    if (const auto charset = type.parameters.find("charset"); charset != type.parameters.end()) {
+        ++statistics.charsets[lorvale::asciiLowered(charset->second)];
+    }
+}
 
 Statistics gather(lorvale::MessageStore& store) {
     Statistics statistics;
     ProgressBar progress("Reading", store.allMessages().size());
+    std::size_t number = 0;
     for (const auto& message : store.allMessages()) {
-        const auto headers = message->headers();
-        if (const auto date = headers->knownDateReceived()) {
-            if (!statistics.oldest || *date < *statistics.oldest) statistics.oldest = date;
-            if (!statistics.newest || *date > *statistics.newest) statistics.newest = date;
-        }
-        if (const auto sender = headers->sender(); !sender.empty()) {
-            ++statistics.senders[lorvale::asciiLowered(lorvale::uncommentedAddress(sender))];
-        }
-        const auto type = ContentType::parse(headers->firstTextForKey("content-type"));
-        ++statistics.types[type.type];
-        if (const auto charset = type.parameters.find("charset"); charset != type.parameters.end()) {
-            ++statistics.charsets[lorvale::asciiLowered(charset->second)];
-        }
-        message->flushCachedData();
+        workOn(nameOfMessage(++number), message->messageSize(), [&] { add(*message, statistics); });
+        forget(*message);
         progress.advance();
     }
     return statistics;
@@ -115,19 +128,33 @@ std::string infoAsJson(lorvale::MessageStore& store, const Statistics& statistic
     return object.addJson("charsets", tallyAsJson(statistics.charsets)).text();
 }
 
-}  // namespace
+constexpr auto kWords = std::to_array<Parameter>({kMailbox});
 
-int runInfo(const Options& options) {
-    Mailbox mailbox(options.path);
+int run(const Arguments& arguments) {
+    Mailbox mailbox(arguments[kMailbox]);
     auto& store = mailbox.store();
     store.rebuildMessageLists();  // so that the lists of unread and deleted messages are there to be counted
     const auto statistics = gather(store);
-    if (options.json) {
-        std::printf("%s\n", infoAsJson(store, statistics).c_str());
+    if (arguments.has(kJson)) {
+        LineOutput().write(infoAsJson(store, statistics));
     } else {
-        printForPeople(options.path, store, statistics);
+        printForPeople(mailbox.path(), store, statistics);
     }
-    return 0;
+    return mailbox.tellUnreadable(statistics.unreadable);
 }
+
+}  // namespace
+
+const Command infoCommand = {
+    .name = "info",
+    .summary = "what a mailbox holds",
+    .description =
+        "Tells the format of a mailbox, how many messages it holds and of which size, from when to when, and "
+        "its "
+        "most frequent senders, types of bodies and charsets. In JSON all of them are told.",
+    .words = kWords,
+    .options = {},
+    .run = run,
+};
 
 }  // namespace mailhost

@@ -1,5 +1,7 @@
 #include "Json.h"
 
+#include <algorithm>
+
 #include "Terminal.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
@@ -37,12 +39,22 @@ void appendEscaped(std::string& json, char32_t character) {
     }
 }
 
+constexpr bool standsForItself(char c) {
+    return c >= ' ' && c <= '~' && c != '"' && c != '\\';
+}
+
 }  // namespace
 
 std::string jsonText(std::string_view text) {
     std::string json = "\"";
     json.reserve(text.size() + 2);
-    while (!text.empty()) appendEscaped(json, lorvale::nextCodePoint(text));
+    while (!text.empty()) {
+        const auto stop = std::ranges::find_if_not(text, standsForItself);
+        const auto run = static_cast<std::size_t>(stop - text.begin());
+        json += text.substr(0, run);
+        text.remove_prefix(run);
+        if (!text.empty()) appendEscaped(json, lorvale::nextCodePoint(text));
+    }
     return json += '"';
 }
 

@@ -1,82 +1,164 @@
-#include <unistd.h>
-
-#include <cstdio>
+#include <algorithm>
 #include <unordered_map>
 
 #include "Commands.h"
 #include "Mailbox.h"
+#include "MessageFilter.h"
+#include "Summary.h"
 #include "Table.h"
 #include "Terminal.h"
+#include "Work.h"
 #include "lorvale/message/addresses.h"
 
 namespace mailhost {
 
 namespace {
 
-using Numbers = std::unordered_map<const lorvale::Message*, std::size_t>;
+constexpr auto kSortOrders = std::to_array<std::string_view>({
+    lorvale::MessageStoreSortByNumber,
+    lorvale::MessageStoreSortByAuthor,
+    lorvale::MessageStoreSortByTitle,
+    lorvale::MessageStoreSortByCreationDate,
+    lorvale::MessageStoreSortBySize,
+});
+constexpr auto kSort = choiceOption("--sort", "ORDER", kSortOrders, "the order of the lines");
+constexpr auto kReverse = flag("--reverse", "the other way round");
+constexpr auto kLimit = numberOption("--limit", "N", "end after N lines");
+constexpr auto kWords = std::to_array<Parameter>({kMailbox});
+constexpr auto kOptions = joined(std::to_array<Parameter>({kSort, kReverse, kLimit}), kFilterOptions);
 
-/// Reads the headers of all messages, which sorting and printing then have at hand, under a progress bar, and
-/// gives each message its number.
-Numbers readAll(lorvale::MessageStore& store) {
-    Numbers numbers;
-    ProgressBar progress("Reading", store.allMessages().size());
-    for (const auto& message : store.allMessages()) {
-        numbers.emplace(message.get(), numbers.size() + 1);
-        message->headers()->cachedHeaders();
-        progress.advance();
+/// The messages in the order of the listing, each with its number in the mailbox.
+class Sequence {
+public:
+    Sequence(Mailbox& mailbox, const Arguments& arguments)
+        : _store(mailbox.store()), _reversed(arguments.has(kReverse)) {
+        _store.setIncludeDeleted(true);
+        const auto order = arguments.value(kSort).value_or(_store.sortOrder());
+        if (order != lorvale::MessageStoreSortByNumber) readAll();
+        workOn(mailbox.path(), _store.totalCountAndSize().size, [&] { _store.setSortOrder(order); });
     }
-    return numbers;
+
+    std::size_t size() const { return _store.filteredMessages().size(); }
+    const std::shared_ptr<lorvale::Message>& message(std::size_t i) const {
+        return _store.filteredMessages()[_reversed ? size() - 1 - i : i];
+    }
+    std::size_t number(std::size_t i) const {
+        const auto found = _numbers.find(message(i).get());
+        if (found != _numbers.end()) return found->second;
+        return _reversed ? size() - i : i + 1;
+    }
+
+private:
+    /// Reads what sorting asks for, under a progress bar.
+    void readAll() {
+        ProgressBar progress("Reading", _store.allMessages().size());
+        for (const auto& message : _store.allMessages()) {
+            _numbers.emplace(message.get(), _numbers.size() + 1);
+            workOn(nameOfMessage(_numbers.size()), message->messageSize(),
+                   [&] { message->headers()->cachedHeaders(); });
+            progress.advance();
+        }
+    }
+
+    lorvale::MessageStore& _store;
+    const bool _reversed;
+    std::unordered_map<const lorvale::Message*, std::size_t> _numbers;  // empty in the order of the mailbox
+};
+
+std::size_t largestSize(lorvale::MessageStore& store) {
+    std::size_t largest = 0;
+    for (const auto& message : store.allMessages())
+        largest = std::max<std::size_t>(largest, message->messageSize());
+    return largest;
 }
 
-std::string marks(const Summary& summary) {
-    return std::string(summary.read ? "" : "U") + (summary.deleted ? "D" : "");
-}
+/// Where the lines go: a table for people, or JSON.
+class Listing {
+public:
+    Listing(lorvale::MessageStore& store, bool asJson)
+        : _json(asJson),
+          _table({{.title = "No.", .numeric = true, .expected = width(std::to_string(store.totalCount()))},
+                  {.title = "", .expected = 2},
+                  {.title = "Date", .dispensable = 1},
+                  {.title = "From", .widest = 24, .narrowest = 10},
+                  {.title = "Subject", .takesRest = true},
+                  {.title = "Bytes",
+                   .numeric = true,
+                   .dispensable = 2,
+                   .expected = width(groupedNumber(largestSize(store)))}},
+                 outputColumns(), outputIsStyled()) {}
 
-void printTable(const std::vector<Summary>& summaries) {
-    Table table({{.title = "No.", .numeric = true},
-                 {.title = ""},
-                 {.title = "Date"},
-                 {.title = "From", .widest = 24},
-                 {.title = "Subject", .takesRest = true},
-                 {.title = "Bytes", .numeric = true}});
-    for (const auto& summary : summaries) {
-        table.addRow({std::to_string(summary.number), marks(summary), dateForPeople(summary.date),
-                      lorvale::addressComment(summary.from), summary.subject, groupedNumber(summary.size)});
+    void add(lorvale::Message& message, std::size_t number) {
+        const Summary summary(message, number, _json ? Summary::Detail::json : Summary::Detail::row);
+        ++count;
+        if (summary.unreadable) ++unreadable;
+        if (_json) {
+            _output.write(summary.json().text());
+        } else {
+            addRow(summary);
+        }
     }
-    table.print(outputColumns(), outputIsStyled());
+    void finish() { _table.finish(); }
+
+    std::size_t count = 0, unreadable = 0;
+
+private:
+    static int width(const std::string& text) { return static_cast<int>(text.size()); }
+
+    void addRow(const Summary& summary) {
+        const std::string marks = std::string(summary.unreadable ? "!"
+                                              : summary.read     ? ""
+                                                                 : "U") +
+                                  (summary.deleted ? "D" : "");
+        _table.addRow(
+            {std::to_string(summary.number), marks, dateForPeople(summary.date),
+             lorvale::addressComment(summary.from),
+             summary.unreadable ? "(cannot be read any more)" : summary.subject, groupedNumber(summary.size)},
+            /*bright=*/!summary.read);
+    }
+
+    const bool _json;
+    Table _table;
+    LineOutput _output;
+};
+
+int run(const Arguments& arguments) {
+    Mailbox mailbox(arguments[kMailbox]);
+    const MessageFilter filter(arguments);
+    const Sequence sequence(mailbox, arguments);
+    Listing listing(mailbox.store(), arguments.has(kJson));
+    const auto limit = arguments.value(kLimit).value_or(sequence.size());
+    for (std::size_t i = 0; i < sequence.size() && listing.count < limit; ++i) {
+        const auto& message = sequence.message(i);
+        const auto number = sequence.number(i);
+        workOn(nameOfMessage(number), message->messageSize(), [&] {
+            if (filter.accepts(*message)) listing.add(*message, number);
+        });
+        forget(*message);
+    }
+    listing.finish();
+    if (listing.count == 0 && !arguments.has(kJson))
+        LineOutput().write(mailbox.count() == 0 ? "No messages." : "No such messages.");
+    return mailbox.tellUnreadable(listing.unreadable);
 }
 
 }  // namespace
 
-int runList(const Options& options) {
-    Mailbox mailbox(options.path);
-    auto& store = mailbox.store();
-    const auto numbers = readAll(store);
-    store.setIncludeDeleted(true);
-    if (options.unreadOnly) store.setExcludeRead(true);
-    if (options.sortOrder) store.setSortOrder(*options.sortOrder);
-
-    std::vector<Summary> summaries;
-    for (const auto& message : store.filteredMessages()) {
-        const auto summary = summaryOf(*message, numbers.at(message.get()));
-        message->flushCachedData();
-        if (options.json) {
-            std::printf("%s\n", summary.json().text().c_str());
-        } else {
-            summaries.push_back(summary);
-        }
-    }
-    if (mailbox.looksLikeNoMailbox()) {
-        std::fprintf(stderr, "mailhost: %s: no message found; \"mailhost check\" tells more\n",
-                     printableLine(options.path).c_str());
-    }
-    if (options.json) return 0;
-    if (summaries.empty()) {
-        std::puts(options.unreadOnly ? "No unread messages." : "No messages.");
-    } else {
-        printTable(summaries);
-    }
-    return 0;
-}
+const Command listCommand = {
+    .name = "list",
+    .summary = "one line for each message",
+    .description =
+        "Prints one line for each message of a mailbox: its number there, marks (U unread, D deleted), the "
+        "date of "
+        "delivery, sender, subject and size. A message whose bytes cannot be had, since another program "
+        "changed "
+        "the mailbox meanwhile, is marked with an exclamation mark, and the exit status is 1.\n\n"
+        "In JSON a line has the members number, id, from, recipients, subject, date (of delivery), size, read "
+        "and "
+        "deleted; unreadable is there, and true, for a message whose bytes cannot be had.",
+    .words = kWords,
+    .options = kOptions,
+    .run = run,
+};
 
 }  // namespace mailhost

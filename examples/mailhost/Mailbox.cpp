@@ -6,7 +6,11 @@
 #include <cstring>
 #include <filesystem>
 
+#include "ConsoleAgent.h"
+#include "Terminal.h"
+#include "Work.h"
 #include "lorvale/platform/paths.h"
+#include "lorvale/store/check.h"
 
 namespace mailhost {
 
@@ -17,23 +21,39 @@ void checkReadable(const std::string& path) {
     if (::access(path.c_str(), R_OK) != 0) throw Failure(path + ": " + std::strerror(errno));
 }
 
+/// Any file opens as a mailbox; one with bytes and without messages is none.
+void checkIsMailbox(const std::string& path, const std::string& file) {
+    if (sizeOfFile(file) == 0) return;
+    for (const auto& finding : lorvale::checkMailbox(file).findings) {
+        const bool aboutMailbox =
+            finding.message == 0 && finding.severity == lorvale::MailboxFinding::Severity::error;
+        if (aboutMailbox) throw Failure(path + ": not a mailbox: " + finding.text);
+    }
+}
+
 }  // namespace
 
-Mailbox::Mailbox(const std::string& path) : _path(lorvale::standardizePath(path)) {
-    checkReadable(_path);
-    _store = lorvale::MessageStore::storeForPath(_path, /*create=*/false, /*readOnly=*/true);
-    if (_store != nullptr) return;
+Mailbox::Mailbox(const std::string& path) : _place(path) {
+    const auto file = lorvale::standardizePath(path);
+    checkReadable(file);
+    workOn(path, sizeOfFile(file), [&] {
+        _openStore = lorvale::MessageStore::storeForPath(file, /*create=*/false, /*readOnly=*/true);
+    });
+    if (_openStore != nullptr) {
+        if (count() == 0) checkIsMailbox(path, file);
+        return;
+    }
     std::error_code ignored;
-    if (std::filesystem::is_directory(_path, ignored)) throw Failure(path + ": a folder, not a mailbox");
+    if (std::filesystem::is_directory(file, ignored)) throw Failure(path + ": a folder, not a mailbox");
     throw Failure(path + ": cannot be opened as a mailbox");
 }
 
 Mailbox::~Mailbox() {
-    if (_store != nullptr) _store->close();
+    if (_openStore != nullptr) _openStore->close();
 }
 
-std::shared_ptr<lorvale::Message> Mailbox::message(std::size_t number) const {
-    const auto& all = _store->allMessages();
+std::shared_ptr<lorvale::Message> Mailbox::message(std::uint64_t number) const {
+    const auto& all = _openStore->allMessages();
     if (number == 0 || number > all.size()) {
         throw Failure("there is no message " + std::to_string(number) + "; the mailbox holds " +
                       std::to_string(all.size()));
@@ -41,37 +61,31 @@ std::shared_ptr<lorvale::Message> Mailbox::message(std::size_t number) const {
     return all[number - 1];
 }
 
-bool Mailbox::looksLikeNoMailbox() const {
+int Mailbox::tellUnreadable(std::size_t messages) const {
+    if (messages == 0) return 0;
+    say("mailhost: " + _place + ": " + groupedNumber(messages) + (messages == 1 ? " message" : " messages") +
+        " cannot be read any more: another program has changed the mailbox");
+    return 1;
+}
+
+std::uint64_t sizeOfFile(const std::string& path) {
     std::error_code error;
-    const auto size = std::filesystem::file_size(_path, error);
-    return count() == 0 && !error && size > 0;
+    const auto size = std::filesystem::file_size(path, error);
+    return error ? 0 : size;
 }
 
-JsonObject Summary::json() const {
-    JsonObject object;
-    object.add("number", number).add("id", id).add("from", from).add("subject", subject);
-    if (date) {
-        object.add("date", date->iso8601());
-    } else {
-        object.addNull("date");
-    }
-    object.add("size", size).add("read", read).add("deleted", deleted);
-    return object;
+void throwUnreadable(const std::string& what) {
+    throw Failure(what + " cannot be read any more: another program has changed the mailbox");
 }
 
-Summary summaryOf(lorvale::Message& message, std::size_t number) {
-    const auto headers = message.headers();
-    const auto flags = message.messageFlags();
-    Summary summary;
-    summary.number = number;
-    summary.id = headers->messageID();
-    summary.from = headers->sender();
-    summary.subject = headers->subject();
-    summary.date = headers->knownDateReceived();
-    summary.size = message.messageSize();
-    summary.read = flags->isRead();
-    summary.deleted = flags->isDeleted();
-    return summary;
+std::string nameOfMessage(std::size_t number) {
+    return "message " + std::to_string(number);
+}
+
+void forget(lorvale::Message& message) {
+    message.setHeaders(nullptr);
+    message.setMessageBody(nullptr);
+    message.setMessageFlags(nullptr);
 }
 
 std::string dateForPeople(const std::optional<lorvale::Date>& date) {

@@ -2,54 +2,51 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
-#include "Json.h"
+#include "Arguments.h"
+#include "Output.h"
 #include "lorvale/message.h"
 #include "lorvale/store.h"
 #include "lorvale/values/date.h"
 
 namespace mailhost {
 
-/// Something that the user has to be told, and a non-zero exit status.
-struct Failure : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
+inline constexpr auto kMailbox = mailboxWord("MAILBOX", "the path of a mailbox");
 
 /// A mailbox opened for reading only: no lock is taken and nothing is written.  Closed with this object.
 class Mailbox {
 public:
-    /// Throws Failure with the reason.
+    /// Throws Failure with the reason, also for a file that is no mailbox.
     explicit Mailbox(const std::string& path);
     ~Mailbox();
     Mailbox(const Mailbox&) = delete;
     Mailbox& operator=(const Mailbox&) = delete;
 
-    lorvale::MessageStore& store() { return *_store; }
-    std::size_t count() const { return _store->allMessages().size(); }
+    lorvale::MessageStore& store() { return *_openStore; }
+    const std::string& path() const { return _place; }
+    std::size_t count() const { return _openStore->allMessages().size(); }
     /// 1 is the first.  Throws Failure for a number that no message has.
-    std::shared_ptr<lorvale::Message> message(std::size_t number) const;
-    /// A file that is not empty and yet holds no message may not be what its reader takes it for.
-    bool looksLikeNoMailbox() const;
+    std::shared_ptr<lorvale::Message> message(std::uint64_t number) const;
+
+    /// Says on standard error that so many messages could not be read, and gives the exit status.
+    int tellUnreadable(std::size_t messages) const;
 
 private:
-    const std::string _path;
-    std::shared_ptr<lorvale::MessageStore> _store;
+    const std::string _place;  // as given
+    std::shared_ptr<lorvale::MessageStore> _openStore;
 };
 
-/// What a listing tells about one message.
-struct Summary {
-    std::size_t number = 0;
-    std::string id, from, subject;      // as in the message; may hold any bytes
-    std::optional<lorvale::Date> date;  // of delivery
-    std::size_t size = 0;               // bytes
-    bool read = true, deleted = false;
+[[noreturn]] void throwUnreadable(const std::string& what);
 
-    JsonObject json() const;
-};
-Summary summaryOf(lorvale::Message& message, std::size_t number);
+/// In bytes; 0 for what is no file.
+std::uint64_t sizeOfFile(const std::string& path);
+
+/// "message 12".
+std::string nameOfMessage(std::size_t number);
+
+/// Gives back what was loaded of a message, so that a walk over a large mailbox needs little memory.
+void forget(lorvale::Message& message);
 
 /// "2004-01-05 18:22" in the local time zone; "-" for no date.
 std::string dateForPeople(const std::optional<lorvale::Date>& date);

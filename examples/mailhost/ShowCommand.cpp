@@ -6,13 +6,24 @@
 #include "BodyText.h"
 #include "Commands.h"
 #include "Mailbox.h"
+#include "Summary.h"
 #include "Terminal.h"
+#include "Work.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/text.h"
 
 namespace mailhost {
 
 namespace {
+
+enum class Part { summary, headers, raw, text };
+
+constexpr auto kNumber = numberWord("N", "the number of a message");
+constexpr auto kHeaders = flag("--headers", "all headers, and nothing else", "part");
+constexpr auto kRaw = flag("--raw", "the very bytes", "part");
+constexpr auto kText = flag("--text", "the text alone", "part");
+constexpr auto kWords = std::to_array<Parameter>({kMailbox, kNumber});
+constexpr auto kOptions = std::to_array<Parameter>({kHeaders, kRaw, kText});
 
 struct HeaderLine {
     std::string name, value;
@@ -101,7 +112,7 @@ std::string headersAsJson(lorvale::MessageHeaders& headers) {
 
 lorvale::Data rawBytes(lorvale::Message& message) {
     const auto bytes = message.messageData();
-    if (!bytes) throw Failure("the bytes of the message cannot be had");
+    if (!bytes) throwUnreadable("the message");
     return *bytes;
 }
 
@@ -112,48 +123,78 @@ std::string base64(const lorvale::Data& bytes) {
     return text;
 }
 
-std::string messageAsJson(lorvale::Message& message, const Options& options) {
-    JsonObject object = summaryOf(message, options.number).json();
-    const bool summary = options.part == ShowPart::summary;
-    if (summary || options.part == ShowPart::headers) {
+std::string messageAsJson(lorvale::Message& message, std::uint64_t number, Part part) {
+    JsonObject object = Summary(message, number, Summary::Detail::json).json();
+    const bool summary = part == Part::summary;
+    if (summary || part == Part::headers) {
         object.addJson("headers", headersAsJson(*message.headers()));
     }
-    if (summary || options.part == ShowPart::text) {
+    if (summary || part == Part::text) {
         const auto body = bodyText(message);
         object.add("type", body.type).add("charset", body.charset);
         object.add("transferEncoding", body.transferEncoding)
             .add("decoded", body.decoded)
             .add("text", body.text);
     }
-    if (options.part == ShowPart::raw) object.add("base64", base64(rawBytes(message)));
+    if (part == Part::raw) object.add("base64", base64(rawBytes(message)));
     return object.text();
+}
+
+void print(lorvale::Message& message, Part part) {
+    switch (part) {
+        case Part::summary:
+            printSummary(*message.headers());
+            printText(bodyText(message));
+            break;
+        case Part::headers:
+            for (const auto& [name, value] : headerLines(*message.headers())) printHeader(name, value);
+            break;
+        case Part::raw:
+            printRaw(rawBytes(message));
+            break;
+        case Part::text:
+            printText(bodyText(message));
+            break;
+    }
+}
+
+Part wantedPart(const Arguments& arguments) {
+    if (arguments.has(kHeaders)) return Part::headers;
+    if (arguments.has(kRaw)) return Part::raw;
+    return arguments.has(kText) ? Part::text : Part::summary;
+}
+
+int run(const Arguments& arguments) {
+    Mailbox mailbox(arguments[kMailbox]);
+    const auto number = arguments[kNumber];
+    const auto message = mailbox.message(number);
+    const auto part = wantedPart(arguments);
+    workOn(nameOfMessage(number), message->messageSize(), [&] {
+        message->headers()->allHeaders();
+        if (message->bytesAreMissing()) throwUnreadable(nameOfMessage(number));
+        if (arguments.has(kJson)) {
+            LineOutput().write(messageAsJson(*message, number, part));
+        } else {
+            print(*message, part);
+        }
+    });
+    return 0;
 }
 
 }  // namespace
 
-int runShow(const Options& options) {
-    Mailbox mailbox(options.path);
-    const auto message = mailbox.message(options.number);
-    if (options.json) {
-        std::printf("%s\n", messageAsJson(*message, options).c_str());
-        return 0;
-    }
-    switch (options.part) {
-        case ShowPart::summary:
-            printSummary(*message->headers());
-            printText(bodyText(*message));
-            break;
-        case ShowPart::headers:
-            for (const auto& [name, value] : headerLines(*message->headers())) printHeader(name, value);
-            break;
-        case ShowPart::raw:
-            printRaw(rawBytes(*message));
-            break;
-        case ShowPart::text:
-            printText(bodyText(*message));
-            break;
-    }
-    return 0;
-}
+const Command showCommand = {
+    .name = "show",
+    .summary = "the headers and the text of a message",
+    .description =
+        "Prints message number N of a mailbox: its main headers and its text. A body in one part is decoded by "
+        "its "
+        "transfer encoding and charset. Control characters are shown and never obeyed, but for --raw into a "
+        "file "
+        "or a pipe, which gets the very bytes.",
+    .words = kWords,
+    .options = kOptions,
+    .run = run,
+};
 
 }  // namespace mailhost

@@ -44,14 +44,20 @@ bool isTerminal(int descriptor) {
 }
 
 int outputColumns() {
+    if (const char* const wanted = std::getenv("COLUMNS")) {
+        constexpr int kMost = 10'000;
+        if (const int columns = std::atoi(wanted); columns > 0) return std::min(columns, kMost);
+    }
     winsize size = {};
     if (!isTerminal(STDOUT_FILENO) || ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return kColumnsOfAFile;
     return size.ws_col == 0 ? kColumnsOfAFile : size.ws_col;
 }
 
 bool outputIsStyled() {
-    const char* noColour = std::getenv("NO_COLOR");
-    return isTerminal(STDOUT_FILENO) && (noColour == nullptr || *noColour == '\0');
+    const char* const noColour = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return isTerminal(STDOUT_FILENO) && (noColour == nullptr || *noColour == '\0') &&
+           (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 
 bool isUnsafe(char32_t character) {
@@ -60,7 +66,12 @@ bool isUnsafe(char32_t character) {
            (character >= 0x2066 && character <= 0x2069);
 }
 
+bool isPlain(std::string_view text) {
+    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 std::string printableLine(std::string_view text) {
+    if (isPlain(text)) return std::string(text);
     std::string line;
     line.reserve(text.size());
     bool blankDue = false;
@@ -98,12 +109,14 @@ std::string printableText(std::string_view text) {
 }
 
 int displayWidth(std::string_view printable) {
+    if (isPlain(printable)) return static_cast<int>(printable.size());
     int width = 0;
     while (!printable.empty()) width += characterWidth(lorvale::nextCodePoint(printable));
     return width;
 }
 
 std::string cutToWidth(std::string_view printable, int columns) {
+    if (columns <= 0) return {};
     int width = 0;
     std::string_view rest = printable;
     std::size_t keep = 0;  // bytes that fit with one column to spare for the mark

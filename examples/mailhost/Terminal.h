@@ -13,14 +13,18 @@ namespace mailhost {
 void prepareLocale();
 
 bool isTerminal(int descriptor);
-/// Columns of the terminal that standard output is; 100 for a file or a pipe.
+/// $COLUMNS, else the columns of the terminal that standard output is; 100 for a file or a pipe.
 int outputColumns();
-/// Whether standard output may be given bold and dim text.
+/// Whether standard output may be given bold text and colours: a terminal that has them, and no $NO_COLOR.
 bool outputIsStyled();
 
 /// Control characters, and those that turn the direction of the text or break its line: in mail from a
 /// stranger they could rewrite what stands on the screen.
 bool isUnsafe(char32_t character);
+
+/// Whether every byte is a visible character of ASCII or a blank, so that bytes are columns and nothing needs
+/// an escape.  Most text is, and is quickly done with.
+bool isPlain(std::string_view text);
 
 /// The text on one line: unsafe characters and bytes that are not UTF-8 escaped ("\x1B", "\u{202E}"), runs
 /// of tabs and line ends made one blank.

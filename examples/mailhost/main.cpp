@@ -3,11 +3,15 @@
 
 #include <cstdio>
 #include <exception>
+#include <new>
+#include <optional>
 
 #include "Commands.h"
 #include "ConsoleAgent.h"
-#include "Mailbox.h"
+#include "Documents.h"
+#include "Output.h"
 #include "Terminal.h"
+#include "Work.h"
 #include "lorvale/message.h"
 #include "lorvale/platform.h"
 #include "lorvale/values/encoding.h"
@@ -16,44 +20,31 @@ namespace {
 
 using namespace mailhost;
 
-void applySettings(const Options& options) {
+void applySettings(const Arguments& arguments) {
     // Mail of today has UTF-8 in its headers where it is not ASCII; what is not UTF-8 reads as Latin 1.
     lorvale::setDefaultCStringEncoding(lorvale::StringEncoding::utf8);
-    if (options.homeDirectory) lorvale::setHomeDirectory(*options.homeDirectory);
-    if (options.configDirectory) lorvale::setConfigurationDirectory(*options.configDirectory);
-    for (const auto& [key, value] : options.defaults) {
+    if (const auto home = arguments.value(kHome)) lorvale::setHomeDirectory(*home);
+    if (const auto folder = arguments.value(kConfig)) lorvale::setConfigurationDirectory(*folder);
+    for (const auto& [key, value] : arguments.values(kDefault)) {
         lorvale::UserDefaults::standard().setArgument(key, value);
     }
 }
 
-int run(const Options& options) {
-    switch (options.command) {
-        case Command::check:
-            return runCheck(options);
-        case Command::info:
-            return runInfo(options);
-        case Command::list:
-            return runList(options);
-        case Command::show:
-            return runShow(options);
-    }
-    return 1;
-}
-
 int complain(std::string_view text, int status) {
-    ProgressBar::clear();
-    std::fprintf(stderr, "mailhost: %s\n", printableLine(text).c_str());
+    say("mailhost: " + std::string(text));
     return status;
 }
 
 /// The command is the first call of the main run loop, so that whatever the library asks of the main thread
 /// meanwhile is served behind it.
-int runOnMainLoop(const Options& options) {
+int runOnMainLoop(const Arguments& arguments) {
     int status = 1;
     const auto loop = lorvale::RunLoop::main();
     loop->perform([&] {
         try {
-            status = run(options);
+            status = arguments.command()->run(arguments);
+        } catch (const std::bad_alloc&) {
+            status = complain("not enough memory", 1);
         } catch (const std::exception& failure) {
             status = complain(failure.what(), 1);
         }
@@ -62,30 +53,63 @@ int runOnMainLoop(const Options& options) {
     return status;
 }
 
+int runCommand(const Arguments& arguments) {
+    applySettings(arguments);
+    ConsoleAgent agent;
+    lorvale::Message::setUserAgent(&agent);
+    int status = 0;
+    {
+        const LogLines logLines(arguments.has(kVerbose));
+        status = runOnMainLoop(arguments);
+    }
+    lorvale::Message::setUserAgent(nullptr);
+    return status;
+}
+
+std::string version() {
+    return std::string(program.name) + " (" + lorvale::Message::verboseVersion() + ")";
+}
+
+std::string document(std::string_view kind) {
+    if (kind == "man") return manualPage(program, lorvale::Message::verboseVersion());
+    return kind == "bash" ? bashCompletion(program) : zshCompletion(program);
+}
+
+/// What the command line asks to be told instead of running a command; nullopt when it asks for none.
+std::optional<std::string> information(const Arguments& arguments) {
+    if (arguments.has(kHelp)) return helpText(program, arguments.command(), outputColumns());
+    if (arguments.has(kVersion)) return version() + "\n";
+    if (const auto kind = arguments.value(kGenerate)) return document(*kind);
+    return std::nullopt;
+}
+
+/// The output counts as written only when all of it is.
+int finish(int status) {
+    try {
+        finishOutput();
+        return status;
+    } catch (const Failure& failure) {
+        return complain(failure.what(), 1);
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     prepareLocale();
+    Arguments arguments;
     try {
-        const auto options = parseOptions({argv + 1, static_cast<std::size_t>(argc > 0 ? argc - 1 : 0)});
-        if (options.help) {
-            std::fwrite(usageText().data(), 1, usageText().size(), stdout);
-            return 0;
+        arguments.read(program, {argv + 1, static_cast<std::size_t>(argc > 0 ? argc - 1 : 0)});
+        if (const auto text = information(arguments)) {
+            std::fwrite(text->data(), 1, text->size(), stdout);
+            return finish(0);
         }
-        applySettings(options);
-        ConsoleAgent agent;
-        lorvale::Message::setUserAgent(&agent);
-        int status = 0;
-        {
-            const LogLines logLines(options.verbose);
-            status = runOnMainLoop(options);
-        }
-        lorvale::Message::setUserAgent(nullptr);
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) return complain("cannot write the output", 1);
-        return status;
+        arguments.checkComplete();
+        return finish(runCommand(arguments));
     } catch (const UsageError& error) {
         complain(error.what(), 2);
-        std::fputs("Try \"mailhost --help\".\n", stderr);
+        const auto* const command = arguments.command();
+        say("Try \"mailhost " + (command != nullptr ? std::string(command->name) + " " : "") + "--help\".");
         return 2;
     } catch (const std::exception& failure) {
         return complain(failure.what(), 1);

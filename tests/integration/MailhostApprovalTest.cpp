@@ -31,12 +31,16 @@ const Case kCases[] = {
     {"list",
      "mailhost list examples/mail/inbox\nmailhost list examples/mail/odd\n"
      "mailhost list examples/mail/inbox --unread"},
+    {"list-narrow",
+     "COLUMNS=70 mailhost list examples/mail/odd --limit 3\nCOLUMNS=55 mailhost list examples/mail/inbox\n"
+     "COLUMNS=30 mailhost list examples/mail/inbox --limit 5\nCOLUMNS=160 mailhost list examples/mail/lists"},
     {"list-json", "mailhost list --json examples/mail/inbox\nmailhost list --json examples/mail/odd"},
     {"list-sorted",
      "mailhost list examples/mail/lists --sort subject\nmailhost list examples/mail/lists --sort from\n"
      "mailhost list examples/mail/archive-2003 --sort size\n"
      "mailhost list examples/mail/odd --sort received-date\n"
-     "mailhost list examples/mail/archive-2003 --sort=number"},
+     "mailhost list examples/mail/archive-2003 --sort=number\n"
+     "mailhost list examples/mail/archive-2003 --sort from --reverse --limit 3"},
     {"show-text", "for n in 2 3 5 6 7 8 9 10 15 20 24 26; do mailhost show examples/mail/inbox $n; done"},
     {"show-structured",
      "for n in 11 14 17 23; do mailhost show examples/mail/inbox $n; done\n"
@@ -52,15 +56,23 @@ const Case kCases[] = {
      "mailhost show examples/mail/odd 11 --json --raw"},
     {"check",
      "mailhost check examples/mail/inbox\nmailhost check examples/mail/odd\n"
-     "mailhost check examples/mail/odd --json"},
+     "mailhost check examples/mail/odd examples/mail/lists no/such/mailbox --json"},
     {"usage",
-     "mailhost --help\nmailhost\nmailhost lits x\nmailhost list\nmailhost show x\nmailhost show x 1x\n"
+     "mailhost --help\nmailhost check -h\nmailhost list --help\nmailhost show --help\nmailhost info --help\n"
+     "COLUMNS=60 mailhost show --help\nmailhost --version"},
+    {"usage-errors",
+     "mailhost\nmailhost lits x\nmailhost list\nmailhost show x\nmailhost show x 1x\n"
      "mailhost show x 1 --raw --text\nmailhost list x --sort colour\nmailhost list x --text\n"
-     "mailhost list x --frob\nmailhost info x y\nmailhost info x -o =y\nmailhost info -o"},
+     "mailhost --sort size list x\nmailhost list x --frob\nmailhost info x y\nmailhost info ''\n"
+     "mailhost info x -o =y\nmailhost info -o\nmailhost list x --reverse=y\nmailhost list x --limit 0\n"
+     "mailhost list x --since 31.1.2004\nmailhost list x --larger 1T\nmailhost list x --larger -1\n"
+     "mailhost --generate html"},
     {"failures",
      "mailhost list no/such/mailbox\nmailhost list examples/mail\nmailhost check examples/mail\n"
      "mailhost show examples/mail/inbox 30\nmailhost check no/such/mailbox\n"
-     "mailhost list examples/mail/README.md\nmailhost check examples/mail/README.md"},
+     "mailhost list examples/mail/README.md\nmailhost info examples/mail/README.md\n"
+     "mailhost check examples/mail/README.md\nmailhost --help >/dev/full\nmailhost --generate man >/dev/full\n"
+     "mailhost list examples/mail/inbox >/dev/full\nmailhost show examples/mail/inbox 1 >/dev/full"},
 };
 
 std::filesystem::path approvedFile(const Case& theCase) {
@@ -166,9 +178,11 @@ TEST(Mailhost, TakesAnyFileForAMailboxOrSaysWhyNot) {
         const char* why;
         std::string bytes;
         int checkStatus;
+        int listStatus = 0;
     } rows[] = {
         {"empty", "", 0},
-        {"binary", noise, 1},
+        {"white space", "\n \n", 0},
+        {"binary", noise, 1, 1},
         {"binary behind a separator", "From a@b.example\n" + noise, 1},
         {"cut off in a header", real.substr(0, 150), 1},
         {"cut off in a body", real.substr(0, 245), 0},
@@ -178,8 +192,8 @@ TEST(Mailhost, TakesAnyFileForAMailboxOrSaysWhyNot) {
         SCOPED_TRACE(row.why);
         writeFile(folder / "box", row.bytes);
         const auto box = shellWord((folder / "box").string());
-        EXPECT_EQ(runShell("mailhost list " + box).status, 0);
-        EXPECT_EQ(runShell("mailhost info " + box).status, 0);
+        EXPECT_EQ(runShell("mailhost list " + box).status, row.listStatus);
+        EXPECT_EQ(runShell("mailhost info " + box).status, row.listStatus);
         EXPECT_EQ(runShell("mailhost check " + box).status, row.checkStatus);
     }
 }
@@ -211,7 +225,6 @@ TEST(MailhostSharedData, ListsEveryFile) {
         SCOPED_TRACE(entry.path().string());
         const auto path = shellWord(entry.path().string());
         const auto listed = runShell("mailhost list --json " + path);
-        EXPECT_EQ(listed.status, 0) << listed.errors;
         std::size_t lines = 0;
         for (std::string_view rest = listed.output; !rest.empty(); ++lines) {
             const auto end = rest.find('\n');
@@ -225,6 +238,7 @@ TEST(MailhostSharedData, ListsEveryFile) {
             ++separators;
         }
         EXPECT_EQ(lines, separators);
+        EXPECT_EQ(listed.status, separators > 0 || first == std::string::npos ? 0 : 1) << listed.errors;
         EXPECT_THAT(runShell("mailhost check --json " + path).status, ::testing::AnyOf(0, 1));
         ++files;
     }

@@ -88,7 +88,7 @@ Outcome runShell(const std::string& commandLine) {
         "cd " + shellWord(LORVALE_SOURCE_DIR) +
         " && export TZ=UTC LC_ALL=C.UTF-8 HOME=" + shellWord(folder.path().string()) +
         " PATH=" + shellWord(LORVALE_MAILHOST_DIR) +
-        ":\"$PATH\" && unset XDG_CONFIG_HOME NO_COLOR MAIL LORVALE_RESOURCES && ";
+        ":\"$PATH\" && unset XDG_CONFIG_HOME NO_COLOR COLUMNS TERM MAIL LORVALE_RESOURCES && ";
     const int result = std::system(("{ " + surroundings + commandLine + "\n} </dev/null >" +
                                     shellWord(output.string()) + " 2>" + shellWord(errors.string()))
                                        .c_str());

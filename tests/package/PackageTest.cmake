@@ -38,7 +38,19 @@ run(ignored ${CMAKE_COMMAND} --build ${WORK}/build)
 run(printed ${WORK}/build/consumer)
 expect_version("${printed}")
 
-# The console host, too, is a program that needs no more than an installed copy.
+# The console host is installed with the library, its manual page and its completions.
+run(printed ${WORK}/prefix/bin/mailhost --version)
+if(NOT printed MATCHES "Orrin Lorvale v[0-9]+")
+  message(FATAL_ERROR "mailhost printed \"${printed}\"")
+endif()
+foreach(file man/man1/mailhost.1 bash-completion/completions/mailhost zsh/site-functions/_mailhost)
+  file(STRINGS ${WORK}/prefix/share/${file} lines REGEX "received")
+  if(NOT lines)
+    message(FATAL_ERROR "${file} does not know the sort orders of \"list\"")
+  endif()
+endforeach()
+
+# It, too, is a program that needs no more than an installed copy.
 run(ignored ${CMAKE_COMMAND} -G Ninja -S ${SOURCE}/../../examples/mailhost -B ${WORK}/mailhost
     -DCMAKE_PREFIX_PATH=${WORK}/prefix -DCMAKE_CXX_COMPILER=${CXX})
 

@@ -1,0 +1,56 @@
+#include "Commands.h"
+
+#include <algorithm>
+
+namespace mailhost {
+
+namespace {
+
+constexpr auto kCommands = std::to_array<const Command*>({
+    &checkCommand,
+    &infoCommand,
+    &listCommand,
+    &showCommand,
+});
+
+constexpr auto kOptions =
+    std::to_array<Parameter>({kJson, kVerbose, kDefault, kConfig, kHome, kHelp, kVersion, kGenerate});
+
+constexpr auto kExitStatuses = std::to_array<Entry>({
+    {"0", "success"},
+    {"1",
+     "a failure, which is told on standard error: a mailbox or a message that cannot be read, a broken rule "
+     "found by check, output that cannot be written"},
+    {"2", "a command line that makes no sense"},
+});
+
+constexpr auto kEnvironment = std::to_array<Entry>({
+    {"COLUMNS", "how wide tables are made, in place of the terminal's width (100 where there is no terminal)"},
+    {"NO_COLOR", "when it is not empty, no bold text and no colour, also on a terminal"},
+    {"HOME, XDG_CONFIG_HOME",
+     "where \"~\" and the files of the user defaults lie, unless --home or --config says"},
+    {"TZ", "the time zone of the dates in tables, and of those that options take"},
+});
+
+constexpr auto kExamples = std::to_array<Entry>({
+    {"mailhost list ~/inbox --sort received-date --reverse --limit 20", "the twenty latest messages"},
+    {"mailhost list ~/inbox --from ferry --since 2004-03 --json",
+     "what a sender wrote from March 2004 on, for a program"},
+    {"mailhost show ~/inbox 12 --raw > letter.eml", "the very bytes of a message into a file"},
+    {"mailhost check ~/inbox", "is the mailbox in order?"},
+});
+
+}  // namespace
+
+const Program program = {
+    .name = "mailhost",
+    .summary = "look at mailboxes",
+    .description = "Reads mailboxes. Nothing is ever changed, locked or marked as read.",
+    .commands = kCommands,
+    .options = kOptions,
+    .exitStatuses = kExitStatuses,
+    .environment = kEnvironment,
+    .examples = kExamples,
+};
+
+}  // namespace mailhost

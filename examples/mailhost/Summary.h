@@ -1,0 +1,29 @@
+#pragma once
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Json.h"
+#include "lorvale/message.h"
+
+namespace mailhost {
+
+/// What a listing tells about one message.
+struct Summary {
+    /// What a table shows is at hand without reading all headers of a message; JSON has more.
+    enum class Detail { row, json };
+
+    Summary(lorvale::Message& message, std::size_t number, Detail detail);
+
+    std::size_t number = 0;
+    std::string id, from, subject;        // as in the message; may hold any bytes
+    std::vector<std::string> recipients;  // likewise
+    std::optional<lorvale::Date> date;    // of delivery
+    std::size_t size = 0;                 // bytes
+    bool read = true, deleted = false;
+    bool unreadable = false;  // then there are only number, size and flags
+
+    JsonObject json() const;
+};
+
+}  // namespace mailhost
