@@ -58,11 +58,43 @@ AttributedText::AttributedText(std::shared_ptr<const FileWrapper> attachment) {
     append(kAttachmentCharacter, attributes);
 }
 
+AttributedText& AttributedText::operator=(AttributedText&& other) noexcept {
+    AttributedText taken(std::move(other));
+    swap(taken);
+    return *this;
+}
+
+void AttributedText::swap(AttributedText& other) noexcept {
+    _text.swap(other._text);
+    std::swap(_length, other._length);
+    _landmarks.swap(other._landmarks);
+    _runs.swap(other._runs);
+}
+
 // Looking ----------------------------------------------------------------------------------------------------
 
 Range AttributedText::clipped(Range range) const {
     const auto location = std::min(range.location, _length);
     return {location, std::min(range.length, _length - location)};
+}
+
+namespace {
+
+constexpr std::size_t kCharactersPerLandmark = 256;
+
+}  // namespace
+
+/// Where a character begins; the end of the text for its length.
+std::size_t AttributedText::byteAt(std::size_t index) const {
+    if (index >= _length) return _text.size();
+    const auto landmark = _landmarks[index / kCharactersPerLandmark];
+    return landmark + byteOffset(std::string_view(_text).substr(landmark), index % kCharactersPerLandmark);
+}
+
+/// `range` lies in the text.
+std::string_view AttributedText::textIn(Range range) const {
+    const auto start = byteAt(range.location);
+    return std::string_view(_text).substr(start, byteAt(range.end()) - start);
 }
 
 /// `index` is below the length.
@@ -98,8 +130,8 @@ std::optional<AttributedText::Run> AttributedText::nextAttribute(TextAttribute a
         if (!start->second.attributes.has(attribute)) continue;
         auto run = runAt(start);
         if (const auto before = std::max(fromLocation, run.range.location) - run.range.location; before > 0) {
-            run.text = substring(run.text, {before, run.range.length});
             run.range = {fromLocation, run.range.length - before};
+            run.text = textIn(run.range);
         }
         return std::optional<Run>(run);
     }
@@ -114,7 +146,7 @@ AttributedText AttributedText::attributedSubstring(Range range) const {
         const auto run = runAt(start);
         const auto first = std::max(range.location, run.range.location);
         const auto last = std::min(range.end(), run.range.end());
-        part.append(substring(run.text, {first - run.range.location, last - first}), run.attributes);
+        part.append(textIn({first, last - first}), run.attributes);
     }
     return part;
 }
@@ -140,8 +172,18 @@ void AttributedText::append(std::string_view text, const TextAttributes& attribu
     if (!isValidUtf8(text)) return append(withBadBytesAsLatin1(text), attributes);
     if (_runs.empty() || std::prev(_runs.end())->second.attributes != attributes)
         _runs.emplace_hint(_runs.end(), _length, RunStart{_text.size(), attributes});
+    appendText(text);
+}
+
+void AttributedText::appendText(std::string_view text) {
+    const auto start = _text.size();
     _text += text;
-    _length += characterCount(text);
+    for (auto left = std::string_view(_text).substr(start); !left.empty();) {
+        if (_length % kCharactersPerLandmark == 0) _landmarks.push_back(_text.size() - left.size());
+        const auto piece = substring(left, {0, kCharactersPerLandmark - _length % kCharactersPerLandmark});
+        _length += characterCount(piece);
+        left.remove_prefix(piece.size());
+    }
 }
 
 void AttributedText::append(const AttributedText& text) {
@@ -161,10 +203,7 @@ void AttributedText::replaceCharacters(Range range, const AttributedText& text) 
 AttributedText::Runs::iterator AttributedText::splitAt(std::size_t index) {
     const auto next = _runs.lower_bound(index);
     if (index >= _length || (next != _runs.end() && next->first == index)) return next;
-    const auto split = std::prev(next);
-    const auto rest = std::string_view(_text).substr(split->second.byte);
-    const auto byte = split->second.byte + byteOffset(rest, index - split->first);
-    return _runs.emplace_hint(next, index, RunStart{byte, split->second.attributes});
+    return _runs.emplace_hint(next, index, RunStart{byteAt(index), std::prev(next)->second.attributes});
 }
 
 void AttributedText::changeAttributes(Range range, const std::function<void(TextAttributes&)>& change) {

@@ -4,6 +4,7 @@
 #include <cassert>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <new>
 #include <utility>
 
@@ -52,9 +53,10 @@ ByteBuffer::ByteBuffer(ByteBuffer&& other) noexcept
       _capacity(std::exchange(other._capacity, 0)) {}
 
 ByteBuffer& ByteBuffer::operator=(ByteBuffer&& other) noexcept {
-    std::swap(_bytes, other._bytes);
-    std::swap(_size, other._size);
-    std::swap(_capacity, other._capacity);
+    ByteBuffer taken(std::move(other));
+    std::swap(_bytes, taken._bytes);
+    std::swap(_size, taken._size);
+    std::swap(_capacity, taken._capacity);
     return *this;
 }
 
@@ -64,7 +66,13 @@ ByteBuffer::~ByteBuffer() {
 
 void ByteBuffer::append(std::string_view bytes) {
     if (bytes.empty()) return;
-    std::memcpy(reserve(bytes.size()), bytes.data(), bytes.size());
+    // Growing may move the storage, and the bytes with it when they lie in it.
+    const auto own = view();
+    const std::less<const char*> before;
+    const bool isOwn = !before(bytes.data(), own.data()) && before(bytes.data(), own.data() + own.size());
+    const auto offset = isOwn ? bytes.data() - own.data() : 0;
+    auto* const room = reserve(bytes.size());
+    std::memcpy(room, isOwn ? view().data() + offset : bytes.data(), bytes.size());
     _size += bytes.size();
 }
 

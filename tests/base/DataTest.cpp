@@ -32,5 +32,28 @@ TEST(ByteBuffer, HandsItsStorageOverWithoutCopying) {
     EXPECT_EQ(buffer.data().view(), "again");
 }
 
+TEST(Data, MovedFromValuesAreEmptyAndUsable) {
+    auto whole = Data::copyOf(std::string_view("some bytes"));
+    Data slice = whole.subdata(Range{5, 5});
+    slice = std::move(whole);
+    EXPECT_TRUE(whole.empty() && whole.view().data() == nullptr);
+    auto& same = slice;
+    slice = std::move(same);
+    EXPECT_EQ(slice.view(), "some bytes") << "moved into itself";
+
+    ByteBuffer first, second;
+    first.append("first");
+    second.append("second");
+    first = std::move(second);
+    EXPECT_TRUE(second.empty());
+    second.append("again");
+    EXPECT_EQ(first.view(), "second");
+    EXPECT_EQ(second.view(), "again");
+    first.append(first.view());
+    EXPECT_EQ(first.view(), "secondsecond") << "also when it has to grow for it";
+    first.truncate(100);
+    EXPECT_EQ(first.size(), 12u);
+}
+
 }  // namespace
 }  // namespace lorvale

@@ -74,7 +74,8 @@ inline constexpr std::string_view kAttachmentCharacter = "\xEF\xBF\xBC";
 
 /// Text in UTF-8 and runs of attributes.  The runs cover the whole text, and no two neighbours are alike.
 /// Ranges and lengths count characters; a range is cut off at the end of the text.  Bytes that are not UTF-8
-/// are taken as Latin 1, so that the text is always valid.  A value: copies share nothing but attachments.
+/// are taken as Latin 1, so that the text is always valid.  A value: copies share nothing but attachments, and
+/// a moved-from one is empty.  Laying attributes costs the same anywhere in the text.
 class LORVALE_EXPORT AttributedText {
 public:
     /// Borrowed from the text until its next change.
@@ -85,6 +86,11 @@ public:
     };
 
     AttributedText() = default;
+    AttributedText(const AttributedText&) = default;
+    AttributedText& operator=(const AttributedText&) = default;
+    AttributedText(AttributedText&& other) noexcept { swap(other); }
+    AttributedText& operator=(AttributedText&& other) noexcept;
+    ~AttributedText() = default;
     explicit AttributedText(std::string_view text, const TextAttributes& attributes = {});
     /// One attachment character.
     explicit AttributedText(std::shared_ptr<const FileWrapper> attachment);
@@ -119,7 +125,10 @@ public:
     /// Takes out the attachments and their characters.
     void removeAllAttachments();
 
-    friend bool operator==(const AttributedText&, const AttributedText&) = default;
+    void swap(AttributedText& other) noexcept;
+    friend bool operator==(const AttributedText& a, const AttributedText& b) {
+        return a._text == b._text && a._runs == b._runs;
+    }
 
 private:
     struct RunStart {
@@ -133,9 +142,15 @@ private:
     Run runAt(Runs::const_iterator run) const;
     Runs::iterator splitAt(std::size_t index);
     Range clipped(Range range) const;
+    std::size_t byteAt(std::size_t index) const;
+    std::string_view textIn(Range range) const;
+    void appendText(std::string_view text);
 
     std::string _text;
     std::size_t _length = 0;
+    // The byte at which every so many characters one begins, from the first: finding a character in a long text
+    // walks over a few others only.
+    std::vector<std::size_t> _landmarks;
     Runs _runs;  // one at 0 unless the text is empty
 };
 

@@ -1,10 +1,12 @@
 #pragma once
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "lorvale/export.h"
 #include "lorvale/values/range.h"
@@ -13,10 +15,26 @@ namespace lorvale {
 
 /// Immutable bytes behind a shared owner.  Copies and slices share the owner and cost no copy of the bytes;
 /// a mapped file is a Data too.  The bytes stay good for as long as any Data on them lives.  May be read by
-/// several threads.  Where "no data" differs from "empty data", an operation answers std::optional<Data>.
+/// several threads.  A moved-from Data is empty.  Where "no data" differs from "empty data", an operation
+/// answers std::optional<Data>.
 class LORVALE_EXPORT Data {
 public:
     Data() = default;
+    Data(const Data&) = default;
+    Data& operator=(const Data&) = default;
+    Data(Data&& other) noexcept
+        : _owner(std::move(other._owner)),
+          _bytes(std::exchange(other._bytes, nullptr)),
+          _size(std::exchange(other._size, 0)) {}
+    Data& operator=(Data&& other) noexcept {
+        Data taken(std::move(other));
+        std::swap(_owner, taken._owner);
+        std::swap(_bytes, taken._bytes);
+        std::swap(_size, taken._size);
+        return *this;
+    }
+    ~Data() = default;
+
     /// The bytes of `bytes`, moved, not copied.
     explicit Data(std::string&& bytes);
     /// Bytes that `owner` keeps alive.
@@ -51,8 +69,8 @@ private:
     std::size_t _size = 0;
 };
 
-/// Bytes under construction.  Grows by doubling; data() hands the storage over without copying.
-/// One thread at a time.
+/// Bytes under construction.  Grows by doubling; data() hands the storage over without copying.  A moved-from
+/// buffer is empty and may be filled again.  One thread at a time.
 class LORVALE_EXPORT ByteBuffer {
 public:
     ByteBuffer() = default;
@@ -74,10 +92,11 @@ public:
         _bytes[_size++] = byte;
     }
     void append(char byte) { append(static_cast<std::uint8_t>(byte)); }
+    /// The bytes may be some of this buffer's own.
     void append(std::string_view bytes);
     void append(const Data& data) { append(data.view()); }
-    /// Forgets the bytes behind the first `size`, which must not be above size().
-    void truncate(std::size_t size) { _size = size; }
+    /// Forgets the bytes behind the first `size`.
+    void truncate(std::size_t size) { _size = std::min(size, _size); }
 
     /// Room for `count` more bytes behind the present ones, for a writer that works on the memory itself;
     /// commit() then says how many it wrote.  The pointer is good until the next operation.
