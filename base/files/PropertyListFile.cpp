@@ -13,7 +13,9 @@ std::optional<PropertyList> readPropertyListFile(const std::string& path, FileSt
 }
 
 FileStatus writePropertyListFile(const std::string& path, const PropertyList& value, mode_t permissions) {
-    return writeFileAtomically(path, value.xml(), permissions);
+    const auto xml = value.xml();
+    if (xml.empty()) return FileStatus(EINVAL, "write " + path + ": the value has no form as a file");
+    return writeFileAtomically(path, xml, permissions);
 }
 
 }  // namespace lorvale

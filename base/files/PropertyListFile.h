@@ -13,7 +13,8 @@ namespace lorvale {
 /// (ENOENT), cannot be read, or holds no property list (EBADMSG).
 std::optional<PropertyList> readPropertyListFile(const std::string& path, FileStatus* status = nullptr);
 
-/// Writes XML so that a crash shows the old file or the new one.
+/// Writes XML so that a crash shows the old file or the new one.  A value that could not be read again, null or
+/// beyond the limits of property lists, is refused (EINVAL) and leaves the file as it was.
 FileStatus writePropertyListFile(const std::string& path, const PropertyList& value, mode_t permissions = 0666);
 
 }  // namespace lorvale

@@ -36,7 +36,8 @@ private:
 
 /// Only these have a form as text.
 bool isText(const PropertyList& value) {
-    return value.get<std::string>() || value.get<std::int64_t>() || value.get<double>() || value.get<bool>();
+    return value.get<std::string>() || value.get<std::int64_t>() || value.get<double>() || value.get<bool>() ||
+           value.get<Date>();
 }
 
 }  // namespace

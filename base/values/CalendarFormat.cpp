@@ -40,6 +40,8 @@ public:
         return _text.atEnd();
     }
 
+    void negateYear() { _fields.time.year = -_fields.time.year; }
+
     std::optional<Date> date() {
         auto& time = _fields.time;
         if (_fields.hourOf12) time.hour = *_fields.hourOf12 % 12 + (_fields.afternoon ? 12 : 0);
@@ -227,6 +229,14 @@ private:
 std::optional<Date> Date::dateWithString(std::string_view text, std::string_view calendarFormat) {
     Reader reader(trimmed(text));
     if (!reader.readFormat(calendarFormat)) return std::nullopt;
+    return reader.date();
+}
+
+std::optional<Date> dateFromIso8601(std::string_view text) {
+    const bool isBeforeYear0 = text.starts_with('-');
+    Reader reader(text.substr(isBeforeYear0 ? 1 : 0));
+    if (!reader.readFormat("%Y-%m-%dT%H:%M:%S%z")) return std::nullopt;
+    if (isBeforeYear0) reader.negateYear();
     return reader.date();
 }
 

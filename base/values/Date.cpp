@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 
 #include "lorvale/values/format.h"
@@ -10,42 +11,36 @@ namespace lorvale {
 
 namespace {
 
+namespace chrono = std::chrono;
+
 constexpr std::int64_t kDay = 86'400;
 constexpr int kFirstYear = -9999, kLastYear = 9999;
 
-/// Days are counted in eras of 400 years, whose years begin in March so that the leap day comes last.
-constexpr std::int64_t kDaysOfEra = 146'097;
-constexpr std::int64_t kDaysTo1970 = 719'468;  // from 1 March of the year 0
-
-constexpr std::int64_t floorDivide(std::int64_t a, std::int64_t b) {
-    return a / b - (a % b < 0 ? 1 : 0);
+constexpr chrono::year_month_day dayOf(int year, int month, int day) {
+    return {chrono::year(year), chrono::month(static_cast<unsigned>(month)),
+            chrono::day(static_cast<unsigned>(day))};
 }
 
-constexpr std::int64_t daysOf(int year, int month, int day) {
-    const auto y = static_cast<std::int64_t>(year) - (month <= 2 ? 1 : 0);
-    const auto era = floorDivide(y, 400);
-    const auto yearOfEra = y - era * 400;
-    const auto dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
-    return era * kDaysOfEra + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - kDaysTo1970;
+constexpr std::int64_t secondsTo(chrono::sys_days day) {
+    return chrono::sys_seconds(day).time_since_epoch().count();
 }
+
+constexpr auto kEarliest = secondsTo(dayOf(kFirstYear, 1, 1)),
+               kLatest = secondsTo(dayOf(kLastYear + 1, 1, 1)) - 1;
 
 CivilTime civilTimeAt(std::int64_t localSeconds) {
-    const auto days = floorDivide(localSeconds, kDay);
-    const auto second = static_cast<int>(localSeconds - days * kDay);
-    const auto shifted = days + kDaysTo1970;
-    const auto era = floorDivide(shifted, kDaysOfEra);
-    const auto dayOfEra = shifted - era * kDaysOfEra;
-    const auto yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36'524 - dayOfEra / 146'096) / 365;
-    const auto dayOfYear = static_cast<int>(dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100));
-    const auto monthFromMarch = (5 * dayOfYear + 2) / 153;
-    CivilTime time;
-    time.day = dayOfYear - (153 * monthFromMarch + 2) / 5 + 1;
-    time.month = monthFromMarch < 10 ? monthFromMarch + 3 : monthFromMarch - 9;
-    time.year = static_cast<int>(yearOfEra + era * 400) + (time.month <= 2 ? 1 : 0);
-    time.hour = second / 3600;
-    time.minute = second / 60 % 60;
-    time.second = second % 60;
-    return time;
+    const chrono::sys_seconds moment{chrono::seconds(localSeconds)};
+    const auto midnight = chrono::floor<chrono::days>(moment);
+    const chrono::year_month_day date(midnight);
+    const chrono::hh_mm_ss time(moment - midnight);
+    CivilTime civil;
+    civil.year = static_cast<int>(date.year());
+    civil.month = static_cast<int>(static_cast<unsigned>(date.month()));
+    civil.day = static_cast<int>(static_cast<unsigned>(date.day()));
+    civil.hour = static_cast<int>(time.hours().count());
+    civil.minute = static_cast<int>(time.minutes().count());
+    civil.second = static_cast<int>(time.seconds().count());
+    return civil;
 }
 
 /// The seconds from 1970 that the fields would be in UTC; nullopt when they name no time.
@@ -55,19 +50,19 @@ std::optional<std::int64_t> secondsOf(const CivilTime& time) {
                        time.hour >= 0 && time.hour <= 23 && time.minute >= 0 && time.minute <= 59 &&
                        time.second >= 0 && time.second <= 60;
     if (!valid) return std::nullopt;
-    return daysOf(time.year, time.month, time.day) * kDay + time.hour * 3600 + time.minute * 60 + time.second;
+    return daysFromCivil(time.year, time.month, time.day) * kDay + time.hour * 3600 + time.minute * 60 +
+           time.second;
 }
 
 }  // namespace
 
 Date::Date(std::int64_t secondsSince1970, std::int32_t zoneOffset)
-    : _seconds(std::clamp(secondsSince1970, daysOf(kFirstYear, 1, 1) * kDay,
-                          daysOf(kLastYear + 1, 1, 1) * kDay - 1)),
+    : _seconds(std::clamp(secondsSince1970, kEarliest, kLatest)),
       _zoneOffset(zoneOffset > -kDay && zoneOffset < kDay ? zoneOffset : 0) {}
 
 Date Date::now() {
-    const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-    return Date(std::chrono::floor<std::chrono::seconds>(sinceEpoch).count()).inLocalZone();
+    const auto sinceEpoch = chrono::system_clock::now().time_since_epoch();
+    return Date(chrono::floor<chrono::seconds>(sinceEpoch).count()).inLocalZone();
 }
 
 Date Date::inLocalZone() const {
@@ -76,12 +71,12 @@ Date Date::inLocalZone() const {
 
 std::string Date::iso8601() const {
     const auto time = civilTimeAt(_seconds);
-    return formatText("%04d-%02d-%02dT%02d:%02d:%02dZ", time.year, time.month, time.day, time.hour, time.minute,
-                      time.second);
+    return formatText("%s%04d-%02d-%02dT%02d:%02d:%02dZ", time.year < 0 ? "-" : "", std::abs(time.year),
+                      time.month, time.day, time.hour, time.minute, time.second);
 }
 
 std::int64_t daysFromCivil(int year, int month, int day) {
-    return daysOf(year, month, day);
+    return chrono::sys_days(dayOf(year, month, day)).time_since_epoch().count();
 }
 
 CivilTime civilTime(const Date& date) {
@@ -89,13 +84,14 @@ CivilTime civilTime(const Date& date) {
 }
 
 int weekdayFromDays(std::int64_t daysSince1970) {
-    const auto fromThursday = daysSince1970 % 7;  // 1 January 1970 was one
-    return static_cast<int>((fromThursday + 11) % 7);
+    const chrono::sys_days day{chrono::days(daysSince1970 % 7)};  // in any week, for the sake of far days
+    return static_cast<int>(chrono::weekday(day).c_encoding());
 }
 
 int daysInMonth(int year, int month) {
-    if (month == 2) return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0) ? 29 : 28;
-    return month == 4 || month == 6 || month == 9 || month == 11 ? 30 : 31;
+    const chrono::year_month_day_last last =
+        chrono::year(year) / chrono::month(static_cast<unsigned>(month)) / chrono::last;
+    return static_cast<int>(static_cast<unsigned>(last.day()));
 }
 
 std::optional<Date> dateFromCivil(const CivilTime& time, std::int32_t zoneOffset) {

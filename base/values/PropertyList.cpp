@@ -78,14 +78,15 @@ std::string PropertyList::string(std::string_view otherwise) const {
     if (const auto* const value = get<bool>()) return *value ? "YES" : "NO";
     if (const auto* const value = get<std::int64_t>()) return std::to_string(*value);
     if (const auto* const value = get<double>()) return textOf(*value);
+    if (const auto* const value = get<Date>()) return value->iso8601();
     return std::string(otherwise);
 }
 
 std::vector<std::string> PropertyList::strings() const {
     std::vector<std::string> texts;
     for (const auto& entry : array()) {
-        const bool isText = entry.get<std::string>() != nullptr || entry.get<std::int64_t>() != nullptr ||
-                            entry.get<double>() != nullptr;
+        const bool isText =
+            entry.get<std::string>() || entry.get<std::int64_t>() || entry.get<double>() || entry.get<Date>();
         if (isText) texts.push_back(entry.string());
     }
     return texts;
@@ -97,8 +98,9 @@ std::optional<Data> PropertyList::data() const {
 }
 
 std::optional<Date> PropertyList::date() const {
-    const auto* const value = get<Date>();
-    return value == nullptr ? std::nullopt : std::optional(*value);
+    if (const auto* const value = get<Date>()) return *value;
+    if (const auto* const value = get<std::string>()) return dateFromIso8601(*value);
+    return std::nullopt;
 }
 
 const PropertyList::Array& PropertyList::array() const {

@@ -37,7 +37,7 @@ public:
 
     /// The first value along the search list.  nullopt: no domain has one.
     std::optional<PropertyList> objectForKey(std::string_view key) const;
-    /// Text; also the text of a number.
+    /// Text; also the text of a number, a truth value or a date.
     std::optional<std::string> stringForKey(std::string_view key) const;
     /// A number or a truth value, or a text that is a number; else 0.
     std::int64_t integerForKey(std::string_view key) const;
@@ -55,6 +55,7 @@ public:
     void setString(std::string_view value, std::string_view forKey);
     void setInteger(std::int64_t value, std::string_view forKey);
     void setBool(bool value, std::string_view forKey);
+    void setBool(const void*, std::string_view) = delete;  ///< "NO" is a pointer, and would be true
     void removeObjectForKey(std::string_view key);
 
     /// Values of last resort; a later registration of a key wins.  `values` is a dictionary.

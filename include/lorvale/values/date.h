@@ -42,7 +42,7 @@ public:
     /// %e the day without zero or blank, %j three digits, the other numbers two; %z is "+hhmm", %Z "GMT" or
     /// "GMT+hhmm"; a mark that is not known stands as it is.
     std::string descriptionWithCalendarFormat(std::string_view calendarFormat) const;
-    /// In UTC, as "2002-08-22T10:46:23Z".
+    /// In UTC, as "2002-08-22T10:46:23Z"; a year before 0 has a sign, "-0044-03-15T11:00:00Z".
     std::string iso8601() const;
 
     /// The same moment in another zone, or in the local one with its offset at that moment.
@@ -84,6 +84,9 @@ LORVALE_EXPORT std::int32_t localZoneOffset(std::int64_t secondsSince1970);
 /// "Thurs"), in any case of letters.
 LORVALE_EXPORT std::optional<int> monthNamed(std::string_view name);
 LORVALE_EXPORT std::optional<int> weekdayNamed(std::string_view name);
+/// The moment of "2002-08-22T10:46:23Z", as Date::iso8601() writes it, or with a zone as "+02:00" in place of
+/// the "Z"; nullopt for another form, or a time that does not exist.
+LORVALE_EXPORT std::optional<Date> dateFromIso8601(std::string_view text);
 /// Seconds east of UTC for a name of RFC 822 ("UT", "GMT", "EST", "PDT"), a common abbreviation ("CET", "JST"),
 /// one letter of the military zones (all 0, as RFC 5322 asks, since mail has them with both signs) or a form
 /// with digits ("GMT+2", "UTC-0330"); nullopt for any other.

@@ -23,19 +23,35 @@ namespace lorvale {
 ///
 ///     const auto size = list["Accounts"][0]["MaximumSize"].integer(1000);
 ///
-/// A value: copies share nothing but data.  One thread at a time, or several that only read.
+/// A value: copies share nothing but data, and a moved-from one is null.  One thread at a time, or several that
+/// only read.
 class LORVALE_EXPORT PropertyList {
 public:
     using Array = std::vector<PropertyList>;
     using Dictionary = std::map<std::string, PropertyList, std::less<>>;
 
     PropertyList() = default;
-    PropertyList(bool value) : _value(value) {}
+    PropertyList(const PropertyList&) = default;
+    PropertyList& operator=(const PropertyList&) = default;
+    PropertyList(PropertyList&& other) noexcept : _value(std::exchange(other._value, std::monostate())) {}
+    PropertyList& operator=(PropertyList&& other) noexcept {
+        Value taken(std::exchange(other._value, std::monostate()));
+        _value = std::move(taken);
+        return *this;
+    }
+    ~PropertyList() = default;
+
+    /// Exactly a bool: a pointer to anything would convert to one.
+    template <std::same_as<bool> Bool>
+    PropertyList(Bool value) : _value(value) {}
     template <std::integral Integer>
     requires(!std::same_as<Integer, bool>) PropertyList(Integer value)
         : _value(static_cast<std::int64_t>(value)) {}
     PropertyList(double value) : _value(value) {}
-    PropertyList(const char* text) : _value(std::string(text)) {}
+    /// Text; a null pointer makes a null value.
+    PropertyList(const char* text) {
+        if (text != nullptr) _value.emplace<std::string>(text);
+    }
     PropertyList(std::string_view text) : _value(std::string(text)) {}
     PropertyList(std::string text) : _value(std::move(text)) {}
     PropertyList(Data data) : _value(std::move(data)) {}
@@ -43,13 +59,17 @@ public:
     PropertyList(Array array) : _value(std::move(array)) {}
     PropertyList(Dictionary dictionary) : _value(std::move(dictionary)) {}
 
-    /// Reads the XML and the binary form; nullopt for anything else.  Files from elsewhere are bounded: 16 MB,
-    /// half a million values and 100 levels, whatever a small file unfolds to.  Dates are those from 1932 to
-    /// 2069, whole seconds.
-    static std::optional<PropertyList> parse(const Data& data);
-    /// The XML form, with the keys in their order.  Null values have no form there and are left out; a zero
-    /// byte ends its text.  An empty text for a null value.
-    std::string xml() const;
+    /// Most bytes of a file, and most levels of arrays and dictionaries in each other.
+    static constexpr std::size_t kMostBytes = 256 << 20, kMostLevels = 512;
+
+    /// Reads the XML and the binary form; nullopt for anything else, and for what goes beyond kMostBytes,
+    /// kMostLevels or, where a small binary file refers to the same values again and again, 16 MB and 64 times
+    /// its size.
+    [[nodiscard]] static std::optional<PropertyList> parse(const Data& data);
+    /// The XML form, with the keys in their order.  Reading it gives the same value back, whatever bytes its
+    /// texts are made of; but null values have no form there and are left out, and dates lose their zone and
+    /// are read as UTC.  An empty text for a null value and, with a line in the log, beyond the limits.
+    [[nodiscard]] std::string xml() const;
 
     bool isNull() const { return std::holds_alternative<std::monostate>(_value); }
     /// The value if it is of that kind (bool, std::int64_t, double, std::string, Data, Date, Array,
@@ -71,11 +91,12 @@ public:
     /// A number, cut off at the limits; a truth value; a text that is a number.
     std::int64_t integer(std::int64_t otherwise = 0) const;
     double real(double otherwise = 0) const;
-    /// A text, or a number or truth value as one.
+    /// A text, or a number, truth value or date (as "2002-08-22T10:46:23Z") as one.
     std::string string(std::string_view otherwise = {}) const;
-    /// The texts of an array; what is no text or number in it is passed over.
+    /// The texts of an array; what is no text, number or date in it is passed over.
     std::vector<std::string> strings() const;
     std::optional<Data> data() const;
+    /// A date, or a text that is one as string() gives it.
     std::optional<Date> date() const;
     /// An empty one for another kind.
     const Array& array() const;
@@ -96,7 +117,9 @@ public:
     friend bool operator==(const PropertyList&, const PropertyList&) = default;
 
 private:
-    std::variant<std::monostate, bool, std::int64_t, double, std::string, Data, Date, Array, Dictionary> _value;
+    using Value =
+        std::variant<std::monostate, bool, std::int64_t, double, std::string, Data, Date, Array, Dictionary>;
+    Value _value;
 };
 
 }  // namespace lorvale
