@@ -9,6 +9,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/message/dates.h
     include/lorvale/message/flags.h
     include/lorvale/message/headers.h
+    include/lorvale/message/list.h
     include/lorvale/message/source.h
     include/lorvale/message/subjects.h
     include/lorvale/message/willingness_registry.h
@@ -29,7 +30,10 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/store/berkeley_mbox.h
     include/lorvale/store/check.h
     include/lorvale/store/constants.h
+    include/lorvale/store/mail_account.h
+    include/lorvale/store/mailbox_index.h
     include/lorvale/store/message_store.h
+    include/lorvale/store/opening_failure.h
     include/lorvale/store/store_class.h
     include/lorvale/toolkit.h
     include/lorvale/toolkit/analysis.h

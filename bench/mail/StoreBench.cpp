@@ -173,7 +173,7 @@ void BM_CompactAwayEveryOther(benchmark::State& state) {
         state.PauseTiming();
         std::ofstream(path, std::ios::binary) << mailbox.bytes();
         const auto store = BerkeleyMbox::initWithPath(path);
-        MessageList odd;
+        std::vector<std::shared_ptr<Message>> odd;
         for (std::size_t i = 1; i < store->totalCount(); i += 2) odd.push_back(store->allMessages()[i]);
         store->deleteMessages(odd);
         state.ResumeTiming();

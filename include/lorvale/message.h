@@ -16,6 +16,7 @@
 #include "lorvale/message/dates.h"
 #include "lorvale/message/flags.h"
 #include "lorvale/message/headers.h"
+#include "lorvale/message/list.h"
 #include "lorvale/message/source.h"
 #include "lorvale/message/subjects.h"
 #include "lorvale/message/willingness_registry.h"
@@ -99,6 +100,8 @@ public:
     void setHeaders(std::shared_ptr<MessageHeaders> headers);
     std::shared_ptr<MessageFlags> messageFlags();
     void setMessageFlags(std::shared_ptr<MessageFlags> flags);
+    /// What messageFlags() would answer, without keeping it, for a walk over a whole mailbox.
+    std::shared_ptr<MessageFlags> currentFlags();
     std::shared_ptr<MessageBody> messageBody();
     void setMessageBody(std::shared_ptr<MessageBody> body);
 
@@ -115,12 +118,20 @@ public:
     std::string description();
 
 private:
+    friend class MessageList;
+    static constexpr std::uint32_t kNoHint = 0xFFFF'FFFF;
+    std::size_t listHint() const { return _listHint.load(std::memory_order_relaxed); }
+    void setListHint(std::size_t index) const {
+        _listHint.store(static_cast<std::uint32_t>(index), std::memory_order_relaxed);
+    }
+
     std::weak_ptr<MessageSource> _source;
     // In this order, so that they go in the order headers, body, flags.
     std::shared_ptr<MessageFlags> _flags;
     std::shared_ptr<MessageBody> _body;
     std::shared_ptr<MessageHeaders> _headers;
-    std::atomic<std::uint8_t> _missing = 0;  // one bit a MessagePart
+    mutable std::atomic<std::uint32_t> _listHint = kNoHint;  // where a MessageList found it last
+    std::atomic<std::uint8_t> _missing = 0;                  // one bit a MessagePart
 };
 
 }  // namespace lorvale

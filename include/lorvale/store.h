@@ -2,4 +2,6 @@
 /// Mailboxes: the abstract store, the choice of a class for a path, and the stores of this library.
 #include "lorvale/store/berkeley_mbox.h"
 #include "lorvale/store/check.h"
+#include "lorvale/store/mail_account.h"
+#include "lorvale/store/mailbox_index.h"
 #include "lorvale/store/message_store.h"

@@ -97,10 +97,15 @@ void Message::setHeaders(std::shared_ptr<MessageHeaders> headers) {
 }
 
 std::shared_ptr<MessageFlags> Message::messageFlags() {
-    if (_flags) return _flags;
-    if (const auto source = messageSource()) _flags = source->flagsForMessage(*this);
-    if (!_flags) _flags = MessageFlags::flagsForMessage(*this);
+    if (!_flags) _flags = currentFlags();
     return _flags;
+}
+
+std::shared_ptr<MessageFlags> Message::currentFlags() {
+    if (_flags) return _flags;
+    const auto source = messageSource();
+    auto flags = source ? source->flagsForMessage(*this) : nullptr;
+    return flags ? flags : MessageFlags::flagsForMessage(*this);
 }
 
 void Message::setMessageFlags(std::shared_ptr<MessageFlags> flags) {

@@ -10,9 +10,9 @@
 #include "lorvale/message.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/paths.h"
+#include "lorvale/values/format.h"
 #include "mail/stores/CachedHeaderReading.h"
 #include "mail/stores/MboxSnapshot.h"
-#include "mail/stores/MessageLists.h"
 #include "mail/stores/TOCMessage.h"
 
 namespace lorvale {
@@ -31,7 +31,7 @@ bool beginWith(const std::vector<MboxRange>& ranges, const std::vector<MboxRange
 BerkeleyMbox::BerkeleyMbox() = default;
 
 BerkeleyMbox::~BerkeleyMbox() {
-    if (!_path.empty()) BerkeleyMbox::close();
+    BerkeleyMbox::close();
 }
 
 float BerkeleyMbox::willingnessToOpen(std::string_view path) {
@@ -63,13 +63,22 @@ bool BerkeleyMbox::openAtPath(std::string_view path, bool create, bool readOnly,
     _storePath = _standarizedStorePath(path);
     if (!MessageStore::openAtPath(path, create, readOnly, account)) return false;
     if (!readOnly && !_acquireLock()) {
-        if (Defaults::sharedInstance().canUseWindowKit()) return false;
-        _flags.isReadOnly = true;
+        if (Defaults::sharedInstance().canUseWindowKit()) {
+            return failOpening(OpeningFailure::Reason::locked,
+                               formatText("The mailbox %@ is locked", _storePath));
+        }
+        setReadOnly(true);
         log("This mailbox is locked.  Opening in read-only mode.");
     }
-    if (!create && !FileSystem::current().exists(_storePath)) return false;
-    auto snapshot = _takeSnapshot();
-    if (snapshot == nullptr) return false;
+    if (!create && !FileSystem::current().exists(_storePath)) {
+        return failOpening(OpeningFailure::Reason::missing, formatText("There is no mailbox %@", _storePath));
+    }
+    std::string reason;
+    auto snapshot = MboxSnapshot::ofFile(_storePath, reason);
+    if (snapshot == nullptr) {
+        return failOpening(OpeningFailure::Reason::unreadable,
+                           formatText("Could not read the mailbox %@: %@", _storePath, reason));
+    }
     _adopt(std::move(snapshot), {});
     return true;
 }
@@ -97,10 +106,7 @@ void BerkeleyMbox::close() {
         // that: they compact when the user wants it, and quitting must not make a deletion final.
         doCompact();
     }
-    _allMessages.reset();
-    _filteredMessages.clear();
-    _deletedMessages.reset();
-    _unreadMessages.reset();
+    setLists({});
     _mboxData.reset();
 }
 
@@ -128,30 +134,29 @@ std::unique_ptr<MboxSnapshot> BerkeleyMbox::_takeSnapshot() const {
 }
 
 void BerkeleyMbox::_createAllMessages(const std::vector<MboxRange>& ranges, const MessageList& survivors) {
-    auto all = std::make_shared<MessageList>();
-    all->reserve(ranges.size());
+    std::vector<std::shared_ptr<Message>> all;
+    all.reserve(ranges.size());
     const auto self = shared_from_this();
     for (std::size_t i = 0; i < ranges.size(); ++i) {
         if (i < survivors.size()) {
             static_cast<TOCMessage&>(*survivors[i]).setMboxRange(ranges[i]);
-            all->push_back(survivors[i]);
+            all.push_back(survivors[i]);
         } else {
-            all->push_back(Message::messageInStore<TOCMessage>(self, ranges[i]));
+            all.push_back(Message::messageInStore<TOCMessage>(self, ranges[i]));
         }
     }
-    _allMessages = std::move(all);
-    _allMessagesSize = sizeOfMessages(*_allMessages);
+    setAllMessages(std::move(all));
 }
 
 void BerkeleyMbox::_adopt(std::unique_ptr<MboxSnapshot> snapshot, MessageList survivors) {
-    const auto before = std::exchange(_allMessages, nullptr);
+    const auto before = allMessages();
     _mboxData = std::move(snapshot);
     const auto ranges = _mboxData != nullptr ? mboxRanges(_mboxData->view()) : std::vector<MboxRange>();
-    if (!beginWith(ranges, rangesOf(survivors))) survivors.clear();
-    if (before) {
+    if (!beginWith(ranges, rangesOf(survivors))) survivors = {};
+    if (!before.empty()) {
         // Whoever still holds a message that is gone must not read another one's bytes through it.
         const std::unordered_set<std::shared_ptr<Message>> kept(survivors.begin(), survivors.end());
-        for (const auto& message : *before) {
+        for (const auto& message : before) {
             if (!kept.contains(message)) message->setMessageStore(nullptr);
         }
         if (survivors.empty()) _forgetDeletedMessages();
@@ -161,8 +166,10 @@ void BerkeleyMbox::_adopt(std::unique_ptr<MboxSnapshot> snapshot, MessageList su
 }
 
 void BerkeleyMbox::_forgetDeletedMessages() {
-    _deletedMessages.reset();
-    _deletedMessagesSize = 0;
+    auto next = lists();
+    next.deleted.reset();
+    next.deletedSize = 0;
+    setLists(std::move(next));
     invalidateDeleteStack();
 }
 
@@ -188,8 +195,10 @@ void BerkeleyMbox::deleteMessages(MessageList messages) {
     MessageStore::deleteMessages(messages);
     // They are in the list already and so stand there twice, which the count of deleted messages has always
     // shown; compaction takes a message that comes out twice as one.
-    _deletedMessages->insert(_deletedMessages->end(), messages.begin(), messages.end());
-    removeMessages(_filteredMessages, messages);
+    auto next = lists();
+    next.deleted = next.deleted->appending(messages);
+    next.filtered = next.filtered.removing(messages);
+    setLists(std::move(next));
     structureDidChange();
 }
 

@@ -41,7 +41,7 @@ std::optional<Data> dataForMailbox(Message& message) {
 
 /// What is left of a mailbox after compaction.
 struct Survivors {
-    MessageList messages;
+    std::vector<std::shared_ptr<Message>> messages;
     std::vector<MboxRange> ranges;  // in the new file
 };
 
@@ -69,7 +69,8 @@ Survivors copyWithoutDeleted(MboxReplacement& next, const MboxSnapshot& now, con
 }  // namespace
 
 void BerkeleyMbox::doCompact() {
-    if (!mayChange() || !_deletedMessages || _deletedMessages->empty()) return;
+    const auto deleted = lists().deleted;
+    if (!mayChange() || !deleted || deleted->empty()) return;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const auto now = _takeSnapshot();
         if (now == nullptr) return;
@@ -79,7 +80,7 @@ void BerkeleyMbox::doCompact() {
             return;
         }
         MboxReplacement next(_storePath, *now, kMailboxPermissions);
-        auto left = copyWithoutDeleted(next, *now, allMessages(), *ranges, *_deletedMessages);
+        auto left = copyWithoutDeleted(next, *now, allMessages(), *ranges, *deleted);
         switch (next.commit()) {
             case MboxReplacement::Outcome::sourceChanged:
                 continue;

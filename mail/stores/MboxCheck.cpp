@@ -10,12 +10,12 @@
 #include "base/files/FileSystem.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/store/constants.h"
-#include "lorvale/store/message_store.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/property_list.h"
 #include "lorvale/values/text.h"
 #include "mail/model/DateUtils.h"
 #include "mail/stores/MboxScan.h"
+#include "mail/stores/OpenStores.h"
 #include "mail/stores/StoreLock.h"
 
 namespace lorvale {
@@ -259,7 +259,7 @@ void checkFilesBesideMbox(const std::string& path, MailboxReport& report) {
 MailboxReport checkMailbox(std::string_view path) {
     MailboxReport report;
     // Lock and left-overs lie where a symbolic link leads.
-    const std::string name = MessageStore::_standarizedStorePath(path);
+    const std::string name = standardStorePath(path);
     auto& files = FileSystem::current();
     if (!files.isDirectory(name)) {
         checkMboxFile(name, report);

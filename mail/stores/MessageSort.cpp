@@ -4,11 +4,9 @@
 #include <numeric>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <utility>
 
 #include "lorvale/message.h"
-#include "lorvale/values/range.h"
 #include "lorvale/values/text.h"
 
 namespace lorvale {
@@ -105,16 +103,10 @@ constexpr SortOrder kSortOrders[] = {
 };
 
 std::vector<Entry> entriesOf(const MessageList& messages, const MessageStore& store) {
-    std::unordered_map<const Message*, std::size_t> indexes;
-    const auto& all = store.allMessages();
-    indexes.reserve(all.size());
-    for (std::size_t i = 0; i < all.size(); ++i) indexes.emplace(all[i].get(), i);
+    const auto all = store.allMessages();
     std::vector<Entry> entries;
     entries.reserve(messages.size());
-    for (const auto& message : messages) {
-        const auto found = indexes.find(message.get());
-        entries.emplace_back(message, found != indexes.end() ? found->second : kNotFound);
-    }
+    for (const auto& message : messages) entries.emplace_back(message, all.indexOf(*message));
     return entries;
 }
 
@@ -142,9 +134,9 @@ int _compareMsgsBySize(Message& a, Message& b, const MessageStore& store) {
     return result != 0 ? result : _compareMsgsByDate(a, b, store);
 }
 
-void sortMessages(MessageList& messages, std::string_view sortOrder, const MessageStore& store) {
+MessageList sortedMessages(const MessageList& messages, std::string_view sortOrder, const MessageStore& store) {
     const auto* const order = std::ranges::find(kSortOrders, sortOrder, &SortOrder::name);
-    if (order == std::ranges::end(kSortOrders)) return;
+    if (order == std::ranges::end(kSortOrders)) return messages;
     auto entries = entriesOf(messages, store);
     if (order->text != nullptr) {
         for (auto& entry : entries) entry.setText(order->text(*entry.message()));
@@ -154,7 +146,10 @@ void sortMessages(MessageList& messages, std::string_view sortOrder, const Messa
     std::iota(places.begin(), places.end(), std::size_t{0});
     std::ranges::stable_sort(
         places, [&](std::size_t a, std::size_t b) { return (entries[a].*order->compare)(entries[b]) < 0; });
-    std::ranges::transform(places, messages.begin(), [&](std::size_t i) { return entries[i].message(); });
+    std::vector<std::shared_ptr<Message>> sorted;
+    sorted.reserve(places.size());
+    for (const auto place : places) sorted.push_back(entries[place].message());
+    return sorted;
 }
 
 }  // namespace lorvale

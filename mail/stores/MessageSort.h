@@ -17,11 +17,11 @@ int _compareMsgsBySubject(Message& a, Message& b, const MessageStore& store);
 int _compareMsgsBySender(Message& a, Message& b, const MessageStore& store);
 int _compareMsgsBySize(Message& a, Message& b, const MessageStore& store);
 
-/// Sorts by one of the sort orders of the store; MessageStoreSortByNumber and an unknown one leave the list as
-/// it is.  The result is one in which each message compares below the next.  (Two messages without a subject,
-/// or without a sender, each compare below the other, so no order among them is wrong; they keep the order that
-/// they had, where an ordinary sort could run wild on such a comparison.)  Reads each message's headers once
-/// and lets go again of those that it made them load.
-void sortMessages(MessageList& messages, std::string_view sortOrder, const MessageStore& store);
+/// The messages by one of the sort orders of the store; MessageStoreSortByNumber and an unknown one leave the
+/// list as it is.  The result is one in which each message compares below the next.  (Two messages without a
+/// subject, or without a sender, each compare below the other, so no order among them is wrong; they keep the
+/// order that they had, where an ordinary sort could run wild on such a comparison.)  Reads each message's
+/// headers once and lets go again of those that it made them load.
+MessageList sortedMessages(const MessageList& messages, std::string_view sortOrder, const MessageStore& store);
 
 }  // namespace lorvale

@@ -2,7 +2,6 @@
 #include "lorvale/store/message_store.h"
 
 #include <exception>
-#include <filesystem>
 #include <set>
 #include <utility>
 
@@ -15,6 +14,9 @@
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/notification.h"
 #include "lorvale/platform/paths.h"
+#include "lorvale/store/mail_account.h"
+#include "lorvale/store/mailbox_index.h"
+#include "lorvale/values/format.h"
 #include "mail/stores/OpenStores.h"
 #include "mail/stores/StoreLock.h"
 
@@ -31,24 +33,74 @@ std::string attributeFile(std::string_view storePath) {
 MessageStore::MessageStore() = default;
 
 MessageStore::~MessageStore() {
-    // A store that never opened has no path and nothing to close.
-    if (!_path.empty()) MessageStore::close();
+    MessageStore::close();
 }
 
 std::shared_ptr<MessageStore> MessageStore::messageStore() {
     return weak_from_this().lock();
 }
 
+namespace {
+
+OpeningFailure& lastFailure() {
+    thread_local OpeningFailure failure;
+    return failure;
+}
+
+}  // namespace
+
+const OpeningFailure& MessageStore::openingFailure() {
+    return lastFailure();
+}
+
+void MessageStore::noteOpening(OpeningFailure failure) {
+    lastFailure() = std::move(failure);
+}
+
+bool MessageStore::openOrClose(MessageStore& store, std::string_view path, bool create, bool readOnly,
+                               const std::shared_ptr<MailAccount>& account) {
+    struct Abandonment {
+        ~Abandonment() {
+            if (store != nullptr) store->close();
+        }
+        MessageStore* store;
+    } abandonment{&store};
+    bool opened = false;
+    if (path.empty()) {
+        store.failOpening(OpeningFailure::Reason::emptyPath, "A mailbox without a path cannot be opened");
+    } else {
+        opened = store.openAtPath(path, create, readOnly, account);
+    }
+    if (opened) {
+        abandonment.store = nullptr;
+        store._openingFailure = {};
+    } else if (!store._openingFailure) {
+        store._openingFailure = {OpeningFailure::Reason::other,
+                                 formatText("The mailbox %@ could not be opened", path)};
+    }
+    // Last, since a store may well open others on its way.
+    noteOpening(store._openingFailure);
+    return opened;
+}
+
 bool MessageStore::openAtPath(std::string_view path, bool, bool, const std::shared_ptr<MailAccount>& account) {
     _path = path;
+    _standardPath = _standarizedStorePath(path);
     _userInfo = userInfoForPath(path);
-    _account = account;
+    setAccount(account ? account : MailAccount::defaultAccount());
+    if (canBeIndexed()) _index = MailboxIndex::indexForStore(shared_from_this());
     didOpen();
     return true;
 }
 
+bool MessageStore::failOpening(OpeningFailure::Reason reason, std::string_view text) {
+    _openingFailure = {reason, std::string(text)};
+    log("%@", text);
+    return false;
+}
+
 void MessageStore::didOpen() {
-    _setupIndexAfterOpening();
+    if (_index) _index->storeDidOpen();
 }
 
 void MessageStore::willClose() {
@@ -57,19 +109,16 @@ void MessageStore::willClose() {
 }
 
 void MessageStore::close() {
-    if (_flags.isClosed) return;
-    const auto path = _standarizedStorePath(_path);
-    _flags.isClosed = true;
+    if (_isClosed.exchange(true)) return;
+    if (_standardPath.empty()) return;  // never opened: nothing to save, and in no table
     willClose();
     invalidateDeleteStack();
-    OpenStores::table().remove(path, *this);
+    if (_index) _index->storeDidClose();
+    OpenStores::table().remove(_standardPath, *this);
 }
 
 std::string MessageStore::_standarizedStorePath(std::string_view path) {
-    const auto standard = standardizePath(path);
-    std::error_code error;
-    const auto resolved = std::filesystem::weakly_canonical(std::filesystem::absolute(standard, error), error);
-    return error ? standard : resolved.string();
+    return standardStorePath(path);
 }
 
 std::optional<PropertyList> MessageStore::userInfoForPath(std::string_view path) {
@@ -87,12 +136,12 @@ void MessageStore::setUserInfo(PropertyList userInfo) {
 
 void MessageStore::saveUserInfo() {
     if (!_userInfo) return;
-    if (!FileSystem::current().isDirectory(standardizePath(_path))) {
+    if (!FileSystem::current().isDirectory(_standardPath)) {
         // A mailbox that is one file has no place for attributes: they last as long as the store.
         debugLog("%@ is no directory, so its attributes are not saved", _path);
         return;
     }
-    if (const auto saved = writePropertyListFile(attributeFile(_path), *_userInfo); !saved)
+    if (const auto saved = writePropertyListFile(attributeFile(_standardPath), *_userInfo); !saved)
         log("%@", saved.text());
 }
 
@@ -130,8 +179,34 @@ std::string MessageStore::className() const {
     return "MessageStore";
 }
 
+std::shared_ptr<MailAccount> MessageStore::account() const {
+    const MutexLock lock(_mutex);
+    return _account;
+}
+
+void MessageStore::setAccount(std::shared_ptr<MailAccount> account) {
+    const MutexLock lock(_mutex);
+    _account.swap(account);  // the old one goes without the lock
+}
+
 std::string MessageStore::storePathRelativeToAccount() const {
-    return storePath();
+    const auto owner = account();
+    return owner ? owner->relativePathForStore(*this) : storePath();
+}
+
+bool MessageStore::syncAppendMessages(const MessageList&, bool) {
+    log("%@ takes no messages", description());
+    return false;
+}
+
+bool MessageStore::safeAppendMessages(const MessageList&) {
+    log("%@ takes no messages", description());
+    return false;
+}
+
+void MessageStore::rebuildTableOfContents() {
+    rebuildMessageLists();
+    structureDidChange();
 }
 
 bool MessageStore::canCompact() const {
@@ -143,12 +218,14 @@ void MessageStore::doCompact() {
 }
 
 void MessageStore::messagesWillBeCompacted(const MessageList& messages) {
-    NotificationCenter::defaultCenter().postNotification(
-        MessageStoreMessagesWillBeCompacted, shared_from_this(), {{std::string(kMessagesKey), messages}});
+    // In its destructor a store has no share left to give, and nobody to tell.
+    const auto self = weak_from_this().lock();
+    if (!self) return;
+    NotificationCenter::defaultCenter().postNotification(MessageStoreMessagesWillBeCompacted, self,
+                                                         {{std::string(kMessagesKey), messages}});
 }
 
 void MessageStore::structureDidChange() {
-    // In its destructor a store has no share left to give, and nobody to tell.
     const auto self = weak_from_this().lock();
     if (!self) return;
     NotificationQueue::defaultQueue().enqueueNotification({std::string(MessageStoreStructureChanged), self, {}},
@@ -218,33 +295,6 @@ std::optional<Data> MessageStore::allHeadersForMessage(Message&) {
 std::optional<Data> MessageStore::bodyForMessage(Message&) {
     abstractOperation("MessageStore::bodyForMessage", className());
     return std::nullopt;
-}
-
-// What a store answers about its index as long as there is no search.
-
-bool MessageStore::canBeIndexed() const {
-    return true;
-}
-bool MessageStore::isIndexed() const {
-    return false;
-}
-void MessageStore::setIsIndexed(bool) {}
-void MessageStore::updateIndex() {}
-void MessageStore::updateIndexInBackground() {}
-void MessageStore::stopUpdatingIndex() {}
-bool MessageStore::isUpdatingIndex() const {
-    return false;
-}
-void MessageStore::stopBackgroundActivity() {}
-void MessageStore::addMessagesToIndex(const MessageList&) {}
-void MessageStore::removeMessagesFromIndex(const MessageList&) {}
-std::shared_ptr<MboxIndex> MessageStore::_index() {
-    return nullptr;
-}
-void MessageStore::_removeIndexFile() {}
-void MessageStore::_setupIndexAfterOpening() {}
-std::string MessageStore::_statusMessageForMessage(Message&, std::size_t, std::size_t) {
-    return {};
 }
 
 }  // namespace lorvale

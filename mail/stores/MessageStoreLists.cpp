@@ -1,37 +1,80 @@
 /// The lists of a store: building, filtering, focus, sorting, flags, deleting and taking back.
 #include <algorithm>
 #include <numeric>
-#include <unordered_set>
 #include <utility>
 
 #include "lorvale/message.h"
 #include "lorvale/platform/user_interface.h"
 #include "lorvale/store/message_store.h"
 #include "lorvale/values/range.h"
-#include "mail/stores/MessageLists.h"
 #include "mail/stores/MessageSort.h"
 
 namespace lorvale {
 
-void removeMessages(MessageList& from, const MessageList& gone) {
-    std::unordered_set<const Message*> going;
-    for (const auto& message : gone) going.insert(message.get());
-    std::erase_if(from, [&](const auto& message) { return going.contains(message.get()); });
+namespace {
+
+bool isUnread(const MessageFlags& flags) {
+    return !flags.isRead() && !flags.isDeleted();
 }
 
-const MessageList& MessageStore::allMessages() const {
-    static const MessageList none;
-    return _allMessages ? *_allMessages : none;
+bool isDeleted(const MessageFlags& flags) {
+    return flags.isDeleted();
 }
 
-const MessageList& MessageStore::filteredMessages() const {
-    return _filteredMessages;
+MessageList messagesWith(const MessageList& messages, bool (*wanted)(const MessageFlags&)) {
+    std::vector<std::shared_ptr<Message>> found;
+    std::ranges::copy_if(messages, std::back_inserter(found),
+                         [&](const auto& message) { return wanted(*message->currentFlags()); });
+    return found;
+}
+
+}  // namespace
+
+MessageStore::Lists MessageStore::lists() const {
+    const MutexLock lock(_mutex);
+    return _lists;
+}
+
+void MessageStore::setLists(Lists lists) {
+    const MutexLock lock(_mutex);
+    std::swap(_lists, lists);  // the old ones, perhaps the last share of many messages, go without the lock
+}
+
+void MessageStore::setAllMessages(MessageList messages) {
+    auto next = lists();
+    next.allSize = sizeOfMessages(messages);
+    next.all = std::move(messages);
+    setLists(std::move(next));
+}
+
+MessageList MessageStore::allMessages() const {
+    return lists().all;
+}
+
+MessageList MessageStore::filteredMessages() const {
+    return lists().filtered;
 }
 
 std::size_t MessageStore::indexOfMessage(const Message& message) const {
-    const auto& all = allMessages();
-    const auto found = std::ranges::find(all, &message, &std::shared_ptr<Message>::get);
-    return found != all.end() ? static_cast<std::size_t>(found - all.begin()) : kNotFound;
+    return allMessages().indexOf(message);
+}
+
+std::size_t MessageStore::numberOfMessage(const Message& message) const {
+    const auto index = indexOfMessage(message);
+    return index == kNotFound ? 0 : index + 1;
+}
+
+std::shared_ptr<Message> MessageStore::messageForMessageID(std::string_view messageID) {
+    const auto all = allMessages();
+    for (std::size_t i = all.size(); i > 0; --i) {
+        const auto& message = all[i - 1];
+        const auto headers = message->headers();
+        const bool wasLoaded = headers->hasAllHeaders();
+        const bool found = message->messageID() == messageID;
+        if (!wasLoaded && !headers->headersChanged()) headers->flushCachedData();
+        if (found) return message;
+    }
+    return nullptr;
 }
 
 std::size_t MessageStore::count() const {
@@ -47,15 +90,23 @@ std::size_t MessageStore::unreadCount() const {
 }
 
 CountAndSize MessageStore::totalCountAndSize() const {
-    return {totalCount(), _allMessagesSize};
+    const auto now = lists();
+    return {now.all.size(), now.allSize};
 }
 
 CountAndSize MessageStore::deletedCountAndSize() const {
-    return {_deletedMessages ? _deletedMessages->size() : 0, _deletedMessagesSize};
+    const auto now = lists();
+    return now.deleted ? CountAndSize{now.deleted->size(), now.deletedSize} : countMessages(isDeleted);
 }
 
 CountAndSize MessageStore::unreadCountAndSize() const {
-    return {_unreadMessages ? _unreadMessages->size() : 0, _unreadMessagesSize};
+    const auto now = lists();
+    return now.unread ? CountAndSize{now.unread->size(), now.unreadSize} : countMessages(isUnread);
+}
+
+CountAndSize MessageStore::countMessages(bool (*counts)(const MessageFlags&)) const {
+    const auto counted = messagesWith(allMessages(), counts);
+    return {counted.size(), sizeOfMessages(counted)};
 }
 
 std::uint32_t MessageStore::sizeOfMessages(const MessageList& messages) const {
@@ -64,73 +115,72 @@ std::uint32_t MessageStore::sizeOfMessages(const MessageList& messages) const {
 }
 
 void MessageStore::rebuildMessageLists() {
+    if (isClosed()) return;  // what was closed does not come back
     _resetAllMessages();
-    const auto self = shared_from_this();
-    for (const auto& message : allMessages()) message->setMessageStore(self);
-    _allMessagesSize = sizeOfMessages(allMessages());
+    const auto self = weak_from_this().lock();
+    const auto all = allMessages();
+    for (const auto& message : all) message->setMessageStore(self);
+    setAllMessages(all);
     _buildUnreadList();
     _buildDeletedList();
     rebuildFilteredMessageList();
 }
 
 void MessageStore::_buildUnreadList() {
-    _unreadMessages.emplace();
-    std::ranges::copy_if(allMessages(), std::back_inserter(*_unreadMessages), [](const auto& message) {
-        const auto flags = message->messageFlags();
-        return flags && !flags->isRead() && !flags->isDeleted();
-    });
-    _unreadMessagesSize = sizeOfMessages(*_unreadMessages);
+    auto next = lists();
+    next.unread = messagesWith(next.all, isUnread);
+    next.unreadSize = sizeOfMessages(*next.unread);
+    setLists(std::move(next));
 }
 
 void MessageStore::_buildDeletedList() {
-    _deletedMessages.emplace();
-    std::ranges::copy_if(allMessages(), std::back_inserter(*_deletedMessages), [](const auto& message) {
-        const auto flags = message->messageFlags();
-        return flags && flags->isDeleted();
-    });
-    _deletedMessagesSize = sizeOfMessages(*_deletedMessages);
+    auto next = lists();
+    next.deleted = messagesWith(next.all, isDeleted);
+    next.deletedSize = sizeOfMessages(*next.deleted);
+    setLists(std::move(next));
 }
 
 void MessageStore::rebuildFilteredMessageList() {
+    auto next = lists();
     if (excludeRead()) {
-        _filteredMessages = _unreadMessages.value_or(MessageList());
+        next.filtered = next.unread.value_or(MessageList());
     } else {
-        _filteredMessages = allMessages();
-        if (!includeDeleted() && _deletedMessages && !_deletedMessages->empty()) {
-            removeMessages(_filteredMessages, *_deletedMessages);
-        }
+        next.filtered = next.all;
+        if (!includeDeleted() && next.deleted) next.filtered = next.filtered.removing(*next.deleted);
     }
-    _sortMessages();
-    _flags.isFocused = false;
+    next.filtered = _sortMessages(next.filtered);
+    setLists(std::move(next));
+    _isFocused = false;
 }
 
 void MessageStore::setFocusedMessages(const std::optional<MessageList>& messages) {
     if (!messages) {
         rebuildFilteredMessageList();
     } else {
-        // Assigning first: the list may be our own.
-        _filteredMessages = *messages;
-        _flags.isFocused = true;
+        auto next = lists();
+        next.filtered = *messages;
+        setLists(std::move(next));
+        _isFocused = true;
     }
     structureDidChange();
 }
 
 void MessageStore::setExcludeRead(bool exclude) {
     if (exclude == excludeRead()) return;
-    _flags.excludeRead = exclude;
+    _excludeRead = exclude;
     rebuildFilteredMessageList();
     structureDidChange();
 }
 
 void MessageStore::setIncludeDeleted(bool include) {
     if (include == includeDeleted()) return;
-    _flags.includeDeleted = include;
+    _includeDeleted = include;
     rebuildFilteredMessageList();
     structureDidChange();
 }
 
-void MessageStore::_sortMessages() {
-    sortMessages(_filteredMessages, sortOrder(), *this);
+MessageList MessageStore::_sortMessages(const MessageList& messages) const {
+    return sortedMessages(messages, sortOrder(), *this);
 }
 
 void MessageStore::setFlags(const MessageFlags& flags, std::span<const std::string_view> havingKeys,
@@ -176,7 +226,7 @@ void MessageStore::setPriority(std::uint32_t priority, const MessageList& forMes
 }
 
 void MessageStore::deleteMessage(const std::shared_ptr<Message>& message) {
-    deleteMessages({message});
+    deleteMessages(MessageList{message});
 }
 
 void MessageStore::deleteMessages(MessageList messages) {
@@ -187,29 +237,32 @@ void MessageStore::deleteMessages(MessageList messages) {
     const std::string_view keys[] = {MessageIsDeleted, MessageIsUnread};
     setFlags(flags, keys, messages);
     deleteStack.push_back(messages);
-    if (!_deletedMessages) _buildDeletedList();
-    _deletedMessages->insert(_deletedMessages->end(), messages.begin(), messages.end());
-    if (_unreadMessages) removeMessages(*_unreadMessages, messages);
-    _deletedMessagesSize += size;
+    if (!lists().deleted) _buildDeletedList();
+    auto next = lists();
+    next.deleted = next.deleted->appending(messages);
+    if (next.unread) next.unread = next.unread->removing(messages);
+    next.deletedSize += size;
     // The whole size, whether the messages were unread or not, so that the sum can wrap below 0.  Stores that
     // keep it right themselves while they set the flags count on this step as it is; the next
     // _buildUnreadList() sets it right for all.
-    _unreadMessagesSize -= size;
-    if (includeDeleted()) return;
-    removeMessages(_filteredMessages, messages);
-    structureDidChange();
+    next.unreadSize -= size;
+    if (!includeDeleted()) next.filtered = next.filtered.removing(messages);
+    setLists(std::move(next));
+    if (!includeDeleted()) structureDidChange();
 }
 
 void MessageStore::undeleteMessage(const std::shared_ptr<Message>& message) {
-    undeleteMessages({message});
+    undeleteMessages(MessageList{message});
 }
 
 void MessageStore::undeleteMessages(MessageList messages) {
     MessageFlags flags;  // not deleted; whether they were read before they were deleted nobody knows any more
     const std::string_view keys[] = {MessageIsDeleted};
     setFlags(flags, keys, messages);
-    if (_deletedMessages) removeMessages(*_deletedMessages, messages);
-    _deletedMessagesSize -= sizeOfMessages(messages);
+    auto next = lists();
+    if (next.deleted) next.deleted = next.deleted->removing(messages);
+    next.deletedSize -= sizeOfMessages(messages);
+    setLists(std::move(next));
     if (includeDeleted()) return;
     rebuildFilteredMessageList();
     structureDidChange();

@@ -6,6 +6,7 @@
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/store.h"
+#include "lorvale/values/format.h"
 #include "mail/model/DataStoreHook.h"
 #include "mail/model/RegisteredClass.h"
 #include "mail/stores/KTDataMessageStore.h"
@@ -68,26 +69,40 @@ float MessageStore::willingnessToOpen(std::string_view) {
 }
 
 std::shared_ptr<MessageStore> MessageStore::storeForPath(std::string_view path, bool create, bool readOnly) {
+    noteOpening({});
     if (auto open = currentlyOpenStoreForPath(path)) return open;
     Message::initialize();
     const std::string place(path);
-    auto chosen = storeClasses().mostWilling(place);
-    if (!chosen && create) chosen = defaultStoreClass();
-    if (!chosen) return nullptr;
+    auto chosen = place.empty() ? std::nullopt : storeClasses().mostWilling(place);
+    if (!chosen && create && !place.empty()) chosen = defaultStoreClass();
+    if (!chosen) {
+        noteOpening(place.empty()
+                        ? OpeningFailure{OpeningFailure::Reason::emptyPath, "a mailbox needs a path"}
+                        : OpeningFailure{OpeningFailure::Reason::noClass,
+                                         formatText("%@ is nothing that can be opened as a mailbox", place)});
+        return nullptr;
+    }
     const auto start = std::chrono::steady_clock::now();
     auto store = chosen->initWithPath(place, create, readOnly, nullptr);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     debugLog("opening: %@ took %f seconds.", place, taken.count());
-    if (store) registerOpenStore(store);
+    if (!store && !openingFailure()) {
+        noteOpening({OpeningFailure::Reason::other, formatText("The mailbox %@ could not be opened", place)});
+    }
+    registerOpenStore(store);
     return store;
 }
 
 std::shared_ptr<MessageStore> MessageStore::currentlyOpenStoreForPath(std::string_view path) {
-    return OpenStores::table().storeAt(_standarizedStorePath(path));
+    return path.empty() ? nullptr : OpenStores::table().storeAt(_standarizedStorePath(path));
 }
 
 void MessageStore::registerOpenStore(const std::shared_ptr<MessageStore>& store) {
-    OpenStores::table().add(_standarizedStorePath(store->_path), store);
+    if (!store || store->_standardPath.empty()) return;
+    auto& table = OpenStores::table();
+    table.add(store->_standardPath, store);
+    // One that closes at this moment, or was closed before, may have been too early to take itself out.
+    if (store->isClosed()) table.remove(store->_standardPath, *store);
 }
 
 }  // namespace lorvale

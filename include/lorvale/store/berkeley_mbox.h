@@ -59,11 +59,10 @@ public:
     bool canCompact() const override;
     void doCompact() override;
     bool canBeIndexed() const override;
-    void _resetAllMessages() override;
 
     /// Writes the messages at the end of the file, with an envelope line for those that have none.  False also
     /// after success; see the definition.
-    bool syncAppendMessages(const MessageList& messages, bool setUnread);
+    bool syncAppendMessages(const MessageList& messages, bool setUnread) override;
     /// Writes the whole mailbox as it was at opening to a file, not atomically.
     bool writeToFile(const std::string& path);
 
@@ -73,6 +72,7 @@ public:
 protected:
     bool openAtPath(std::string_view path, bool create, bool readOnly,
                     const std::shared_ptr<MailAccount>& account) override;
+    void _resetAllMessages() override;
 
 private:
     bool mayChange() const { return _haveLock && !isReadOnly(); }

@@ -146,7 +146,7 @@ TEST_F(FlatMailbox, DeletingHidesAndCompactingRemoves) {
         const auto store = open();
         const auto messages = store->allMessages();
         std::string left = "\n";
-        MessageList going;
+        std::vector<std::shared_ptr<Message>> going;
         for (unsigned i = 0; i < 3; ++i) {
             if ((deleted >> i & 1) != 0) {
                 going.insert(going.begin(), messages[i]);  // not in the order of the file

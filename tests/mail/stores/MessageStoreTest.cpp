@@ -6,6 +6,8 @@
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/notification.h"
 #include "lorvale/platform/run_loop.h"
+#include "lorvale/store/mail_account.h"
+#include "lorvale/store/mailbox_index.h"
 #include "lorvale/values/range.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/stores/MessageSort.h"
@@ -38,15 +40,13 @@ public:
     static std::shared_ptr<ListStore> initWithPath(std::string_view path) {
         return openStore<ListStore>(path, false, false, nullptr);
     }
-    ~ListStore() override {
-        if (!_path.empty()) ListStore::close();
-    }
+    using MessageStore::_buildUnreadList;
     void fill(MessageList messages) {
         list = std::move(messages);
         rebuildMessageLists();
     }
     std::string className() const override { return "ListStore"; }
-    void _resetAllMessages() override { _allMessages = std::make_shared<MessageList>(list); }
+    void _resetAllMessages() override { setAllMessages(list); }
     std::shared_ptr<MessageFlags> flagsForMessage(Message& message) override {
         return std::make_shared<MessageFlags>(static_cast<ListedMessage&>(message).bits);
     }
@@ -182,7 +182,7 @@ TEST(StoreSorting, AgreesWithTheComparisons) {
     };
     const TemporaryFolder folder;
     const auto store = ListStore::initWithPath(folder.path().string());
-    MessageList messages;
+    std::vector<std::shared_ptr<Message>> messages;
     for (int i = 0; i < 300; ++i) {
         messages.push_back(
             listed(one({"", "From a Thu Aug 22 12:46:23 2002\n", "From a Thu Aug 22 12:46:24 2002\n"}) +
@@ -219,6 +219,111 @@ TEST(StoreSorting, AgreesWithTheComparisons) {
     }
     store->setSortOrder("no such order");
     EXPECT_EQ(store->filteredMessages(), messages);
+}
+
+TEST_F(Store, CountsAndNumbersWithoutAnyListButThatOfAll) {
+    class Unlisted : public ListStore {
+    public:
+        explicit Unlisted(MessageList messages) { setAllMessages(std::move(messages)); }
+    };
+    const Unlisted unlisted({a, b, c, d});
+    EXPECT_EQ(unlisted.unreadCountAndSize(), (CountAndSize{1, 200}));
+    EXPECT_EQ(unlisted.deletedCountAndSize(), (CountAndSize{2, 43000}));
+    EXPECT_EQ(unlisted.numberOfMessage(*d), 4u);
+    EXPECT_EQ(unlisted.numberOfMessage(*listed("")), 0u);
+}
+
+TEST_F(Store, FindsAMessageByItsIDTheLastOfEqualOnes) {
+    const auto first = listed("Message-ID: <1>\n\n"), again = listed("Message-ID: <1>\n\n"),
+               other = listed("Message-ID: <2>\n\n");
+    store->fill({first, again, other});
+    EXPECT_EQ(store->messageForMessageID("<1>"), again);
+    EXPECT_EQ(store->messageForMessageID("<3>"), nullptr);
+    EXPECT_FALSE(other->headers()->hasAllHeaders()) << "what was read for this is given up again";
+}
+
+TEST_F(Store, ListsThatWereHandedOutStayAsTheyAre) {
+    const auto all = store->allMessages(), filtered = store->filteredMessages();
+    store->fill({b});
+    EXPECT_THAT(all, ElementsAre(a, b, c, d));
+    EXPECT_THAT(filtered, ElementsAre(a, b));
+    store->close();
+    store->rebuildMessageLists();
+    store->fill({a, b});
+    EXPECT_THAT(store->allMessages(), ElementsAre(b)) << "a closed store does not come back to life";
+}
+
+TEST_F(Store, RefusesMessagesUnlessItsClassTakesSome) {
+    const LogCapture log;
+    EXPECT_FALSE(store->syncAppendMessages({a}, false));
+    EXPECT_FALSE(store->safeAppendMessages({a}));
+    EXPECT_EQ(log.lines().size(), 2u);
+}
+
+TEST(StoreAccount, AnswersForTheStoresOpenedWithoutOne) {
+    class Account : public MailAccount {
+    public:
+        explicit Account(std::string path) : _path(std::move(path)) {}
+        std::string path() const override { return _path; }
+        std::string displayName() const override { return "Home"; }
+
+    private:
+        const std::string _path;
+    };
+    const TemporaryFolder folder;
+    fs::create_directories(folder / "mail/in");
+    const auto account = std::make_shared<Account>(std::string(folder / "mail"));
+    MailAccount::registerDefaultAccount([&] { return account; });
+    const auto store = ListStore::initWithPath(std::string(folder / "mail/in"));
+    MailAccount::registerDefaultAccount({});
+    EXPECT_EQ(store->account(), account);
+    EXPECT_EQ(store->storePathRelativeToAccount(), "in");
+    store->setAccount(std::make_shared<Account>("/elsewhere"));
+    EXPECT_EQ(store->storePathRelativeToAccount(), std::string(folder / "mail/in"));
+    EXPECT_EQ(account->errorStringWithMessage("No.", ""),
+              "Account name: Home\nMailbox name: Not specified\n\nNo.");
+    store->setAccount(nullptr);
+    EXPECT_EQ(store->storePathRelativeToAccount(), store->storePath());
+    EXPECT_EQ(ListStore::initWithPath(std::string(folder / "mail"))->account(), nullptr);
+}
+
+TEST(StoreIndex, StandsBehindTheStoreFromOpeningToClosing) {
+    class Index : public MailboxIndex {
+    public:
+        explicit Index(std::string& calls) : _calls(calls) {}
+        void storeDidOpen() override { _calls += "open "; }
+        void storeDidClose() override { _calls += "close "; }
+        bool isIndexed() const override { return true; }
+        void setIsIndexed(bool) override {}
+        void updateIndex() override { _calls += "update "; }
+        void updateIndexInBackground() override {}
+        void stopUpdatingIndex() override {}
+        bool isUpdatingIndex() const override { return true; }
+        void stopBackgroundActivity() override { _calls += "stop "; }
+        void addMessagesToIndex(const MessageList& messages) override {
+            _calls += "add" + std::to_string(messages.size()) + " ";
+        }
+        void removeMessagesFromIndex(const MessageList&) override { _calls += "remove "; }
+        void flushToDisk() override {}
+
+    private:
+        std::string& _calls;
+    };
+    const TemporaryFolder folder;
+    writeFile(folder / "mbox", mboxMessage("ann"));
+    std::string calls;
+    MailboxIndex::registerMaker([&](const auto&) { return std::make_shared<Index>(calls); });
+    auto store = ListStore::initWithPath(folder.path().string());
+    EXPECT_FALSE(BerkeleyMbox::initWithPath(std::string(folder / "mbox"))->isIndexed()) << "cannot be indexed";
+    MailboxIndex::registerMaker({});
+    EXPECT_FALSE(ListStore::initWithPath(folder.path().string())->isIndexed());
+    EXPECT_TRUE(store->isIndexed());
+    EXPECT_TRUE(store->isUpdatingIndex());
+    store->addMessagesToIndex({listed(""), listed("")});
+    store->removeMessagesFromIndex({});
+    store->updateIndex();
+    store.reset();
+    EXPECT_EQ(calls, "open add2 remove update stop close ");
 }
 
 TEST(StoreAttributes, AreReadAtOpeningAndSavedAtClosing) {
@@ -283,6 +388,109 @@ TEST(OpenStores, AreFoundByAnyPathAsLongAsSomebodyHoldsThem) {
     EXPECT_TRUE(gone.expired());
     EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(around));
     EXPECT_FALSE(fs::exists(folder / "inbox.lock"));
+}
+
+TEST(OpenStores, KeepTheirPlaceWhenTheDirectoryChanges) {
+    const TemporaryFolder folder;
+    fs::create_directory(folder / "box");
+    const auto before = fs::current_path();
+    fs::current_path(folder.path());
+    const auto store = ListStore::initWithPath("box");
+    MessageStore::registerOpenStore(store);
+    store->userInfo().set("Kept", "yes");
+    fs::current_path(before);
+    EXPECT_EQ(MessageStore::currentlyOpenStoreForPath(std::string(folder / "box")), store);
+    store->close();
+    EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(std::string(folder / "box")));
+    EXPECT_TRUE(fs::exists(folder / "box/Info.plist"));
+    MessageStore::registerOpenStore(store);
+    MessageStore::registerOpenStore(nullptr);
+    EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(std::string(folder / "box"))) << "it is closed";
+}
+
+TEST(OpenStores, DoNotHandOutAStoreThatIsClosing) {
+    class Asking : public ListStore {
+    public:
+        void willClose() override { found = currentlyOpenStoreForPath(storePath()); }
+        static std::shared_ptr<Asking> open(const std::string& path) {
+            return openStore<Asking>(path, false, false, nullptr);
+        }
+        std::shared_ptr<MessageStore> found;
+    };
+    const TemporaryFolder folder;
+    const auto store = Asking::open(folder.path().string());
+    MessageStore::registerOpenStore(store);
+    EXPECT_EQ(MessageStore::currentlyOpenStoreForPath(store->storePath()), store);
+    store->close();
+    EXPECT_FALSE(store->found);
+}
+
+TEST(StoreOpening, TellsWhyItFailed) {
+    using enum OpeningFailure::Reason;
+    const TemporaryFolder folder;
+    fs::create_directory(folder / "folder");
+    writeFile(folder / "mbox", mboxMessage("ann"));
+    writeFile(folder / "locked", mboxMessage("ann"));
+    writeFile(folder / "locked.lock", "elsewhere.example,ann,mail,1\n");
+    const struct {
+        const char* name;
+        std::function<std::shared_ptr<MessageStore>(const std::string&)> open;
+        OpeningFailure::Reason reason;
+    } rows[] = {
+        {"mbox", [](const auto& path) { return MessageStore::storeForPath(path); }, none},
+        {"none", [](const auto& path) { return MessageStore::storeForPath(path); }, noClass},
+        {"none", [](const auto& path) { return BerkeleyMbox::initWithPath(path); }, missing},
+        {"folder", [](const auto& path) { return BerkeleyMbox::initWithPath(path); }, unreadable},
+        {"locked", [](const auto& path) { return MessageStore::storeForPath(path); }, locked},
+        {"mbox", [](const auto& path) { return BerkeleyMbox::initWithPath(path); }, none},
+        {"mbox", [](const auto&) { return MessageStore::storeForPath("", true); }, emptyPath},
+        {"mbox", [](const auto&) { return BerkeleyMbox::initWithPath(""); }, emptyPath},
+    };
+    const WindowHost host;
+    const LogCapture log;
+    for (const auto& row : rows) {
+        const std::string path = folder / row.name;
+        const auto store = row.open(path);
+        EXPECT_EQ(MessageStore::openingFailure().reason, row.reason) << path;
+        EXPECT_EQ(static_cast<bool>(MessageStore::openingFailure()), store == nullptr);
+        if (row.reason != none && row.reason != emptyPath) {
+            EXPECT_THAT(MessageStore::openingFailure().text, ::testing::HasSubstr(path));
+        }
+    }
+}
+
+// A subclass may well take its lock before the base step, and may throw.
+TEST(StoreOpening, LeavesNothingBehindWhenItIsGivenUp) {
+    class Locking : public MessageStore {
+    public:
+        static std::shared_ptr<Locking> open(const std::string& path, bool throws) {
+            return openStore<Locking>(path, throws, false, nullptr);
+        }
+        void close() override {
+            if (isClosed()) return;
+            MessageStore::close();
+            fs::remove(_lock);
+        }
+
+    protected:
+        bool openAtPath(std::string_view path, bool throws, bool,
+                        const std::shared_ptr<MailAccount>&) override {
+            _lock = std::string(path) + "/.lock";
+            EXPECT_TRUE(createLock(_lock));
+            if (throws) throw GenericException("given up");
+            return false;
+        }
+
+    private:
+        std::string _lock;
+    };
+    const TemporaryFolder folder;
+    const LogCapture log;
+    EXPECT_FALSE(Locking::open(folder.path().string(), false));
+    EXPECT_FALSE(fs::exists(folder / ".lock"));
+    EXPECT_EQ(MessageStore::openingFailure().reason, OpeningFailure::Reason::other);
+    EXPECT_THROW(Locking::open(folder.path().string(), true), GenericException);
+    EXPECT_FALSE(fs::exists(folder / ".lock"));
 }
 
 TEST(AbstractStore, ComplainsOnceOfEachOperationThatIsMissing) {

@@ -70,7 +70,7 @@ TEST_F(RealMailboxes, FourThousandMessagesKeepTheirBytesFromMailboxToMailbox) {
     for (std::size_t i = 0; i < before.size(); ++i)
         ASSERT_EQ(after[i], before[i] + std::string(mboxPadding(before[i]))) << "message " << i;
     listInEveryOrder(*to);
-    MessageList odd;
+    std::vector<std::shared_ptr<Message>> odd;
     for (std::size_t i = 1; i < to->totalCount(); i += 2) odd.push_back(to->allMessages()[i]);
     to->deleteMessages(odd);
     to->doCompact();
