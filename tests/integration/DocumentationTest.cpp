@@ -37,7 +37,7 @@ bool startsWithOneOf(std::string_view text, std::initializer_list<std::string_vi
 }
 
 std::vector<fs::path> documents() {
-    const fs::path root = LORVALE_SOURCE_DIR;
+    const fs::path root = sourceFolder();
     std::vector<fs::path> files;
     for (const auto& entry : fs::directory_iterator(root)) files.push_back(entry.path());
     for (const auto* folder : {"docs", "examples", "base", "mail", "tests", "fuzz", "bench", "toolkit"}) {
@@ -69,7 +69,7 @@ Block openedBy(std::string_view fence, std::string where) {
 std::vector<Block> blocks() {
     std::vector<Block> all;
     for (const auto& file : documents()) {
-        const auto name = fs::relative(file, LORVALE_SOURCE_DIR).string();
+        const auto name = fs::relative(file, sourceFolder()).string();
         std::ifstream lines(file);
         bool inside = false;
         int number = 0;
@@ -94,7 +94,7 @@ void runCommands(const Block& block) {
 
 /// The scripts and presets that the words of the commands name are there.
 void checkCommands(const Block& block) {
-    const fs::path root = LORVALE_SOURCE_DIR;
+    const fs::path root = sourceFolder();
     EXPECT_EQ(runShell("sh -n <<'EOF'\n" + block.text + "EOF").status, 0);
     const std::string presets = readFile(root / "CMakePresets.json");
     std::istringstream words(block.text);
@@ -186,7 +186,7 @@ std::vector<std::string> namesIn(const std::string& text) {
 
 // One that looks like a path of ours is there.
 TEST(Documentation, NamesFilesThatExist) {
-    const fs::path root = LORVALE_SOURCE_DIR;
+    const fs::path root = sourceFolder();
     std::size_t seen = 0;
     for (const auto& file : documents()) {
         for (const auto& name : namesIn(readFile(file))) {

@@ -149,7 +149,7 @@ std::vector<Include> includesOf(const fs::path& file) {
 /// All sources below a folder of the project, by their paths in it.
 Texts sourcesBelow(const std::string& folder) {
     Texts sources;
-    const fs::path root = LORVALE_SOURCE_DIR;
+    const fs::path root = sourceFolder();
     if (!fs::exists(root / folder)) return sources;
     for (const auto& entry : fs::recursive_directory_iterator(root / folder)) {
         const auto extension = entry.path().extension();
@@ -169,7 +169,7 @@ bool isOfALibrary(const std::string& path) {
 }
 
 TEST(Layers, IncludesRunDownwards) {
-    const fs::path root = LORVALE_SOURCE_DIR;
+    const fs::path root = sourceFolder();
     const auto table = layers();
     std::size_t seen = 0;
     for (const auto* folder : {"include", "base", "toolkit", "mail", "examples"}) {
@@ -201,18 +201,18 @@ TEST(Layers, IncludesRunDownwards) {
 
 TEST(Layers, PublicHeadersNeedNothingButTheStandardLibrary) {
     for (const auto& source : sourcesBelow("include")) {
-        for (const auto& include : includesOf(fs::path(LORVALE_SOURCE_DIR) / source)) {
+        for (const auto& include : includesOf(sourceFolder() / source)) {
             if (include.quoted) continue;
             EXPECT_EQ(include.path.find_first_of("./"), std::string::npos)
                 << source << " includes <" << include.path << ">";
         }
-        EXPECT_TRUE(readFile(fs::path(LORVALE_SOURCE_DIR) / source).starts_with("#pragma once\n")) << source;
+        EXPECT_TRUE(readFile(sourceFolder() / source).starts_with("#pragma once\n")) << source;
     }
 }
 
 TEST(Layers, EveryPublicHeaderIsInstalled) {
     Texts listed;
-    std::ifstream lines(fs::path(LORVALE_SOURCE_DIR) / "cmake/PublicHeaders.cmake");
+    std::ifstream lines(sourceFolder() / "cmake/PublicHeaders.cmake");
     for (std::string line; std::getline(lines, line);) {
         const auto start = line.find("include/");
         if (start != std::string::npos && line.find('#') == std::string::npos)
@@ -227,9 +227,9 @@ TEST(Layers, EverySourceIsBuilt) {
     for (const auto* folder : {"base", "toolkit", "mail", "examples", "tests", "fuzz", "bench"}) {
         for (const auto& source : sourcesBelow(folder)) {
             if (!source.ends_with(".cpp")) continue;
-            const fs::path file = fs::path(LORVALE_SOURCE_DIR) / source;
+            const fs::path file = sourceFolder() / source;
             bool named = false;
-            for (auto up = file.parent_path(); !named && up != fs::path(LORVALE_SOURCE_DIR).parent_path();
+            for (auto up = file.parent_path(); !named && up != sourceFolder().parent_path();
                  up = up.parent_path()) {
                 const auto list = up / "CMakeLists.txt";
                 named = fs::exists(list) &&

@@ -76,13 +76,13 @@ const Case kCases[] = {
 };
 
 std::filesystem::path approvedFile(const Case& theCase) {
-    return std::filesystem::path(LORVALE_SOURCE_DIR) / "tests/integration/approved" /
+    return sourceFolder() / "tests/integration/approved" /
            (std::string(theCase.name) + ".txt");
 }
 
 /// Where the checkout lies is nobody's business.
 std::string withoutPlace(std::string text) {
-    const std::string_view place = LORVALE_SOURCE_DIR;
+    const auto place = sourceFolder().string();
     for (std::size_t at; (at = text.find(place)) != std::string::npos;) text.replace(at, place.size(), "TOP");
     return text;
 }
@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(All, MailhostApproval, ::testing::ValuesIn(kCases), [](
 
 TEST(Mailhost, SetsUserDefaultsAndFoldersForOneRun) {
     const TemporaryFolder home;
-    std::filesystem::copy_file(std::filesystem::path(LORVALE_SOURCE_DIR) / "examples/mail/lists",
+    std::filesystem::copy_file(sourceFolder() / "examples/mail/lists",
                                home / "lists");
     const auto list = [&](const std::string& more) {
         const auto outcome =
@@ -150,7 +150,7 @@ std::map<std::string, std::string> filesIn(const std::filesystem::path& folder) 
 
 TEST(Mailhost, ReadingTakesNoLockAndChangesNothing) {
     const TemporaryFolder folder;
-    const auto source = std::filesystem::path(LORVALE_SOURCE_DIR) / "examples/mail";
+    const auto source = sourceFolder() / "examples/mail";
     std::filesystem::copy_file(source / "lists", folder / "lists");
     writeFile(folder / "lists.lock", "elsewhere.example,nora,mail (Lorvale version 106),1\n");
     std::filesystem::create_directory(folder / "box.mbox");
@@ -173,7 +173,7 @@ TEST(Mailhost, TakesAnyFileForAMailboxOrSaysWhyNot) {
     const TemporaryFolder folder;
     std::string noise;
     for (unsigned i = 0; i < 70'000; ++i) noise += static_cast<char>(i * i / 7);
-    const std::string real = readFile(std::filesystem::path(LORVALE_SOURCE_DIR) / "examples/mail/odd");
+    const std::string real = readFile(sourceFolder() / "examples/mail/odd");
     const struct {
         const char* why;
         std::string bytes;

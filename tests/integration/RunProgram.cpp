@@ -85,7 +85,7 @@ Outcome runShell(const std::string& commandLine) {
     const TemporaryFolder folder;
     const auto output = folder / "output", errors = folder / "errors";
     const std::string surroundings =
-        "cd " + shellWord(LORVALE_SOURCE_DIR) +
+        "cd " + shellWord(sourceFolder().string()) +
         " && export TZ=UTC LC_ALL=C.UTF-8 HOME=" + shellWord(folder.path().string()) +
         " PATH=" + shellWord(LORVALE_MAILHOST_DIR) +
         ":\"$PATH\" && unset XDG_CONFIG_HOME NO_COLOR COLUMNS TERM MAIL LORVALE_RESOURCES && ";

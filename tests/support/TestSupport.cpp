@@ -35,9 +35,11 @@ void writeFile(const fs::path& path, std::string_view bytes) {
     if (!file.flush()) throw std::runtime_error("cannot write " + path.string());
 }
 
+fs::path sourceFolder() { return LORVALE_SOURCE_DIR; }
+
 std::optional<fs::path> sharedData() {
     const char* const named = std::getenv("LORVALE_SHARED_DATA");
-    const fs::path folder = named != nullptr ? named : LORVALE_SOURCE_DIR "/../shared/data";
+    const fs::path folder = named != nullptr ? fs::path(named) : sourceFolder() / "../shared/data";
     if (!fs::is_directory(folder)) return std::nullopt;
     return fs::canonical(folder);
 }

@@ -25,6 +25,9 @@ private:
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, std::string_view bytes);
 
+/// The folder of this project's sources.
+std::filesystem::path sourceFolder();
+
 /// The folder of real mail beside the checkout, or nullopt where it is absent: a test then says so and skips.
 std::optional<std::filesystem::path> sharedData();
 

@@ -46,7 +46,7 @@ TEST_F(BTreeFormat, DocumentedExampleIsARealFile) {
     for (const char* key : {"a", "b", "c", "d", "e", "f"}) t.Put(key, "1234567");
     t.FlushAndCommit();
 
-    std::istringstream docs(lorvale::testing::readFile(std::string(LORVALE_SOURCE_DIR) + "/docs/formats.md"));
+    std::istringstream docs(lorvale::testing::readFile(lorvale::testing::sourceFolder() / "docs/formats.md"));
     int lines = 0;
     bool inExample = false;
     for (std::string line; std::getline(docs, line);) {

@@ -20,7 +20,7 @@ using testing::MemoryStoreStream;
 /// Lays the bytes of a listing in docs/formats.md over a file: lines of an address and up to 16 bytes, all in
 /// hex.
 std::string withListing(const std::string& title, std::string file) {
-    std::istringstream docs(lorvale::testing::readFile(LORVALE_SOURCE_DIR "/docs/formats.md"));
+    std::istringstream docs(lorvale::testing::readFile(lorvale::testing::sourceFolder() / "docs/formats.md"));
     std::string line;
     while (std::getline(docs, line) && line != "### " + title) {
     }
