@@ -1,16 +1,17 @@
 #!/bin/sh
 # test.sh [PRESET] [ctest arguments]: installs what is missing, builds a preset and runs its tests.
-# Presets: debug (the default, which has all checks on), asan, tsan, release.
+# Presets: dev (the default: assertions, AddressSanitizer and UBSan), tsan (the tests about threads under
+# ThreadSanitizer), debug and release (no sanitizer).
 #   ./test.sh                     all tests
-#   ./test.sh asan -R Mailhost    the tests with that in their names, under AddressSanitizer and UBSan
+#   ./test.sh debug -R Mailhost   the tests with that in their names, without sanitizers
 set -eu
 cd "$(dirname "$0")"
 
-preset=debug
+preset=dev
 case ${1-} in
-    debug | asan | tsan | release) preset=$1; shift ;;
+    dev | debug | tsan | release) preset=$1; shift ;;
     -* | "") ;;
-    *) echo "usage: ./test.sh [debug|asan|tsan|release] [ctest arguments]" >&2; exit 2 ;;
+    *) echo "usage: ./test.sh [dev|debug|tsan|release] [ctest arguments]" >&2; exit 2 ;;
 esac
 
 sections="build test"

@@ -21,31 +21,47 @@ function(lorvale_target_defaults target)
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
 endfunction()
 
-# lorvale_test(NAME source...): one GoogleTest program; each of its tests is a test of ctest.
+# lorvale_test(NAME source...): one GoogleTest program; each of its tests is a test of ctest.  With
+# LORVALE_THREAD_TESTS_ONLY the sources go to the one program thread_tests instead, and of the tests only those
+# files that hold a suite about threads.
 function(lorvale_test name)
+  if(LORVALE_THREAD_TESTS_ONLY)
+    foreach(source IN LISTS ARGN)
+      file(STRINGS ${source} suites REGEX "^TEST(_F|_P)?\\([A-Za-z0-9]*Threads,")
+      if(suites OR NOT source MATCHES "Test\\.cpp$")
+        set_property(GLOBAL APPEND PROPERTY LORVALE_THREAD_TESTS ${CMAKE_CURRENT_SOURCE_DIR}/${source})
+      endif()
+    endforeach()
+  else()
+    lorvale_test_program(${name} ${ARGN})
+  endif()
+endfunction()
+
+# lorvale_test_program(NAME source...): the program itself.  All share the compiled headers of the test support.
+function(lorvale_test_program name)
   add_executable(${name} ${ARGN})
   lorvale_target_defaults(${name})
-  target_compile_definitions(${name} PRIVATE LORVALE_TEST_DATA="${PROJECT_SOURCE_DIR}/tests/data"
-      LORVALE_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
   target_link_libraries(${name} PRIVATE lorvale_test_support lorvale_internal GTest::gmock GTest::gtest_main)
+  target_precompile_headers(${name} REUSE_FROM lorvale_test_support)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
 endfunction()
 
-# lorvale_fuzz(NAME source): with LORVALE_BUILD_FUZZ a libFuzzer program.  In every build with tests, a
-# program that runs the target once over each file of fuzz/corpus/NAME, as the test fuzz.NAME.
+# lorvale_fuzz(NAME source): with LORVALE_BUILD_FUZZ a libFuzzer program.  In every build with tests, the
+# test fuzz.NAME runs the target once over each file of fuzz/corpus/NAME.  One program, replay, holds all targets.
 function(lorvale_fuzz name source)
-  set(corpus ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
   if(LORVALE_BUILD_FUZZ)
     add_executable(fuzz_${name} ${source})
     lorvale_target_defaults(fuzz_${name})
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
     target_link_libraries(fuzz_${name} PRIVATE lorvale_internal)
   endif()
-  if(LORVALE_BUILD_TESTS)
-    add_executable(replay_${name} ${source} ${PROJECT_SOURCE_DIR}/fuzz/ReplayMain.cpp)
-    lorvale_target_defaults(replay_${name})
-    target_link_libraries(replay_${name} PRIVATE lorvale_internal)
-    add_test(NAME fuzz.${name} COMMAND replay_${name} ${corpus})
+  if(TARGET replay)
+    # A source of two lines that gives the target a name of its own.
+    set(renamed ${PROJECT_BINARY_DIR}/fuzz/targets/${name}.cpp)
+    file(CONFIGURE OUTPUT ${renamed} CONTENT "#define LLVMFuzzerTestOneInput replay_${name}\n#include \"${CMAKE_CURRENT_SOURCE_DIR}/${source}\"\n")
+    target_sources(replay PRIVATE ${renamed})
+    set_property(GLOBAL APPEND PROPERTY LORVALE_FUZZ_TARGETS ${name})
+    add_test(NAME fuzz.${name} COMMAND replay ${name} ${PROJECT_SOURCE_DIR}/fuzz/corpus/${name})
   endif()
 endfunction()
 
