@@ -100,7 +100,7 @@ PropertyList binaryExample() {
 }
 
 TEST(PropertyList, ReadsTheBinaryForm) {
-    const auto bytes = testing::readFile(std::string(LORVALE_TEST_DATA) + "/property_list.bin");
+    const auto bytes = testing::readFile(testing::sourceFolder() / "tests/data/property_list.bin");
     EXPECT_EQ(parse(bytes), binaryExample());
     // Cut anywhere or with any byte changed, it is refused or read, and nothing else happens.
     for (std::size_t length = 0; length < bytes.size(); ++length)

@@ -37,15 +37,15 @@ TEST_F(RunLoopTest, RunsCallsInOrderDelaysByTimeAndIdleWorkLast) {
         loop->perform(noting(6));
     });
     loop->performWhenIdle(noting(7));
-    loop->performAfterDelay(noting(9), 20ms);
-    loop->performAfterDelay(noting(8), 10ms);
+    loop->performAfterDelay(noting(9), 400ms);
+    loop->performAfterDelay(noting(8), 200ms);
     loop->performAfterDelay(noting(1), -1h);
     loop->perform(noting(2));
     loop->perform([&] {
         note(3);
         loop->perform(noting(4));
     });
-    EXPECT_TRUE(loop->runFor(60ms)) << "the time passed";
+    EXPECT_TRUE(loop->runFor(600ms)) << "the time passed";
     EXPECT_THAT(seen, ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9)) << "idle work comes one call at a time";
 }
 
