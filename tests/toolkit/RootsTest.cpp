@@ -82,6 +82,19 @@ TEST(IAMalloc, UsesTheHooksAndFailsByException) {
     IAFree(plain);
     IAFreeSized(sized, 72);
     EXPECT_EQ(hookBlocks, 0);
+    {
+        const BitArray bits(1000);
+        std::uint32_t numbers[] = {3, 1, 2};
+        hookBlocks = 0;
+        IASort(numbers, 3, 4, TFComponentOrder);
+        EXPECT_EQ(hookBlocks, 0);
+        EXPECT_EQ(numbers[0], 1u);
+        IAAllocationFunc = [](std::size_t) -> void* { return nullptr; };
+        EXPECT_THROW(BitArray(1000), IAException);
+        EXPECT_THROW(IASort(numbers, 3, 4, TFComponentOrder), IAException);
+        ++hookBlocks;  // what the bit array gives back
+    }
+    EXPECT_EQ(hookBlocks, 0);
     IAAllocationFunc = nullptr;
     IADeAllocationFunc = nullptr;
 }

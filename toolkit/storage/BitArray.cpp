@@ -47,7 +47,7 @@ void BitArray::Restore(IAInputBlock* input) {
     const std::uint32_t newLength = input->ReadUInt32();
     IAAssertion(Bit2WordLength(newLength) <= input->Remaining() / 4, "bit array longer than its block",
                 StorageInvalid);
-    std::vector<std::uint32_t> newWords(Bit2WordLength(newLength));
+    IAVector<std::uint32_t> newWords(Bit2WordLength(newLength));
     for (std::uint32_t& word : newWords) word = input->ReadUInt32();
     words = std::move(newWords);
     length = newLength;

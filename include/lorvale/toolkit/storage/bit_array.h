@@ -1,8 +1,8 @@
 #pragma once
 #include <cstdint>
-#include <vector>
 
 #include "lorvale/export.h"
+#include "lorvale/toolkit/storage/memory.h"
 #include "lorvale/toolkit/storage/object.h"
 
 namespace brindle {
@@ -40,7 +40,7 @@ public:
     void Restore(IAInputBlock* input);
 
 private:
-    std::vector<std::uint32_t> words;  // all of the capacity
+    IAVector<std::uint32_t> words;  // all of the capacity
     std::uint32_t length;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 #include "lorvale/export.h"
 
@@ -20,6 +22,22 @@ using IAAllocationFunction = void* (*)(std::size_t size);
 using IADeAllocationFunction = void (*)(void* block);
 extern LORVALE_EXPORT IAAllocationFunction IAAllocationFunc;
 extern LORVALE_EXPORT IADeAllocationFunction IADeAllocationFunc;
+
+/// The standard containers' way to that memory.
+template <class T>
+struct IAStdAllocator {
+    using value_type = T;
+    IAStdAllocator() = default;
+    template <class Other>
+    IAStdAllocator(const IAStdAllocator<Other>&) noexcept {}
+    T* allocate(std::size_t count) {
+        return static_cast<T*>(IAMallocSized(count <= SIZE_MAX / sizeof(T) ? count * sizeof(T) : SIZE_MAX));
+    }
+    void deallocate(T* block, std::size_t count) noexcept { IAFreeSized(block, count * sizeof(T)); }
+    bool operator==(const IAStdAllocator&) const = default;
+};
+template <class T>
+using IAVector = std::vector<T, IAStdAllocator<T>>;
 
 /// Does nothing.
 LORVALE_EXPORT void IAReportMemoryUsage();
