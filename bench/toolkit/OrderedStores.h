@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -58,6 +59,11 @@ public:
     bool Equal(const IAOrderedStorable* other) const override {
         return std::memcmp(key.data(), static_cast<const Record*>(other)->key.data(), kField) == 0;
     }
+    int CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* other) const override {
+        Require(stored.size() == 2 * kField);
+        return std::memcmp(stored.data(), static_cast<const Record*>(other)->key.data(), kField);
+    }
+    std::uint32_t StoredSize(std::span<const std::uint8_t>) const override { return 2 * kField; }
 
     Field key{};
     Field value{};

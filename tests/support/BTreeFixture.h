@@ -1,4 +1,5 @@
 #pragma once
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
@@ -53,6 +54,30 @@ public:
 private:
     std::uint32_t treePageSize;
 };
+
+/// What the committed state of a storage consists of, wherever else the file holds garbage: the file header and
+/// the space of every block, one behind the other.
+inline Bytes LiveBytes(IAStorage& storage, const Bytes& file) {
+    Bytes live(file.begin(), file.begin() + 16);
+    const auto add = [&live, &file](std::size_t begin, std::size_t size) {
+        const std::size_t end = std::min(begin + size, file.size());
+        for (std::size_t at = begin; at < end; ++at) live.push_back(file[at]);
+    };
+    const auto word = [&file](std::size_t at) {
+        return std::uint32_t{file[at]} << 24 | std::uint32_t{file[at + 1]} << 16 |
+               std::uint32_t{file[at + 2]} << 8 | file[at + 3];
+    };
+    const std::uint32_t ids = word(word(4));
+    add(word(4), word(8));
+    for (std::uint32_t id = 1; id < ids; ++id) {
+        try {
+            add(storage.GetReadAddress(id), storage.GetBlockSize(id));
+        } catch (const IAException&) {
+            live.push_back(0);  // not in use
+        }
+    }
+    return live;
+}
 
 /// All members, in the order in which the iterator gives them, but no more than `most`.
 inline std::vector<std::pair<std::string, std::string>> MembersOf(IAOrderedStorableSet& set,

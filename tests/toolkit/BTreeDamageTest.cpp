@@ -70,8 +70,7 @@ TEST_F(DamagedBTree, PageThatNoTreeWrites) {
         {"more entries than there are bytes",
          {2, 0, {{0, "a"}}, 0xFFFFFFFF},
          "VSIV btree page entry count out of range"},
-        {"entries behind the block's end", {2, 0, {{0, "a"}}, 30}, "VSIV btree page entries out of order"},
-        {"one key twice", {2, 0, {{0, "a"}, {0, "a"}}}, "VSIV btree page entries out of order"},
+        {"entries behind the block's end", {2, 0, {{0, "a"}}, 30}, "VSPB buffer position passed blockEnd"},
         {"an object of more than half a page",
          {2, 0, {{0, std::string(30, 'k')}}},
          "VSIV btree page entry too big"},
@@ -82,6 +81,15 @@ TEST_F(DamagedBTree, PageThatNoTreeWrites) {
         Write({2, 0, 1, 1, 64}, {row.page});
         EXPECT_EQ(FailureOfOpen(), row.failure);
         EXPECT_FALSE(Violations().empty());
+    }
+}
+
+TEST_F(DamagedBTree, EntriesOutOfOrderEndAnIteration) {
+    for (const char* second : {"a", "A"}) {
+        Write({2, 0, 2, 1, 64}, {{2, 0, {{0, "a"}, {0, second}}}});
+        EXPECT_EQ(FailureOfOpen(), "");
+        EXPECT_EQ(FailureOfIteration(), "VSIV btree pages out of order");
+        EXPECT_THAT(Violations(), Contains(HasSubstr("has objects out of order")));
     }
 }
 

@@ -4,11 +4,12 @@
 
 #include "tests/support/BTreeFixture.h"
 #include "tests/support/FaultyDisk.h"
-#include "toolkit/storage/PageImageStore.h"
+#include "toolkit/storage/PageMemory.h"
 
 namespace brindle::testing {
 namespace {
 
+using ::testing::_;
 using ::testing::IsEmpty;
 
 /// What an iterator will give, from the model: the next key was settled when the last one was given.
@@ -177,10 +178,11 @@ INSTANTIATE_TEST_SUITE_P(Shapes, BTreeModel,
                                            Shape{"UsualPages", 4096, 1500, 300, 1000}),
                          [](const auto& shape) { return shape.param.name; });
 
-/// What a storage remembers of pages must not show in any file.
-TEST(PageImages, LeaveNoTraceInTheFile) {
+/// What a storage remembers of pages, and when it writes them, must not show in any file.  What stands in free
+/// space may differ.
+TEST(PageMemory, LeavesNoTraceInTheFile) {
     const Shape shape{"", 128, 12, 400, 0};
-    const auto bytesWith = [&shape](std::size_t memory) {
+    const auto storeWith = [&shape](std::size_t memory) {
         const std::size_t before = IAPageMemory.exchange(memory);
         Driver driver(shape, 5);
         for (int step = 0; step < 3000; ++step) {
@@ -188,19 +190,21 @@ TEST(PageImages, LeaveNoTraceInTheFile) {
             driver.Step();
         }
         driver.Tree().FlushAndCommit();
-        if (memory > 0) {
-            EXPECT_LE(driver.Tree().storage->PageImages()->MemorySize(), memory);
+        const PageMemory* const pages = PageMemory::Of(*driver.Tree().storage);
+        EXPECT_EQ(pages != nullptr, memory > 0);
+        if (pages != nullptr) {
+            EXPECT_LE(pages->MemorySize(), memory);
         }
         IAPageMemory = before;
-        return *driver.Tree().bytes;
+        return LiveBytes(*driver.Tree().storage, *driver.Tree().bytes);
     };
-    const Bytes without = bytesWith(0);
-    EXPECT_TRUE(bytesWith(std::size_t{1} << 20) == without);
-    EXPECT_TRUE(bytesWith(3000) == without) << "with a store of a few pages";
+    const Bytes without = storeWith(0);
+    EXPECT_TRUE(storeWith(std::size_t{1} << 20) == without);
+    EXPECT_TRUE(storeWith(3000) == without) << "with the memory of a few pages";
 }
 
 /// Somebody else's writing to a page's block, and its going, are seen at once.
-TEST(PageImages, FollowTheBlocks) {
+TEST(PageMemory, FollowsTheBlocks) {
     TreeInMemory t(64);
     t.Make();
     t.Put("a", "1");
@@ -214,9 +218,37 @@ TEST(PageImages, FollowTheBlocks) {
     EXPECT_EQ(MembersOf(reader).front().second, "2");
     const Entry prototype;
     t.storage->Compact();
-    EXPECT_EQ(ReadPage(2, t.storage.get(), nullptr, &prototype)->Count(), 1u);
+    const PageBlocks blocks(*t.storage, nullptr, prototype);
+    EXPECT_EQ(blocks.Read(2).Count(), 1u);
     t.storage->Deallocate(2);
-    EXPECT_THROW(ReadPage(2, t.storage.get(), nullptr, &prototype), IAException);
+    EXPECT_THROW(blocks.Read(2), IAException);
+}
+
+/// A page that waits for the commit is there for whoever reads its block, and what was flushed stays so when
+/// the tree goes on and is given up.
+TEST(PageMemory, ShowsWhatWasFlushed) {
+    TreeInMemory t;
+    t.Make();
+    t.storage->Commit();
+    const std::uint32_t before = t.storage->TotalSpace();
+    for (const char* key : {"a", "b"}) t.Put(key, std::string(1500, 'v'));
+    t.tree->Flush();
+    EXPECT_EQ(t.bytes->size(), before) << "else this test has lost its point";
+    EXPECT_EQ(t.storage->TotalSpace(), 3 * 4096u) << "as if it were written";
+    {
+        IAInputBlock block(t.storage.get(), 2);
+        EXPECT_EQ(block.ReadUInt32(), 0u);
+        EXPECT_EQ(block.ReadUInt32(), 2u) << "a leaf with two entries";
+    }
+    EXPECT_EQ(t.bytes->size(), 3 * 4096u);
+    t.Put("a", "flushed");
+    t.tree->Flush();
+    t.Put("c", "lost");
+    t.tree.reset();
+    t.storage->Commit();
+    t.Open();
+    EXPECT_THAT(MembersOf(*t.tree),
+                ::testing::ElementsAre(::testing::Pair("a", "flushed"), ::testing::Pair("b", _)));
 }
 
 /// The disk dies at each write in turn: the tree opens as it was at the last commit, or at the one under way.

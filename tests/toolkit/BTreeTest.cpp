@@ -60,7 +60,8 @@ TEST_F(BTreeTest, RemovingASeparatorPutsItsPredecessorThere) {
         small.tree->Flush();
         const Entry prototype;
         const BTreeHeader header = BTreeHeader::Read(small.storage.get(), small.header, nullptr);
-        return Entry::KeyOf(&ReadPage(header.rootId, small.storage.get(), nullptr, &prototype)->Object(0));
+        return Entry::KeyOf(
+            PageBlocks(*small.storage, nullptr, prototype).Read(header.rootId).CopyObject(0).get());
     };
     EXPECT_EQ(rootOf(), "e");
     const Entry low("a"), separator("e"), high("f");
@@ -81,7 +82,10 @@ TEST_F(BTreeTest, DestroyLeavesNothingInTheStorage) {
     second.Flush();
     t.storage->Commit();
     second.Put(std::make_unique<Entry>("more", "unflushed"));
+    const auto iterator = second.MakeIterator();
+    iterator->Next();
     second.Destroy();
+    EXPECT_EQ(failureOf([&] { iterator->Next(); }), "QFLT invalid btree!");
     t.storage->Commit();
     t.storage->Commit();
     EXPECT_EQ(t.storage->TotalSpace() - t.storage->FreeSpace(), usedBefore);

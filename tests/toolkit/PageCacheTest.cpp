@@ -14,35 +14,39 @@ protected:
     static constexpr std::uint32_t kNow = 7, kLater = 8;
 
     PageCacheTest() {
-        storage->Initialize();
         for (int i = 0; i < 10; ++i) {
             ids.push_back(storage->Allocate());
-            NewLeaf(ids.back())->Write(storage.get(), nullptr);
+            Page leaf = NewLeaf(ids.back());
+            blocks.Write(leaf);
         }
     }
-    std::unique_ptr<Page> NewLeaf(std::uint32_t id) {
-        auto leaf = std::make_unique<Leaf>(id, &prototype);
-        leaf->InsertEntry(PageEntry(std::make_unique<Entry>("key" + std::to_string(id))));
+    Page NewLeaf(std::uint32_t id) {
+        Page leaf(id, true, &prototype);
+        leaf.InsertEntry(0, 0, Entry("key" + std::to_string(id)));
         return leaf;
     }
-    PageCache NewCache() { return {storage.get(), storage->GetStoreStream(), &prototype, 64, 4}; }
+    PageCache NewCache() { return {blocks, 64, 4}; }
 
-    std::unique_ptr<IAStorage> storage =
-        IAMakeStorage(std::make_unique<MemoryStoreStream>(std::make_shared<Bytes>()));
+    const std::unique_ptr<IAStorage> storage = [] {
+        auto made = IAMakeStorage(std::make_unique<MemoryStoreStream>(std::make_shared<Bytes>()));
+        made->Initialize();
+        return made;
+    }();
     const Entry prototype;
+    const PageBlocks blocks{*storage, nullptr, prototype, 64};
     std::vector<std::uint32_t> ids;
 };
 
 TEST_F(PageCacheTest, LeastRecentlyUsedPageLeavesFirstAndIsWrittenIfDirty) {
     PageCache cache = NewCache();
     for (std::size_t i = 0; i < 4; ++i) cache.Get(ids[i], kNow, false);
-    cache.Peek(ids[1])->PushEntry(PageEntry(std::make_unique<Entry>("added")));
+    cache.Peek(ids[1])->InsertEntry(0, 0, Entry("added"));
     cache.Get(ids[0], kNow, false);  // a hit is a use too
     cache.Get(ids[4], kNow, false);
     EXPECT_EQ(cache.Peek(ids[1]), nullptr);
     EXPECT_NE(cache.Peek(ids[0]), nullptr);
     EXPECT_EQ(cache.Get(ids[1], kNow, false)->Count(), 2u);
-    cache.Peek(ids[1])->PopEntry();
+    cache.Peek(ids[1])->RemoveEntry(0);
     cache.Delete(ids[1]);
     EXPECT_EQ(cache.Get(ids[1], kNow, false)->Count(), 2u) << "deleting a page writes nothing";
 }
@@ -88,9 +92,9 @@ TEST_F(PageCacheTest, RefusesWhatItDoesNotHold) {
 
 TEST_F(PageCacheTest, PageThatNobodyCouldReadIsNotWritten) {
     PageCache cache = NewCache();
-    cache.Put(std::make_unique<Leaf>(ids[0], &prototype), kNow, false);
+    cache.Put(Page(ids[0], true, &prototype), kNow, false);
     EXPECT_EQ(failureOf([&] { cache.WriteDirtyPages(); }), "QFLT page cache entry size invalid");
-    cache.Peek(ids[0])->PushEntry(PageEntry(std::make_unique<Entry>("key", std::string(60, 'v'))));
+    cache.Peek(ids[0])->InsertEntry(0, 0, Entry("key", std::string(60, 'v')));
     EXPECT_EQ(failureOf([&] { cache.Purge(); }), "QFLT page cache entry size invalid");
 }
 

@@ -111,6 +111,7 @@ TEST_F(DamagedStorage, IsRefusedAndNotTouched) {
     constexpr const char* kRoot = "VSIV invalid storage root block";
     constexpr const char* kAddress = "VSIV invalid storage block address";
     constexpr const char* kChain = "VSIV invalid storage free id chain";
+    constexpr const char* kOverlap = "VSIV invalid storage blocks overlap";
     constexpr const char* kList = "VSIV invalid storage free list";
     const struct {
         const char* why;
@@ -133,8 +134,9 @@ TEST_F(DamagedStorage, IsRefusedAndNotTouched) {
         {"a block that is not aligned", root + 12, 32 | 7, kAddress},
         {"a block that is too small", root + 12, 64 | 4, kAddress},
         {"a block behind 2 GB", root + 12, 0x80000000 | 6, kAddress},
-        {"two blocks in one place", root + 12, (testing::Bytes(*bytes)[root + 19] & 0xE0u) | 6,
-         "opened, but not sound"},
+        {"two blocks in one place", root + 12, (testing::Bytes(*bytes)[root + 19] & 0xE0u) | 6, kOverlap},
+        {"a block in free space", root + 12, 0x40000000 | 6, kOverlap},
+        {"a word behind the last ID", root + 8 + 255 * 4, 32, kAddress},
         {"more names than there is room for", names, 0xFFFFFFFF, "VSIV invalid storage table of contents"},
         {"a name with a NUL", names + 4, 0x01000000, "VSIV invalid storage table of contents"},
         {"names out of order", names + 4, 0x017A0000, "VSIV invalid storage table of contents"},

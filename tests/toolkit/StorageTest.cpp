@@ -88,9 +88,11 @@ TEST_F(StorageTest, KeepsNamesApart) {
 
 TEST_F(StorageTest, NamesItsFailures) {
     const auto unwritten = storage->Allocate();
+    const auto inNewSpace = storage->Allocate();
     const auto freed = written(10);
     storage->Deallocate(freed);
     storage->Commit();
+    writeBlock(*storage, inNewSpace, std::string(10, 'w'));
     const auto closed = onTheSameBytes();
     const auto readOnly = onTheSameBytes();
     readOnly->Open(false);
@@ -115,9 +117,13 @@ TEST_F(StorageTest, NamesItsFailures) {
         {"no ID", [&] { storage->GetWriteAddress(99, 1); }, "VSBI out-of-range id"},
         {"the end of the free chain", [&] { storage->GetWriteAddress(freed, 1); }, "VSBI unallocated block id"},
         {"too big", [&] { storage->GetWriteAddress(unwritten, 0x80000001); }, "VSDF storage full"},
+        {"too big", [&] { storage->GetWriteAddress(inNewSpace, 0xFFFFFFFF); }, "VSDF storage full"},
+        {"open", [&] { storage->Initialize(); }, "VSAO storage already open"},
+        {"open", [&] { readOnly->Initialize(); }, "VSAO storage already open"},
     };
     for (const auto& row : rows) EXPECT_EQ(failureOf(row.call), row.failure) << row.why;
     EXPECT_EQ(storage->GetBlockSize(unwritten), 1u);
+    EXPECT_EQ(readBlock(*storage, inNewSpace, 10), std::string(10, 'w'));
     EXPECT_EQ(readOnly->FreeSpace(), 0u);
     storage->Commit();
     EXPECT_TRUE(VerifyStorage(*storage->GetStoreStream()).Sound()) << "no refusal has changed anything";

@@ -4,7 +4,6 @@
 #include <unordered_set>
 #include <utility>
 
-#include "lorvale/toolkit/storage/block.h"
 #include "lorvale/toolkit/storage/exception.h"
 #include "toolkit/storage/BTreeIterator.h"
 
@@ -12,26 +11,6 @@ namespace brindle {
 
 std::unique_ptr<IAOrderedStorableSet> IAMakeOrderedStorableSet(std::unique_ptr<IAOrderedStorable> prototype) {
     return std::make_unique<BTree>(std::move(prototype), IADiskBlockSize);
-}
-
-void BTreeHeader::Write(IAStorage* storage, std::uint32_t block, IAStoreStream* stream) const {
-    IAOutputBlock output(storage, block, StoreSize, stream);
-    output.WriteUInt32(rootId);
-    output.WriteUInt32(depth);
-    output.WriteUInt32(count);
-    output.WriteUInt32(pageCount);
-    output.WriteUInt32(pageSize);
-}
-
-BTreeHeader BTreeHeader::Read(IAStorage* storage, std::uint32_t block, IAStoreStream* stream) {
-    IAInputBlock input(storage, block, stream);
-    BTreeHeader header;
-    header.rootId = input.ReadUInt32();
-    header.depth = input.ReadUInt32();
-    header.count = input.ReadUInt32();
-    header.pageCount = input.ReadUInt32();
-    header.pageSize = input.ReadUInt32();
-    return header;
 }
 
 BTree::BTree(std::unique_ptr<IAOrderedStorable> memberPrototype, std::uint32_t newPageSize)
@@ -61,7 +40,8 @@ void BTree::Initialize(IAStorage* treeStorage, std::uint32_t header, bool cloneS
     count = 0;
     pageCount = 0;
     forWriting = true;
-    root = NewPage(true);
+    blocks.emplace(*storage, storeStream, *prototype, pageSize);
+    root = std::make_unique<Page>(NewPage(true));
     Flush();
 }
 
@@ -73,9 +53,9 @@ void BTree::Open(IAStorage* treeStorage, std::uint32_t header, bool writable, bo
 
     const BTreeHeader stored = BTreeHeader::Read(storage, headerBlock, storeStream);
     IAAssertion(stored.depth <= BTreeHeader::MaxDepth, "btree header out of range", StorageInvalid);
-    std::unique_ptr<Page> page =
-        ReadPage(stored.rootId, storage, storeStream, prototype.get(), stored.pageSize);
-    IAAssertion(page->IsLeaf() == (stored.depth == 0) && (page->IsLeaf() || page->Count() > 0),
+    blocks.emplace(*storage, storeStream, *prototype, stored.pageSize);
+    Page page = blocks->Read(stored.rootId);
+    IAAssertion(page.IsLeaf() == (stored.depth == 0) && (page.IsLeaf() || page.Count() > 0),
                 "btree root of the wrong kind", StorageInvalid);
 
     forWriting = writable;
@@ -85,14 +65,14 @@ void BTree::Open(IAStorage* treeStorage, std::uint32_t header, bool writable, bo
     SetSizes(stored.pageSize);
     for (std::uint32_t level = 0; level < depth; ++level)
         caches.push_back(NewCache(writable ? WritableCacheSize : ReadableCacheSize));
-    root = std::move(page);
+    root = std::make_unique<Page>(std::move(page));
 }
 
 void BTree::Flush() {
     const IALock lock(mutex.get());
     CheckOpen();
     for (const auto& cache : caches) cache->WriteDirtyPages();
-    if (root->IsDirty()) root->Write(storage, storeStream);
+    if (root->IsDirty()) blocks->Write(*root);
     BTreeHeader{root->Id(), depth, count, pageCount, pageSize}.Write(storage, headerBlock, storeStream);
 }
 
@@ -131,14 +111,13 @@ void BTree::CheckWritable() const {
 }
 
 std::unique_ptr<PageCache> BTree::NewCache(std::uint32_t pages) const {
-    return std::make_unique<PageCache>(storage, storeStream, prototype.get(), pageSize, pages);
+    return std::make_unique<PageCache>(*blocks, pageSize, pages);
 }
 
-std::unique_ptr<Page> BTree::NewPage(bool isLeaf) {
+Page BTree::NewPage(bool isLeaf) {
     const std::uint32_t id = storage->Allocate();
     ++pageCount;
-    if (isLeaf) return std::make_unique<Leaf>(id, prototype.get());
-    return std::make_unique<Page>(id, prototype.get());
+    return {id, isLeaf, prototype.get()};
 }
 
 void BTree::RemovePage(std::uint32_t id) {
@@ -162,8 +141,8 @@ std::unique_ptr<IAOrderedStorable> BTree::Get(const IAOrderedStorable* key) {
     CheckOpen();
     Page* page = root.get();
     for (std::uint32_t level = 0;; ++level) {
-        Page::Found found = page->FingerEntry(key);
-        if (found.object != nullptr && found.object->Equal(key)) return page->CopyObject(std::move(found));
+        const Page::Found found = page->FingerEntry(key);
+        if (found.isEqual) return page->CopyObject(found.at);
         if (level == depth) return nullptr;
         page = GetPage(page->ChildId(found.at), level);
     }
@@ -175,29 +154,24 @@ bool BTree::Put(std::unique_ptr<IAOrderedStorable> object) {
     IAAssertion(ObjectFits(object->StoreSize(), pageSize), "Ordered Storable Set Entry Too Big",
                 OrderedStorableSetEntryTooBig);
     ++timeStamp;
-    return PutInternal(*root, {nullptr, 0}, std::move(object), 0);
+    return PutInternal(*root, {nullptr, 0}, *object, 0);
 }
 
-bool BTree::PutInternal(Page& page, const ParentEntry& from, std::unique_ptr<IAOrderedStorable> object,
+bool BTree::PutInternal(Page& page, const ParentEntry& from, const IAOrderedStorable& object,
                         std::uint32_t level) {
-    const Page::Found found = page.FingerEntry(object.get());
-    bool replaced = false;
-    if (found.object != nullptr && found.object->Equal(object.get())) {
-        page.ReplaceObj(found.at, std::move(object));
-        replaced = true;
+    const Page::Found found = page.FingerEntry(&object);
+    bool replaced = found.isEqual;
+    if (found.isEqual) {
+        page.ReplaceObject(found.at, object);
     } else if (page.IsLeaf()) {
-        InsertObject(page, found.at, std::move(object));
+        page.InsertEntry(found.at, 0, object);
+        ++count;
     } else {
         Page* const child = GetPage(page.ChildId(found.at), level);
-        replaced = PutInternal(*child, {&page, found.at}, std::move(object), level + 1);
+        replaced = PutInternal(*child, {&page, found.at}, object, level + 1);
     }
     Rebalance(page, from, level);
     return replaced;
-}
-
-void BTree::InsertObject(Page& page, Page::Finger finger, std::unique_ptr<IAOrderedStorable> object) {
-    page.InsertEntryAtFinger(PageEntry(std::move(object)), finger);
-    ++count;
 }
 
 bool BTree::Remove(const IAOrderedStorable* key) {
@@ -210,15 +184,14 @@ bool BTree::Remove(const IAOrderedStorable* key) {
 bool BTree::RemoveInternal(Page& page, const ParentEntry& from, const IAOrderedStorable* key,
                            std::uint32_t level) {
     const Page::Found found = page.FingerEntry(key);
-    const bool isHere = found.object != nullptr && found.object->Equal(key);
     if (page.IsLeaf()) {
-        if (!isHere) return false;
-        page.RemoveEntryAtFinger(found.at);
+        if (!found.isEqual) return false;
+        page.RemoveEntry(found.at);
         --count;
     } else {
         const ParentEntry here = {&page, found.at};
         Page* const child = GetPage(page.ChildId(found.at), level);
-        if (isHere) {
+        if (found.isEqual) {
             ReplaceWithPrevObj(*child, here, here, level + 1);
             --count;
         } else if (!RemoveInternal(*child, here, key, level + 1)) {
@@ -233,7 +206,8 @@ bool BTree::RemoveInternal(Page& page, const ParentEntry& from, const IAOrderedS
 void BTree::ReplaceWithPrevObj(Page& page, const ParentEntry& from, const ParentEntry& target,
                                std::uint32_t level) {
     if (page.IsLeaf()) {
-        target.parent->ReplaceObj(target.entry, page.RemoveEntryAtFinger(page.Count() - 1).object);
+        target.parent->ReplaceObject(target.entry, page, page.Count() - 1);
+        page.RemoveEntry(page.Count() - 1);
     } else {
         Page* const child = GetPage(page.RightChildId(), level);
         ReplaceWithPrevObj(*child, {&page, page.Count()}, target, level + 1);
@@ -270,13 +244,14 @@ float BTree::PositionEstimate(const IAOrderedStorable* key) {
     CheckOpen();
     const float step = 1.0F / static_cast<float>(root->Count() + 1);
     float sum = 0;
-    for (Page::Finger at = 0; at < root->Count() && !key->LessThan(&root->Object(at)); ++at) sum += step;
+    for (Page::Finger at = 0; at < root->Count() && !key->LessThan(root->CopyObject(at).get()); ++at)
+        sum += step;
     return sum + step / 2;
 }
 
 PageGlance BTree::Peek(std::uint32_t id, std::uint32_t level) {
     if (Page* const cached = caches[level]->Peek(id)) return {cached, nullptr};
-    std::unique_ptr<Page> page = ReadPage(id, storage, storeStream, prototype.get(), pageSize);
+    auto page = std::make_unique<Page>(blocks->Read(id));
     Page* const read = page.get();
     return {read, std::move(page)};
 }
@@ -303,9 +278,8 @@ std::vector<std::uint32_t> BTree::PageIdsForDestroy() {
     CollectPageIds(*root, 0, ids, visited);
     std::vector<std::uint32_t> sorted = ids;
     sorted.push_back(headerBlock);
-    std::sort(sorted.begin(), sorted.end());
-    IAAssertion(std::adjacent_find(sorted.begin(), sorted.end()) == sorted.end(), "btree page met twice",
-                StorageInvalid);
+    std::ranges::sort(sorted);
+    IAAssertion(std::ranges::adjacent_find(sorted) == sorted.end(), "btree page met twice", StorageInvalid);
     return ids;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -8,9 +9,8 @@
 #include "lorvale/toolkit/storage/storage.h"
 #include "toolkit/storage/BTreeCheck.h"
 #include "toolkit/storage/BTreeHeader.h"
-#include "toolkit/storage/Page.h"
+#include "toolkit/storage/PageBlocks.h"
 #include "toolkit/storage/PageCache.h"
-#include "toolkit/storage/Scroll.h"
 
 namespace brindle {
 
@@ -73,15 +73,13 @@ private:
     void CheckWritable() const;
     void AttachTo(IAStorage* treeStorage, std::uint32_t header, bool cloneStream);
     std::unique_ptr<PageCache> NewCache(std::uint32_t pages) const;
-    std::unique_ptr<Page> NewPage(bool isLeaf);
+    Page NewPage(bool isLeaf);
     void RemovePage(std::uint32_t id);
     /// The child page `id` of a page at `level`, the root's being 0.  Raises StorageInvalid when it is of the
     /// wrong kind for its level, so no walk down is longer than the tree is deep.
     Page* GetPage(std::uint32_t id, std::uint32_t level);
     void CheckKind(const Page& page, std::uint32_t level) const;
-    bool PutInternal(Page& page, const ParentEntry& from, std::unique_ptr<IAOrderedStorable> object,
-                     std::uint32_t level);
-    void InsertObject(Page& page, Page::Finger finger, std::unique_ptr<IAOrderedStorable> object);
+    bool PutInternal(Page& page, const ParentEntry& from, const IAOrderedStorable& object, std::uint32_t level);
     bool RemoveInternal(Page& page, const ParentEntry& from, const IAOrderedStorable* key, std::uint32_t level);
     void ReplaceWithPrevObj(Page& page, const ParentEntry& from, const ParentEntry& target,
                             std::uint32_t level);
@@ -98,7 +96,7 @@ private:
     bool RebalanceTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::uint32_t level);
     void PaginateTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::size_t newSeparator);
     void MergeTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::uint32_t level);
-    void SplitOne(Page& page, Page& parent, std::uint32_t level);
+    void SplitOne(Page& page, Page& parent, Page::Finger parentEntry, std::uint32_t level);
 
     // For iterators: pages taken with a lock.
     Page* GetLockedPage(std::uint32_t id, std::uint32_t level, std::uint32_t stamp);
@@ -114,6 +112,7 @@ private:
     const std::unique_ptr<IAMutex> mutex;
     std::uint32_t headerBlock = 0;
     bool forWriting = false;
+    std::optional<PageBlocks> blocks;
     std::unique_ptr<Page> root;                      // outside of all caches
     std::uint32_t depth = 0;                         // levels below the root
     std::vector<std::unique_ptr<PageCache>> caches;  // `depth` of them; the first is the level below the root
@@ -122,7 +121,6 @@ private:
     std::uint32_t pageSize = 0;
     std::uint32_t minSize = 0;
     std::uint32_t maxEntrySize = 0;
-    Scroll scroll;
     std::uint32_t timeStamp = 0;
 };
 

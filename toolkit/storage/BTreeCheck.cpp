@@ -73,12 +73,12 @@ void BTreeChecker::CheckPage(Page& page, std::uint32_t level, const Bounds& boun
 }
 
 void BTreeChecker::CheckEntry(Page& page, Page::Finger at, const std::string& name) {
-    const IAOrderedStorable& object = page.Object(at);
+    const auto object = page.CopyObject(at);
     const std::uint32_t storedSize = page.ObjectStoreSize(at);
     if (!ObjectFits(storedSize, header.pageSize))
         Violation(name + " has an object of " + Number(storedSize) + " bytes, too big for its page size.");
-    if (object.StoreSize() != storedSize)
-        Violation(name + " has an object of " + Number(object.StoreSize()) + " bytes stored as " +
+    if (object->StoreSize() != storedSize)
+        Violation(name + " has an object of " + Number(object->StoreSize()) + " bytes stored as " +
                   Number(storedSize) + ".");
     if (!page.IsLeaf() && page.ChildId(at) == 0) Violation(name + " has an entry without a child.");
 }
@@ -90,18 +90,23 @@ void BTreeChecker::CheckOrder(Page& page, const Bounds& bounds, const std::strin
             Violation(name + " has objects out of order, within it or with the separators above.");
         before = object;
     };
-    for (Page::Finger at = 0; at < page.Count(); ++at) inOrder(&page.Object(at));
+    std::unique_ptr<IAOrderedStorable> kept;
+    for (Page::Finger at = 0; at < page.Count(); ++at) {
+        auto object = page.CopyObject(at);
+        inOrder(object.get());
+        kept = std::move(object);  // after the one before it was compared
+    }
     inOrder(bounds.high);
 }
 
 void BTreeChecker::CheckChildren(Page& page, std::uint32_t level, const Bounds& bounds) {
-    const IAOrderedStorable* low = bounds.low;
+    std::unique_ptr<IAOrderedStorable> low;
     for (Page::Finger at = 0; at < page.Count(); ++at) {
-        const IAOrderedStorable* const high = &page.Object(at);
-        CheckChild(page.ChildId(at), level, {low, high});
-        low = high;
+        auto high = page.CopyObject(at);
+        CheckChild(page.ChildId(at), level, {low != nullptr ? low.get() : bounds.low, high.get()});
+        low = std::move(high);
     }
-    CheckChild(page.RightChildId(), level, {low, bounds.high});
+    CheckChild(page.RightChildId(), level, {low != nullptr ? low.get() : bounds.low, bounds.high});
 }
 
 void BTreeChecker::CheckChild(std::uint32_t id, std::uint32_t level, const Bounds& bounds) {
@@ -134,7 +139,7 @@ BTreeReport BTree::Check() {
 
 BTreeReport VerifyBTree(IAStorage& storage, std::uint32_t headerBlock, const IAOrderedStorable& prototype) {
     const auto read = [&](std::uint32_t id) {
-        std::unique_ptr<Page> page = ReadPage(id, &storage, nullptr, &prototype);
+        auto page = std::make_unique<Page>(PageBlocks(storage, nullptr, prototype).Read(id));
         Page* const found = page.get();
         return PageGlance{found, std::move(page)};
     };

@@ -27,18 +27,17 @@ BTreeIterator::~BTreeIterator() {
 
 std::unique_ptr<IAOrderedStorable> BTreeIterator::Next() {
     const IALock lock(bTree.mutex.get());
+    bTree.CheckOpen();
     if (timeStamp != bTree.timeStamp && next != nullptr) {
         const std::unique_ptr<IAOrderedStorable> place = std::move(next);
         BuildStack(place.get());
     }
     if (next == nullptr) return nullptr;
     std::unique_ptr<IAOrderedStorable> result = std::move(next);
-    crossed = false;
     Increment();
     next = CopyOfTop();
-    // Within a page the order is known.  From page to page it is not before this, and a damaged tree that led
-    // to the same pages over and over would never end.
-    if (next != nullptr && crossed && !result->LessThan(next.get())) {
+    // A damaged tree that led to the same pages over and over would never end.
+    if (next != nullptr && !result->LessThan(next.get())) {
         next = nullptr;
         IAFail("btree pages out of order", StorageInvalid);
     }
@@ -66,7 +65,6 @@ void BTreeIterator::PushFrame(Page& page, Page::Finger entry) {
 Page& BTreeIterator::Descend(std::uint32_t id) {
     Page* const page = bTree.GetLockedPage(id, level, timeStamp);
     ++level;
-    crossed = true;
     return *page;
 }
 
@@ -79,8 +77,8 @@ void BTreeIterator::PushTo(Page& page, const IAOrderedStorable* key) {
     const Page::Found found = page.FingerEntry(key);
     PushFrame(page, found.at);
     if (page.IsLeaf()) {
-        if (found.object == nullptr) PopForward();
-    } else if (found.object == nullptr || !found.object->Equal(key)) {
+        if (found.at == page.Count()) PopForward();
+    } else if (!found.isEqual) {
         PushTo(Descend(page.ChildId(found.at)), key);
     }
 }
@@ -97,7 +95,6 @@ void BTreeIterator::PopForward() {
     do {
         const std::uint32_t left = top->page->Id();
         top = std::move(top->next);
-        crossed = true;
         if (top != nullptr) bTree.UnlockPage(left, --level, timeStamp);
     } while (top != nullptr && top->IsThrough());
 }

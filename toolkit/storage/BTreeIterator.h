@@ -51,7 +51,6 @@ private:
     BTree& bTree;
     std::uint32_t level = 0;  // of the top frame, the root's being 0
     std::uint32_t timeStamp = 0;
-    bool crossed = false;  // the last step led to another page
 };
 
 }  // namespace brindle

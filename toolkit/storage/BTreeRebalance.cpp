@@ -5,6 +5,7 @@
 
 #include "lorvale/toolkit/storage/exception.h"
 #include "toolkit/storage/BTree.h"
+#include "toolkit/storage/Scroll.h"
 
 namespace brindle {
 
@@ -27,15 +28,15 @@ void BTree::RebalanceRoot() {
 void BTree::GrowTree() {
     caches.insert(caches.begin(), NewCache(WritableCacheSize));
     ++depth;
-    Page* const oldRoot = caches.front()->Put(std::move(root), timeStamp, false);
-    root = NewPage(false);
+    Page* const oldRoot = caches.front()->Put(std::move(*root), timeStamp, false);
+    *root = NewPage(false);
     root->SetRightChildId(oldRoot->Id());
-    SplitOne(*oldRoot, *root, 0);
+    SplitOne(*oldRoot, *root, 0, 0);
 }
 
 void BTree::ShrinkTree() {
     RemovePage(root->Id());
-    root = caches.front()->Remove(root->RightChildId());
+    *root = caches.front()->Remove(root->RightChildId());
     caches.erase(caches.begin());
     --depth;
 }
@@ -51,13 +52,13 @@ void BTree::RebalanceNonRoot(Page& page, Page& parent, Page::Finger parentEntry,
         Page* const right = GetPage(parent.ChildId(parentEntry + 1), level);
         if (RebalanceTwo(page, parentEntry, *right, parent, level)) return;
     }
-    SplitOne(page, parent, level);
+    SplitOne(page, parent, parentEntry, level);
 }
 
 bool BTree::RebalanceTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::uint32_t level) {
     // In a sound tree no two children are one page; moving entries from a page to itself would lose them.
     IAAssertion(&left != &right, "btree page met twice", StorageInvalid);
-    scroll.Fill(left, parent, separator, right);
+    const Scroll scroll(left.Image(), parent.Image(), separator, right.Image());
     if (scroll.IntervalSize(0, scroll.Count()) <= pageSize) {
         MergeTwo(left, separator, right, parent, level);
         return true;
@@ -80,22 +81,18 @@ void BTree::PaginateTwo(Page& left, Page::Finger separator, Page& right, Page& p
 void BTree::MergeTwo(Page& left, Page::Finger separator, Page& right, Page& parent, std::uint32_t level) {
     // All of the left page but its first object goes right; that one is the separator then.
     if (left.Count() > 0) left.ShiftContentsRight(right, separator, parent, 0);
-    PageEntry last = parent.RemoveEntryAtFinger(separator);
-    last.childId = left.RightChildId();
-    right.PushEntry(std::move(last));
+    right.InsertEntry(0, left.RightChildId(), parent, separator);
+    parent.RemoveEntry(separator);
     RemovePage(left.Id());
     caches[level]->Delete(left.Id());
 }
 
-void BTree::SplitOne(Page& page, Page& parent, std::uint32_t level) {
+void BTree::SplitOne(Page& page, Page& parent, Page::Finger parentEntry, std::uint32_t level) {
     Page* const added = caches[level]->Put(NewPage(page.IsLeaf()), timeStamp, false);
-    PageEntry separator = page.PopEntry();
-    added->SetRightChildId(separator.childId);
-    separator.childId = added->Id();
-    const Page::Finger at = parent.FingerEntry(separator.object.get()).at;
-    Page::Finger behind = at;
-    parent.InsertEntryAtFinger(std::move(separator), behind);
-    RebalanceTwo(*added, at, page, parent, level);
+    added->SetRightChildId(page.IsLeaf() ? 0 : page.ChildId(0));
+    parent.InsertEntry(parentEntry, added->Id(), page, 0);
+    page.RemoveEntry(0);
+    RebalanceTwo(*added, parentEntry, page, parent, level);
 }
 
 }  // namespace brindle

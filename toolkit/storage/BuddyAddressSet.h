@@ -1,10 +1,8 @@
 #pragma once
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
 
+#include "lorvale/toolkit/storage/memory.h"
 #include "toolkit/storage/BuddyFormat.h"
 
 namespace brindle {
@@ -16,32 +14,32 @@ public:
     void Put(std::uint32_t address) {
         const std::size_t chunk = address / kChunkSpace;
         if (chunk >= chunks.size()) chunks.resize(chunk + 1);
-        if (chunks[chunk] == nullptr) chunks[chunk] = std::make_unique<Chunk>();
-        (*chunks[chunk])[WordOf(address)] |= BitOf(address);
+        if (chunks[chunk].empty()) chunks[chunk].resize(kChunkWords);
+        chunks[chunk][WordOf(address)] |= BitOf(address);
     }
     bool Member(std::uint32_t address) const {
         const std::size_t chunk = address / kChunkSpace;
-        return chunk < chunks.size() && chunks[chunk] != nullptr &&
-               ((*chunks[chunk])[WordOf(address)] & BitOf(address)) != 0;
+        return chunk < chunks.size() && !chunks[chunk].empty() &&
+               (chunks[chunk][WordOf(address)] & BitOf(address)) != 0;
     }
     /// True if it was there.
     bool Remove(std::uint32_t address) {
         if (!Member(address)) return false;
-        (*chunks[address / kChunkSpace])[WordOf(address)] &= ~BitOf(address);
+        chunks[address / kChunkSpace][WordOf(address)] &= ~BitOf(address);
         return true;
     }
     void Clear() { chunks.clear(); }
 
 private:
     static constexpr std::uint32_t kChunkSpace = 1u << 20;  // bytes of the store
-    using Chunk = std::array<std::uint64_t, kChunkSpace / MinBlockSize / 64>;
+    static constexpr std::size_t kChunkWords = kChunkSpace / MinBlockSize / 64;
 
     static std::size_t WordOf(std::uint32_t address) { return address % kChunkSpace / MinBlockSize / 64; }
     static std::uint64_t BitOf(std::uint32_t address) {
         return std::uint64_t{1} << (address / MinBlockSize % 64);
     }
 
-    std::vector<std::unique_ptr<Chunk>> chunks;
+    IAVector<IAVector<std::uint64_t>> chunks;  // empty where nothing was put yet
 };
 
 }  // namespace brindle

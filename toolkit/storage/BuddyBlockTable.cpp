@@ -1,6 +1,6 @@
 #include "toolkit/storage/BuddyBlockTable.h"
 
-#include <new>
+#include <algorithm>
 
 namespace brindle {
 
@@ -19,17 +19,16 @@ void BuddyBlockTable::Deallocate(std::uint32_t id) {
     isFree[id] = true;
 }
 
-BuddyBlockTable::Chunk& BuddyBlockTable::AppendChunk() {
-    std::unique_ptr<Chunk> chunk(new (std::nothrow) Chunk{});
-    IAAssertion(chunk != nullptr, "IAMallocArray returned nil", IAAssertionFailure);
-    chunks.push_back(std::move(chunk));
-    return *chunks.back();
+BuddyBlockTable::Chunk BuddyBlockTable::AppendChunk() {
+    words.resize(words.size() + InfoChunkSize);
+    return std::span(words).last<InfoChunkSize>();
 }
 
 std::uint32_t BuddyBlockTable::NewInfo() {
     IAAssertion(maxID < kMaxIDs, "storage full", StorageFull);
     if ((maxID & InfoChunkMask) == 0) AppendChunk();
     isFree.push_back(false);
+    SetInfo(maxID, 0);
     return maxID++;
 }
 
@@ -40,6 +39,9 @@ void BuddyBlockTable::Adopt(std::uint32_t storedMaxID, std::uint32_t storedFreeI
     for (std::uint32_t id = 0; id < maxID; ++id)
         IAAssertion(LogSize(id) == 0 || IsBlockPlace(Address(id), LogSize(id)), "invalid storage block address",
                     StorageInvalid);
+    // A word behind the last ID would become the place of the next one.
+    IAAssertion(std::ranges::all_of(Words().subspan(maxID), [](std::uint32_t info) { return info == 0; }),
+                "invalid storage block address", StorageInvalid);
     for (std::uint32_t id = freeIDHead; id != 0; id = Info(id) >> LogSizeBits) {
         IAAssertion(id < maxID && LogSize(id) == 0 && !isFree[id], "invalid storage free id chain",
                     StorageInvalid);

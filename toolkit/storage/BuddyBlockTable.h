@@ -1,9 +1,8 @@
 #pragma once
-#include <array>
 #include <cstdint>
-#include <memory>
-#include <vector>
+#include <span>
 
+#include "lorvale/toolkit/storage/memory.h"
 #include "toolkit/storage/BuddyFormat.h"
 
 namespace brindle {
@@ -18,7 +17,7 @@ namespace brindle {
 /// Callers pass only IDs below MaxID().  No locking.
 class BuddyBlockTable {
 public:
-    using Chunk = std::array<std::uint32_t, InfoChunkSize>;
+    using Chunk = std::span<std::uint32_t, InfoChunkSize>;
 
     static constexpr std::uint32_t MakeInfo(std::uint32_t address, std::uint32_t logSize) {
         return address | logSize;
@@ -33,14 +32,13 @@ public:
         return ids == 0 ? 0 : ((ids - 1) >> InfoChunkBits) + 1;
     }
     std::uint32_t MaxChunkIndex() const { return ChunksFor(maxID); }
-    const Chunk& ChunkAt(std::uint32_t index) const { return *chunks[index]; }
+    /// All words of all chunks.
+    std::span<const std::uint32_t> Words() const { return words; }
 
-    std::uint32_t Info(std::uint32_t id) const { return (*chunks[id >> InfoChunkBits])[id & InfoChunkMask]; }
+    std::uint32_t Info(std::uint32_t id) const { return words[id]; }
     std::uint32_t Address(std::uint32_t id) const { return InfoAddress(Info(id)); }
     std::uint32_t LogSize(std::uint32_t id) const { return InfoLogSize(Info(id)); }
-    void SetInfo(std::uint32_t id, std::uint32_t info) {
-        (*chunks[id >> InfoChunkBits])[id & InfoChunkMask] = info;
-    }
+    void SetInfo(std::uint32_t id, std::uint32_t info) { words[id] = info; }
     bool IsFree(std::uint32_t id) const { return isFree[id]; }
 
     /// A given-back ID if there is one, else a new one.  Its word is 0.
@@ -50,14 +48,14 @@ public:
 
     // To fill a new table from a file: all chunks, then the numbers, which raise StorageInvalid if a word
     // cannot be true or the chain is broken.
-    Chunk& AppendChunk();
+    Chunk AppendChunk();
     void Adopt(std::uint32_t storedMaxID, std::uint32_t storedFreeIDHead);
 
 private:
     std::uint32_t NewInfo();
 
-    std::vector<std::unique_ptr<Chunk>> chunks;
-    std::vector<bool> isFree;  // by ID
+    IAVector<std::uint32_t> words;  // by ID, whole chunks; 0 from maxID on
+    IAVector<bool> isFree;          // by ID
     std::uint32_t maxID = 0;
     std::uint32_t freeIDHead = 0;
 };

@@ -30,6 +30,14 @@ void BuddyFreeLists::AddAddress(std::uint32_t address, std::uint32_t logSize) {
     lists[logSize].Put(address);
 }
 
+std::uint32_t BuddyFreeLists::LogSizeJoined(std::uint32_t address, std::uint32_t logSize) const {
+    while (logSize + 1 < MaxLogSize && lists[logSize].Member(BuddyAddress(address, logSize))) {
+        address &= ~(1u << logSize);
+        ++logSize;
+    }
+    return logSize;
+}
+
 void BuddyFreeLists::AddAll(const BuddyFreeLists& other) {
     for (std::uint32_t logSize = 0; logSize < MaxLogSize; ++logSize) {
         const UInt32Set& list = other.lists[logSize];

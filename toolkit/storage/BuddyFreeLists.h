@@ -19,6 +19,8 @@ public:
     bool HasRoom(std::uint32_t logSize) const;
     /// Joins the block with its buddy as long as that is free too.
     void AddAddress(std::uint32_t address, std::uint32_t logSize);
+    /// The size of the block that AddAddress() would leave.
+    std::uint32_t LogSizeJoined(std::uint32_t address, std::uint32_t logSize) const;
     /// Adds what the other lists hold.
     void AddAll(const BuddyFreeLists& other);
     /// Puts a block behind all others of its size, as a reader of sorted lists does.

@@ -7,10 +7,26 @@ namespace brindle {
 
 BuddyStorage::BuddyStorage(std::unique_ptr<IAStoreStream> stream)
     : IAStorage(std::move(stream), BuddyStorageType), freeAddresses(std::make_unique<BuddyFreeLists>()) {
-    RememberPages();
+    if (const std::size_t limit = IAPageMemory; limit > 0) pages = std::make_unique<PageMemory>(limit);
 }
 
 BuddyStorage::~BuddyStorage() = default;
+
+void BuddyStorage::ForgetPage(std::uint32_t id) {
+    if (pages != nullptr) pages->Forget(id);
+}
+
+void BuddyStorage::WritePages() {
+    if (pages == nullptr) return;
+    IALock streamLock(SSMutex(Stream()));
+    pages->WriteBack(*Stream());
+}
+
+/// The length of the store, with the pages that are still to be written.
+std::uint32_t BuddyStorage::StoreEnd() const {
+    const std::uint64_t unwritten = pages != nullptr ? pages->UnwrittenEnd() : 0;
+    return std::max(GetEOF(Stream()), static_cast<std::uint32_t>(unwritten));
+}
 
 /// After an Open() that failed half-way the stream is open but the tables are not those of the file.
 void BuddyStorage::CheckOpen() {
@@ -40,10 +56,12 @@ void BuddyStorage::FreeAddress(std::uint32_t address, std::uint32_t logSize) {
 /// Gives a block a place of another size, or out of the committed state.
 void BuddyStorage::MoveBlock(std::uint32_t id, std::uint32_t logSize) {
     const std::uint32_t address = blocks.Address(id);
-    // With no room for the new place the old one is kept, unless giving it up could make the room.
-    IAAssertion(freeAddresses->HasRoom(logSize) || newAddresses.Member(address), "storage full", StorageFull);
+    // With no room for the new place the old one is kept, unless giving it up makes the room.
+    const bool joins =
+        newAddresses.Member(address) && freeAddresses->LogSizeJoined(address, blocks.LogSize(id)) >= logSize;
+    IAAssertion(logSize < MaxLogSize && (joins || freeAddresses->HasRoom(logSize)), "storage full",
+                StorageFull);
     FreeAddress(address, blocks.LogSize(id));
-    blocks.SetInfo(id, 0);  // should there be no room, it must not go on naming what it gave up
     blocks.SetInfo(id, BuddyBlockTable::MakeInfo(AllocAddress(logSize), logSize));
 }
 
@@ -62,14 +80,19 @@ std::uint32_t BuddyStorage::GetWriteAddress(std::uint32_t id, std::uint32_t size
     CheckOpen();
     IAAssertion(IsWritable(), "storage not writable", StorageNotWritable);
     IAAssertion(id != SysBlockID, "null id", StorageBlockIDInvalid);
+    const std::uint32_t address = GetWriteAddressInternal(id, size);
     ForgetPage(id);
-    return GetWriteAddressInternal(id, size);
+    return address;
 }
 
 std::uint32_t BuddyStorage::GetReadAddress(std::uint32_t id) {
     CheckOpen();
     IAAssertion(id != SysBlockID && id < blocks.MaxID(), "id out of range", StorageBlockIDInvalid);
     IAAssertion(blocks.LogSize(id) != 0, "unallocated or unwritten block", StorageBlockIDInvalid);
+    if (pages != nullptr && pages->IsUnwritten(id)) {
+        IALock streamLock(SSMutex(Stream()));
+        pages->WriteBack(*Stream(), id);
+    }
     return blocks.Address(id);
 }
 
@@ -79,13 +102,14 @@ std::uint32_t BuddyStorage::GetBlockSize(std::uint32_t id) {
 }
 
 std::uint32_t BuddyStorage::TotalSpace() {
-    return GetEOF(Stream());
+    IALock lock(GetMutex());
+    return StoreEnd();
 }
 
 std::uint32_t BuddyStorage::FreeSpace() {
     IALock lock(GetMutex());
     CheckOpen();
-    const std::uint32_t end = GetEOF(Stream());
+    const std::uint32_t end = StoreEnd();
     // The whole space is 2 GB, so the sum fits.
     return static_cast<std::uint32_t>(freeAddresses->SpaceBelow(end) + newFreeAddresses.SpaceBelow(end));
 }
@@ -131,6 +155,7 @@ bool BuddyStorage::TOC_Remove(const char* name) {
 
 void BuddyStorage::Initialize() {
     IALock lock(GetMutex());
+    IAAssertion(!IsOpen() && !ready, "storage already open", StorageAlreadyOpen);
     InitializeSS(Stream());
     OpenSS(Stream(), true);
     ready = true;
@@ -167,6 +192,7 @@ void BuddyStorage::Commit() {
     CheckOpen();
 
     // Only into free space: the old state still stands whole.
+    WritePages();
     FreeListsPtr nextFreeAddresses = PlaceSystemBlock();
     // From here on this state may be the committed one: nothing of it is overwritten any more.  What the old
     // state uses becomes free only at the very end.  Should anything between fail, and be tried again or not,
@@ -203,6 +229,7 @@ void BuddyStorage::Compact() {
     IALock lock(GetMutex());
     CheckOpen();
     IAAssertion(IsWritable(), "storage not writable", StorageNotWritable);
+    WritePages();  // blocks are moved by their bytes
     const std::uint32_t end = GetEOF(Stream());
     const std::uint64_t limit = end - freeAddresses->SpaceBelow(end);
     while (CompactInternal(limit)) {

@@ -7,6 +7,7 @@
 #include "toolkit/storage/BuddyAddressSet.h"
 #include "toolkit/storage/BuddyBlockTable.h"
 #include "toolkit/storage/BuddyFreeLists.h"
+#include "toolkit/storage/PageMemory.h"
 
 namespace brindle {
 
@@ -16,8 +17,7 @@ namespace brindle {
 /// space freed since the last commit is not used again before the next.  A commit writes a new system block
 /// elsewhere and then switches the file header to it.  Opening needs no recovery: until the switch the header
 /// describes the complete old state.
-///
-class BuddyStorage : public IAStorage {
+class BuddyStorage final : public IAStorage {
 public:
     explicit BuddyStorage(std::unique_ptr<IAStoreStream> stream);
     ~BuddyStorage() override;
@@ -40,10 +40,16 @@ public:
     /// The same for the system block too, and without the questions whether the storage is open and writable.
     std::uint32_t GetWriteAddressInternal(std::uint32_t id, std::uint32_t size) LORVALE_REQUIRES(GetMutex());
 
+    /// What the trees in this storage share; null if there is no memory for it.
+    PageMemory* Pages() const { return pages.get(); }
+
 private:
     using FreeListsPtr = std::unique_ptr<BuddyFreeLists>;
 
     void CheckOpen() LORVALE_REQUIRES(GetMutex());
+    void ForgetPage(std::uint32_t id);
+    void WritePages() LORVALE_REQUIRES(GetMutex());
+    std::uint32_t StoreEnd() const LORVALE_REQUIRES(GetMutex());
     std::uint32_t AllocAddress(std::uint32_t logSize) LORVALE_REQUIRES(GetMutex());
     void FreeAddress(std::uint32_t address, std::uint32_t logSize) LORVALE_REQUIRES(GetMutex());
     void MoveBlock(std::uint32_t id, std::uint32_t logSize) LORVALE_REQUIRES(GetMutex());
@@ -71,9 +77,11 @@ private:
     void ReadTOC() LORVALE_REQUIRES(GetMutex());
     void ReadFreeAddresses() LORVALE_REQUIRES(GetMutex());
     void ReadFreeList(std::uint32_t logSize) LORVALE_REQUIRES(GetMutex());
+    void CheckSpace() const LORVALE_REQUIRES(GetMutex());
 
     IAStoreStream* Stream() const { return GetStoreStream(); }
 
+    std::unique_ptr<PageMemory> pages;  // locks by itself
     StringUInt32Map toc LORVALE_GUARDED_BY(GetMutex());
     BuddyBlockTable blocks LORVALE_GUARDED_BY(GetMutex());
     // Free in the committed state, and not taken since.

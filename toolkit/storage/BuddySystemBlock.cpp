@@ -17,16 +17,43 @@
 //
 // What the tables say when they are read is checked as far as memory and the allocator depend on it;
 // VerifyStorage() tells the rest.
+#include <algorithm>
 #include <cstring>
 
 #include "toolkit/storage/BuddyStorage.h"
 
 namespace brindle {
 
+namespace {
+
+constexpr std::uint32_t kChunkStoreSize = 4 * InfoChunkSize;
+
+/// Whether two of some blocks share a byte.
+class Overlap {
+public:
+    void Add(std::uint32_t address, std::uint32_t logSize) {
+        extents.push_back(std::uint64_t{address} << 8 | logSize);
+    }
+    bool Any() {
+        std::ranges::sort(extents);
+        std::uint64_t end = kHeaderBlockSize;
+        for (const std::uint64_t extent : extents) {
+            if (extent >> 8 < end) return true;
+            end = (extent >> 8) + (std::uint64_t{1} << (extent & 0xFF));
+        }
+        return false;
+    }
+
+private:
+    IAVector<std::uint64_t> extents;
+};
+
+}  // namespace
+
 // ---- Writing -----------------------------------------------------------------------------------------------
 
 std::uint64_t BuddyStorage::BlockInfoSize() const {
-    return std::uint64_t{blocks.MaxChunkIndex()} * sizeof(BuddyBlockTable::Chunk);
+    return std::uint64_t{blocks.MaxChunkIndex()} * kChunkStoreSize;
 }
 
 std::uint64_t BuddyStorage::TOCSize() const {
@@ -72,8 +99,7 @@ void BuddyStorage::WriteSystemBlock(const BuddyFreeLists& lists) {
 }
 
 void BuddyStorage::WriteBlockInfo() {
-    for (std::uint32_t i = 0; i < blocks.MaxChunkIndex(); ++i)
-        for (const std::uint32_t info : blocks.ChunkAt(i)) WriteUInt32(Stream(), info);
+    for (const std::uint32_t info : blocks.Words()) WriteUInt32(Stream(), info);
 }
 
 void BuddyStorage::WriteTOC() {
@@ -134,7 +160,7 @@ void BuddyStorage::ReadBlockInfo() {
     const std::uint32_t maxID = ReadUInt32(Stream());
     const std::uint32_t freeIDHead = ReadUInt32(Stream());
     const std::uint32_t chunks = BuddyBlockTable::ChunksFor(maxID);
-    IAAssertion(maxID > SysBlockID && chunks <= Stream()->Remaining() / sizeof(BuddyBlockTable::Chunk),
+    IAAssertion(maxID > SysBlockID && chunks <= Stream()->Remaining() / kChunkStoreSize,
                 "invalid storage block count", StorageInvalid);
     for (std::uint32_t i = 0; i < chunks; ++i)
         for (std::uint32_t& info : blocks.AppendChunk()) info = ReadUInt32(Stream());
@@ -161,6 +187,20 @@ void BuddyStorage::ReadTOC() {
 
 void BuddyStorage::ReadFreeAddresses() {
     for (std::uint32_t logSize = 0; logSize < MaxLogSize; ++logSize) ReadFreeList(logSize);
+    CheckSpace();
+}
+
+/// Space that has two owners would be handed out while the committed state still uses it.
+void BuddyStorage::CheckSpace() const {
+    Overlap overlap;
+    for (std::uint32_t id = 0; id < blocks.MaxID(); ++id)
+        if (blocks.LogSize(id) != 0) overlap.Add(blocks.Address(id), blocks.LogSize(id));
+    for (std::uint32_t logSize = 0; logSize < MaxLogSize; ++logSize) {
+        const UInt32Set& list = freeAddresses->List(logSize);
+        for (const auto* node = list.First(); node != nullptr; node = list.Next(node))
+            overlap.Add(UInt32Set::NodeKey(node), logSize);
+    }
+    IAAssertion(!overlap.Any(), "invalid storage blocks overlap", StorageInvalid);
 }
 
 void BuddyStorage::ReadFreeList(std::uint32_t logSize) {

@@ -5,7 +5,6 @@
 #include "lorvale/toolkit/storage/block.h"
 #include "lorvale/toolkit/storage/exception.h"
 #include "toolkit/storage/BuddyStorage.h"
-#include "toolkit/storage/PageImageStore.h"
 
 namespace brindle {
 
@@ -16,14 +15,6 @@ IAStorage::IAStorage(std::unique_ptr<IAStoreStream> stream, std::uint32_t type)
     : storeStream(std::move(stream)), storageType(type), mutex(IANewMutex()) {}
 
 IAStorage::~IAStorage() = default;
-
-void IAStorage::RememberPages() {
-    if (const std::size_t limit = IAPageMemory; limit > 0) pageImages = std::make_unique<PageImageStore>(limit);
-}
-
-void IAStorage::ForgetPage(std::uint32_t id) {
-    if (pageImages != nullptr) pageImages->Forget(id);
-}
 
 void IAStorage::PrintFreeList() {}
 

@@ -6,24 +6,17 @@
 
 namespace brindle {
 
-PageCache::PageCache(IAStorage* pageStorage, IAStoreStream* pageStream, const IAOrderedStorable* pagePrototype,
-                     std::uint32_t treePageSize, std::uint32_t maxPages)
-    : storage(pageStorage),
-      storeStream(pageStream),
-      prototype(pagePrototype),
-      pageSize(treePageSize),
-      maxCount(maxPages) {}
+PageCache::PageCache(const PageBlocks& pageBlocks, std::uint32_t treePageSize, std::uint32_t maxPages)
+    : blocks(pageBlocks), pageSize(treePageSize), maxCount(maxPages) {}
 
-PageCache::~PageCache() {
-    for (PageCacheEntry* entry = nullptr; Pop(&entry);) delete entry;
-}
+PageCache::~PageCache() = default;
 
 Page* PageCache::Get(std::uint32_t id, std::uint32_t timeStamp, bool lock) {
     const Node* const found = Find(id);
     if (found == nullptr) {
-        std::unique_ptr<Page> page = ReadPage(id, storage, storeStream, prototype, pageSize);
+        Page page = blocks.Read(id);
         // Only a root may be empty.
-        IAAssertion(page->Count() > 0, "btree page without entries", StorageInvalid);
+        IAAssertion(page.Count() > 0, "btree page without entries", StorageInvalid);
         Page* const entered = Put(std::move(page), timeStamp, lock);
         ++misses;
         return entered;
@@ -37,15 +30,15 @@ Page* PageCache::Get(std::uint32_t id, std::uint32_t timeStamp, bool lock) {
         entry->timeStamp = timeStamp;
         AddLock(entry);
     }
-    return entry->page.get();
+    return &entry->page;
 }
 
-Page* PageCache::Put(std::unique_ptr<Page> page, std::uint32_t timeStamp, bool lock) {
+Page* PageCache::Put(Page page, std::uint32_t timeStamp, bool lock) {
     PurgeLru(timeStamp);
-    Page* const entered = page.get();
-    PageCacheEntry* const entry = AddMru(std::make_unique<PageCacheEntry>(std::move(page), timeStamp));
+    PageCacheEntry* const entry = NewEntry(std::move(page), timeStamp);
+    AddMru(entry);
     if (lock) AddLock(entry);
-    return entered;
+    return &entry->page;
 }
 
 void PageCache::Unlock(std::uint32_t id, std::uint32_t timeStamp, bool purge) {
@@ -61,10 +54,10 @@ void PageCache::Unlock(std::uint32_t id, std::uint32_t timeStamp, bool purge) {
         PurgeLru(timeStamp);
 }
 
-std::unique_ptr<Page> PageCache::Remove(std::uint32_t id) {
+Page PageCache::Remove(std::uint32_t id) {
     const Node* const found = Find(id);
     IAAssertion(found != nullptr, "cannot remove page cache entry", IAAssertionFailure);
-    return std::move(Unlink(found->record, "cannot remove page cache entry")->page);
+    return Unlink(found->record, "cannot remove page cache entry");
 }
 
 void PageCache::WriteDirtyPages() {
@@ -81,7 +74,7 @@ void PageCache::Purge() {
 
 Page* PageCache::Peek(std::uint32_t id) const {
     const Node* const found = Find(id);
-    return found != nullptr ? found->record->page.get() : nullptr;
+    return found != nullptr ? &found->record->page : nullptr;
 }
 
 void PageCache::PurgeLru(std::uint32_t timeStamp) {
@@ -102,22 +95,33 @@ void PageCache::PurgeEntry(PageCacheEntry* entry) {
 }
 
 void PageCache::MaybeWritePage(PageCacheEntry* entry) {
-    Page& page = *entry->page;
+    Page& page = entry->page;
     if (!page.IsDirty()) return;
     IAAssertion(page.StoreSize() <= pageSize && page.Count() > 0, "page cache entry size invalid",
                 IAAssertionFailure);
-    page.Write(storage, storeStream);
+    blocks.Write(page);
 }
 
-PageCacheEntry* PageCache::AddMru(std::unique_ptr<PageCacheEntry> entry) {
+PageCacheEntry* PageCache::NewEntry(Page page, std::uint32_t timeStamp) {
+    if (spare == nullptr) {
+        entries.push_back(std::make_unique<PageCacheEntry>());
+        spare = entries.back().get();
+    }
+    PageCacheEntry* const entry = std::exchange(spare, spare->next);
+    entry->id = page.Id();
+    entry->page = std::move(page);
+    entry->timeStamp = timeStamp;
+    return entry;
+}
+
+void PageCache::AddMru(PageCacheEntry* entry) {
     Finger finger;
     const Node* const at = SetFinger(entry->id, finger);
     IAAssertion(at == nullptr || at->record->id != entry->id, "unable to put entry in skiplist",
                 IAAssertionFailure);
     IAAssertion(Count() < maxCount, "too many entries", IAAssertionFailure);
-    Insert(entry.get(), finger);
-    AddMruEntry(entry.get());
-    return entry.release();
+    Insert(entry, finger);
+    AddMruEntry(entry);
 }
 
 void PageCache::AddMruEntry(PageCacheEntry* entry) {
@@ -142,12 +146,13 @@ void PageCache::ClearLocks(PageCacheEntry* entry) {
     entry->lockCount = 0;
 }
 
-std::unique_ptr<PageCacheEntry> PageCache::Unlink(PageCacheEntry* entry, const char* failure) {
+Page PageCache::Unlink(PageCacheEntry* entry, const char* failure) {
     const bool removed = SkipList::Remove(entry->id);
     IAAssertion(removed, failure, IAAssertionFailure);
     RemoveEntry(entry);
     ClearLocks(entry);
-    return std::unique_ptr<PageCacheEntry>(entry);
+    entry->next = std::exchange(spare, entry);
+    return std::move(entry->page);
 }
 
 }  // namespace brindle

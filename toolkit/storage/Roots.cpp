@@ -3,6 +3,7 @@
 #include "lorvale/toolkit/storage/object.h"
 #include "lorvale/toolkit/storage/skip_list.h"
 #include "lorvale/toolkit/storage/storable.h"
+#include "toolkit/storage/MemoryBlock.h"
 
 namespace brindle {
 
@@ -41,6 +42,21 @@ IAStorable::~IAStorable() = default;
 void IAStorable::DeepCopying(const IAStorable*) {}
 void IAStorable::Restoring(IAInputBlock*, const IAStorable*) {}
 IAOrderedStorable::~IAOrderedStorable() = default;
+
+int IAOrderedStorable::CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const {
+    MemoryStream memory(stored, static_cast<std::uint32_t>(stored.size()));
+    IAInputBlock input(&memory);
+    const auto object = IARestoreFrom(*this, &input);
+    return object->LessThan(key) ? -1 : object->Equal(key) ? 0 : 1;
+}
+
+std::uint32_t IAOrderedStorable::StoredSize(std::span<const std::uint8_t> stored) const {
+    MemoryStream memory(stored, static_cast<std::uint32_t>(stored.size()));
+    IAInputBlock input(&memory);
+    Restore(&input);
+    return input.GetPosition();
+}
+
 IAOrderedStorableIterator::~IAOrderedStorableIterator() = default;
 IAOrderedStorableSet::~IAOrderedStorableSet() = default;
 bool IACloneOSSetStoreStreams = false;

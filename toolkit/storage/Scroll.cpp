@@ -2,38 +2,61 @@
 
 namespace brindle {
 
-Scroll::~Scroll() = default;
+Scroll::Scroll(const PageImage& leftPage, const PageImage& parent, std::size_t separator,
+               const PageImage& rightPage)
+    : left(leftPage),
+      right(rightPage),
+      separatorAt(leftPage.Count()),
+      separatorSize(parent.Object(separator).size() + (leftPage.IsLeaf() ? 0 : BTEntryOverhead)) {}
 
-void Scroll::Fill(const Page& left, const Page& parent, Page::Finger separator, const Page& right) {
-    sizes.resize(1);
-    sizes.reserve(left.Count() + right.Count() + 2);
-    left.AddSizes(sizes);
-    // The separator is reckoned as what it would take in these pages.
-    sizes.push_back(sizes.back() + parent.ObjectStoreSize(separator) + (left.IsLeaf() ? 0 : BTEntryOverhead));
-    right.AddSizes(sizes);
+template <class Question>
+std::size_t Scroll::FirstOf(Range range, Question question) {
+    std::size_t low = range.first;
+    for (std::size_t high = range.last + 1; low < high;) {
+        const std::size_t middle = low + (high - low) / 2;
+        if (question(middle))
+            high = middle;
+        else
+            low = middle + 1;
+    }
+    return low;
 }
 
 std::size_t Scroll::BestTwoPagination(std::uint32_t pageSize, std::uint32_t minSize,
                                       std::uint32_t maxEntrySize) const {
-    std::size_t shortest = 0;
-    std::size_t shortestSize = maxEntrySize;
-    std::size_t evenest = 0;
-    std::size_t evenestDifference = pageSize;
-    for (std::size_t i = 1; i + 2 <= Count(); ++i) {
-        const std::size_t left = IntervalSize(0, i);
-        const std::size_t right = IntervalSize(i + 1, Count());
-        if (left > pageSize || right > pageSize) continue;
-        if (left >= minSize && right >= minSize && EntrySize(i) <= shortestSize) {
-            shortest = i;
-            shortestSize = EntrySize(i);
-        }
-        const std::size_t difference = left > right ? left - right : right - left;
-        if (difference <= evenestDifference) {
-            evenest = i;
-            evenestDifference = difference;
-        }
+    // Going up, the left page grows and the right one shrinks, so each condition holds from some index on, or
+    // up to one.
+    if (Count() < 3) return 0;
+    const Range all{1, Count() - 2};
+    const Range fitting{FirstOf(all, [&](std::size_t i) { return RightSize(i) <= pageSize; }),
+                        FirstOf(all, [&](std::size_t i) { return LeftSize(i) > pageSize; }) - 1};
+    if (fitting.first > fitting.last) return 0;
+    const Range full{FirstOf(fitting, [&](std::size_t i) { return LeftSize(i) >= minSize; }),
+                     FirstOf(fitting, [&](std::size_t i) { return RightSize(i) < minSize; }) - 1};
+    const std::size_t shortest = Shortest(full, maxEntrySize);
+    return shortest != 0 ? shortest : Evenest(fitting, pageSize);
+}
+
+std::size_t Scroll::Shortest(Range range, std::size_t most) const {
+    std::size_t found = 0;
+    for (std::size_t i = range.first; i <= range.last; ++i) {
+        if (EntrySize(i) > most) continue;
+        found = i;
+        most = EntrySize(i);
     }
-    return shortest != 0 ? shortest : evenest;
+    return found;
+}
+
+std::size_t Scroll::Evenest(Range range, std::size_t most) const {
+    std::size_t found = 0;
+    for (std::size_t i = range.first; i <= range.last; ++i) {
+        const std::size_t difference =
+            LeftSize(i) > RightSize(i) ? LeftSize(i) - RightSize(i) : RightSize(i) - LeftSize(i);
+        if (difference > most) continue;
+        found = i;
+        most = difference;
+    }
+    return found;
 }
 
 }  // namespace brindle

@@ -1,7 +1,9 @@
 #pragma once
 #include <cstdint>
+#include <span>
 
 #include "lorvale/export.h"
+#include "lorvale/toolkit/storage/exception.h"
 #include "lorvale/toolkit/storage/mutex.h"
 #include "lorvale/toolkit/storage/storage.h"
 #include "lorvale/toolkit/storage/stream.h"
@@ -11,6 +13,10 @@ namespace brindle {
 /// Reads one block from its start.  Holds the stream's mutex for as long as it lives, so it is short-lived,
 /// and blocks on one stream are opened one after the other, never nested.  Reading past the block raises
 /// StorePastBlockEnd, past the end of the store StorePastEOF.
+///
+/// The block's place is looked up once.  A thread that writes or deallocates the same block meanwhile, or
+/// commits and then writes any, may give that place other bytes under the reader's hands: the reader holds the
+/// lock of the tree or index that the block belongs to, and the writer too.
 class LORVALE_EXPORT IAInputBlock {
 public:
     /// A null stream stands for the storage's own; another one is a clone of it.
@@ -94,6 +100,19 @@ inline std::uint32_t VInt32Read(IAInputBlock* input) {
             value |= (byte & 0x7F) << shift;
     }
     return value;
+}
+
+/// The same from bytes in memory, of which it takes what it reads.  Raises StorePastBlockEnd where they end
+/// before the integer does.
+inline std::uint32_t VInt32Read(std::span<const std::uint8_t>& from) {
+    std::uint32_t value = 0;
+    for (unsigned shift = 0; !from.empty(); shift += 7) {
+        const std::uint32_t byte = from.front();
+        from = from.subspan(1);
+        if (shift <= 28) value |= (byte & 0x7F) << shift;
+        if (byte < 0x80) return value;
+    }
+    IAFail("buffer position passed blockEnd", StorePastBlockEnd);
 }
 
 }  // namespace brindle

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "lorvale/export.h"
 #include "lorvale/toolkit/storage/exception.h"
@@ -40,6 +41,17 @@ public:
     ~IAOrderedStorable() override;
     virtual bool LessThan(const IAOrderedStorable* other) const = 0;
     virtual bool Equal(const IAOrderedStorable* other) const = 0;
+
+    // How a set finds its members in their stored form, called on its prototype.  The base restores an object
+    // for each question; a class whose sets are searched a lot answers from the bytes.  They may come from a
+    // damaged file: an answer never reads beyond them, and raises what Restore() would where they end too
+    // early.
+
+    /// Below 0 if the object that all of `stored` is the stored form of is LessThan(key), 0 if it is
+    /// Equal(key), above 0 otherwise.
+    virtual int CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const;
+    /// How many bytes the object takes whose stored form begins with `stored`; others may follow it.
+    virtual std::uint32_t StoredSize(std::span<const std::uint8_t> stored) const;
 };
 
 /// DeepCopy() and Restore() under the class they really return.

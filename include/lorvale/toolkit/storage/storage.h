@@ -11,16 +11,19 @@
 
 namespace brindle {
 
-class PageImageStore;
-
 /// Numbered blocks in one store, some of them with names, made durable together by Commit().
 ///
 /// Initialize() or Open() comes first, once.  There is no close: deleting the storage drops what was not
 /// committed, and whatever happens before the end of a Commit() the store still shows the last one in full.
 /// ID 0 is the storage's own; a caller's 0 stands for no block.  IAInputBlock and IAOutputBlock read and write.
 ///
+/// Initialize() on a storage that is open raises "storage already open" and touches nothing.  Opening refuses
+/// tables that cannot be true ("VSIV"); opening for writing also refuses blocks and free space that overlap.
+///
 /// Operations lock the storage's mutex where they need it; GetReadAddress(), GetWriteAddress() and
-/// GetBlockSize() leave that to their caller.
+/// GetBlockSize() leave that to their caller.  Each operation is whole by itself, several are not: while
+/// another thread writes, a block may move, change or go between two of them.  Who reads or writes a record of
+/// several blocks therefore holds the lock of the tree or index that the record belongs to, for all of it.
 class LORVALE_EXPORT IAStorage : public IAObject {
 public:
     IAStorage(std::unique_ptr<IAStoreStream> stream, std::uint32_t type);
@@ -50,7 +53,8 @@ public:
     virtual void PrintFreeList();
     virtual std::uint32_t GetReadAddress(std::uint32_t id) LORVALE_REQUIRES(GetMutex()) = 0;
     /// Where the block may be written, with room for `size` bytes.  May move the block, whose bytes are then
-    /// no longer there.
+    /// no longer there.  Raises "storage full" for more than 2 GB or where there is no room, and the block is
+    /// then what it was.
     virtual std::uint32_t GetWriteAddress(std::uint32_t id, std::uint32_t size)
         LORVALE_REQUIRES(GetMutex()) = 0;
     /// Bytes of space that the block has, a power of two.
@@ -69,15 +73,7 @@ public:
     bool IsOpen() const { return storeStream->IsOpen(); }
     bool IsWritable() const { return storeStream->IsWritable(); }
 
-    /// For the trees in this storage: what it remembers of their pages, or null.
-    PageImageStore* PageImages() const { return pageImages.get(); }
-
 protected:
-    /// For a subclass that calls ForgetPage() before a block's address for writing is given out and before a
-    /// block is given back: the storage remembers pages from now on, within IAPageMemory.
-    void RememberPages();
-    void ForgetPage(std::uint32_t id);
-
     // The stream's operations for subclasses, which do all their stream work through these.
     static void ReadBytes(IAStoreStream* ss, void* bytes, std::uint32_t count) { ss->ReadBytes(bytes, count); }
     static void WriteBytes(IAStoreStream* ss, const void* bytes, std::uint32_t count) {
@@ -112,7 +108,6 @@ private:
     const std::unique_ptr<IAStoreStream> storeStream;
     const std::uint32_t storageType;
     const std::unique_ptr<IAMutex> mutex;
-    std::unique_ptr<PageImageStore> pageImages;
 };
 
 /// A storage of power-of-two blocks on a stream.  Nothing is touched yet.
@@ -125,8 +120,9 @@ LORVALE_EXPORT std::unique_ptr<IAStorage> MakeFileStorage(const char* path);
 /// the machine the file may be lost; an index that can be made again may be worth that.
 extern LORVALE_EXPORT std::atomic<bool> IASyncOnCommit;
 
-/// How many bytes a storage may spend on remembering pages of its trees, so that they need not be read again;
-/// 32 MB at the start.  Storages made after a change heed it; with 0 they remember none.
+/// How many bytes a storage may spend on pages of its trees: on those that a commit has to write, and on
+/// remembering others, so that they need not be read again.  32 MB at the start.  Storages made after a change
+/// heed it; with 0 pages are written at once and none is remembered.
 extern LORVALE_EXPORT std::atomic<std::size_t> IAPageMemory;
 
 }  // namespace brindle

@@ -31,6 +31,10 @@ struct LORVALE_EXPORT StorageReport {
 /// system block, that every byte of the space belongs to exactly one block or free list, the chain of free
 /// IDs, the names.  The stream must be open; only its Read() and GetEOF() are used, under its mutex.
 /// Arbitrary bytes are fine, and end in violations.  Raises only what the stream raises.
+///
+/// What it cannot see: the contents of blocks, which carry no checksums (VerifyBTree() knows those of ordered
+/// sets); a block that nobody needs any more but nobody has given back; whether the bytes that a block should
+/// have ever reached the file; and what was done since the last commit.
 LORVALE_EXPORT StorageReport VerifyStorage(IAStoreStream& stream);
 
 /// The same for a file.  One that cannot be opened is a violation.

@@ -26,7 +26,9 @@ struct LORVALE_EXPORT BTreeReport {
 
 /// Checks the ordered set whose header is in the block as it stands in the storage, which is what Flush() has
 /// left of it: order and size of its objects and pages, depth, counts, that no block is used twice.  The
-/// prototype restores its objects.  Arbitrary bytes are fine, and end in violations.
+/// prototype restores its objects.  Arbitrary bytes are fine, and end in violations.  It cannot see a value
+/// that was replaced by another of its class, nor blocks that belong to no tree.  Nobody may write to the set
+/// meanwhile.
 LORVALE_EXPORT BTreeReport VerifyBTree(IAStorage& storage, std::uint32_t headerBlock,
                                        const IAOrderedStorable& prototype);
 

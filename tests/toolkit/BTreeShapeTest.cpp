@@ -1,0 +1,93 @@
+// The promise of the ordered set: the same changes always give the same file.
+#include <gtest/gtest.h>
+
+#include "tests/support/BTreeFixture.h"
+
+namespace brindle::testing {
+namespace {
+
+/// Numbers that are the same everywhere.
+class Numbers {
+public:
+    explicit Numbers(std::uint32_t seed) : state(seed) {}
+    std::uint32_t Below(std::uint32_t limit) {
+        state = state * 1664525 + 1013904223;
+        return (state >> 8) % limit;
+    }
+
+private:
+    std::uint32_t state;
+};
+
+std::uint64_t DigestOf(const Bytes& bytes) {
+    std::uint64_t digest = 0xCBF29CE484222325;
+    for (const std::uint8_t byte : bytes) digest = (digest ^ byte) * 0x100000001B3;
+    return digest;
+}
+
+/// A life of a tree: mixed sizes at random and in either order, growing and shrinking, with objects that get
+/// longer, shorter and stay as they are.
+class History {
+public:
+    History(TreeInMemory& tree, std::uint32_t treePageSize)
+        : t(tree), pageSize(treePageSize), numbers(treePageSize) {}
+
+    std::uint64_t Run() {
+        t.Make();
+        constexpr std::uint32_t kKeys = 700;
+        for (int round = 0; round < 3; ++round) {
+            for (std::uint32_t i = 0; i < kKeys; ++i) Put(numbers.Below(kKeys), true);
+            for (std::uint32_t i = 0; i < kKeys; ++i) Put(round == 0 ? i : kKeys - 1 - i, round == 1);
+            for (std::uint32_t i = 0; i < kKeys; ++i) Remove(numbers.Below(kKeys));
+            for (std::uint32_t i = 0; i < kKeys / 2; ++i) Remove(round == 0 ? i : kKeys - 1 - i);
+        }
+        Put(1, true);
+        t.FlushAndCommit();
+        for (std::uint32_t i = 0; i < 2 * kKeys; ++i) Put(numbers.Below(kKeys), i % 3 != 0);
+        t.FlushAndCommit();
+        return DigestOf(LiveBytes(*t.storage, *t.bytes));
+    }
+
+private:
+    void Put(std::uint32_t number, bool mixed) {
+        const std::uint32_t most = MaxEntrySizeFor(pageSize) - BTEntryOverhead - 10;
+        const std::uint32_t dice = numbers.Below(8);
+        const std::uint32_t size = !mixed      ? 5
+                                   : dice == 0 ? most
+                                               : numbers.Below(dice < 3 ? most : most / 8 + 4);
+        t.Put(KeyOf(number), std::string(size, static_cast<char>('a' + size % 26)));
+        Changed();
+    }
+    void Remove(std::uint32_t number) {
+        const Entry key(KeyOf(number));
+        t.tree->Remove(&key);
+        Changed();
+    }
+    static std::string KeyOf(std::uint32_t number) { return std::to_string(1000 + number); }
+    void Changed() {
+        ++changes;
+        if (changes % 97 == 0) t.tree->Flush();
+        if (changes % 389 == 0) t.storage->Commit();
+        if (changes % 1201 == 0) t.tree->Purge();
+    }
+
+    TreeInMemory& t;
+    const std::uint32_t pageSize;
+    Numbers numbers;
+    std::uint32_t changes = 0;
+};
+
+TEST(BTreeShape, IsTheSameAfterTheSameChanges) {
+    const struct {
+        std::uint32_t pageSize;
+        std::uint64_t digest;
+    } rows[] = {{128, 4439642499887980145u}, {4096, 9302728125850847214u}};
+    for (const auto& row : rows) {
+        TreeInMemory t(row.pageSize);
+        EXPECT_EQ(History(t, row.pageSize).Run(), row.digest) << "page size " << row.pageSize;
+        EXPECT_EQ(t.tree->Check().violations, std::vector<std::string>());
+    }
+}
+
+}  // namespace
+}  // namespace brindle::testing

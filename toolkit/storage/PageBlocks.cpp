@@ -1,0 +1,95 @@
+#include "toolkit/storage/PageBlocks.h"
+
+#include <algorithm>
+#include <span>
+#include <utility>
+
+#include "lorvale/toolkit/storage/block.h"
+#include "lorvale/toolkit/storage/exception.h"
+#include "lorvale/toolkit/storage/storage.h"
+#include "toolkit/storage/PageMemory.h"
+
+namespace brindle {
+
+namespace {
+
+/// Reads the first `most` bytes of a block, as many as there are.  Its space is a claim until they have been
+/// read: the memory follows what the store really has, step by step.
+IAVector<std::uint8_t> ReadBlock(IAStorage& storage, std::uint32_t id, IAStoreStream& stream,
+                                 std::uint32_t most) {
+    std::uint32_t address = 0;
+    std::uint32_t size = 0;
+    {
+        const IALock lock(storage.GetMutex());
+        address = storage.GetReadAddress(id);
+        size = storage.GetBlockSize(id);
+    }
+    const IALock lock(stream.GetMutex());
+    stream.SetPosition(address, size);  // what somebody's failed write left in the buffer comes first
+    constexpr std::uint32_t kStep = 16 * IADiskBlockSize;
+    const std::uint32_t wanted = std::min(size, most);
+    IAVector<std::uint8_t> bytes;
+    std::uint32_t have = 0;
+    for (bool more = true; more && have < wanted;) {
+        const std::uint32_t want = std::min(wanted - have, std::max(kStep, have));
+        bytes.resize(have + want);
+        const std::uint32_t got = stream.Read(address + have, bytes.data() + have, want);
+        have += std::min(got, want);
+        more = got == want;
+    }
+    bytes.resize(have);
+    return bytes;
+}
+
+}  // namespace
+
+PageBlocks::PageBlocks(IAStorage& pageStorage, IAStoreStream* pageStream,
+                       const IAOrderedStorable& pagePrototype, std::uint32_t treePageSize)
+    : storage(&pageStorage),
+      stream(pageStream != nullptr ? pageStream : pageStorage.GetStoreStream()),
+      prototype(&pagePrototype),
+      pageSize(treePageSize),
+      memory(PageMemory::Of(pageStorage)) {}
+
+bool PageBlocks::Fits(const PageImage& image) const {
+    return image.StoreSize() <= pageSize && ObjectFits(image.LargestObject(), pageSize);
+}
+
+Page PageBlocks::Read(std::uint32_t id) const {
+    if (memory != nullptr) {
+        SharedPageImage image = memory->Find(id);
+        if (image && image->ObjectType() == typeid(*prototype) && Fits(*image))
+            return {id, prototype, std::move(image), memory};
+    }
+    const std::uint64_t changesBefore = memory != nullptr ? memory->Changes() : 0;
+    SharedPageImage image = ReadImage(id);
+    // No tree of this page size writes such a page, and rebalancing one might find no place to split it.
+    IAAssertion(Fits(*image), "btree page entry too big", StorageInvalid);
+    if (memory != nullptr) memory->EnterRead(id, image, changesBefore);
+    return {id, prototype, std::move(image), memory};
+}
+
+/// Asks for the size of every object, which finds where each one begins.
+SharedPageImage PageBlocks::ReadImage(std::uint32_t id) const {
+    const IAVector<std::uint8_t> bytes = ReadBlock(*storage, id, *stream, pageSize);
+    return SharedPageImage(PageImage::Restore(bytes, typeid(*prototype),
+                                              [this](auto stored) { return prototype->StoredSize(stored); }));
+}
+
+void PageBlocks::Write(Page& page) const {
+    const auto size = static_cast<std::uint32_t>(page.StoreSize());
+    if (memory == nullptr) {
+        IAOutputBlock(storage, page.Id(), size, stream).WriteBuffer(page.Image().Bytes().data(), size);
+        return page.SetWritten(nullptr);
+    }
+    const IALock lock(storage->GetMutex());
+    const std::uint32_t address = storage->GetWriteAddress(page.Id(), size);
+    memory->EnterUnwritten(page.Id(), page.ShareImage(), address);
+    page.SetWritten(memory);
+    if (!memory->IsHeavy()) return;
+    IAStoreStream* const device = storage->GetStoreStream();
+    const IALock streamLock(device->GetMutex());
+    memory->WriteBack(*device);
+}
+
+}  // namespace brindle
