@@ -133,7 +133,6 @@ constexpr auto kWords = std::to_array<Parameter>({kMailbox});
 int run(const Arguments& arguments) {
     Mailbox mailbox(arguments[kMailbox]);
     auto& store = mailbox.store();
-    store.rebuildMessageLists();  // so that the lists of unread and deleted messages are there to be counted
     const auto statistics = gather(store);
     if (arguments.has(kJson)) {
         LineOutput().write(infoAsJson(store, statistics));

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <unordered_map>
 
 #include "Commands.h"
 #include "Mailbox.h"
@@ -27,43 +26,30 @@ constexpr auto kLimit = numberOption("--limit", "N", "end after N lines");
 constexpr auto kWords = std::to_array<Parameter>({kMailbox});
 constexpr auto kOptions = joined(std::to_array<Parameter>({kSort, kReverse, kLimit}), kFilterOptions);
 
-/// The messages in the order of the listing, each with its number in the mailbox.
-class Sequence {
-public:
-    Sequence(Mailbox& mailbox, const Arguments& arguments)
-        : _store(mailbox.store()), _reversed(arguments.has(kReverse)) {
-        _store.setIncludeDeleted(true);
-        const auto order = arguments.value(kSort).value_or(_store.sortOrder());
-        if (order != lorvale::MessageStoreSortByNumber) readAll();
-        workOn(mailbox.path(), _store.totalCountAndSize().size, [&] { _store.setSortOrder(order); });
+/// Reads what sorting asks for, under a progress bar.
+void readAll(lorvale::MessageStore& store) {
+    const auto messages = store.allMessages();
+    ProgressBar progress("Reading", messages.size());
+    std::size_t number = 0;
+    for (const auto& message : messages) {
+        workOn(nameOfMessage(++number), message->messageSize(), [&] { message->headers()->cachedHeaders(); });
+        progress.advance();
     }
+}
 
-    std::size_t size() const { return _store.filteredMessages().size(); }
-    const std::shared_ptr<lorvale::Message>& message(std::size_t i) const {
-        return _store.filteredMessages()[_reversed ? size() - 1 - i : i];
-    }
-    std::size_t number(std::size_t i) const {
-        const auto found = _numbers.find(message(i).get());
-        if (found != _numbers.end()) return found->second;
-        return _reversed ? size() - i : i + 1;
-    }
-
-private:
-    /// Reads what sorting asks for, under a progress bar.
-    void readAll() {
-        ProgressBar progress("Reading", _store.allMessages().size());
-        for (const auto& message : _store.allMessages()) {
-            _numbers.emplace(message.get(), _numbers.size() + 1);
-            workOn(nameOfMessage(_numbers.size()), message->messageSize(),
-                   [&] { message->headers()->cachedHeaders(); });
-            progress.advance();
-        }
-    }
-
-    lorvale::MessageStore& _store;
-    const bool _reversed;
-    std::unordered_map<const lorvale::Message*, std::size_t> _numbers;  // empty in the order of the mailbox
-};
+/// The messages in the order in which they are to be listed.
+lorvale::MessageList inOrder(Mailbox& mailbox, const Arguments& arguments) {
+    auto& store = mailbox.store();
+    store.setIncludeDeleted(true);
+    const auto order = arguments.value(kSort).value_or(store.sortOrder());
+    if (order != lorvale::MessageStoreSortByNumber) readAll(store);
+    workOn(mailbox.path(), store.totalCountAndSize().size, [&] { store.setSortOrder(order); });
+    const auto messages = store.filteredMessages();
+    if (!arguments.has(kReverse)) return messages;
+    auto reversed = messages.toVector();
+    std::ranges::reverse(reversed);
+    return reversed;
+}
 
 std::size_t largestSize(lorvale::MessageStore& store) {
     std::size_t largest = 0;
@@ -125,12 +111,12 @@ private:
 int run(const Arguments& arguments) {
     Mailbox mailbox(arguments[kMailbox]);
     const MessageFilter filter(arguments);
-    const Sequence sequence(mailbox, arguments);
+    const auto messages = inOrder(mailbox, arguments);
     Listing listing(mailbox.store(), arguments.has(kJson));
-    const auto limit = arguments.value(kLimit).value_or(sequence.size());
-    for (std::size_t i = 0; i < sequence.size() && listing.count < limit; ++i) {
-        const auto& message = sequence.message(i);
-        const auto number = sequence.number(i);
+    const auto limit = arguments.value(kLimit).value_or(messages.size());
+    for (const auto& message : messages) {
+        if (listing.count == limit) break;
+        const auto number = mailbox.store().indexOfMessage(*message) + 1;
         workOn(nameOfMessage(number), message->messageSize(), [&] {
             if (filter.accepts(*message)) listing.add(*message, number);
         });

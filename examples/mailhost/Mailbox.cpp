@@ -16,9 +16,13 @@ namespace mailhost {
 
 namespace {
 
-/// Asked before the library is, which answers null whatever the reason.
-void checkReadable(const std::string& path) {
-    if (::access(path.c_str(), R_OK) != 0) throw Failure(path + ": " + std::strerror(errno));
+/// The library's sentence; where no class of stores wants the path, what stands there is told.
+std::string whyNotOpened(const std::string& path, const std::string& file) {
+    const auto& failure = lorvale::MessageStore::openingFailure();
+    if (failure.reason != lorvale::OpeningFailure::Reason::noClass) return failure.text;
+    if (::access(file.c_str(), F_OK) != 0) return path + ": " + std::strerror(errno);
+    std::error_code error;
+    return path + (std::filesystem::is_directory(file, error) ? ": a folder, not a mailbox" : ": no mailbox");
 }
 
 /// Any file opens as a mailbox; one with bytes and without messages is none.
@@ -35,17 +39,11 @@ void checkIsMailbox(const std::string& path, const std::string& file) {
 
 Mailbox::Mailbox(const std::string& path) : _place(path) {
     const auto file = lorvale::standardizePath(path);
-    checkReadable(file);
     workOn(path, sizeOfFile(file), [&] {
         _openStore = lorvale::MessageStore::storeForPath(file, /*create=*/false, /*readOnly=*/true);
     });
-    if (_openStore != nullptr) {
-        if (count() == 0) checkIsMailbox(path, file);
-        return;
-    }
-    std::error_code ignored;
-    if (std::filesystem::is_directory(file, ignored)) throw Failure(path + ": a folder, not a mailbox");
-    throw Failure(path + ": cannot be opened as a mailbox");
+    if (_openStore == nullptr) throw Failure(whyNotOpened(path, file));
+    if (count() == 0) checkIsMailbox(path, file);
 }
 
 Mailbox::~Mailbox() {
