@@ -11,12 +11,9 @@ namespace {
 
 constexpr std::uint32_t kRoot = 0;
 
-std::string_view upToZero(std::string_view word) {
-    return word.substr(0, word.find('\0'));
-}
-
 bool fits(std::string_view word) {
-    return !word.empty() && IsLower(word[0]) && word.size() <= LetterTree::MaxWordLength;
+    return !word.empty() && IsLower(word[0]) && word.size() <= LetterTree::MaxWordLength &&
+           word.find('\0') == word.npos;
 }
 
 }  // namespace
@@ -56,7 +53,6 @@ std::uint32_t LetterTree::ChildFor(std::uint32_t parent, char letter) {
 }
 
 void LetterTree::Add(std::string_view word) {
-    word = upToZero(word);
     if (!fits(word)) return;
     const std::uint32_t before = index->Count();
     if (index->Add(word) != before) return;
@@ -66,7 +62,7 @@ void LetterTree::Add(std::string_view word) {
 }
 
 bool LetterTree::Contains(std::string_view word) const {
-    return index->Find(upToZero(word)) != WordIndex::None;
+    return index->Find(word) != WordIndex::None;
 }
 
 void LetterTree::LoadFromFile(const char* path) {

@@ -15,6 +15,15 @@ struct StemRule {
     std::string_view newEnding = {};
     int minimumRootMeasure;  // the measure of the rest must exceed it
     StemCondition condition = StemCondition::none;
+
+    /// The ending as the highest bytes of a number, the last letter on top, and a mask of these bytes.  Words
+    /// are compared eight bytes at a time; no ending is longer.
+    constexpr std::uint64_t Tail() const {
+        std::uint64_t tail = 0;
+        for (const char c : oldEnding) tail = tail >> 8 | std::uint64_t{static_cast<unsigned char>(c)} << 56;
+        return tail;
+    }
+    constexpr std::uint64_t Mask() const { return ~std::uint64_t{0} << (64 - 8 * oldEnding.size()); }
 };
 
 /// The rules of one step, tried in their order.  Only those whose ending has the word's last letter can apply,
@@ -23,16 +32,20 @@ template <std::size_t N>
 struct StemStep {
     static constexpr std::uint8_t None = 0xFF;
 
-    std::array<StemRule, N> rules;
+    struct Entry {
+        std::uint64_t tail, mask;
+        StemRule rule;
+    };
+    std::array<Entry, N> rules;
     std::array<std::uint8_t, 256> first;  // by last letter
     std::array<std::uint8_t, N> next;
 
     consteval explicit StemStep(const StemRule (&list)[N]) : rules(), first(), next() {
         first.fill(None);
         next.fill(None);
-        for (std::size_t i = 0; i < N; ++i) rules[i] = list[i];
+        for (std::size_t i = 0; i < N; ++i) rules[i] = {list[i].Tail(), list[i].Mask(), list[i]};
         for (std::size_t i = N; i-- > 0;) {
-            std::uint8_t& chain = first[static_cast<unsigned char>(rules[i].oldEnding.back())];
+            std::uint8_t& chain = first[static_cast<unsigned char>(list[i].oldEnding.back())];
             next[i] = chain;
             chain = static_cast<std::uint8_t>(i);
         }

@@ -5,6 +5,7 @@
 
 #include "lorvale/toolkit/analysis/stemmers.h"
 #include "toolkit/analysis/ByteClasses.h"
+#include "toolkit/analysis/ShortBytes.h"
 #include "toolkit/analysis/StemRules.h"
 
 namespace brindle {
@@ -38,7 +39,7 @@ bool containsVowel(std::string_view word) {
 /// A word on its way through the steps.
 class Stemming {
 public:
-    Stemming(char* ofWord, std::size_t ofLength) : word(ofWord), length(ofLength) {}
+    Stemming(char* ofWord, std::size_t ofLength) : word(ofWord), length(ofLength) { SetTail(); }
 
     void CutPossessive() { Replace(kStep0); }
     void CutSuffixes();
@@ -46,6 +47,11 @@ public:
 
 private:
     std::string_view Text() const { return {word, length}; }
+    void SetTail() {
+        tail = length >= 8   ? Bytes8(word + length - 8)
+               : length == 0 ? 0
+                             : BytesUpTo8(Text()) << (64 - 8 * length);
+    }
     template <std::size_t N>
     std::uint16_t Replace(const StemStep<N>& step);
     bool Replace(const StemRule& rule);
@@ -55,6 +61,7 @@ private:
 
     char* const word;
     std::size_t length;
+    std::uint64_t tail;  // the last bytes, the very last on top
     // A word that lost "ed" or "ing" and was not made whole is left as it is: no later ending matches.  The
     // same holds for a word that keeps its last "e".  So "hurrying" gives "hurry", while "hurry" gives "hurri".
     // Every index holds stems made this way.
@@ -85,23 +92,25 @@ bool Stemming::Holds(StemCondition condition, std::string_view rest) {
 }
 
 bool Stemming::Replace(const StemRule& rule) {
-    const std::string_view ending = rule.oldEnding;
     // An ending never takes the whole word.
-    if (ending.size() >= length || !Text().ends_with(ending)) return false;
-    const std::string_view rest = Text().substr(0, length - ending.size());
+    if (rule.oldEnding.size() >= length) return false;
+    const std::string_view rest = Text().substr(0, length - rule.oldEnding.size());
     if (!measureExceeds(rest, rule.minimumRootMeasure) || !Holds(rule.condition, rest)) return false;
     settled = false;
     std::copy(rule.newEnding.begin(), rule.newEnding.end(), word + rest.size());
     length = rest.size() + rule.newEnding.size();
+    SetTail();
     return true;
 }
 
 /// Applies the first rule that fits and answers its number, or 0.
 template <std::size_t N>
 std::uint16_t Stemming::Replace(const StemStep<N>& step) {
-    if (settled || length == 0) return 0;
-    for (auto i = step.first[static_cast<unsigned char>(word[length - 1])]; i != step.None; i = step.next[i])
-        if (Replace(step.rules[i])) return step.rules[i].id;
+    if (settled) return 0;
+    for (auto i = step.first[tail >> 56]; i != step.None; i = step.next[i]) {
+        const auto& entry = step.rules[i];
+        if (((tail ^ entry.tail) & entry.mask) == 0 && Replace(entry.rule)) return entry.rule.id;
+    }
     return 0;
 }
 
@@ -110,6 +119,7 @@ bool Stemming::RestoreAnE() {
     if (!EndsWithCVC(Text())) return false;
     settled = false;
     word[length++] = 'e';
+    SetTail();
     return true;
 }
 
@@ -137,6 +147,8 @@ StemmedWord StemInPlace(char* word, std::uint32_t length) {
     Stemming stemming(word, length);
     const auto view = [&] { return std::string_view(word, stemming.Length()); };
     if (!std::ranges::all_of(view(), IsAlphanumeric)) {
+        if (const std::size_t zero = view().find('\0'); zero != std::string_view::npos)
+            return StemInPlace(word, static_cast<std::uint32_t>(zero));
         if (!std::ranges::all_of(view(), isGraphicOrApostrophe)) return {length, false};
         stemming.CutPossessive();
         if (!std::ranges::all_of(view(), IsAlphanumeric))

@@ -21,10 +21,7 @@ EnglishStemmer::~EnglishStemmer() = default;
 
 bool EnglishStemmer::NextTerm(IATermView& next) {
     if (!Input().NextTerm(next)) return false;
-    const std::uint32_t kept = std::min(next.length, MaxLength);
-    const auto* const zero = static_cast<const char*>(std::memchr(next.text, '\0', kept));
-    next.length =
-        StemInPlace(next.text, zero != nullptr ? static_cast<std::uint32_t>(zero - next.text) : kept).length;
+    next.length = StemInPlace(next.text, std::min(next.length, MaxLength)).length;
     return true;
 }
 

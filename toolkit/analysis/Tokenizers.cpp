@@ -114,24 +114,28 @@ bool IARunTokenizer::FindStart() {
 bool IARunTokenizer::ReadRun(IATermView& next) {
     IACharStream& characters = *GetCharStream();
     next = {word.data(), 0, characters.CurrentPos(), 0};
-    bool goesOn = true;
-    std::uint32_t length = 0;
+    holdsZero = false;
+    char* out = word.data();
+    char* const full = out + MaxLength;
+    bool goesOn = false;
     do {
-        const char* const end = characters.GetEndChar();
         char* at = characters.GetNextCharInBuffer();
-        for (; at != end; ++at) {
-            const char c = bytes.folded[indexOf(*at)];
-            goesOn = c != '\0' || (*at == '\0' && bytes.zeroGoesOn);
-            if (!goesOn || length == MaxLength) break;
-            word[length++] = c;
+        char* const end = characters.GetEndChar();
+        for (;;) {
+            char* const stop = at + std::min(end - at, full - out);
+            while (at != stop && bytes.folded[indexOf(*at)] != '\0') *out++ = bytes.folded[indexOf(*at++)];
+            // A zero byte that goes on is rare, and folds to what ends a run.
+            if (at == stop || !GoesOn(*at)) break;
+            *out++ = *at++;
+            holdsZero = true;
         }
         const bool stopped = at != end;
+        goesOn = stopped && GoesOn(*at);
         characters.SetNextCharInBuffer(at + stopped);  // what stopped the run is used up
         if (stopped) break;
-        goesOn = false;  // unless more comes
     } while (characters.ReadPastEndOfBuffer());
-    next.length = length;
-    next.endPosition = next.startPosition + length;
+    next.length = static_cast<std::uint32_t>(out - word.data());
+    next.endPosition = next.startPosition + next.length;
     return goesOn;
 }
 
@@ -140,16 +144,15 @@ void IARunTokenizer::PassOverRest(IATermView& next) {
     bool eos = false;
     char c;
     do c = characters.GetNextChar(&eos);
-    while (!eos && (bytes.folded[indexOf(c)] != '\0' || (c == '\0' && bytes.zeroGoesOn)));
+    while (!eos && GoesOn(c));
     next.endPosition = characters.CurrentPos() - 1;
 }
 
 void IARunTokenizer::CutTerm(IATermView& next) const {
     if (trims)
         while (next.length != 0 && !bytes.begins[indexOf(word[next.length - 1])]) --next.length;
-    if (!bytes.zeroGoesOn) return;
-    if (const void* const zero = std::memchr(word.data(), '\0', next.length))
-        next.length = static_cast<std::uint32_t>(static_cast<const char*>(zero) - word.data());
+    if (holdsZero)
+        next.length = static_cast<std::uint32_t>(next.View().substr(0, next.View().find('\0')).size());
 }
 
 WhiteSpaceTokenizer::WhiteSpaceTokenizer(std::unique_ptr<IACharStream> characters, std::string_view alsoGraphic)

@@ -57,6 +57,9 @@ protected:
     IARunTokenizer(std::unique_ptr<IACharStream> characters, const IARunBytes& ofRuns, bool trimming);
 
 private:
+    bool GoesOn(char c) const {
+        return bytes.folded[static_cast<unsigned char>(c)] != '\0' || (c == '\0' && bytes.zeroGoesOn);
+    }
     bool FindStart();
     bool ReadRun(IATermView& next);
     void PassOverRest(IATermView& next);
@@ -64,6 +67,7 @@ private:
 
     const IARunBytes bytes;
     const bool trims;
+    bool holdsZero = false;  // the run in `word`
     std::array<char, MaxLength> word;
 };
 
