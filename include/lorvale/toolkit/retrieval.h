@@ -1,4 +1,8 @@
 #pragma once
-/// Searching indexes: the statistics and formulas of scores, and how far a search is.
+/// Searching indexes: queries, the statistics and formulas of scores, and how far a search is.
+#include "lorvale/toolkit/retrieval/boolean_query.h"
+#include "lorvale/toolkit/retrieval/posting_queue.h"
 #include "lorvale/toolkit/retrieval/progress.h"
+#include "lorvale/toolkit/retrieval/query.h"
+#include "lorvale/toolkit/retrieval/query_parser.h"
 #include "lorvale/toolkit/retrieval/similarity.h"
