@@ -10,6 +10,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/message/flags.h
     include/lorvale/message/headers.h
     include/lorvale/message/list.h
+    include/lorvale/message/share.h
     include/lorvale/message/source.h
     include/lorvale/message/subjects.h
     include/lorvale/message/willingness_registry.h
@@ -22,6 +23,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/notification.h
     include/lorvale/platform/paths.h
     include/lorvale/platform/run_loop.h
+    include/lorvale/platform/small_mutex.h
     include/lorvale/platform/thread.h
     include/lorvale/platform/user_agent.h
     include/lorvale/platform/user_defaults.h

@@ -93,7 +93,7 @@ BodyText bodyText(lorvale::Message& message) {
     std::string_view rest = encodingHeader;
     result.transferEncoding = takeParameter(rest).first;
 
-    const auto body = message.messageBody()->encodedBody();
+    const auto body = message.encodedBody();
     if (!body) throwUnreadable("the body of the message");
     const auto bytes = contentType.isText() ? decodedBytes(*body, result.transferEncoding) : std::nullopt;
     result.decoded = bytes.has_value();

@@ -31,12 +31,12 @@ struct HeaderLine {
 
 /// All headers but the envelope line, in the order of the message, each name as the message spells it.
 std::vector<HeaderLine> headerLines(lorvale::MessageHeaders& headers) {
-    const auto& all = headers.allHeaders();
+    const auto all = headers.allHeaders();
     std::vector<HeaderLine> lines;
     std::map<std::string_view, std::size_t> used;
     for (const auto& key : headers.allHeadersOrder()) {
-        const auto values = all.find(key);
-        if (key == lorvale::kFromSpaceKey || values == all.end()) continue;
+        const auto values = all->find(key);
+        if (key == lorvale::kFromSpaceKey || values == all->end()) continue;
         const std::string name(headers.originalKeyForKey(key).value_or(key));
         const std::size_t index = used[key]++;
         if (index < values->second.size()) {

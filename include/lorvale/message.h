@@ -20,6 +20,7 @@
 #include "lorvale/message/source.h"
 #include "lorvale/message/subjects.h"
 #include "lorvale/message/willingness_registry.h"
+#include "lorvale/platform/small_mutex.h"
 #include "lorvale/values/data.h"
 
 namespace lorvale {
@@ -32,7 +33,11 @@ enum class MessagePart : std::uint8_t { headers = 1, body = 2 };
 
 /// One message: a small handle that knows its source and nothing else until somebody asks.  Headers, flags and
 /// body are made on first use and kept.  A store derives its own class from it.  Always held by a shared_ptr;
-/// what would be a copy is one more share.  Takes no locks: one thread at a time.
+/// what would be a copy is one more share.
+///
+/// Any thread may ask for the parts, flush them and set them: two threads that ask at once get the same part.
+/// A mailbox holds one of these for each message, so the lock is one byte, held for a few instructions and
+/// never while something is read.
 class LORVALE_EXPORT Message : public std::enable_shared_from_this<Message> {
 public:
     /// A new message of class M in a store or another source, made with M(arguments...).  The message does not
@@ -79,7 +84,7 @@ public:
     virtual ~Message();
 
     /// Null when the message has no source, or its source is gone.
-    std::shared_ptr<MessageSource> messageSource() const { return _source.lock(); }
+    std::shared_ptr<MessageSource> messageSource() const;
     /// The source if it is a mailbox; null otherwise.
     std::shared_ptr<MessageStore> messageStore() const;
     /// A mailbox or another source; null takes the message out of the one it had.
@@ -95,7 +100,8 @@ public:
     /// For sources, headers and bodies: the outcome of reading a part.
     void noteMissing(MessagePart part, bool missing = true);
 
-    // Each is made on first use; the setters take null to have it made anew.
+    // Each is made on first use; the setters take null to have it made anew.  There is no body where no class
+    // of bodies is willing: null.
     std::shared_ptr<MessageHeaders> headers();
     void setHeaders(std::shared_ptr<MessageHeaders> headers);
     std::shared_ptr<MessageFlags> messageFlags();
@@ -107,6 +113,8 @@ public:
 
     /// Headers and body as one run of bytes; nullopt when the headers cannot be had.
     std::optional<Data> messageData();
+    /// The bytes of the body: those of messageBody(), or where there is none those of the source.
+    std::optional<Data> encodedBody();
     /// In bytes; 0 when nobody knows.
     virtual std::uint32_t messageSize() const;
     virtual std::optional<std::string> messageTypeImageName() const;
@@ -125,13 +133,23 @@ private:
         _listHint.store(static_cast<std::uint32_t>(index), std::memory_order_relaxed);
     }
 
-    std::weak_ptr<MessageSource> _source;
+    /// Those that are loaded.
+    struct Parts {
+        std::shared_ptr<MessageHeaders> headers;
+        std::shared_ptr<MessageBody> body;
+    };
+    Parts parts() const;
+    friend class MessageBody;
+    std::optional<Data> readBody();
+
+    std::weak_ptr<MessageSource> _source LORVALE_GUARDED_BY(_mutex);
     // In this order, so that they go in the order headers, body, flags.
-    std::shared_ptr<MessageFlags> _flags;
-    std::shared_ptr<MessageBody> _body;
-    std::shared_ptr<MessageHeaders> _headers;
+    std::shared_ptr<MessageFlags> _flags LORVALE_GUARDED_BY(_mutex);
+    std::shared_ptr<MessageBody> _body LORVALE_GUARDED_BY(_mutex);
+    std::shared_ptr<MessageHeaders> _headers LORVALE_GUARDED_BY(_mutex);
     mutable std::atomic<std::uint32_t> _listHint = kNoHint;  // where a MessageList found it last
     std::atomic<std::uint8_t> _missing = 0;                  // one bit a MessagePart
+    mutable SmallMutex _mutex;
 };
 
 }  // namespace lorvale

@@ -1,10 +1,15 @@
 #include <algorithm>
 #include <array>
-#include <set>
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "lorvale/message/headers.h"
 #include "lorvale/platform/mutex.h"
+#include "lorvale/values/text.h"
 
 namespace lorvale {
 
@@ -14,40 +19,174 @@ constexpr auto kCachedKeys = std::to_array<std::string_view>({"from", "subject",
 constexpr auto kUsualKeys =
     std::to_array<std::string_view>({"from", "subject", "date", "From", "Subject", "Date"});
 
-struct SharedKeys {
-    Mutex mutex;
-    std::set<std::string, std::less<>> names LORVALE_GUARDED_BY(mutex);
+using KeyNumber = std::uint32_t;
+
+/// The other names that were ever used as a key, numbered behind the usual ones.
+class SharedKeys {
+public:
+    static SharedKeys& table() {
+        static auto& table = *new SharedKeys;  // never freed: messages may outlive the end of main
+        return table;
+    }
+    KeyNumber numberOf(std::string_view name) {
+        const MutexLock lock(_mutex);
+        const auto next = static_cast<KeyNumber>(kUsualKeys.size() + _names.size());
+        const auto found = _numbers.lower_bound(name);
+        if (found != _numbers.end() && found->first == name) return found->second;
+        _names.push_back(_numbers.emplace_hint(found, name, next)->first);
+        return next;
+    }
+    std::string_view name(KeyNumber number) {
+        const MutexLock lock(_mutex);
+        return _names[number - kUsualKeys.size()];
+    }
+
+private:
+    Mutex _mutex;
+    std::map<std::string, KeyNumber, std::less<>> _numbers LORVALE_GUARDED_BY(_mutex);
+    std::vector<std::string_view> _names LORVALE_GUARDED_BY(_mutex);  // of the map's keys
 };
+
+KeyNumber keyNumber(std::string_view name) {
+    const auto* const usual = std::ranges::find(kUsualKeys, name);
+    return usual != kUsualKeys.end() ? static_cast<KeyNumber>(usual - kUsualKeys.begin())
+                                     : SharedKeys::table().numberOf(name);
+}
+
+std::string_view keyName(KeyNumber number) {
+    return number < kUsualKeys.size() ? kUsualKeys[number] : SharedKeys::table().name(number);
+}
+
+static_assert(std::is_trivially_copyable_v<Date>, "kept as its bytes");
 
 }  // namespace
 
 std::string_view sharedHeaderKey(std::string_view name) {
-    const auto* const usual = std::ranges::find(kUsualKeys, name);
-    if (usual != kUsualKeys.end()) return *usual;
-    static auto& shared = *new SharedKeys;  // never freed: messages may outlive the end of main
-    const MutexLock lock(shared.mutex);
-    const auto found = shared.names.find(name);
-    return found != shared.names.end() ? *found : *shared.names.emplace(name).first;
+    return keyName(keyNumber(name));
 }
 
-void CachedHeaders::set(std::string_view key, HeaderValue value) {
-    const auto found = std::ranges::find(_entries, key, &Entry::key);
-    if (found != _entries.end()) {
-        found->value = std::move(value);
-    } else {
-        _entries.push_back({sharedHeaderKey(key), std::move(value)});
+// In memory only, in the byte order of the machine:
+//   4 bytes     the length of all records
+//   per record  a Record, then the bytes of the text or of the Date
+struct CachedHeaders::Record {
+    KeyNumber key = 0, spelling = 0;
+    std::uint32_t isDate : 1 = 0, length : 31 = 0;
+
+    static Record at(const char* bytes) {
+        Record record;
+        std::memcpy(&record, bytes, sizeof record);
+        return record;
     }
+    const char* next(const char* bytes) const { return bytes + sizeof *this + length; }
+    HeaderValue value(const char* bytes) const {
+        bytes += sizeof *this;
+        if (isDate == 0) return std::string(bytes, length);
+        Date date;
+        std::memcpy(static_cast<void*>(&date), bytes, sizeof date);
+        return date;
+    }
+};
+
+CachedHeaders::const_iterator CachedHeaders::begin() const {
+    return const_iterator(_records ? _records.get() + sizeof(std::uint32_t) : nullptr);
 }
 
-const HeaderValue* CachedHeaders::find(std::string_view key) const {
-    const auto found = std::ranges::find(_entries, key, &Entry::key);
-    return found != _entries.end() ? &found->value : nullptr;
+CachedHeaders::const_iterator CachedHeaders::end() const {
+    if (!_records) return const_iterator(nullptr);
+    std::uint32_t length = 0;
+    std::memcpy(&length, _records.get(), sizeof length);
+    return const_iterator(_records.get() + sizeof length + length);
+}
+
+CachedHeaders::Entry CachedHeaders::const_iterator::operator*() const {
+    const auto record = Record::at(_record);
+    return {keyName(record.key), record.value(_record)};
+}
+
+CachedHeaders::const_iterator& CachedHeaders::const_iterator::operator++() {
+    _record = Record::at(_record).next(_record);
+    return *this;
+}
+
+std::size_t CachedHeaders::size() const {
+    std::size_t count = 0;
+    for (auto each = begin(); each != end(); ++each) ++count;
+    return count;
+}
+
+void CachedHeaders::set(std::string_view key, const HeaderValue& value) {
+    set(key, key, value);
+}
+
+void CachedHeaders::set(std::string_view key, std::string_view spelling, const HeaderValue& value) {
+    constexpr std::size_t kLongest = 0x0FFF'FFFF;  // in bytes; no real header comes near
+    const auto* const text = std::get_if<std::string>(&value);
+    const auto bytes =
+        text != nullptr
+            ? std::string_view(*text).substr(0, kLongest)
+            : std::string_view(reinterpret_cast<const char*>(std::get_if<Date>(&value)), sizeof(Date));
+    Record record;
+    record.key = keyNumber(key);
+    record.spelling = keyNumber(spelling);
+    record.isDate = text == nullptr ? 1 : 0;
+    record.length = static_cast<std::uint32_t>(bytes.size()) & kLongest;
+
+    std::string records;
+    bool replaced = false;
+    const auto add = [&] {
+        if (std::exchange(replaced, true)) return;
+        records.append(reinterpret_cast<const char*>(&record), sizeof record).append(bytes);
+    };
+    for (auto each = begin(); each != end(); ++each) {
+        const auto old = Record::at(each._record);
+        if (old.key == record.key) {
+            add();
+        } else {
+            records.append(each._record, old.next(each._record));
+        }
+    }
+    add();
+    const auto length = static_cast<std::uint32_t>(records.size());
+    const auto packed = std::make_shared<char[]>(sizeof length + length);
+    std::memcpy(packed.get(), &length, sizeof length);
+    std::ranges::copy(records, packed.get() + sizeof length);
+    _records = packed;
+}
+
+std::optional<HeaderValue> CachedHeaders::find(std::string_view key) const {
+    for (auto each = begin(); each != end(); ++each) {
+        const auto record = Record::at(each._record);
+        if (keyName(record.key) == key) return record.value(each._record);
+    }
+    return std::nullopt;
 }
 
 std::string CachedHeaders::textForKey(std::string_view key) const {
-    const auto* const value = find(key);
-    const auto* const text = value != nullptr ? std::get_if<std::string>(value) : nullptr;
-    return text != nullptr ? *text : std::string();
+    auto value = find(key);
+    auto* const text = value ? std::get_if<std::string>(&*value) : nullptr;
+    return text != nullptr ? std::move(*text) : std::string();
+}
+
+CachedHeaders CachedHeaders::withLowerCaseKeys() const {
+    CachedHeaders lower;
+    for (const auto& [key, value] : *this) lower.set(lowercased(key), key, value);
+    return lower;
+}
+
+std::optional<std::string_view> CachedHeaders::spellingOfKey(std::string_view key) const {
+    for (auto each = begin(); each != end(); ++each) {
+        const auto record = Record::at(each._record);
+        if (keyName(record.key) == key) return keyName(record.spelling);
+    }
+    return std::nullopt;
+}
+
+bool operator==(const CachedHeaders& a, const CachedHeaders& b) {
+    auto left = a.begin(), right = b.begin();
+    for (; left != a.end() && right != b.end(); ++left, ++right) {
+        if (*left != *right) return false;
+    }
+    return left == a.end() && right == b.end();
 }
 
 std::span<const std::string_view> MessageHeaders::cachedKeys() {

@@ -100,12 +100,13 @@ std::optional<Field> fieldInLine(std::string_view line) {
     return Field{withoutLeadingWhite(line.substr(0, colon)), line.substr(colon + 1)};
 }
 
-enum class Wanted : bool { all, cached };
+/// The headers to decode, in lower case; none: all.
+using Wanted = std::span<const std::string_view>;
 
 class HeaderBlockDecoder {
 public:
     HeaderBlockDecoder(HeaderDictionary& headers, HeaderOrder& order, OriginalKeys& originalKeys,
-                       Wanted wanted = Wanted::all)
+                       Wanted wanted = {})
         : _headers(headers), _order(order), _originalKeys(originalKeys), _wanted(wanted) {}
 
     void decode(std::string_view block) {
@@ -126,7 +127,7 @@ public:
 private:
     void addField(const Field& field) {
         _open = nullptr;
-        if (_wanted == Wanted::cached && !isCachedKey(field.name)) return;
+        if (!_wanted.empty() && !isWanted(field.name)) return;
         setKey(field.name);
         const auto& row = headerClass(_key);
         if (row.accumulates || row.replaces) {
@@ -175,8 +176,8 @@ private:
         std::ranges::transform(name, _key.begin(), asciiLower);
     }
 
-    static bool isCachedKey(std::string_view name) {
-        return std::ranges::any_of(MessageHeaders::cachedKeys(),
+    bool isWanted(std::string_view name) const {
+        return std::ranges::any_of(_wanted,
                                    [name](std::string_view key) { return equalIgnoringAsciiCase(name, key); });
     }
 
@@ -195,11 +196,26 @@ void decodeHeaderBlock(std::string_view bytes, HeaderDictionary& headers, Header
     HeaderBlockDecoder(headers, order, originalKeys).decode(bytes);
 }
 
+std::vector<std::optional<std::string>> firstValuesInBlock(std::string_view bytes,
+                                                           std::span<const std::string_view> keys) {
+    HeaderDictionary headers;
+    HeaderOrder order;
+    OriginalKeys originalKeys;
+    HeaderBlockDecoder(headers, order, originalKeys, keys).decode(bytes);
+    std::vector<std::optional<std::string>> values;
+    for (const auto key : keys) {
+        const auto found = headers.find(key);
+        const bool has = found != headers.end() && !found->second.empty();
+        values.push_back(has ? std::optional(found->second.front()) : std::nullopt);
+    }
+    return values;
+}
+
 CachedHeaders cachedHeadersInBlock(std::string_view bytes) {
     HeaderDictionary headers;
     HeaderOrder order;
     OriginalKeys originalKeys;
-    HeaderBlockDecoder(headers, order, originalKeys, Wanted::cached).decode(bytes);
+    HeaderBlockDecoder(headers, order, originalKeys, MessageHeaders::cachedKeys()).decode(bytes);
     CachedHeaders cached;
     for (const auto key : MessageHeaders::cachedKeys()) {
         const auto found = headers.find(key);

@@ -64,13 +64,20 @@ std::string Message::verboseVersion() {
 Message::Message() = default;
 Message::~Message() = default;
 
+std::shared_ptr<MessageSource> Message::messageSource() const {
+    const SmallMutexLock lock(_mutex);
+    return _source.lock();
+}
+
 std::shared_ptr<MessageStore> Message::messageStore() const {
     const auto source = messageSource();
     return source ? source->messageStore() : nullptr;
 }
 
 void Message::setMessageStore(const std::shared_ptr<MessageSource>& store) {
-    _source = store;
+    std::weak_ptr<MessageSource> source = store;
+    const SmallMutexLock lock(_mutex);
+    _source.swap(source);
 }
 
 std::string Message::messageID() {
@@ -87,44 +94,84 @@ void Message::noteMissing(MessagePart part, bool missing) {
     }
 }
 
+// Each part is made without the lock, since that may read; then the first one in is everybody's.  What a setter
+// replaces goes after the lock, for its destructor may do anything.
+
 std::shared_ptr<MessageHeaders> Message::headers() {
-    if (!_headers) _headers = MessageHeaders::headersForMessage(weak_from_this().lock());
+    {
+        const SmallMutexLock lock(_mutex);
+        if (_headers) return _headers;
+    }
+    auto made = MessageHeaders::headersForMessage(weak_from_this().lock());
+    const SmallMutexLock lock(_mutex);
+    if (!_headers) _headers = std::move(made);
     return _headers;
 }
 
 void Message::setHeaders(std::shared_ptr<MessageHeaders> headers) {
-    _headers = std::move(headers);
+    const SmallMutexLock lock(_mutex);
+    _headers.swap(headers);
 }
 
 std::shared_ptr<MessageFlags> Message::messageFlags() {
-    if (!_flags) _flags = currentFlags();
+    auto made = currentFlags();
+    const SmallMutexLock lock(_mutex);
+    if (!_flags) _flags = std::move(made);
     return _flags;
 }
 
 std::shared_ptr<MessageFlags> Message::currentFlags() {
-    if (_flags) return _flags;
+    {
+        const SmallMutexLock lock(_mutex);
+        if (_flags) return _flags;
+    }
     const auto source = messageSource();
     auto flags = source ? source->flagsForMessage(*this) : nullptr;
     return flags ? flags : MessageFlags::flagsForMessage(*this);
 }
 
 void Message::setMessageFlags(std::shared_ptr<MessageFlags> flags) {
-    _flags = std::move(flags);
+    const SmallMutexLock lock(_mutex);
+    _flags.swap(flags);
 }
 
 std::shared_ptr<MessageBody> Message::messageBody() {
-    if (!_body) _body = MessageBody::bodyForMessage(weak_from_this().lock());
+    {
+        const SmallMutexLock lock(_mutex);
+        if (_body) return _body;
+    }
+    auto made = MessageBody::bodyForMessage(weak_from_this().lock());
+    const SmallMutexLock lock(_mutex);
+    if (!_body) _body = std::move(made);
     return _body;
 }
 
 void Message::setMessageBody(std::shared_ptr<MessageBody> body) {
-    _body = std::move(body);
+    const SmallMutexLock lock(_mutex);
+    _body.swap(body);
+}
+
+Message::Parts Message::parts() const {
+    const SmallMutexLock lock(_mutex);
+    return {_headers, _body};
+}
+
+std::optional<Data> Message::encodedBody() {
+    if (const auto body = messageBody()) return body->encodedBody();
+    return readBody();
+}
+
+std::optional<Data> Message::readBody() {
+    const auto source = messageSource();
+    auto bytes = source ? source->bodyForMessage(*this) : std::nullopt;
+    noteMissing(MessagePart::body, !bytes);
+    return bytes;
 }
 
 std::optional<Data> Message::messageData() {
     const auto head = headers()->encodedHeaders();
     if (!head) return std::nullopt;
-    const auto body = messageBody()->encodedBody();
+    const auto body = encodedBody();
     if (!body) return head;
     ByteBuffer bytes(head->size() + body->size());
     bytes.append(*head);
@@ -141,20 +188,23 @@ std::optional<std::string> Message::messageTypeImageName() const {
 }
 
 void Message::flushCachedData() {
-    if (_headers) _headers->flushCachedData();
-    if (_body) _body->flushCachedData();
+    const auto [headers, body] = parts();
+    if (headers) headers->flushCachedData();
+    if (body) body->flushCachedData();
 }
 
 std::size_t Message::cachedDataSize() const {
-    return (_headers ? _headers->cachedDataSize() : 0) + (_body ? _body->cachedDataSize() : 0);
+    const auto [headers, body] = parts();
+    return (headers ? headers->cachedDataSize() : 0) + (body ? body->cachedDataSize() : 0);
 }
 
 std::string Message::description() {
-    auto text = _headers ? formatText("To: %@\nFrom: %@\nSubject: %@\n", _headers->firstTextForKey("to"),
-                                      _headers->firstTextForKey("from"), _headers->firstTextForKey("subject"))
-                         : std::string("<headers not yet loaded> ");
+    const auto [headers, body] = parts();
+    auto text = headers ? formatText("To: %@\nFrom: %@\nSubject: %@\n", headers->firstTextForKey("to"),
+                                     headers->firstTextForKey("from"), headers->firstTextForKey("subject"))
+                        : std::string("<headers not yet loaded> ");
     text +=
-        _body ? formatText("Body is of class %@\n", _body->className()) : std::string("<body not yet loaded> ");
+        body ? formatText("Body is of class %@\n", body->className()) : std::string("<body not yet loaded> ");
     return text;
 }
 

@@ -7,6 +7,7 @@
 
 #include "lorvale/message.h"
 #include "lorvale/values/format.h"
+#include "lorvale/values/property_list.h"
 #include "lorvale/values/text.h"
 
 namespace lorvale {
@@ -27,6 +28,11 @@ std::uint32_t leadingNumber(std::string_view text) {
     return negative ? 0 - number : number;
 }
 
+std::uint32_t smallNumber(const PropertyList& value) {
+    return static_cast<std::uint32_t>(
+        std::clamp<std::int64_t>(value.integer(), 0, std::numeric_limits<std::uint32_t>::max()));
+}
+
 }  // namespace
 
 bool boolForKey(const FlagDictionary& flags, std::string_view key, bool defaultValue) {
@@ -44,53 +50,93 @@ std::shared_ptr<MessageFlags> MessageFlags::flagsForMessage(Message& /*message*/
 
 MessageFlags::~MessageFlags() = default;
 
-bool MessageFlags::_getFlagBitWithMask(std::uint32_t mask, std::string_view named) const {
-    return _flags ? boolForKey(*_flags, named, false) : (_flagBits & mask) != 0;
-}
+class MessageFlags::SharedDictionary {
+public:
+    explicit SharedDictionary(FlagDictionary flags)
+        : _flags(std::make_shared<const FlagDictionary>(std::move(flags))) {}
 
-void MessageFlags::_setFlagBit(std::uint32_t mask, std::string_view named, bool value) {
-    _flagBits = (_flagBits & ~mask) | (value ? mask : 0);
-    if (_flags) setBool(*_flags, value, named);
-}
+    std::shared_ptr<const FlagDictionary> now() const {
+        const SmallMutexLock lock(_mutex);
+        return _flags;
+    }
+    void set(std::string_view value, std::string_view forKey) {
+        const SmallMutexLock lock(_mutex);
+        auto next = std::make_shared<FlagDictionary>(*_flags);
+        next->insert_or_assign(std::string(forKey), std::string(value));
+        _flags = std::move(next);
+    }
 
-std::uint32_t MessageFlags::priority() const {
-    if (!_flags) return _priority;
-    const auto found = _flags->find(MessagePriorityLevel);
-    return found == _flags->end() ? 0 : leadingNumber(found->second);
-}
+private:
+    mutable SmallMutex _mutex;
+    std::shared_ptr<const FlagDictionary> _flags LORVALE_GUARDED_BY(_mutex);
+};
 
-void MessageFlags::setPriority(std::uint32_t priority) {
-    _priority = priority;
-    if (_flags) _flags->insert_or_assign(std::string(MessagePriorityLevel), std::to_string(priority));
-}
-
-std::shared_ptr<FlagDictionary> MessageFlags::userFlags() {
-    if (!_flags) _updateFlags();
+std::shared_ptr<MessageFlags::SharedDictionary> MessageFlags::dictionary() const {
+    const SmallMutexLock lock(_mutex);
     return _flags;
 }
 
-void MessageFlags::_updateFlags() {
-    auto flags = std::make_shared<FlagDictionary>();
+std::shared_ptr<MessageFlags::SharedDictionary> MessageFlags::dictionaryOnDemand() {
+    const SmallMutexLock lock(_mutex);
+    if (_flags) return _flags;
+    FlagDictionary flags;
     for (const auto& each : {kUnreadFlag, kDeletedFlag, kRepliedToFlag, kEncryptedFlag}) {
-        setBool(*flags, (_flagBits & each.mask) != 0, each.name);
+        setBool(flags, (_flagBits & each.mask) != 0, each.name);
     }
-    flags->insert_or_assign(std::string(MessagePriorityLevel), std::to_string(_priority));
-    _flags = std::move(flags);
+    flags.insert_or_assign(std::string(MessagePriorityLevel), std::to_string(_priority));
+    _flags = std::make_shared<SharedDictionary>(std::move(flags));
+    return _flags;
 }
 
-void MessageFlags::setUserFlags(std::shared_ptr<FlagDictionary> flags) {
-    _flags = std::move(flags);
+bool MessageFlags::_getFlagBitWithMask(std::uint32_t mask, std::string_view named) const {
+    const auto flags = dictionary();
+    return flags ? boolForKey(*flags->now(), named, false) : (flagBits() & mask) != 0;
+}
+
+void MessageFlags::_setFlagBit(std::uint32_t mask, std::string_view named, bool value) {
+    const SmallMutexLock lock(_mutex);
+    _flagBits = (_flagBits & ~mask) | (value ? mask : 0);
+    if (_flags) _flags->set(value ? kYes : kNo, named);
+}
+
+std::uint32_t MessageFlags::flagBits() const {
+    const SmallMutexLock lock(_mutex);
+    return _flagBits;
+}
+
+std::uint32_t MessageFlags::priority() const {
+    const SmallMutexLock lock(_mutex);
+    if (!_flags) return _priority;
+    const auto flags = _flags->now();
+    const auto found = flags->find(MessagePriorityLevel);
+    return found == flags->end() ? 0 : leadingNumber(found->second);
+}
+
+void MessageFlags::setPriority(std::uint32_t priority) {
+    const SmallMutexLock lock(_mutex);
+    _priority = priority;
+    if (_flags) _flags->set(std::to_string(priority), MessagePriorityLevel);
+}
+
+Share<FlagDictionary> MessageFlags::userFlags() {
+    return Share(dictionaryOnDemand()->now());
+}
+
+void MessageFlags::setUserFlags(std::optional<FlagDictionary> flags) {
+    auto next = flags ? std::make_shared<SharedDictionary>(*std::move(flags)) : nullptr;
+    const SmallMutexLock lock(_mutex);
+    _flags.swap(next);
 }
 
 std::optional<std::string> MessageFlags::objectForKey(std::string_view key) {
-    const auto flags = userFlags();
+    const auto flags = dictionaryOnDemand()->now();
     const auto found = flags->find(key);
     if (found == flags->end()) return std::nullopt;
     return found->second;
 }
 
 void MessageFlags::setObject(std::string_view value, std::string_view forKey) {
-    userFlags()->insert_or_assign(std::string(forKey), std::string(value));
+    dictionaryOnDemand()->set(value, forKey);
 }
 
 // Two of these flags objects on one dictionary look like a mistake; callers that work on a copy of the flags of
@@ -102,14 +148,49 @@ std::shared_ptr<MessageFlags> MessageFlags::copy() {
     flags->setRepliedTo(wasRepliedTo());
     flags->setEncrypted(isEncrypted());
     flags->setPriority(priority());
-    flags->setUserFlags(userFlags());
+    auto shared = dictionaryOnDemand();
+    const SmallMutexLock lock(flags->_mutex);
+    flags->_flags = std::move(shared);
     return flags;
 }
 
 std::string MessageFlags::description() const {
     return formatText("read %@, deleted %@, replied to %@, encrypted %@, priority %@%@", isRead() ? kYes : kNo,
                       isDeleted() ? kYes : kNo, wasRepliedTo() ? kYes : kNo, isEncrypted() ? kYes : kNo,
-                      priority(), _flags ? ", with a dictionary" : "");
+                      priority(), dictionary() ? ", with a dictionary" : "");
+}
+
+// An array of three, as the classes that hold flags among their own values count on:
+//   0  the dictionary, texts by name; false where it was not made
+//   1  the bits
+//   2  the priority
+PropertyList toPropertyList(const MessageFlags& flags) {
+    std::shared_ptr<MessageFlags::SharedDictionary> shared;
+    std::uint32_t bits = 0, priority = 0;
+    {
+        const SmallMutexLock lock(flags._mutex);
+        shared = flags._flags;
+        bits = flags._flagBits;
+        priority = flags._priority;
+    }
+    PropertyList dictionary(false);
+    if (shared) {
+        PropertyList::Dictionary texts;
+        const auto now = shared->now();
+        for (const auto& [key, value] : *now) texts.emplace(key, value);
+        dictionary = std::move(texts);
+    }
+    return PropertyList::Array{std::move(dictionary), bits, priority};
+}
+
+std::shared_ptr<MessageFlags> messageFlagsFromPropertyList(const PropertyList& archive) {
+    auto flags = std::make_shared<MessageFlags>(smallNumber(archive[1]), smallNumber(archive[2]));
+    if (const auto* const texts = archive[0].get<PropertyList::Dictionary>()) {
+        FlagDictionary named;
+        for (const auto& [key, value] : *texts) named.emplace(key, value.string());
+        flags->setUserFlags(std::move(named));
+    }
+    return flags;
 }
 
 }  // namespace lorvale

@@ -33,6 +33,28 @@ std::string_view dateInEnvelope(std::string_view envelope) {
     return blank == std::string_view::npos ? std::string_view() : envelope.substr(blank + 1);
 }
 
+std::optional<std::string> firstValue(const HeaderDictionary& headers, std::string_view key) {
+    const auto found = headers.find(key);
+    if (found == headers.end() || found->second.empty()) return std::nullopt;
+    return found->second.front();
+}
+
+/// An empty `Message-ID:` names nothing, so that message counts as one without.
+std::string identifier(const std::optional<std::string>& id, const std::optional<std::string>& subject,
+                       const std::optional<std::string>& date, const std::optional<std::string>& to) {
+    if (id && !id->empty()) return *id;
+    return formatText("%@_%@_%@", subject.value_or("BogusSubject"), date.value_or("BogusDate"),
+                      to.value_or("BogusTo"));
+}
+
+/// By the envelope line, else by the text of `Date:`.
+std::optional<Date> dateOfDelivery(std::string_view envelope, std::string_view written) {
+    const auto inEnvelope = dateInEnvelope(envelope);
+    if (const auto date = dateInCommonFormatsWithString(inEnvelope)) return *date;
+    if (!inEnvelope.empty()) log("Can't determine date: (%@), trying (%@)", inEnvelope, written);
+    return dateInCommonFormatsWithString(written);
+}
+
 void appendAddresses(std::vector<std::string>& addresses, std::string_view list) {
     auto more = addressList(list);
     if (more) std::ranges::move(*more, std::back_inserter(addresses));
@@ -46,37 +68,53 @@ std::shared_ptr<MessageHeaders> MessageHeaders::headersForMessage(const std::sha
 
 MessageHeaders::MessageHeaders(std::weak_ptr<Message> message) : _message(std::move(message)) {}
 
-void MessageHeaders::setMessage(std::weak_ptr<Message> message) {
-    _message = std::move(message);
+MessageHeaders::MessageHeaders(const MessageHeaders& other) {
+    const SmallMutexLock lock(other._mutex);
+    _headersChanged = other._headersChanged;
+    _hasCachedHeaders = other._hasCachedHeaders;
+    _message = other._message;
+    _cachedHeaders = other._cachedHeaders;
+    if (other._tables) _tables = std::make_shared<Tables>(*other._tables);
 }
 
-const CachedHeaders& MessageHeaders::cachedHeaders() {
-    static const CachedHeaders none;
-    if (!_cachedHeaders) {
-        const auto message = _message.lock();
-        const auto source = message ? message->messageSource() : nullptr;
-        if (!source) return none;
-        setCachedHeaders(source->cachedHeadersForMessage(*message));
+void MessageHeaders::setMessage(std::weak_ptr<Message> message) {
+    const SmallMutexLock lock(_mutex);
+    _message.swap(message);
+}
+
+CachedHeaders MessageHeaders::cachedHeaders() {
+    std::shared_ptr<Message> message;
+    {
+        const SmallMutexLock lock(_mutex);
+        if (_hasCachedHeaders) return _cachedHeaders;
+        message = _message.lock();
     }
-    return *_cachedHeaders;
+    const auto source = message ? message->messageSource() : nullptr;
+    if (!source) return {};
+    const auto headers = source->cachedHeadersForMessage(*message).withLowerCaseKeys();
+    const bool missing = message->bytesAreMissing() && headers.empty();
+    const SmallMutexLock lock(_mutex);
+    if (_hasCachedHeaders) return _cachedHeaders;
+    if (!missing) {
+        _cachedHeaders = headers;
+        _hasCachedHeaders = true;
+    }
+    return headers;
 }
 
 void MessageHeaders::setCachedHeaders(const std::optional<CachedHeaders>& headers) {
-    if (!headers) {
-        _cachedHeaders.reset();
-        return;
-    }
-    CachedHeaders normal;
-    for (const auto& [key, value] : *headers) {
-        const auto lower = lowercased(key);
-        normal.set(lower, value);
-        _originalKeys.insert_or_assign(lower, std::string(key));
-    }
-    _cachedHeaders = std::move(normal);
+    auto next = headers ? headers->withLowerCaseKeys() : CachedHeaders();
+    const SmallMutexLock lock(_mutex);
+    std::swap(_cachedHeaders, next);
+    _hasCachedHeaders = headers.has_value();
 }
 
 std::optional<Data> MessageHeaders::headerDataOfSource() const {
-    const auto message = _message.lock();
+    std::shared_ptr<Message> message;
+    {
+        const SmallMutexLock lock(_mutex);
+        message = _message.lock();
+    }
     if (!message) return std::nullopt;
     const auto source = message->messageSource();
     auto block = source ? source->allHeadersForMessage(*message) : std::nullopt;
@@ -84,63 +122,113 @@ std::optional<Data> MessageHeaders::headerDataOfSource() const {
     return block;
 }
 
-void MessageHeaders::loadAllHeaders() {
-    if (!_allHeaders) loadAllHeaders(headerDataOfSource().value_or(Data()));
+std::shared_ptr<const MessageHeaders::Tables> MessageHeaders::loadedTables() {
+    {
+        const SmallMutexLock lock(_mutex);
+        if (_tables && _tables->headers) {
+            _tablesAreShared = true;
+            return _tables;
+        }
+    }
+    return tablesOfBlock(headerDataOfSource());
 }
 
-void MessageHeaders::loadAllHeaders(const Data& block) {
-    HeaderOrder order;
-    auto headers = decodeHeadersFromData(block, order);
-    setAllHeaders(std::move(headers), std::move(order));
+void MessageHeaders::load() {
+    if (!hasAllHeaders()) tablesOfBlock(headerDataOfSource());
 }
 
-const HeaderDictionary& MessageHeaders::allHeaders() {
-    loadAllHeaders();
-    return *_allHeaders;
+/// Looks something up under the lock and answers a copy of it, so that looking up and changing in turn does not
+/// copy all headers for each change.
+template <class Look>
+auto MessageHeaders::read(Look look) {
+    {
+        const SmallMutexLock lock(_mutex);
+        if (_tables && _tables->headers) return look(std::as_const(*_tables));
+    }
+    return look(*tablesOfBlock(headerDataOfSource()));
 }
 
-const HeaderOrder& MessageHeaders::allHeadersOrder() {
-    loadAllHeaders();
-    if (!_allHeadersOrder) _allHeadersOrder.emplace();
-    return *_allHeadersOrder;
+std::shared_ptr<const MessageHeaders::Tables> MessageHeaders::tablesOfBlock(const std::optional<Data>& block) {
+    auto tables = std::make_shared<Tables>();
+    tables->order.emplace();
+    decodeHeaderBlock(block ? block->view() : std::string_view(), tables->headers.emplace(), *tables->order,
+                      tables->names);
+    const SmallMutexLock lock(_mutex);
+    if (!_tables || !_tables->headers) {
+        if (_tables) tables->names.merge(_tables->names);
+        // Without a block these are tables for the asker; perhaps there is one the next time.
+        if (!block) return tables;
+        _tables = std::move(tables);
+        _headersChanged = false;
+    }
+    _tablesAreShared = true;
+    return _tables;
+}
+
+MessageHeaders::Tables& MessageHeaders::tablesToChange() {
+    if (!_tables) {
+        _tables = std::make_shared<Tables>();
+    } else if (_tablesAreShared) {
+        _tables = std::make_shared<Tables>(*_tables);
+    }
+    _tablesAreShared = false;
+    if (!_tables->headers) _tables->headers.emplace();
+    if (!_tables->order) _tables->order.emplace();
+    return *_tables;
+}
+
+Share<HeaderDictionary> MessageHeaders::allHeaders() {
+    const auto tables = loadedTables();
+    return Share(std::shared_ptr<const HeaderDictionary>(tables, &*tables->headers));
+}
+
+Share<HeaderOrder> MessageHeaders::allHeadersOrder() {
+    const auto tables = loadedTables();
+    if (!tables->order) return {};
+    return Share(std::shared_ptr<const HeaderOrder>(tables, &*tables->order));
 }
 
 void MessageHeaders::setAllHeaders(std::optional<HeaderDictionary> headers,
                                    std::optional<HeaderOrder> withOrder) {
-    _allHeaders = std::move(headers);
-    _allHeadersOrder = std::move(withOrder);
+    auto next = std::make_shared<Tables>();
+    next->headers = std::move(headers);
+    next->order = std::move(withOrder);
+    const SmallMutexLock lock(_mutex);
+    if (_tables) next->names = _tables->names;
+    _tables.swap(next);
+    _tablesAreShared = false;
     _headersChanged = false;
 }
 
 HeaderDictionary MessageHeaders::decodeHeadersFromData(const Data& data, HeaderOrder& order) {
     HeaderDictionary headers;
+    OriginalKeys names;
     order.clear();
-    decodeHeaderBlock(data.view(), headers, order, _originalKeys);
+    decodeHeaderBlock(data.view(), headers, order, names);
+    const SmallMutexLock lock(_mutex);
+    auto next = _tables ? std::make_shared<Tables>(*_tables) : std::make_shared<Tables>();
+    for (auto& [key, name] : names) next->names.insert_or_assign(key, std::move(name));
+    _tables = std::move(next);
+    _tablesAreShared = false;
     return headers;
 }
 
 std::optional<std::vector<std::string>> MessageHeaders::objectsForKey(std::string_view key) {
     if (isCachedKey(key)) {
-        const auto* const value = cachedHeaders().find(key);
         std::vector<std::string> values;
-        if (value != nullptr) values.push_back(textOfValue(*value));
+        if (const auto value = cachedHeaders().find(key)) values.push_back(textOfValue(*value));
         return values;
     }
-    const auto& headers = allHeaders();
-    const auto found = headers.find(key);
-    if (found == headers.end()) return std::nullopt;
-    return found->second;
+    return read([key](const Tables& tables) -> std::optional<std::vector<std::string>> {
+        const auto found = tables.headers->find(key);
+        if (found == tables.headers->end()) return std::nullopt;
+        return found->second;
+    });
 }
 
 std::optional<HeaderValue> MessageHeaders::firstObjectForKey(std::string_view key) {
-    if (isCachedKey(key)) {
-        const auto* const value = cachedHeaders().find(key);
-        return value != nullptr ? std::optional(*value) : std::nullopt;
-    }
-    const auto& headers = allHeaders();
-    const auto found = headers.find(key);
-    if (found == headers.end() || found->second.empty()) return std::nullopt;
-    return found->second.front();
+    if (isCachedKey(key)) return cachedHeaders().find(key);
+    return read([key](const Tables& tables) { return firstValue(*tables.headers, key); });
 }
 
 std::string MessageHeaders::firstTextForKey(std::string_view key) {
@@ -149,10 +237,14 @@ std::string MessageHeaders::firstTextForKey(std::string_view key) {
     return text != nullptr ? std::move(*text) : std::string();
 }
 
-std::optional<std::string_view> MessageHeaders::originalKeyForKey(std::string_view key) const {
-    const auto found = _originalKeys.find(key);
-    if (found == _originalKeys.end()) return std::nullopt;
-    return found->second;
+std::optional<std::string> MessageHeaders::originalKeyForKey(std::string_view key) const {
+    const SmallMutexLock lock(_mutex);
+    if (_tables) {
+        const auto found = _tables->names.find(key);
+        if (found != _tables->names.end()) return found->second;
+    }
+    const auto cached = _cachedHeaders.spellingOfKey(key);
+    return cached ? std::optional<std::string>(*cached) : std::nullopt;
 }
 
 void MessageHeaders::setObject(std::optional<std::vector<std::string>> values, std::string_view forKey) {
@@ -161,12 +253,17 @@ void MessageHeaders::setObject(std::optional<std::vector<std::string>> values, s
         removeObjectForKey(key);
         return;
     }
-    loadAllHeaders();
-    if (!_allHeadersOrder) _allHeadersOrder.emplace();
-    const auto [place, isNew] = _allHeaders->insert_or_assign(key, std::move(*values));
-    if (isNew) _allHeadersOrder->push_back(place->first);
-    _originalKeys.insert_or_assign(key, std::string(forKey));
+    load();
+    const SmallMutexLock lock(_mutex);
+    auto& tables = tablesToChange();
+    const auto [place, isNew] = tables.headers->insert_or_assign(key, std::move(*values));
+    if (isNew) tables.order->push_back(place->first);
+    tables.names.insert_or_assign(key, std::string(forKey));
     _headersChanged = true;
+}
+
+void MessageHeaders::setObject(std::initializer_list<std::string_view> values, std::string_view forKey) {
+    setObject(std::vector<std::string>(values.begin(), values.end()), forKey);
 }
 
 void MessageHeaders::setObject(std::string_view value, std::string_view forKey) {
@@ -174,33 +271,48 @@ void MessageHeaders::setObject(std::string_view value, std::string_view forKey) 
 }
 
 void MessageHeaders::removeObjectForKey(std::string_view key) {
-    loadAllHeaders();
-    const auto found = _allHeaders->find(key);
-    if (found == _allHeaders->end()) return;
-    if (found->second.size() > 1) throw GenericException("unsupported feature");
-    if (_allHeadersOrder) std::erase(*_allHeadersOrder, found->first);
-    _allHeaders->erase(found);
+    load();
+    const SmallMutexLock lock(_mutex);
+    if (!_tables || !_tables->headers) return;
+    const auto known = _tables->headers->find(key);
+    if (known == _tables->headers->end()) return;
+    if (known->second.size() > 1) throw GenericException("unsupported feature");
+    auto& tables = tablesToChange();
+    const auto found = tables.headers->find(key);
+    std::erase(*tables.order, found->first);
+    tables.headers->erase(found);
     _headersChanged = true;
 }
 
+bool MessageHeaders::headersChanged() const {
+    const SmallMutexLock lock(_mutex);
+    return _headersChanged;
+}
+
+bool MessageHeaders::hasAllHeaders() const {
+    const SmallMutexLock lock(_mutex);
+    return _tables && _tables->headers;
+}
+
 std::string MessageHeaders::messageID() {
-    auto id = firstTextForKey("message-id");
-    // An empty `Message-ID:` names nothing, so that message counts as one without.
-    if (!id.empty()) return id;
-    const auto textOr = [this](std::string_view key, std::string_view bogus) {
-        const auto value = firstObjectForKey(key);
-        return value ? textOfValue(*value) : std::string(bogus);
-    };
-    return formatText("%@_%@_%@", textOr("subject", "BogusSubject"), textOr("date", "BogusDate"),
-                      textOr("to", "BogusTo"));
+    const auto [id, to] = read([](const Tables& tables) {
+        return std::pair(firstValue(*tables.headers, "message-id"), firstValue(*tables.headers, "to"));
+    });
+    return identifier(id, textForKey("subject"), textForKey("date"), to);
+}
+
+std::optional<std::string> MessageHeaders::textForKey(std::string_view key) {
+    const auto value = firstObjectForKey(key);
+    return value ? std::optional(textOfValue(*value)) : std::nullopt;
 }
 
 std::string MessageHeaders::envelopeText() {
     // A listing asks each message of a mailbox for its date: that must not load all their headers.
-    if (!_allHeaders) {
-        const auto block = headerDataOfSource().value_or(Data());
-        if (auto envelope = envelopeInBlock(block.view())) return std::move(*envelope);
-        loadAllHeaders(block);
+    if (!hasAllHeaders()) {
+        const auto block = headerDataOfSource();
+        if (auto envelope = envelopeInBlock(block ? block->view() : std::string_view()))
+            return std::move(*envelope);
+        tablesOfBlock(block);
     }
     return firstTextForKey(kFromSpaceKey);
 }
@@ -210,15 +322,36 @@ Date MessageHeaders::dateReceived() {
 }
 
 std::optional<Date> MessageHeaders::knownDateReceived() {
-    const auto* const cached = cachedHeaders().find("date");
-    const auto* const known = cached != nullptr ? std::get_if<Date>(cached) : nullptr;
-    if (known != nullptr) return *known;
+    const auto cached = cachedHeaders().find("date");
+    if (const auto* const known = cached ? std::get_if<Date>(&*cached) : nullptr) return *known;
     const auto envelope = envelopeText();
-    const auto inEnvelope = dateInEnvelope(envelope);
-    if (const auto date = dateInCommonFormatsWithString(inEnvelope)) return *date;
-    const auto written = firstTextForKey("date");
-    if (!inEnvelope.empty()) log("Can't determine date: (%@), trying (%@)", inEnvelope, written);
-    return dateInCommonFormatsWithString(written);
+    return dateOfDelivery(envelope, firstTextForKey("date"));
+}
+
+std::optional<Data> MessageHeaders::blockForSummary() {
+    std::shared_ptr<Message> message;
+    {
+        const SmallMutexLock lock(_mutex);
+        if (_hasCachedHeaders || (_tables && _tables->headers)) return std::nullopt;
+        message = _message.lock();
+    }
+    const auto source = message ? message->messageSource() : nullptr;
+    return source && source->readsCachedHeaders() ? headerDataOfSource() : std::nullopt;
+}
+
+HeaderSummary MessageHeaders::summary() {
+    const auto block = blockForSummary();
+    if (!block) return {sender(), subject(), messageID(), knownDateReceived()};
+    enum { kFrom, kSubject, kDate, kID, kTo };
+    constexpr std::string_view kWanted[] = {"from", "subject", "date", "message-id", "to"};
+    auto values = firstValuesInBlock(block->view(), kWanted);
+    const auto envelope = envelopeInBlock(block->view()).value_or(std::string());
+    HeaderSummary summary;
+    summary.messageID = identifier(values[kID], values[kSubject], values[kDate], values[kTo]);
+    summary.dateReceived = dateOfDelivery(envelope, values[kDate].value_or(std::string()));
+    summary.from = std::move(values[kFrom]).value_or(std::string());
+    summary.subject = std::move(values[kSubject]).value_or(std::string());
+    return summary;
 }
 
 std::string MessageHeaders::sender() {
@@ -253,29 +386,33 @@ std::optional<Data> MessageHeaders::encodedHeadersForDelivery() {
 }
 
 std::optional<Data> MessageHeaders::_encodedHeadersIncludingFromSpace(bool fromSpace) {
-    if (!_headersChanged) return headerDataOfSource();
-    return encodeHeaderBlock(allHeaders(), allHeadersOrder(), _originalKeys,
+    if (!headersChanged()) return headerDataOfSource();
+    const auto tables = loadedTables();
+    return encodeHeaderBlock(*tables->headers, tables->order.value_or(HeaderOrder()), tables->names,
                              fromSpace ? EnvelopeLine::write : EnvelopeLine::leaveOut);
 }
 
 void MessageHeaders::flushCachedData() {
-    _allHeaders.reset();
-    _allHeadersOrder.reset();
+    std::shared_ptr<Tables> gone;  // freed without the lock
+    const SmallMutexLock lock(_mutex);
+    _tables.swap(gone);
 }
 
 std::size_t MessageHeaders::cachedDataSize() const {
-    return _cachedHeaders ? 10 * _cachedHeaders->size() : 0;
+    const SmallMutexLock lock(_mutex);
+    return 10 * _cachedHeaders.size();
 }
 
 std::string MessageHeaders::description() const {
+    const MessageHeaders now(*this);
+    const SmallMutexLock lock(now._mutex);
     std::string text;
-    if (_cachedHeaders) {
-        for (const auto& [key, value] : *_cachedHeaders) {
-            text += formatText("%@: %@\n", originalKeyForKey(key).value_or(key), textOfValue(value));
-        }
+    for (const auto& [key, value] : now._cachedHeaders) {
+        text += formatText("%@: %@\n", now._cachedHeaders.spellingOfKey(key).value_or(key), textOfValue(value));
     }
-    text += _allHeaders
-                ? formatText("%d headers in all%@\n", _allHeaders->size(), _headersChanged ? ", changed" : "")
+    text += now._tables && now._tables->headers
+                ? formatText("%d headers in all%@\n", now._tables->headers->size(),
+                             now._headersChanged ? ", changed" : "")
                 : std::string("<other headers not yet loaded>\n");
     return text;
 }

@@ -25,7 +25,7 @@ constexpr std::uint32_t kCopyBlock = 1 << 20;
 /// The whole message for a mailbox, with an envelope line; nullopt, after a log line, when it has no bytes.
 std::optional<Data> dataForMailbox(Message& message) {
     const auto headers = message.headers();
-    const bool wasLoaded = headers->hasAllHeaders() || message.messageBody()->cachedDataSize() > 0;
+    const bool wasLoaded = message.cachedDataSize() > headers->cachedDataSize() || headers->hasAllHeaders();
     std::optional<Data> data;
     try {
         headers->appendFromSpaceIfMissing();

@@ -20,11 +20,11 @@ std::string capitalised(std::string_view key) {
 /// The first values among all the headers that the message holds.
 CachedHeaders ofChangedHeaders(MessageHeaders& headers) {
     CachedHeaders cached;
-    const auto& all = headers.allHeaders();
+    const auto all = headers.allHeaders();
     for (const auto key : MessageHeaders::cachedKeys()) {
-        const auto found = all.find(key);
-        if (found == all.end() || found->second.empty()) continue;
-        cached.set(headers.originalKeyForKey(key).value_or(key), found->second.front());
+        const auto found = all->find(key);
+        if (found == all->end() || found->second.empty()) continue;
+        cached.set(headers.originalKeyForKey(key).value_or(std::string(key)), found->second.front());
     }
     return cached;
 }

@@ -27,6 +27,7 @@ public:
                   const MessageList& forMessages) override;
     /// Under the names as the message spells them.
     CachedHeaders cachedHeadersForMessage(Message& message) override;
+    bool readsCachedHeaders() const override { return true; }
     /// Both are nullopt, after a log line, when the bytes hold no empty line.
     std::optional<Data> allHeadersForMessage(Message& message) override;
     std::optional<Data> bodyForMessage(Message& message) override;

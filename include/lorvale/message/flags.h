@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "lorvale/export.h"
+#include "lorvale/message/share.h"
+#include "lorvale/platform/small_mutex.h"
 
 namespace lorvale {
 
@@ -35,7 +37,7 @@ LORVALE_EXPORT void setBool(FlagDictionary& flags, bool value, std::string_view 
 
 /// The status of one message, in two forms: bits, which a store keeps, and a dictionary of named values, made
 /// when somebody asks for it.  Once it is there the dictionary is the truth for the named flags: a change
-/// through setObject() or setUserFlags() is not seen in the bits.  Not locked; belongs to its message.
+/// through setObject() or setUserFlags() is not seen in the bits.  Any thread.
 class LORVALE_EXPORT MessageFlags {
 public:
     // Bit 0 stands for unread, so that no bits at all are an ordinary message that was read.
@@ -65,15 +67,16 @@ public:
     std::uint32_t priority() const;
     void setPriority(std::uint32_t priority);
 
-    /// The dictionary itself, made on demand: shared, a change to it is a change to the flags.
-    std::shared_ptr<FlagDictionary> userFlags();
-    /// Replaces the dictionary and leaves the bits alone; null goes back to the bits.
-    void setUserFlags(std::shared_ptr<FlagDictionary> flags);
+    /// The dictionary as it is now, made on demand.
+    Share<FlagDictionary> userFlags();
+    /// Replaces the dictionary, which a copy then no longer shares, and leaves the bits alone; nullopt goes
+    /// back to the bits.
+    void setUserFlags(std::optional<FlagDictionary> flags);
     std::optional<std::string> objectForKey(std::string_view key);
     void setObject(std::string_view value, std::string_view forKey);
 
     /// The bits alone, whatever the dictionary says: the compact form.
-    std::uint32_t flagBits() const { return _flagBits; }
+    std::uint32_t flagBits() const;
 
     std::string description() const;
 
@@ -88,15 +91,21 @@ private:
     static constexpr Flag kUnreadFlag{kUnread, MessageIsUnread}, kDeletedFlag{kDeleted, MessageIsDeleted},
         kRepliedToFlag{kRepliedTo, MessageWasRepliedTo}, kEncryptedFlag{kEncrypted, MessageIsEncrypted};
 
+    /// The dictionary that belongs to these flags and their copies.
+    class SharedDictionary;
+
     bool flag(Flag flag) const { return _getFlagBitWithMask(flag.mask, flag.name); }
     void setFlag(Flag flag, bool value) { _setFlagBit(flag.mask, flag.name, value); }
     bool _getFlagBitWithMask(std::uint32_t mask, std::string_view named) const;
     void _setFlagBit(std::uint32_t mask, std::string_view named, bool value);
-    void _updateFlags();
+    /// Null as long as nobody has asked for it.
+    std::shared_ptr<SharedDictionary> dictionary() const;
+    std::shared_ptr<SharedDictionary> dictionaryOnDemand();
 
-    std::shared_ptr<FlagDictionary> _flags;
-    std::uint32_t _flagBits = 0;
-    std::uint32_t _priority = 0;
+    std::shared_ptr<SharedDictionary> _flags LORVALE_GUARDED_BY(_mutex);
+    std::uint32_t _flagBits LORVALE_GUARDED_BY(_mutex) = 0;
+    std::uint32_t _priority LORVALE_GUARDED_BY(_mutex) = 0;
+    mutable SmallMutex _mutex;
 };
 
 }  // namespace lorvale

@@ -1,5 +1,6 @@
 #pragma once
 #include <cstddef>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -10,6 +11,8 @@
 #include <vector>
 
 #include "lorvale/export.h"
+#include "lorvale/message/share.h"
+#include "lorvale/platform/small_mutex.h"
 #include "lorvale/values/data.h"
 #include "lorvale/values/date.h"
 
@@ -36,7 +39,8 @@ inline constexpr std::string_view kFromSpaceKey = "from ";
 /// are cached, in the spellings that stores use.  Any thread.
 LORVALE_EXPORT std::string_view sharedHeaderKey(std::string_view name);
 
-/// The few headers that a store can give without reading the message.  A small list, looked through in order.
+/// The few headers that a store can give without reading the message.  A value that copies share; the entries
+/// lie in one small block, since a mailbox holds one of these for each listed message.
 class LORVALE_EXPORT CachedHeaders {
 public:
     struct Entry {
@@ -44,28 +48,59 @@ public:
         HeaderValue value;
         friend bool operator==(const Entry&, const Entry&) = default;
     };
+    class const_iterator;
 
     /// Adds or replaces.  The key is kept as spelled.
-    void set(std::string_view key, HeaderValue value);
-    /// By the exact spelling; null without one.  Good until the next change.
-    const HeaderValue* find(std::string_view key) const;
+    void set(std::string_view key, const HeaderValue& value);
+    /// By the exact spelling; nullopt without one.
+    std::optional<HeaderValue> find(std::string_view key) const;
     /// The value if it is text, an empty text otherwise.
     std::string textForKey(std::string_view key) const;
+    /// The same under keys in lower case; of two that become alike the last one counts.
+    CachedHeaders withLowerCaseKeys() const;
+    /// How withLowerCaseKeys() found the key, a shared instance; nullopt for an unknown one.
+    std::optional<std::string_view> spellingOfKey(std::string_view key) const;
 
-    std::size_t size() const { return _entries.size(); }
-    bool empty() const { return _entries.empty(); }
-    auto begin() const { return _entries.begin(); }
-    auto end() const { return _entries.end(); }
-    friend bool operator==(const CachedHeaders&, const CachedHeaders&) = default;
+    std::size_t size() const;
+    bool empty() const { return size() == 0; }
+    /// Give entries by value, in the order in which they were set.  Good until the next change.
+    const_iterator begin() const;
+    const_iterator end() const;
+    friend LORVALE_EXPORT bool operator==(const CachedHeaders& a, const CachedHeaders& b);
 
 private:
-    std::vector<Entry> _entries;
+    struct Record;
+    void set(std::string_view key, std::string_view spelling, const HeaderValue& value);
+
+    std::shared_ptr<const char[]> _records;  // see CachedHeaders.cpp; null: empty
+};
+
+class CachedHeaders::const_iterator {
+public:
+    Entry operator*() const;
+    const_iterator& operator++();
+    friend bool operator==(const_iterator a, const_iterator b) = default;
+
+private:
+    friend class CachedHeaders;
+    explicit const_iterator(const char* record) : _record(record) {}
+    const char* _record;
+};
+
+/// What a listing tells about one message.
+struct HeaderSummary {
+    std::string from, subject;         ///< empty where there is none
+    std::string messageID;             ///< as MessageHeaders::messageID()
+    std::optional<Date> dateReceived;  ///< as MessageHeaders::knownDateReceived()
 };
 
 /// The headers of one message, in two levels: the cached ones, which a listing needs and a store has at hand,
 /// and all of them, read from the store on demand.  Keys are given in lower case unless an operation says
-/// otherwise.  A copy is independent of its original.  Not locked; belongs to its message, which it does not
-/// keep alive: without the message there is nothing more to load.
+/// otherwise.  It does not keep its message alive: without that there is nothing more to load.
+///
+/// Any thread may ask and flush; what is handed out is a value or a share that no flush elsewhere pulls away.
+/// Loading happens without a lock held, and the first thread that has loaded wins.  Changes of headers belong
+/// to one thread at a time.
 class LORVALE_EXPORT MessageHeaders {
 public:
     /// "from", "subject", "date".
@@ -73,17 +108,20 @@ public:
     static std::shared_ptr<MessageHeaders> headersForMessage(const std::shared_ptr<Message>& message);
 
     explicit MessageHeaders(std::weak_ptr<Message> message = {});
+    /// Independent of its original.
+    MessageHeaders(const MessageHeaders& other);
+    MessageHeaders& operator=(const MessageHeaders&) = delete;
     void setMessage(std::weak_ptr<Message> message);
 
-    /// What the store has at hand, read once; keys in lower case.  Good until the next change.
-    const CachedHeaders& cachedHeaders();
+    /// What the source has at hand, asked for once; keys in lower case.  What cannot be read now is asked for
+    /// again the next time.
+    CachedHeaders cachedHeaders();
     /// Keys in any spelling, which originalKeyForKey() then gives; nullopt: to be read again.
     void setCachedHeaders(const std::optional<CachedHeaders>& headers);
 
-    /// All headers, read from the store and decoded if need be; empty when there is nothing to read.  Good
-    /// until the next change or flush, as is the order.
-    const HeaderDictionary& allHeaders();
-    const HeaderOrder& allHeadersOrder();
+    /// All headers as they are now, read and decoded if need be; empty when there is nothing to read.
+    Share<HeaderDictionary> allHeaders();
+    Share<HeaderOrder> allHeadersOrder();
     /// The headers count as unchanged afterwards; nullopt: to be read again.
     void setAllHeaders(std::optional<HeaderDictionary> headers, std::optional<HeaderOrder> withOrder);
 
@@ -99,17 +137,18 @@ public:
     /// The first value as text; an empty text when there is none or it is a date.
     std::string firstTextForKey(std::string_view key);
     /// The name as the message spelled it; nullopt for an unknown one.
-    std::optional<std::string_view> originalKeyForKey(std::string_view key) const;
+    std::optional<std::string> originalKeyForKey(std::string_view key) const;
 
     /// Replaces all values under a key, in any case of letters; it is the spelling that encodedHeaders()
     /// writes. Nullopt removes the header.  The cached headers stay as they are.
     void setObject(std::optional<std::vector<std::string>> values, std::string_view forKey);
+    void setObject(std::initializer_list<std::string_view> values, std::string_view forKey);
     void setObject(std::string_view value, std::string_view forKey);
     /// Throws GenericException ("unsupported feature") for a header with several values.
     void removeObjectForKey(std::string_view key);
-    bool headersChanged() const { return _headersChanged; }
+    bool headersChanged() const;
     /// Whether all headers are in memory now, so that asking for them reads nothing.
-    bool hasAllHeaders() const { return _allHeaders.has_value(); }
+    bool hasAllHeaders() const;
 
     /// "Message-ID:", or for a message without one a text made of its subject, date and recipient.  Nothing
     /// makes sure that it is unique.
@@ -120,6 +159,9 @@ public:
     std::optional<Date> knownDateReceived();
     std::string sender();
     std::string subject();
+    /// What a listing shows.  Reads the header block of an unread message once, decodes no more of it than
+    /// this, and keeps nothing.
+    HeaderSummary summary();
     /// The addresses of the first "To:" and the first "Cc:".
     std::vector<std::string> recipients();
     /// Gives a message that has no envelope line one, made of its sender and date, as an mbox needs it.
@@ -137,18 +179,35 @@ public:
     std::string description() const;
 
 private:
+    /// What flushCachedData() drops.
+    struct Tables {
+        std::optional<HeaderDictionary> headers;  // nullopt: to be loaded
+        std::optional<HeaderOrder> order;
+        OriginalKeys names;
+    };
+
     std::optional<Data> _encodedHeadersIncludingFromSpace(bool fromSpace);
     std::optional<Data> headerDataOfSource() const;
-    void loadAllHeaders();
-    void loadAllHeaders(const Data& block);
+    /// The tables with all headers, for good.
+    std::shared_ptr<const Tables> loadedTables();
+    std::shared_ptr<const Tables> tablesOfBlock(const std::optional<Data>& block);
+    /// The tables for a change: ours alone.
+    Tables& tablesToChange() LORVALE_REQUIRES(_mutex);
+    void load();
+    template <class Look>
+    auto read(Look look);
+    std::optional<std::string> textForKey(std::string_view key);
     std::string envelopeText();
+    /// The header block, if it is all that a summary needs.
+    std::optional<Data> blockForSummary();
 
-    bool _headersChanged = false;
-    std::weak_ptr<Message> _message;
-    std::optional<CachedHeaders> _cachedHeaders;
-    std::optional<HeaderDictionary> _allHeaders;
-    std::optional<HeaderOrder> _allHeadersOrder;
-    OriginalKeys _originalKeys;
+    mutable SmallMutex _mutex;  // not held while anything is read or decoded
+    bool _headersChanged LORVALE_GUARDED_BY(_mutex) = false;
+    bool _hasCachedHeaders LORVALE_GUARDED_BY(_mutex) = false;
+    mutable bool _tablesAreShared LORVALE_GUARDED_BY(_mutex) = false;  // others may be reading them
+    std::weak_ptr<Message> _message LORVALE_GUARDED_BY(_mutex);
+    CachedHeaders _cachedHeaders LORVALE_GUARDED_BY(_mutex);
+    std::shared_ptr<Tables> _tables LORVALE_GUARDED_BY(_mutex);  // null: nothing loaded
 };
 
 }  // namespace lorvale

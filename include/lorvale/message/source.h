@@ -29,6 +29,9 @@ public:
     /// What is at hand without reading the message, under names in any spelling.  A source that has to read for
     /// this and cannot calls Message::noteMissing() and answers none.
     virtual CachedHeaders cachedHeadersForMessage(Message& message) = 0;
+    /// Whether those are read from the header block, so that who needs more of it reads it once for both.  No,
+    /// unless a subclass says so.
+    virtual bool readsCachedHeaders() const { return false; }
     /// The header block as it stands, up to and including the empty line; nullopt when it cannot be had, for
     /// instance because another program has cut the file off.  The message then answers bytesAreMissing().
     virtual std::optional<Data> allHeadersForMessage(Message& message) = 0;

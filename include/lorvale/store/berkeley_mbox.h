@@ -53,6 +53,7 @@ public:
     void undeleteMessages(MessageList messages) override;
 
     CachedHeaders cachedHeadersForMessage(Message& message) override;
+    bool readsCachedHeaders() const override { return true; }
     std::optional<Data> allHeadersForMessage(Message& message) override;
     std::optional<Data> bodyForMessage(Message& message) override;
 

@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@ public:
           cached(cachedHeadersInBlock(headBytes)) {}
 
     CachedHeaders cachedHeadersForMessage(Message&) override { return ++cachedAsked, cached; }
+    bool readsCachedHeaders() const override { return readsBlock; }
     std::optional<Data> allHeadersForMessage(Message&) override { return ++headAsked, head; }
     std::optional<Data> bodyForMessage(Message&) override { return ++bodyAsked, body; }
     std::shared_ptr<MessageFlags> flagsForMessage(Message&) override {
@@ -26,7 +28,8 @@ public:
 
     std::optional<Data> head, body;
     CachedHeaders cached;
-    int cachedAsked = 0, headAsked = 0, bodyAsked = 0;
+    bool readsBlock = false;
+    std::atomic<int> cachedAsked = 0, headAsked = 0, bodyAsked = 0;
 };
 
 /// A message and the store it lives in.

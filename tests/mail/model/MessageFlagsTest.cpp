@@ -49,7 +49,7 @@ TEST(MessageFlags, PriorityIsTextInTheDictionary) {
         flags.setObject(text, MessagePriorityLevel);
         EXPECT_EQ(flags.priority(), number) << text;
     }
-    flags.setUserFlags(nullptr);
+    flags.setUserFlags(std::nullopt);
     EXPECT_EQ(flags.priority(), 5u);
 }
 
@@ -68,7 +68,7 @@ TEST(MessageFlags, ArchiveKeepsItsThreeValuesInOrder) {
     const auto xml = toPropertyList(flags).xml();
     const auto back =
         messageFlagsFromPropertyList(PropertyList::parse(Data::copyOf(xml)).value_or(PropertyList()));
-    EXPECT_EQ(*back->userFlags(), *flags.userFlags());
+    EXPECT_EQ(back->userFlags(), flags.userFlags());
     EXPECT_EQ(back->flagBits(), 10u);
     EXPECT_EQ(back->priority(), 3u);
 

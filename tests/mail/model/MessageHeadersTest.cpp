@@ -62,7 +62,8 @@ TEST(MessageHeaders, CachedKeysAreNormalisedAndShared) {
     for (auto* each : {&one, &other}) each->setCachedHeaders(given);
     EXPECT_EQ(one.subject(), "s");
     EXPECT_EQ(one.originalKeyForKey("subject"), "sUBJECT");
-    EXPECT_EQ(one.cachedHeaders().begin()->key.data(), other.cachedHeaders().begin()->key.data());
+    const auto cached = one.cachedHeaders(), others = other.cachedHeaders();
+    EXPECT_EQ((*cached.begin()).key.data(), (*others.begin()).key.data());
 }
 
 TEST(MessageHeaderThreads, ShareTheirKeys) {
@@ -98,6 +99,54 @@ TEST(MessageHeaders, EditsAreWrittenAndLostByAFlush) {
     headers.flushCachedData();
     EXPECT_EQ(headers.firstTextForKey("x-one"), "1");
     EXPECT_EQ(copy.firstTextForKey("x-two"), "3");
+}
+
+TEST(MessageHeaders, TakeBracedValuesAndHandOutSharesThatStay) {
+    const StoredMessage stored(kHead);
+    auto& headers = stored.headers();
+    const auto before = headers.allHeaders();
+    const auto order = headers.allHeadersOrder();
+    headers.setObject({"a", "b"}, "X-Own");
+    headers.setObject({}, "X-None");
+    EXPECT_THAT(headers.objectsForKey("x-own"), Optional(ElementsAre("a", "b")));
+    EXPECT_THAT(headers.objectsForKey("x-none"), Optional(ElementsAre()));
+    headers.flushCachedData();
+    EXPECT_EQ(before->count("x-own"), 0u);
+    EXPECT_EQ(before->at("received").size(), 2u);
+    EXPECT_EQ(order.size(), 9u);
+    EXPECT_EQ(headers.objectsForKey("x-own"), std::nullopt);
+}
+
+// Reading and changing in turn must not copy all headers each time.
+TEST(MessageHeaders, ManyChangesTakeTimeByTheirNumber) {
+    MessageHeaders headers;
+    for (int i = 0; i < 30'000; ++i) {
+        const auto key = "x-" + std::to_string(i);
+        if (!headers.firstObjectForKey(key)) headers.setObject("v", key);
+    }
+    EXPECT_EQ(headers.allHeadersOrder().size(), 30'000u);
+}
+
+TEST(MessageHeaders, SummaryIsWhatTheOthersSayByOneReading) {
+    for (const std::string& head : {std::string(kHead), std::string("To: t\nSubject: s\n\n"),
+                                    std::string("From x y\nDate: 1 Jan 2020 10:00 GMT\n\n"), std::string("\n"),
+                                    std::string("From: a\nFrom: b\nSubject: s\nSubject: t\nMessage-ID:\n\n")}) {
+        SCOPED_TRACE(head);
+        for (const bool readsBlock : {true, false}) {
+            const StoredMessage stored(head), asked(head);
+            stored.store->readsBlock = readsBlock;
+            const LogCapture log;
+            const auto summary = stored.headers().summary();
+            EXPECT_EQ(summary.from, asked.headers().sender());
+            EXPECT_EQ(summary.subject, asked.headers().subject());
+            EXPECT_EQ(summary.messageID, asked.headers().messageID());
+            EXPECT_EQ(summary.dateReceived, asked.headers().knownDateReceived());
+            if (!readsBlock) continue;
+            EXPECT_EQ(stored.store->headAsked, 1);
+            EXPECT_EQ(stored.store->cachedAsked, 0);
+            EXPECT_FALSE(stored.headers().hasAllHeaders());
+        }
+    }
 }
 
 TEST(MessageHeaders, IDOfAMessageWithoutOneIsMadeUp) {

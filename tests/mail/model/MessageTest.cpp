@@ -2,7 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <thread>
 
+#include "lorvale/platform/exception.h"
+#include "lorvale/platform/notification.h"
+#include "lorvale/values/text.h"
 #include "mail/model/RegisteredClass.h"
 #include "tests/mail/model/MemoryStore.h"
 #include "tests/support/LogCapture.h"
@@ -14,14 +18,25 @@ namespace {
 using testing::LogCapture;
 using testing::StoredMessage;
 
+/// While it lives there is a class of bodies that takes any message.
+struct OneBodyClass {
+    template <class Body = MessageBody>
+    explicit OneBodyClass(Body* = nullptr) {
+        MessageBody::bodyClasses().registerClass(
+            {"One", [](MessageHeaders&) { return 0.1F; }, [] { return std::make_shared<Body>(); }});
+    }
+    ~OneBodyClass() { MessageBody::bodyClasses().unregisterClass("One"); }
+};
+
 TEST(Message, LoadsItsPartsOnceAndOnDemand) {
+    const OneBodyClass bodies;
     const StoredMessage stored("Subject: s\n\n", "body\n");
     const auto& message = stored.message;
     EXPECT_EQ(stored.store->headAsked + stored.store->bodyAsked, 0);
     EXPECT_EQ(message->headers(), message->headers());
     EXPECT_EQ(message->messageFlags(), message->messageFlags());
     EXPECT_EQ(message->messageData()->view(), "Subject: s\n\nbody\n");
-    EXPECT_EQ(message->messageBody()->encodedBody()->view(), "body\n");
+    EXPECT_EQ(message->encodedBody()->view(), "body\n");
     EXPECT_EQ(stored.store->bodyAsked, 1);
     EXPECT_EQ(message->headers()->subject(), "s");
     EXPECT_EQ(message->cachedDataSize(), 15u);
@@ -45,7 +60,6 @@ TEST(Message, MadeOfBytesCarriesItsStoreWithIt) {
     const std::weak_ptr<MessageStore> store = message->messageStore();
     EXPECT_EQ(message->headers()->subject(), "\u00E9");
     EXPECT_EQ(message->messageData()->view(), kBytes);
-    EXPECT_EQ(message->messageBody()->message(), message);
     message.reset();
     EXPECT_TRUE(store.expired());
 }
@@ -62,8 +76,95 @@ TEST(Message, BodyIsOfTheMostWillingClass) {
     EXPECT_EQ(stored.message->description(), "<headers not yet loaded> <body not yet loaded> ");
     stored.message->messageBody();
     EXPECT_EQ(stored.message->description(), "To: t\nFrom: f\nSubject: s\nBody is of class OwnBody\n");
-    EXPECT_NE(StoredMessage("X: 1\n\n").message->messageBody()->className(), "OwnBody");
+    EXPECT_EQ(stored.message->messageBody()->message(), stored.message);
+    const StoredMessage other("X: 1\n\n");
+    EXPECT_EQ(other.message->messageBody(), nullptr) << "no class is willing";
+    EXPECT_EQ(other.message->encodedBody()->view(), "body\n");
     MessageBody::bodyClasses().unregisterClass("Own");
+}
+
+/// The text is the bytes in capitals.
+class LoudBody : public MessageBody {
+public:
+    using MessageBody::_encodedBody;
+    bool fails = false;
+
+protected:
+    std::optional<Data> encodeBody() override {
+        if (fails) throw GenericException("no");
+        return Data::copyOf(asciiLowered(_decodedBody()->string()));
+    }
+    std::shared_ptr<const AttributedText> decodeBody() override {
+        if (fails) throw GenericException("no");
+        auto text = _encodedBody().value_or(Data()).toString();
+        std::ranges::transform(text, text.begin(),
+                               [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+        return std::make_shared<const AttributedText>(text);
+    }
+};
+
+TEST(MessageBody, MakesEachFormOfTheOther) {
+    const OneBodyClass bodies(static_cast<LoudBody*>(nullptr));
+    const StoredMessage stored("Subject: s\n\n", "body");
+    const auto body = std::dynamic_pointer_cast<LoudBody>(stored.message->messageBody());
+    std::string heard;
+    const auto token = NotificationCenter::defaultCenter().addObserver(
+        [&](const Notification& notification) {
+            const auto& [key, value] = *notification.userInfo.begin();
+            heard += notification.name + " " +
+                     (value.type() == typeid(Data) ? std::any_cast<Data>(value).toString()
+                                                   : std::any_cast<AttributedText>(value).string());
+            heard += key == MessageEncodedBodyKey ? " bytes\n" : " text\n";
+        },
+        {}, body);
+    EXPECT_EQ(body->decodedBody()->string(), "BODY");
+    EXPECT_EQ(body->_encodedBody(), std::nullopt) << "the source has it";
+    body->setDecodedBody(AttributedText("NEW"));
+    EXPECT_EQ(body->encodedBody()->view(), "new");
+    EXPECT_EQ(heard,
+              "MessageBodyWillBeDecodedNotification body bytes\nMessageBodyWasDecodedNotification BODY text\n"
+              "MessageBodyWillBeEncodedNotification NEW text\nMessageBodyWasEncodedNotification new bytes\n");
+    EXPECT_EQ(stored.message->messageData()->view(), "Subject: s\n\nnew");
+    stored.message->flushCachedData();
+    EXPECT_EQ(body->encodedBody()->view(), "body");
+
+    const LogCapture log;
+    body->fails = true;
+    EXPECT_EQ(body->decodedBody(), nullptr);
+    body->setDecodedBody(AttributedText("X"));
+    EXPECT_EQ(body->encodedBody(), std::nullopt);
+    EXPECT_THAT(log.lines(), ::testing::ElementsAre("Exception raised during message decoding", "no",
+                                                    "Exception raised during message encoding", "no"));
+    body->setEncodedBody(Data::copyOf("y"));
+    body->fails = false;
+    EXPECT_EQ(body->decodedBody()->string(), "Y");
+}
+
+// Everything that loads lazily, asked for by all threads while one of them flushes: each gets the whole answer.
+TEST(MessageThreads, LoadFlagAndFlushAtOnce) {
+    const OneBodyClass bodies;
+    const StoredMessage stored("Received: r\nSubject: s\nMessage-ID: <1>\n\n", "body\n");
+    const auto& message = stored.message;
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int round = 0; round < 300; ++round) {
+                const auto headers = message->headers();
+                EXPECT_EQ(headers->subject(), "s");
+                EXPECT_EQ(headers->messageID(), "<1>");
+                for (const auto& [key, values] : headers->allHeaders()) EXPECT_EQ(values.size(), 1u) << key;
+                EXPECT_EQ(message->messageData()->size(), 45u);
+                const auto flags = message->messageFlags();
+                flags->setDeleted(t % 2 == 0);
+                flags->setObject(std::to_string(t), "Mark");
+                EXPECT_EQ(flags->objectForKey("Mark")->size(), 1u);
+                EXPECT_EQ(flags->priority(), 3u);
+                if (t == 0) message->flushCachedData();
+                if (t == 1 && round % 10 == 0) message->setHeaders(nullptr);
+                if (t == 2 && round % 10 == 0) message->setMessageStore(stored.store);
+            }
+        });
+    }
 }
 
 TEST(Message, EmptyOneIsFilledByHand) {
@@ -94,17 +195,17 @@ TEST(RegisteredClasses, AreTouchedOnceByRankAtTheFirstUseOfMessages) {
 TEST(Message, TellsThatItsBytesCannotBeHad) {
     const StoredMessage stored("Subject: s\n\n");
     stored.headers().allHeaders();
-    stored.message->messageBody()->encodedBody();
+    stored.message->encodedBody();
     EXPECT_FALSE(stored.message->bytesAreMissing());
     stored.message->flushCachedData();
     stored.store->body.reset();
     EXPECT_TRUE(stored.headers().encodedHeaders());
     EXPECT_FALSE(stored.message->bytesAreMissing());  // nobody has asked for the body yet
-    EXPECT_EQ(stored.message->messageBody()->encodedBody(), std::nullopt);
+    EXPECT_EQ(stored.message->encodedBody(), std::nullopt);
     stored.store->head.reset();
     EXPECT_EQ(stored.headers().encodedHeaders(), std::nullopt);
     stored.store->body = Data::copyOf("back again");
-    EXPECT_TRUE(stored.message->messageBody()->encodedBody());
+    EXPECT_TRUE(stored.message->encodedBody());
     EXPECT_TRUE(stored.message->bytesAreMissing());  // the headers
     stored.store->head = Data::copyOf("Subject: s\n\n");
     EXPECT_TRUE(stored.headers().encodedHeaders());

@@ -74,7 +74,7 @@ public:
 
     MessageList list;
     std::vector<std::string> keysSet;
-    int headerReads = 0;
+    std::atomic<int> headerReads = 0;
 };
 
 std::shared_ptr<Message> listed(std::string header, std::uint32_t flags = 0, std::uint32_t size = 0) {
@@ -523,6 +523,49 @@ TEST(DataStore, HoldsOneMessage) {
     EXPECT_FALSE(headless->messageStore()->allHeadersForMessage(*headless));
     EXPECT_THAT(log.lines(), ElementsAre("KTDataMessageStore: couldn't find body",
                                          "KTDataMessageStore: couldn't find body"));
+}
+
+// Three threads read, sort, look up and flag what the fourth appends, deletes and takes back.
+TEST(StoreThreads, ReadSortFlagAndFlushWhileMailArrives) {
+    const TemporaryFolder folder;
+    const auto store = ListStore::initWithPath(folder.path().string());
+    const auto letter = [](int i) {
+        return listed("From a Thu Aug 22 12:46:23 2002\nSubject: s" + std::to_string(i % 7) + "\n\n",
+                      i % 2 == 0 ? MessageFlags::kUnread : 0, 10);
+    };
+    std::vector<std::shared_ptr<Message>> first;
+    for (int i = 0; i < 300; ++i) first.push_back(letter(i));
+    store->fill(first);
+    std::atomic<bool> done = false;
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&, t] {
+            while (!done) {
+                const auto all = store->allMessages();
+                EXPECT_GE(all.size(), 300u);
+                const auto sorted = sortedMessages(all, t == 0 ? "subject" : "received-date", *store);
+                EXPECT_EQ(sorted.size(), all.size());
+                for (std::size_t i = 0; i < all.size(); i += 17) {
+                    EXPECT_EQ(all.indexOf(*all[i]), i);
+                    EXPECT_EQ(store->indexOfMessage(*all[i]), i);
+                    EXPECT_EQ(all[i]->messageStore(), store);
+                    all[i]->messageFlags()->setRepliedTo(t == 1);
+                    if (t == 2) all[i]->flushCachedData();
+                }
+                EXPECT_LE(store->count(), store->totalCount());
+                EXPECT_LE(store->unreadCount(), store->totalCount());
+            }
+        });
+    }
+    for (int round = 0; round < 40; ++round) {
+        store->fill(store->allMessages().appending({letter(round)}));
+        store->deleteMessages({store->allMessages().back()});
+        store->undeleteLastDeletedMessages();
+        store->setSortOrder(round % 2 == 0 ? "from" : "number");
+    }
+    done = true;
+    threads.clear();
+    EXPECT_EQ(store->totalCount(), 340u);
 }
 
 TEST(OpenStoresThreads, OpenFindAndCloseAtOnce) {

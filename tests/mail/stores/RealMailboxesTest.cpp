@@ -22,7 +22,7 @@ void listInEveryOrder(MessageStore& store) {
     for (const auto& message : store.allMessages()) {
         message->headers()->sender();
         message->headers()->subject();
-        message->messageBody()->encodedBody();
+        message->encodedBody();
         message->flushCachedData();
     }
 }
