@@ -10,11 +10,13 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/message/flags.h
     include/lorvale/message/headers.h
     include/lorvale/message/list.h
+    include/lorvale/message/mailboxes.h
     include/lorvale/message/share.h
     include/lorvale/message/source.h
     include/lorvale/message/subjects.h
     include/lorvale/message/willingness_registry.h
     include/lorvale/mime.h
+    include/lorvale/mime/dialect.h
     include/lorvale/platform.h
     include/lorvale/platform/exception.h
     include/lorvale/platform/localization.h

@@ -19,6 +19,8 @@ void keepModuleLoaded(const char* to, const char* from) {
     const MutexLock lock(mutex);
     const auto [place, isNew] = kept.try_emplace({to, from});
     if (isNew) place->second = ::iconv_open(to, from);
+    // Names come from strangers' mail: those that mean nothing are not remembered.
+    if (place->second == reinterpret_cast<iconv_t>(-1)) kept.erase(place);
 }
 
 }  // namespace

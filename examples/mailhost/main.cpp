@@ -13,6 +13,7 @@
 #include "Terminal.h"
 #include "Work.h"
 #include "lorvale/message.h"
+#include "lorvale/mime.h"
 #include "lorvale/platform.h"
 #include "lorvale/values/encoding.h"
 
@@ -28,6 +29,10 @@ void applySettings(const Arguments& arguments) {
     for (const auto& [key, value] : arguments.values(kDefault)) {
         lorvale::UserDefaults::standard().setArgument(key, value);
     }
+    const auto name = lorvale::UserDefaults::standard().stringForKey("MailDialect").value_or("standard");
+    const auto dialect = lorvale::mailDialectNamed(name);
+    if (!dialect) throw UsageError("MailDialect is \"classic\" or \"standard\", not \"" + name + "\"");
+    lorvale::setMailDialect(*dialect);
 }
 
 int complain(std::string_view text, int status) {

@@ -4,11 +4,34 @@
 
 #include "fuzz/mail/CodecFuzz.h"
 #include "lorvale/message/addresses.h"
+#include "lorvale/message/mailboxes.h"
+#include "mail/encoding/MimeHeaderEncoding.h"
+#include "mail/encoding/WordWriter.h"
 
 using namespace lorvale;
 
+namespace {
+
+/// Mailboxes with addresses of the usual form come back from a header.
+void requireStandardTrip(std::string_view text) {
+    static constexpr std::string_view kUsual = "abcdefghijklmnopqrstuvwxyz0123456789@.";
+    auto mailboxes = mailboxesInList(harmlessText(decodeAddressHeader(text)));
+    std::erase_if(mailboxes, [](const Mailbox& each) {
+        return each.address.find_first_not_of(kUsual) != std::string::npos ||
+               each.address.find('@') == std::string::npos;
+    });
+    for (auto& each : mailboxes) each.comment.clear();
+    for (auto& each : mailboxes) each.group.clear();
+    auto written = encodeAddressHeader(mailboxListText(mailboxes), 4);
+    std::erase(written, '\n');
+    fuzz::require(mailboxesInList(decodeAddressHeader(written)) == mailboxes);
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const auto text = fuzz::viewOf(bytes, size);
+    requireStandardTrip(text);
     const auto list = addressList(text);
     fuzz::require(list.has_value() == !text.empty());
     if (list) {

@@ -17,6 +17,7 @@
 #include "lorvale/message/flags.h"
 #include "lorvale/message/headers.h"
 #include "lorvale/message/list.h"
+#include "lorvale/message/mailboxes.h"
 #include "lorvale/message/source.h"
 #include "lorvale/message/subjects.h"
 #include "lorvale/message/willingness_registry.h"

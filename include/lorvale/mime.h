@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "lorvale/export.h"
+#include "lorvale/mime/dialect.h"
 #include "lorvale/values/data.h"
 #include "lorvale/values/encoding.h"
 
@@ -17,18 +18,40 @@ namespace lorvale {
 
 // Header values and parameters
 
-/// A header value with its encoded words read: "=?utf-8?Q?caf=C3=A9?=" gives "café".  White space behind an
-/// encoded word and at the start of the value is dropped.  A charset that is not known is read as the preferred
-/// encoding, else as ISO Latin 1, and logged.
-LORVALE_EXPORT std::string decodeMimeHeaderValue(std::string_view text);
+/// A header value with its encoded words read: "=?utf-8?Q?caf=C3=A9?=" gives "café".
+///
+/// Classic: white space behind an encoded word and at the start of the value is dropped.  A charset that is not
+/// known is read as the preferred encoding, else as ISO Latin 1, and logged.  `text` has one character a byte.
+///
+/// Standard: only white space between two words is dropped.  `text` is UTF-8 or else the bytes as they came.
+/// Text with an "=?" that opens no word stays as it is.  Lists of addresses are not for this operation: a name
+/// with a comma would come without its quotes.
+LORVALE_EXPORT std::string decodeMimeHeaderValue(std::string_view text, MailDialect dialect = mailDialect());
 
 /// A header value in ASCII, with encoded words where it needs them; an ASCII value that cannot be taken for an
-/// encoded word is answered as it is.  ISO-2022-JP text is folded with "\n ", all other text stays on one line.
-LORVALE_EXPORT std::string encodeMimeHeaderValue(std::string_view text);
+/// encoded word is answered as it is, but folded in the standard dialect.
+///
+/// Classic: ISO-2022-JP text is folded with "\n ", all other text stays on one line; words have no end mark.
+///
+/// Standard: lines end with "\n" in front of white space and stay below 78 columns, where there is white space
+/// to end them at, beside a name of up to 8 characters.  Line ends and control characters of `text` become
+/// blanks.
+LORVALE_EXPORT std::string encodeMimeHeaderValue(std::string_view text, MailDialect dialect = mailDialect());
 
 /// A parameter value as it stands after '=': quoted, with `"` and `\` escaped, when it holds a character of
 /// ()<>@,;:\"/[]?= and unchanged otherwise.
 LORVALE_EXPORT std::string quotedMimeString(std::string_view text);
+
+/// A parameter of a MIME header, "name=value", with its value in UTF-8.
+///
+/// Classic: the value as quotedMimeString() has it, whatever it holds.
+///
+/// Standard: a value in ASCII as a token or a quoted string (RFC 2045, section 5.1), every other one as RFC
+/// 2231 has it, with a plain form in front for readers that do not know it, in which "_" stands for what is not
+/// ASCII: `filename="_.txt"; filename*=utf-8''%C3%A9.txt`.  Long values are cut ("filename*0*=...;
+/// filename*1*=..."), so that the header can be folded.  Control characters become blanks.
+LORVALE_EXPORT std::string mimeParameter(std::string_view name, std::string_view value,
+                                         MailDialect dialect = mailDialect());
 
 /// MIME keywords are equal without regard to ASCII case and to a leading "x-" on either side.
 LORVALE_EXPORT bool isKeyEqual(std::string_view a, std::string_view b);

@@ -2,6 +2,7 @@
 #include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/Charsets.h"
+#include "mail/encoding/EncodedWord.h"
 #include "mail/encoding/HeaderWords.h"
 #include "mail/encoding/TransferDecoders.h"
 

@@ -3,6 +3,7 @@
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/Charsets.h"
+#include "mail/encoding/EncodedWord.h"
 #include "mail/encoding/HeaderWords.h"
 
 namespace lorvale {

@@ -2,34 +2,47 @@
 
 #include "lorvale/mime.h"
 #include "mail/encoding/HeaderWords.h"
+#include "mail/encoding/NamedCharset.h"
 
 namespace lorvale {
 
-std::string decodeHeaderValue(std::string_view text, StringEncoding preferred) {
-    return readClassicWords(text, preferred);
+std::string decodeHeaderValue(std::string_view text, StringEncoding preferred, MailDialect dialect) {
+    return dialect == MailDialect::classic ? readClassicWords(text, preferred)
+                                           : readStandardWords(text, preferred);
 }
 
-std::string encodeHeaderValue(std::string_view text, StringEncoding preferred) {
-    return writeClassicWords(text, preferred);
+std::string encodeHeaderValue(std::string_view text, StringEncoding preferred, MailDialect dialect) {
+    constexpr std::size_t kColumn = 10;  // leaves room for the name of the header
+    return dialect == MailDialect::classic ? writeClassicWords(text, preferred)
+                                           : writeStandardWords(text, kColumn, preferred);
 }
 
-std::string decodeMimeHeaderValue(std::string_view text) {
-    return decodeHeaderValue(text, preferedMIMEStringEncoding());
+std::string decodeMimeHeaderValue(std::string_view text, MailDialect dialect) {
+    return decodeHeaderValue(text, preferedMIMEStringEncoding(), dialect);
 }
 
-std::string encodeMimeHeaderValue(std::string_view text) {
-    return encodeHeaderValue(text, preferedMIMEStringEncoding());
+std::string encodeMimeHeaderValue(std::string_view text, MailDialect dialect) {
+    return encodeHeaderValue(text, preferedMIMEStringEncoding(), dialect);
 }
 
-std::string quotedMimeString(std::string_view text) {
-    constexpr std::string_view kSpecial = "()<>@,;:\\\"/[]?=";
-    if (text.find_first_of(kSpecial) == std::string_view::npos) return std::string(text);
-    std::string quoted = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') quoted += '\\';
-        quoted += c;
-    }
-    return quoted + '"';
+std::string decodeAddressHeader(std::string_view bytes) {
+    return readStandardAddresses(bytes, preferedMIMEStringEncoding());
+}
+
+std::string decodeStructuredHeader(std::string_view bytes) {
+    return decodeUnlabelled(bytes, preferedMIMEStringEncoding());
+}
+
+std::string encodeTextHeader(std::string_view text, std::size_t column) {
+    return writeStandardWords(text, column, preferedMIMEStringEncoding());
+}
+
+std::string encodeAddressHeader(std::string_view text, std::size_t column) {
+    return writeStandardAddresses(text, column, preferedMIMEStringEncoding());
+}
+
+std::string encodeStructuredHeader(std::string_view text, std::size_t column) {
+    return writeStandardStructure(text, column);
 }
 
 }  // namespace lorvale

@@ -1,45 +1,22 @@
 #include "mail/model/HeaderDecoding.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "base/text/Ascii.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/text.h"
+#include "mail/encoding/MimeHeaderEncoding.h"
+#include "mail/model/HeaderClasses.h"
+#include "mail/model/HeaderLines.h"
 
 namespace lorvale {
 
 namespace {
 
-/// How repeated lines of one header are treated.  With neither flag the first line counts and the others are
-/// dropped, as for every header that is not in the table.
-struct HeaderClass {
-    std::string_view key;
-    bool accumulates;  ///< each line adds a value
-    bool replaces;     ///< each line throws the values before it away
-};
-constexpr auto kHeaderClasses = std::to_array<HeaderClass>({
-    {"to", true, false},
-    {"subject", false, false},
-    {"cc", true, false},
-    {"reply-to", false, false},
-    {"date", false, false},
-    {"from", false, true},
-    {"tarn-reference", false, false},
-    {"received", true, false},
-});
-
-constexpr HeaderClass kOtherHeader{"", false, false};
-
-const HeaderClass& headerClass(std::string_view key) {
-    const auto* const found = std::ranges::find(kHeaderClasses, key, &HeaderClass::key);
-    return found == kHeaderClasses.end() ? kOtherHeader : *found;
-}
-
 constexpr std::string_view kEnvelopeMark = "From ";
-// A carriage return is none of it: lines end with a newline alone, and what stands before it is the value.
+// A carriage return is none of it: in the classic dialect what stands before the newline is the value.
 constexpr std::string_view kWhite = " \t\n";
 
 std::string_view withoutLeadingWhite(std::string_view text) {
@@ -51,96 +28,77 @@ std::string textOfBytes(std::string_view bytes) {
     return isAscii(bytes) ? std::string(bytes) : decodeCString(bytes);
 }
 
-std::string decodedValue(std::string_view bytes) {
-    // ASCII stands for itself in every encoding that can be the default one.
-    return isAscii(bytes) ? decodeMimeHeaderValue(bytes) : decodeMimeHeaderValue(decodeCString(bytes));
-}
-
-/// Hands out the lines of a header block with folded ones joined: the newline and one blank or tab behind it
-/// go.
-class LogicalLines {
-public:
-    explicit LogicalLines(std::string_view block) : _rest(block) {}
-
-    /// The next line without its newline, good until the next call; nullopt at an empty line or the end.
-    std::optional<std::string_view> next() {
-        _joined.clear();
-        bool folded = false;
-        for (;;) {
-            const auto newline = _rest.find('\n');
-            const bool ended = newline == std::string_view::npos;
-            const auto piece = _rest.substr(0, newline);
-            _rest.remove_prefix(ended ? _rest.size() : newline + 1);
-            if (!_rest.empty() && isAsciiBlank(_rest.front())) {
-                _joined += piece;
-                folded = true;
-                _rest.remove_prefix(1);
-                continue;
-            }
-            if (folded) _joined += piece;
-            const auto line = folded ? std::string_view(_joined) : piece;
-            // Less than two bytes, the newline counted, are no header line any more.
-            if (line.size() + (ended ? 0 : 1) < 2) return std::nullopt;
-            return line;
-        }
-    }
-
-private:
-    std::string_view _rest;
-    std::string _joined;  // of a folded line; all others are slices of the block
-};
-
 struct Field {
     std::string_view name, value;
 };
 
+/// The line is folded still.
 std::optional<Field> fieldInLine(std::string_view line) {
     const auto colon = line.find(':');
     if (colon == std::string_view::npos) return std::nullopt;
-    return Field{withoutLeadingWhite(line.substr(0, colon)), line.substr(colon + 1)};
+    return Field{line.substr(0, colon), line.substr(colon + 1)};
 }
 
-/// The headers to decode, in lower case; none: all.
-using Wanted = std::span<const std::string_view>;
+/// Printable ASCII, as RFC 5322, section 2.2, has it.  Others are lines that got into a header by mistake.
+bool isStandardName(std::string_view name) {
+    return !name.empty() && std::ranges::all_of(name, [](char c) { return c > ' ' && c < 0x7F; });
+}
 
 class HeaderBlockDecoder {
 public:
+    /// `wanted` are the only headers that are read, in lower case; all of them when it is empty.
     HeaderBlockDecoder(HeaderDictionary& headers, HeaderOrder& order, OriginalKeys& originalKeys,
-                       Wanted wanted = {})
-        : _headers(headers), _order(order), _originalKeys(originalKeys), _wanted(wanted) {}
+                       MailDialect dialect, std::span<const std::string_view> wanted = {})
+        : _headers(headers), _order(order), _originalKeys(originalKeys), _dialect(dialect), _wanted(wanted) {}
 
     void decode(std::string_view block) {
-        LogicalLines lines(block);
+        HeaderLines lines(block, _dialect);
         bool first = true;
         while (const auto line = lines.next()) {
-            if (isAsciiBlank(line->front())) {
-                if (_open != nullptr) appendToLastValue(*line);
-            } else if (first && line->starts_with(kEnvelopeMark)) {
-                addField({kEnvelopeMark, line->substr(kEnvelopeMark.size())});
-            } else if (const auto field = fieldInLine(*line)) {
-                addField(*field);
-            }
+            // A fold in front of the colon is rare; all others are undone when the value is wanted.
+            const bool isOdd = line->substr(0, line->find(':')).find_first_of("\r\n") != std::string_view::npos;
+            takeLine(lines, isOdd ? std::string(lines.unfolded(*line)) : *line, first);
             first = false;
         }
     }
 
 private:
-    void addField(const Field& field) {
-        _open = nullptr;
-        if (!_wanted.empty() && !isWanted(field.name)) return;
-        setKey(field.name);
-        const auto& row = headerClass(_key);
-        if (row.accumulates || row.replaces) {
-            addToValues(field, row);
-        } else {
-            addFirst(field);
+    void takeLine(HeaderLines& lines, std::string_view line, bool first) {
+        if (isAsciiBlank(line.front())) {
+            if (_open != nullptr) appendToLastValue(lines.unfolded(line));
+        } else if (first && line.starts_with(kEnvelopeMark)) {
+            addField(lines, {kEnvelopeMark, line.substr(kEnvelopeMark.size())});
+        } else if (auto field = fieldInLine(line)) {
+            if (standardises()) {
+                field->name = trimmed(field->name, kWhite);  // RFC 5322, section 4.5
+                if (!isStandardName(field->name)) return;
+            } else {
+                field->name = withoutLeadingWhite(field->name);
+            }
+            addField(lines, *field);
         }
     }
 
-    void addFirst(const Field& field) {
+    bool standardises() const { return _dialect == MailDialect::standard; }
+
+    void addField(HeaderLines& lines, const Field& field) {
+        _open = nullptr;
+        if (!isWanted(field.name)) return;
+        setKey(field.name);
+        const auto& row = headerClass(_key);
+        const auto value = lines.unfolded(field.value);
+        if (row.accumulates || row.replaces) {
+            addToValues({field.name, value}, row);
+        } else {
+            addFirst({field.name, value}, row);
+        }
+    }
+
+    void addFirst(const Field& field, const HeaderClass& row) {
         const auto place = _headers.lower_bound(_key);
         if (place != _headers.end() && place->first == _key) return;
-        _headers.try_emplace(place, _key)->second.push_back(decodedValue(withoutLeadingWhite(field.value)));
+        const auto value = standardises() ? trimmed(field.value, kWhite) : withoutLeadingWhite(field.value);
+        _headers.try_emplace(place, _key)->second.push_back(decoded(value, row.syntax));
         _order.push_back(_key);
         _originalKeys.insert_or_assign(_key, textOfBytes(field.name));
     }
@@ -153,7 +111,7 @@ private:
         }
         _open = &place->second;
         const auto value = trimmed(field.value, kWhite);
-        if (!value.empty()) _open->push_back(decodedValue(value));
+        if (!value.empty()) _open->push_back(decoded(value, row.syntax));
         _order.push_back(_key);
     }
 
@@ -164,7 +122,26 @@ private:
         auto& last = _open->back();
         last += '\n';
         last += line.front();
-        last += decodedValue(value);
+        last += decoded(value, HeaderSyntax::text);
+    }
+
+    std::string decoded(std::string_view value, HeaderSyntax syntax) const {
+        if (standardises()) return decodeStandardValue(value, syntax);
+        // ASCII stands for itself in every encoding that can be the default one.
+        return decodeMimeHeaderValue(isAscii(value) ? std::string(value) : decodeCString(value),
+                                     MailDialect::classic);
+    }
+
+    static std::string decodeStandardValue(std::string_view value, HeaderSyntax syntax) {
+        switch (syntax) {
+            case HeaderSyntax::addresses:
+                return decodeAddressHeader(value);
+            case HeaderSyntax::structured:
+                return decodeStructuredHeader(value);
+            case HeaderSyntax::text:
+                break;
+        }
+        return decodeMimeHeaderValue(value, MailDialect::standard);
     }
 
     void setKey(std::string_view name) {
@@ -177,59 +154,88 @@ private:
     }
 
     bool isWanted(std::string_view name) const {
-        return std::ranges::any_of(_wanted,
-                                   [name](std::string_view key) { return equalIgnoringAsciiCase(name, key); });
+        return _wanted.empty() || std::ranges::any_of(_wanted, [name](std::string_view key) {
+                   return equalIgnoringAsciiCase(name, key);
+               });
     }
 
     HeaderDictionary& _headers;
     HeaderOrder& _order;
     OriginalKeys& _originalKeys;
-    const Wanted _wanted;
+    const MailDialect _dialect;
+    const std::span<const std::string_view> _wanted;
     std::string _key;                           // of the line at hand, in lower case
     std::vector<std::string>* _open = nullptr;  // values of the header before, if it can be repeated
+};
+
+/// A few headers of a block.
+struct SomeHeaders {
+    SomeHeaders(std::string_view bytes, std::span<const std::string_view> keys, MailDialect dialect) {
+        HeaderOrder order;
+        HeaderBlockDecoder(headers, order, originalKeys, dialect, keys).decode(bytes);
+    }
+
+    std::string* firstValue(std::string_view key) {
+        const auto found = headers.find(key);
+        return found == headers.end() || found->second.empty() ? nullptr : &found->second.front();
+    }
+
+    HeaderDictionary headers;
+    OriginalKeys originalKeys;
 };
 
 }  // namespace
 
 void decodeHeaderBlock(std::string_view bytes, HeaderDictionary& headers, HeaderOrder& order,
-                       OriginalKeys& originalKeys) {
-    HeaderBlockDecoder(headers, order, originalKeys).decode(bytes);
+                       OriginalKeys& originalKeys, MailDialect dialect) {
+    HeaderBlockDecoder(headers, order, originalKeys, dialect).decode(bytes);
 }
 
 std::vector<std::optional<std::string>> firstValuesInBlock(std::string_view bytes,
-                                                           std::span<const std::string_view> keys) {
-    HeaderDictionary headers;
-    HeaderOrder order;
-    OriginalKeys originalKeys;
-    HeaderBlockDecoder(headers, order, originalKeys, keys).decode(bytes);
+                                                           std::span<const std::string_view> keys,
+                                                           MailDialect dialect) {
+    if (keys.empty()) return {};
+    SomeHeaders some(bytes, keys, dialect);
     std::vector<std::optional<std::string>> values;
     for (const auto key : keys) {
-        const auto found = headers.find(key);
-        const bool has = found != headers.end() && !found->second.empty();
-        values.push_back(has ? std::optional(found->second.front()) : std::nullopt);
+        const auto* const value = some.firstValue(key);
+        values.push_back(value != nullptr ? std::optional(*value) : std::nullopt);
     }
     return values;
 }
 
-CachedHeaders cachedHeadersInBlock(std::string_view bytes) {
-    HeaderDictionary headers;
-    HeaderOrder order;
-    OriginalKeys originalKeys;
-    HeaderBlockDecoder(headers, order, originalKeys, MessageHeaders::cachedKeys()).decode(bytes);
+CachedHeaders cachedHeadersInBlock(std::string_view bytes, MailDialect dialect) {
+    SomeHeaders some(bytes, MessageHeaders::cachedKeys(), dialect);
     CachedHeaders cached;
     for (const auto key : MessageHeaders::cachedKeys()) {
-        const auto found = headers.find(key);
-        if (found == headers.end() || found->second.empty()) continue;
-        cached.set(originalKeys.find(key)->second, std::move(found->second.front()));
+        auto* const value = some.firstValue(key);
+        if (value != nullptr) cached.set(some.originalKeys.find(key)->second, std::move(*value));
     }
     return cached;
 }
 
-std::optional<std::string> envelopeInBlock(std::string_view bytes) {
-    LogicalLines lines(bytes);
+std::optional<std::string> envelopeInBlock(std::string_view bytes, MailDialect dialect) {
+    HeaderLines lines(bytes, dialect);
     const auto line = lines.next();
-    if (!line || !line->starts_with(kEnvelopeMark)) return std::nullopt;
-    return decodedValue(withoutLeadingWhite(line->substr(kEnvelopeMark.size())));
+    const auto envelope = line ? lines.unfolded(*line) : std::string_view();
+    if (!envelope.starts_with(kEnvelopeMark)) return std::nullopt;
+    const auto value = envelope.substr(kEnvelopeMark.size());
+    if (dialect == MailDialect::standard) return decodeMimeHeaderValue(trimmed(value, kWhite), dialect);
+    return decodeMimeHeaderValue(textOfBytes(withoutLeadingWhite(value)), dialect);
+}
+
+std::optional<std::size_t> headerEnd(std::string_view message, MailDialect dialect) {
+    if (dialect == MailDialect::classic) {
+        const auto end = message.find("\n\n");
+        return end == std::string_view::npos ? std::nullopt : std::optional(end + 2);
+    }
+    HeaderLines lines(message, dialect);
+    while (lines.next()) continue;
+    return lines.endedAtEmptyLine() ? std::optional(lines.position()) : std::nullopt;
+}
+
+std::size_t headerLength(std::string_view message, MailDialect dialect) {
+    return headerEnd(message, dialect).value_or(message.size());
 }
 
 }  // namespace lorvale

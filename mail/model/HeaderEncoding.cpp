@@ -4,9 +4,13 @@
 #include <map>
 #include <span>
 
+#include "base/text/Ascii.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/text.h"
+#include "mail/encoding/MimeHeaderEncoding.h"
+#include "mail/encoding/WordWriter.h"
+#include "mail/model/HeaderClasses.h"
 
 namespace lorvale {
 
@@ -44,42 +48,53 @@ private:
 
 class HeaderBlockEncoder {
 public:
+    explicit HeaderBlockEncoder(MailDialect dialect) : _dialect(dialect) {}
+
+    void addEnvelope(std::string_view value) {
+        if (_dialect == MailDialect::standard) {
+            _block.append("From " + harmlessText(value) + '\n');
+        } else {
+            append("From ");
+            appendClassic(value);
+        }
+    }
+
+    void addHeader(std::string_view key, std::string_view name, std::string_view value) {
+        if (_dialect == MailDialect::standard) return addStandard(key, name, value);
+        append(classicName(name));
+        append(": ");
+        appendClassic(encodeMimeHeaderValue(value, MailDialect::classic));
+    }
+
+    Data finished() {
+        _block.append("\n");
+        return _block.data();
+    }
+
+private:
+    /// A name in which nothing ends the line or the name.  One from mail never begins with white space, which
+    /// would make it part of the header before.
+    static std::string classicName(std::string_view name) {
+        name.remove_prefix(std::min(name.find_first_not_of(kAsciiWhite), name.size()));
+        std::string harmless(name);
+        std::ranges::replace_if(
+            harmless, [](char c) { return c == ':' || (isAsciiControl(c) && c != '\t'); }, '-');
+        return harmless;
+    }
+
     /// A newline can hide in an encoded word.  Written as it is it would end the header, or the block, and turn
     /// what follows into headers or text of the sender's choice; as a fold it does no harm.
-    void addLine(std::string_view start, std::string_view value) {
-        append(start);
+    void appendClassic(std::string_view value) {
         for (;;) {
             const auto newline = value.find('\n');
             appendHarmless(value.substr(0, newline));
             if (newline == std::string_view::npos) break;
             value.remove_prefix(newline + 1);
-            const bool isFold = value.starts_with(' ') || value.starts_with('\t');
-            append(isFold ? "\n" : "\n ");
+            append(value.starts_with(' ') || value.starts_with('\t') ? "\n" : "\n ");
         }
         append("\n");
     }
 
-    /// A name in which nothing ends the line or the name.  One from mail never begins with white space, which
-    /// would make it part of the header before.
-    void addName(std::string_view name) {
-        name.remove_prefix(std::min(name.find_first_not_of(kAsciiWhite), name.size()));
-        std::string harmless(name);
-        std::ranges::replace_if(
-            harmless, [](char c) { return c == ':' || (c >= '\0' && c < ' ' && c != '\t'); }, '-');
-        append(harmless);
-    }
-
-    void append(std::string_view text) {
-        if (isAscii(text)) {
-            _block.append(text);
-        } else {
-            _block.append(encodeCString(text));
-        }
-    }
-
-    Data data() { return _block.data(); }
-
-private:
     /// Bytes that one reader or another takes for a line end become blanks.  The carriage return of a CRLF
     /// stays: the message has such line ends.
     void appendHarmless(std::string_view text) {
@@ -92,31 +107,66 @@ private:
         if (hasReturn) append("\r");
     }
 
+    void append(std::string_view text) {
+        if (isAscii(text)) {
+            _block.append(text);
+        } else {
+            _block.append(encodeCString(text));
+        }
+    }
+
+    /// RFC 5322, section 2.2: the name is printable ASCII without a colon.
+    static std::string standardName(std::string_view name) {
+        std::string valid(trimmed(name));
+        std::ranges::replace_if(
+            valid, [](char c) { return c <= ' ' || c >= 0x7F || c == ':'; }, '-');
+        return valid.empty() ? "-" : valid;
+    }
+
+    void addStandard(std::string_view key, std::string_view rawName, std::string_view value) {
+        const auto name = standardName(rawName);
+        // Behind a long name the value has a line of its own.
+        constexpr std::size_t kLongName = 40;
+        const bool isLong = name.size() > kLongName;
+        _block.append(name);
+        _block.append(isLong ? ":\n " : ": ");
+        const auto column = isLong ? 1 : name.size() + 2;
+        switch (headerClass(key).syntax) {
+            case HeaderSyntax::text:
+                _block.append(encodeTextHeader(value, column));
+                break;
+            case HeaderSyntax::addresses:
+                _block.append(encodeAddressHeader(value, column));
+                break;
+            case HeaderSyntax::structured:
+                _block.append(encodeStructuredHeader(value, column));
+                break;
+        }
+        _block.append("\n");
+    }
+
     static constexpr std::string_view kLineEnds{"\r\0\v\f\x1C\x1D\x1E", 7};
+    const MailDialect _dialect;
     ByteBuffer _block;
 };
 
 }  // namespace
 
 Data encodeHeaderBlock(const HeaderDictionary& headers, const HeaderOrder& order,
-                       const OriginalKeys& originalKeys, EnvelopeLine envelope) {
-    HeaderBlockEncoder block;
+                       const OriginalKeys& originalKeys, EnvelopeLine envelope, MailDialect dialect) {
+    HeaderBlockEncoder block(dialect);
     if (envelope == EnvelopeLine::write) {
         const auto found = headers.find(kFromSpaceKey);
-        if (found != headers.end() && !found->second.empty()) block.addLine("From ", found->second.front());
+        if (found != headers.end() && !found->second.empty()) block.addEnvelope(found->second.front());
     }
     OccurrenceValues values(headers);
     for (const auto& key : order) {
         if (key == kFromSpaceKey) continue;
         const auto original = originalKeys.find(key);
         const std::string& name = original == originalKeys.end() ? key : original->second;
-        for (const auto& value : values.next(key)) {
-            block.addName(name);
-            block.addLine(": ", encodeMimeHeaderValue(value));
-        }
+        for (const auto& value : values.next(key)) block.addHeader(key, name, value);
     }
-    block.append("\n");
-    return block.data();
+    return block.finished();
 }
 
 }  // namespace lorvale

@@ -2,6 +2,7 @@
 
 #include "lorvale/message.h"
 #include "lorvale/platform/log.h"
+#include "mail/model/HeaderDecoding.h"
 #include "mail/stores/CachedHeaderReading.h"
 
 namespace lorvale {
@@ -31,12 +32,9 @@ CachedHeaders KTDataMessageStore::cachedHeadersForMessage(Message& message) {
 }
 
 std::optional<std::size_t> KTDataMessageStore::headerLength() const {
-    const auto emptyLine = _data.view().find("\n\n");
-    if (emptyLine == std::string_view::npos) {
-        log("KTDataMessageStore: couldn't find body");
-        return std::nullopt;
-    }
-    return emptyLine + 2;
+    const auto length = headerEnd(_data.view());
+    if (!length) log("KTDataMessageStore: couldn't find body");
+    return length;
 }
 
 std::optional<Data> KTDataMessageStore::allHeadersForMessage(Message&) {

@@ -8,6 +8,7 @@
 #include <map>
 
 #include "base/files/FileSystem.h"
+#include "lorvale/mime/dialect.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/store/constants.h"
 #include "lorvale/values/format.h"
@@ -133,11 +134,12 @@ private:
         const auto length = mboxHeaderLength(_message);
         const auto headers = _message.substr(0, length);
         const auto crlfEnd = headers.find("\n\r\n");
-        if (crlfEnd != std::string_view::npos) {
+        const bool seesCrlf = mailDialect() == MailDialect::standard;
+        if (crlfEnd != std::string_view::npos && !seesCrlf) {
             add(kError, "crlf", crlfEnd + 1, "the empty line behind the headers ends in CRLF and is not seen");
             return;
         }
-        if (!headers.ends_with("\n\n")) {
+        if (!headers.ends_with("\n\n") && !(seesCrlf && headers.ends_with("\n\r\n"))) {
             add(kError, "no-header-end", 0,
                 "no empty line ends the headers; all of the message is read as such");
         }
@@ -147,6 +149,7 @@ private:
     void checkHeaderLines(std::string_view headers) {
         for (auto at = lineAt(headers, 0).size() + 1; at < headers.size();) {
             const auto line = lineAt(headers, at);
+            if (line == "\r") break;  // the empty line at the end, with CRLF
             const bool folded = line.starts_with(' ') || line.starts_with('\t');
             const bool escaped = line.starts_with(">From ");  // see checkEnvelope()
             if (!line.empty() && !folded && !escaped && line.find(':') == std::string_view::npos) {

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "base/text/ByteSet.h"
+#include "mail/model/HeaderDecoding.h"
 
 namespace lorvale {
 
@@ -49,8 +50,7 @@ std::vector<MboxRange> mboxRanges(std::string_view bytes) {
 }
 
 std::size_t mboxHeaderLength(std::string_view message) {
-    const auto end = message.find("\n\n");
-    return end == std::string_view::npos ? message.size() : end + 2;
+    return headerLength(message);
 }
 
 std::string_view mboxPadding(std::string_view bytes) {

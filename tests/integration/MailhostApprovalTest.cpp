@@ -76,8 +76,7 @@ const Case kCases[] = {
 };
 
 std::filesystem::path approvedFile(const Case& theCase) {
-    return sourceFolder() / "tests/integration/approved" /
-           (std::string(theCase.name) + ".txt");
+    return sourceFolder() / "tests/integration/approved" / (std::string(theCase.name) + ".txt");
 }
 
 /// Where the checkout lies is nobody's business.
@@ -122,8 +121,7 @@ INSTANTIATE_TEST_SUITE_P(All, MailhostApproval, ::testing::ValuesIn(kCases), [](
 
 TEST(Mailhost, SetsUserDefaultsAndFoldersForOneRun) {
     const TemporaryFolder home;
-    std::filesystem::copy_file(sourceFolder() / "examples/mail/lists",
-                               home / "lists");
+    std::filesystem::copy_file(sourceFolder() / "examples/mail/lists", home / "lists");
     const auto list = [&](const std::string& more) {
         const auto outcome =
             runShell("mailhost list --json --home " + shellWord(home.path().string()) + " --config " +
@@ -131,11 +129,14 @@ TEST(Mailhost, SetsUserDefaultsAndFoldersForOneRun) {
         EXPECT_EQ(outcome.status, 0) << outcome.errors;
         return outcome.output;
     };
-    // A subject there has a charset that the library does not know: the preferred encoding is taken for it.
-    const auto plain = list("");
-    const std::string preference = "KTPreferedStringEncodingForMailMessage=";
-    EXPECT_TRUE(list("-o '" + preference + "Central European (Windows 1250)'") != plain);
-    EXPECT_TRUE(list("-o '" + preference + "Nonsense'") == plain);
+    // A subject there has a charset that the classic dialect does not know: it takes the preferred encoding.
+    const std::string classic = "-o MailDialect=classic ";
+    const auto plain = list(classic);
+    EXPECT_TRUE(list("-o MailDialect=Standard") == list("") && plain != list(""));
+    const std::string preference = classic + "-o 'KTPreferedStringEncodingForMailMessage=";
+    EXPECT_TRUE(list(preference + "Central European (Windows 1250)'") != plain);
+    EXPECT_TRUE(list(preference + "Nonsense'") == plain);
+    EXPECT_EQ(runShell("mailhost list -o MailDialect=some examples/mail/lists").status, 2);
     EXPECT_FALSE(std::filesystem::exists(home / "config")) << "reading must not make settings";
 }
 

@@ -13,15 +13,16 @@ struct HeaderBlock {
     friend bool operator==(const HeaderBlock&, const HeaderBlock&) = default;
 };
 
-inline HeaderBlock decodeBlock(std::string_view bytes) {
+inline HeaderBlock decodeBlock(std::string_view bytes, MailDialect dialect = MailDialect::classic) {
     HeaderBlock block;
-    decodeHeaderBlock(bytes, block.headers, block.order, block.originalKeys);
+    decodeHeaderBlock(bytes, block.headers, block.order, block.originalKeys, dialect);
     return block;
 }
 
 /// Whether the cached headers, read alone, are those that decoding the whole block gave.
-inline bool cachedHeadersAgree(std::string_view bytes, const HeaderBlock& whole) {
-    const auto cached = cachedHeadersInBlock(bytes);
+inline bool cachedHeadersAgree(std::string_view bytes, const HeaderBlock& whole,
+                               MailDialect dialect = MailDialect::classic) {
+    const auto cached = cachedHeadersInBlock(bytes, dialect);
     std::size_t expected = 0;
     for (const auto key : MessageHeaders::cachedKeys()) {
         const auto found = whole.headers.find(key);

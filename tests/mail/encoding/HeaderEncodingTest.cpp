@@ -91,6 +91,47 @@ TEST(HeaderEncoding, WritesOneOpenerAndNoEndMark) {
     EXPECT_EQ(encodeHeaderValue("é€\u010A", StringEncoding::unicode), "=?unicode-1-1?q?=00=E9 =AC=01=0A");
 }
 
+std::string standardWords(std::string_view text, StringEncoding preferred = StringEncoding::unknown) {
+    return encodeHeaderValue(text, preferred, MailDialect::standard);
+}
+
+/// What is usual stands in docs/dialects.md.
+TEST(StandardWords, ArePreferredAndCutWell) {
+    EXPECT_EQ(standardWords("ł", StringEncoding::isoLatin2), "=?iso-8859-2?Q?=B3?=");
+    EXPECT_EQ(standardWords("é", StringEncoding::isoLatin2), "=?iso-8859-2?Q?=E9?=");
+    EXPECT_EQ(standardWords("日本", StringEncoding::iso2022JP), "=?iso-2022-jp?B?GyRCRnxLXBsoQg==?=");
+    EXPECT_EQ(standardWords("日", StringEncoding::isoLatin2), "=?utf-8?B?5pel?=") << "which does not hold it";
+    EXPECT_EQ(standardWords("\u0080", StringEncoding::isoLatin1), "=?utf-8?B?woA=?=")
+        << "which others read as CP 1252";
+    EXPECT_EQ(standardWords("é", StringEncoding::unicode), "=?utf-8?B?w6k=?=") << "which others do not know";
+    EXPECT_EQ(standardWords("a =?b"), "a =?us-ascii?B?PT9i?=");
+    EXPECT_EQ(standardWords(" a "), "=?us-ascii?Q?_a_?=") << "blanks at the ends would get lost";
+    EXPECT_EQ(standardWords("a\r\n b\x01\tc"), "a b \tc");
+    EXPECT_EQ(standardWords("\x80"), "=?utf-8?B?4oKs?=") << "not UTF-8: code page 1252";
+    for (const auto line : split(standardWords(std::string(2000, 'x') + " é"), '\n'))
+        EXPECT_LE(line.size(), 76u);
+}
+
+TEST(StandardWords, AreReadAsTheyComeInMail) {
+    const TextRow rows[] = {
+        {"words in two charsets", "=?koi8-r?b?xA==?= =?utf-8?q?=D0=B0?=", "да"},
+        {"other names of charsets", "=?x-sjis?b?k/o=?= =?gb2312?b?yNU=?= =?KS_C_5601-1987?b?7O0=?=", "日日日"},
+        {"blanks, no pads, rubbish in base64", "=?utf-8?b?5p el*?=", "日"},
+        {"an unknown charset", "=?no/such,thing?q?=C3=A9?= =?x-x-none?q?=E9?=", "=?no/such,thing?q?=C3=A9?= é"},
+        {"a line end in a word", "=?utf-8?q?a=0D=0AB:_c?=", "a  B: c"},
+        {"ASCII that is not", "=?us-ascii?q?=E9?=", "é"},
+        {"what is not valid in its charset", "=?utf-8?q?a=FF?=", "a\uFFFD"},
+        {"openers only", "=?=?=?a?=?q?b?c", "=?=?=?a?=?q?b?c"},
+    };
+    const LogCapture silence;
+    expectRows(
+        [](std::string_view text) {
+            return decodeHeaderValue(text, StringEncoding::unknown, MailDialect::standard);
+        },
+        rows);
+    EXPECT_EQ(decodeHeaderValue("\xB3", StringEncoding::isoLatin2, MailDialect::standard), "ł");
+}
+
 TEST(HeaderEncoding, FoldsJapaneseText) {
     const std::string word = "=?ISO-2022-JP?B?GyRCRnxLXBsoQg==?=";
     EXPECT_EQ(encodeMimeHeaderValue("日本"), word);

@@ -8,10 +8,12 @@
 #include "base/text/StringUtils.h"
 #include "lorvale/message/address_manager.h"
 #include "lorvale/message/addresses.h"
+#include "lorvale/message/mailboxes.h"
 #include "lorvale/message/subjects.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/platform/user_defaults.h"
 #include "tests/support/TestSupport.h"
+#include "tests/support/TextRows.h"
 
 namespace lorvale {
 namespace {
@@ -27,6 +29,36 @@ TEST(Addresses, ListIsCutAtCommasOutsideQuotes) {
     EXPECT_THAT(addressList(ExactCopy(",a ,, \n\tb,")), Optional(ElementsAre("a ", "b")));
     EXPECT_THAT(addressList("\"open, a, b"), Optional(ElementsAre("\"open, a, b")));
     EXPECT_THAT(addressList(" , "), Optional(ElementsAre()));
+}
+
+std::string taken(std::string_view list) {
+    std::string text;
+    for (const auto& each : mailboxesInList(list))
+        text += "[" + each.name + "|" + each.address + "|" + each.comment + "|" + each.group + "]";
+    return text;
+}
+
+/// What is common stands in docs/dialects.md.
+TEST(Mailboxes, OddListsAreTakenApart) {
+    const testing::TextRow rows[] = {
+        {"nothing", " , (a) ,;", ""},
+        {"names in pieces", R"("A, \"B" C. <a@x>, D <d@x>)", R"([A, "B C.|a@x||][D|d@x||])"},
+        {"groups, one empty", "g \"h\": a@x, B <b@x>;, c@x, u:;", "[|a@x||g h][B|b@x||g h][|c@x||]"},
+        {"comments nest", "a (b (c) \\) d) @ x . y (e)", "[|a@x.y|b (c) ) d e|]"},
+        {"an address without brackets behind a name", "Jane Doe jd@x", "[Jane Doe|jd@x||]"},
+        {"no address at all", "Jane Doe", "[|Jane Doe||]"},
+        {"an empty address", "MAILER-DAEMON <>", "[MAILER-DAEMON|||]"},
+        {"a literal, a quoted local part", "\"a b\"@[1:2]", "[|\"a b\"@[1:2]||]"},
+        {"a quote that is never closed", "O\"B <a@x>, c@x", "[O\"B|a@x||][|c@x||]"},
+        {"a bracket that is never closed", "A <a@x, b@x", "[A|a@x||][|b@x||]"},
+        {"a comma is missing", "A <a@x> B <b@x>", "[A|a@x||][B|b@x||]"},
+        {"brackets in brackets", "A <<a@x>>", "[A|a@x||]"},
+        {"text in place of an address", "<undisclosed:;@x>", "[|undisclosed||]"},
+    };
+    testing::expectRows(taken, rows);
+    const std::vector<Mailbox> list = {
+        {"A, \"B\"", "a@x", "c (d)", ""}, {"", "b@x", "", "g"}, {" C  D ", "c@x", "", "g"}};
+    EXPECT_EQ(mailboxesInList(mailboxListText(list)), list);
 }
 
 TEST(Subjects, ReplyMarksGoOnceThroughTheList) {

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -5,6 +6,7 @@
 #include <ctime>
 #include <filesystem>
 #include <random>
+#include <set>
 #include <thread>
 
 #include "lorvale/values/text.h"
@@ -80,6 +82,20 @@ TEST(MailDates, WithoutAZoneTheLocalOneHolds) {
         EXPECT_EQ(dateInTolerantForm(text), local) << text;
     unsetenv("TZ");
     tzset();
+}
+
+TEST(MailDates, AreWrittenForHeaders) {
+    EXPECT_EQ(dateHeaderText(*dateFromCivil({2002, 8, 3, 1, 4, 5}, -12'600)), "Sat, 3 Aug 2002 01:04:05 -0330");
+    EXPECT_EQ(dateHeaderText(Date(0, 3'659)), "Thu, 1 Jan 1970 01:00:00 +0100") << "a zone of whole minutes";
+}
+
+TEST(MessageIDs, AreNewAndOfTheRightForm) {
+    std::set<std::string> seen;
+    for (int i = 0; i < 1000; ++i) seen.insert(makeMessageID("mail.example"));
+    EXPECT_EQ(seen.size(), 1000u);
+    EXPECT_THAT(*seen.begin(), ::testing::MatchesRegex("<[a-z2-9]{26}@mail\\.example>"));
+    for (const auto* domain : {"", ".", "a..b", "a.", "a b", "a\r\nBcc: b", "\xC3\xA9.example"})
+        EXPECT_THAT(makeMessageID(domain), ::testing::MatchesRegex("<[a-z2-9]{26}@[-a-zA-Z0-9._]+>")) << domain;
 }
 
 TEST(MailDates, FailureIsLoggedOnce) {
