@@ -209,6 +209,21 @@ TEST(Term, ComparesBytesAndIsTerminated) {
     EXPECT_NE(dynamic_cast<StringTerm*>(StringTerm("x").DeepCopy().get()), nullptr);
 }
 
+TEST(StoredBytes, AreReadToTheLastAndNoFurther) {
+    const Bytes stored = {2, 'a', 'b'};
+    for (const std::uint32_t size : {3u, 2u, 1u}) {
+        MemoryStoreStream stream(std::make_shared<Bytes>(stored));
+        stream.Open(false);
+        const auto restored = [&](const IAStorable& prototype) {
+            stream.SetPosition(0, size);
+            IAInputBlock input(&stream);
+            return failureOf([&] { EXPECT_EQ(prototype.Restore(&input)->StoreSize(), 3u); });
+        };
+        EXPECT_EQ(restored(IATerm()), size == 3 ? "" : "VSIV term longer than its block");
+        EXPECT_EQ(restored(StringDoc()), size == 3 ? "" : "VSIV document longer than its block");
+    }
+}
+
 TEST(StringCorpus, NamesDocumentsByTheirText) {
     StringCorpus corpus;
     EXPECT_EQ(corpus.GetCorpusType(), 0x53747230u);

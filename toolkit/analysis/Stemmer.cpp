@@ -1,6 +1,7 @@
 #include "toolkit/analysis/Stemmer.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "lorvale/toolkit/analysis/stemmers.h"
@@ -136,6 +137,19 @@ void Stemming::CutSuffixes() {
     Replace(kStep5b);
 }
 
+constexpr auto kAlphanumeric = [] {
+    std::array<bool, 256> table{};
+    for (int i = 0; i < 256; ++i) table[static_cast<std::size_t>(i)] = IsAlphanumeric(static_cast<char>(i));
+    return table;
+}();
+
+/// Looks at all bytes, since nearly every word has no others: that is faster than to stop at the first one.
+bool isAlphanumeric(std::string_view word) {
+    bool all = true;
+    for (const char c : word) all &= kAlphanumeric[static_cast<unsigned char>(c)];
+    return all;
+}
+
 /// The two high forms of the apostrophe pass, so that possessives written with them are cut.
 bool isGraphicOrApostrophe(char c) {
     return IsGraphic(c) || c == '\xD5' || c == '\xAB';
@@ -146,13 +160,12 @@ bool isGraphicOrApostrophe(char c) {
 StemmedWord StemInPlace(char* word, std::uint32_t length) {
     Stemming stemming(word, length);
     const auto view = [&] { return std::string_view(word, stemming.Length()); };
-    if (!std::ranges::all_of(view(), IsAlphanumeric)) {
+    if (!isAlphanumeric(view())) {
         if (const std::size_t zero = view().find('\0'); zero != std::string_view::npos)
             return StemInPlace(word, static_cast<std::uint32_t>(zero));
         if (!std::ranges::all_of(view(), isGraphicOrApostrophe)) return {length, false};
         stemming.CutPossessive();
-        if (!std::ranges::all_of(view(), IsAlphanumeric))
-            return {static_cast<std::uint32_t>(stemming.Length()), false};
+        if (!isAlphanumeric(view())) return {static_cast<std::uint32_t>(stemming.Length()), false};
     }
     stemming.CutSuffixes();
     return {static_cast<std::uint32_t>(stemming.Length()), true};

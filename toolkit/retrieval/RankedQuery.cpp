@@ -98,8 +98,7 @@ void IAQuery::AddTerms(const std::vector<TFMap>& maps) {
     for (const TFMap& map : maps)
         std::ranges::transform(map.Entries(), std::back_inserter(terms), &TFMap::Entry::term);
     std::ranges::sort(terms);
-    const auto repeated = std::ranges::unique(terms);
-    terms.erase(repeated.begin(), repeated.end());
+    terms.erase(std::unique(terms.begin(), terms.end()), terms.end());
     for (const std::string_view term : terms)
         entries.push_back(std::make_unique<RQEntry>(std::make_unique<IATerm>(term)));
 }
