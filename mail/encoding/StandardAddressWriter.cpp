@@ -23,8 +23,8 @@ public:
         bool inGroup = false;
         while (const auto token = lexer.next()) {
             _mailbox.push_back(*token);
-            const bool hasAt = std::ranges::any_of(_mailbox, [](const auto& each) { return each.is('@'); });
-            const bool opensGroup = token->is(':') && !hasAt && !inGroup;
+            _hasAt = _hasAt || token->is('@');
+            const bool opensGroup = token->is(':') && !_hasAt && !inGroup;
             if (opensGroup) inGroup = true;
             if (token->is(';')) inGroup = false;
             if (opensGroup || token->is(',') || token->is(';')) writeMailbox();
@@ -39,8 +39,7 @@ private:
     void writeMailbox() {
         const auto bracket =
             std::find_if(_mailbox.cbegin(), _mailbox.cend(), [](const auto& token) { return token.is('<'); });
-        const bool isAddress = bracket == _mailbox.cend() &&
-                               std::ranges::any_of(_mailbox, [](const auto& token) { return token.is('@'); });
+        const bool isAddress = bracket == _mailbox.cend() && _hasAt;
         auto at = _mailbox.cbegin();
         while (at != bracket && !isAddress) {
             const auto end = endOfPhrase(at, bracket);
@@ -53,6 +52,7 @@ private:
         }
         for (; at != _mailbox.cend(); ++at) writeToken(*at);
         _mailbox.clear();
+        _hasAt = false;
         if (!_glued.empty() || _isBehindWords) writeWhite(" ");  // a line may end behind a comma
     }
 
@@ -136,6 +136,7 @@ private:
     LineFolder _lines;
     WordWriter _words;
     std::vector<AddressToken> _mailbox;  // read, not yet written
+    bool _hasAt = false;                 // among them
     std::string_view _white;             // stands before _glued
     std::string _glued;                  // text that no line may end in
     bool _isBehindWords = false;

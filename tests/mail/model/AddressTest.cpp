@@ -10,8 +10,11 @@
 #include "lorvale/message/addresses.h"
 #include "lorvale/message/mailboxes.h"
 #include "lorvale/message/subjects.h"
+#include "lorvale/mime.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/platform/user_defaults.h"
+#include "lorvale/values/text.h"
+#include "mail/encoding/MimeHeaderEncoding.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/TextRows.h"
 
@@ -59,6 +62,25 @@ TEST(Mailboxes, OddListsAreTakenApart) {
     const std::vector<Mailbox> list = {
         {"A, \"B\"", "a@x", "c (d)", ""}, {"", "b@x", "", "g"}, {" C  D ", "c@x", "", "g"}};
     EXPECT_EQ(mailboxesInList(mailboxListText(list)), list);
+}
+
+/// All of one thing: work that grew with the square would take minutes.
+TEST(Mailboxes, CostGrowsWithTheLengthOfAList) {
+    for (const std::string_view piece : {"=?",   "=?a?q?",   "=?a?q?<?=", "=?utf-8?q?=41?= ",
+                                         "\"",   "(",        "(\"",       "[",
+                                         "<",    ">",        "<a@x ",     ",",
+                                         ":",    ";",        "a ",        "@a",
+                                         "\\\"", "\xC3\xA9", "\xC3\xA9 ", "a:",
+                                         " "}) {
+        std::string text;
+        while (text.size() < 60'000) text += piece;
+        const auto read = decodeAddressHeader(text);
+        mailboxesInList(read);
+        mailboxListText(mailboxesInList(text));
+        EXPECT_EQ(encodeAddressHeader(text, 4).empty(), trimmed(text).empty()) << piece;
+        encodeTextHeader(text, 4);
+        EXPECT_FALSE(decodeMimeHeaderValue(text, MailDialect::standard).empty());
+    }
 }
 
 TEST(Subjects, ReplyMarksGoOnceThroughTheList) {
