@@ -2,16 +2,24 @@
 #include <array>
 #include <cstdint>
 
-#include "lorvale/toolkit/storage/skip_list.h"
 #include "toolkit/storage/BuddyFormat.h"
+#include "toolkit/storage/BuddyPlaces.h"
 
 namespace brindle {
 
-/// Free space of a buddy allocator: for each log size the addresses of the free blocks of that size, no two
-/// of them buddies.  All addresses given to it are aligned and free.  No locking.
+/// Free space of a buddy allocator: for each log size the free blocks of that size, no two of them
+/// buddies.  All addresses given to it are aligned and free.  No locking.
 class BuddyFreeLists {
 public:
-    const UInt32Set& List(std::uint32_t logSize) const { return lists[logSize]; }
+    /// The number of free blocks of that size.
+    std::uint32_t Count(std::uint32_t logSize) const { return lists[logSize].Count(); }
+    /// Gives the addresses of the free blocks of that size, ascending.
+    template <class Visit>
+    void ForEach(std::uint32_t logSize, Visit visit) const {
+        const BuddyPlaces& list = lists[logSize];
+        for (std::uint32_t place = list.Next(0); place != BuddyPlaces::kNone; place = list.Next(place + 1))
+            visit(place << logSize);
+    }
 
     /// The lowest free block of the smallest size that will do, cut down by halves.  Raises "storage full".
     std::uint32_t NewAddress(std::uint32_t logSize);
@@ -23,9 +31,8 @@ public:
     std::uint32_t LogSizeJoined(std::uint32_t address, std::uint32_t logSize) const;
     /// Adds what the other lists hold.
     void AddAll(const BuddyFreeLists& other);
-    /// Puts a block behind all others of its size, as a reader of sorted lists does.
-    void Append(std::uint32_t address, std::uint32_t logSize);
-    void CopyFrom(const BuddyFreeLists& other);
+    /// Adds a block as it is, whether or not its buddy is free.
+    void Append(std::uint32_t address, std::uint32_t logSize) { lists[logSize].Put(address >> logSize); }
     void Clear();
 
     /// The bytes that the lists take in a system block.
@@ -38,7 +45,7 @@ public:
     std::uint64_t HighestEnd() const;
 
 private:
-    std::array<UInt32Set, MaxLogSize> lists;
+    std::array<BuddyPlaces, MaxLogSize> lists;  // of places: multiples of the size
 };
 
 }  // namespace brindle

@@ -179,8 +179,7 @@ void BuddyStorage::Open(bool writable) {
 }
 
 BuddyStorage::FreeListsPtr BuddyStorage::MergedFreeLists() const {
-    auto merged = std::make_unique<BuddyFreeLists>();
-    merged->CopyFrom(*freeAddresses);
+    auto merged = std::make_unique<BuddyFreeLists>(*freeAddresses);
     merged->AddAll(newFreeAddresses);
     return merged;
 }

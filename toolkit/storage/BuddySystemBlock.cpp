@@ -116,10 +116,8 @@ void BuddyStorage::WriteTOC() {
 
 void BuddyStorage::WriteFreeAddresses(const BuddyFreeLists& lists) {
     for (std::uint32_t logSize = 0; logSize < MaxLogSize; ++logSize) {
-        const UInt32Set& list = lists.List(logSize);
-        WriteUInt32(Stream(), list.Count());
-        for (const auto* node = list.First(); node != nullptr; node = list.Next(node))
-            WriteUInt32(Stream(), UInt32Set::NodeKey(node));
+        WriteUInt32(Stream(), lists.Count(logSize));
+        lists.ForEach(logSize, [this](std::uint32_t address) { WriteUInt32(Stream(), address); });
     }
 }
 
@@ -195,11 +193,8 @@ void BuddyStorage::CheckSpace() const {
     Overlap overlap;
     for (std::uint32_t id = 0; id < blocks.MaxID(); ++id)
         if (blocks.LogSize(id) != 0) overlap.Add(blocks.Address(id), blocks.LogSize(id));
-    for (std::uint32_t logSize = 0; logSize < MaxLogSize; ++logSize) {
-        const UInt32Set& list = freeAddresses->List(logSize);
-        for (const auto* node = list.First(); node != nullptr; node = list.Next(node))
-            overlap.Add(UInt32Set::NodeKey(node), logSize);
-    }
+    for (std::uint32_t logSize = 0; logSize < MaxLogSize; ++logSize)
+        freeAddresses->ForEach(logSize, [&](std::uint32_t address) { overlap.Add(address, logSize); });
     IAAssertion(!overlap.Any(), "invalid storage blocks overlap", StorageInvalid);
 }
 

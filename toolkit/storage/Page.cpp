@@ -49,9 +49,13 @@ std::unique_ptr<IAOrderedStorable> Page::CopyObject(Finger at) const {
 
 Page::Found Page::FingerEntry(const IAOrderedStorable* key) const {
     const PageImage& entries = *image;
+    entries.PrefetchOffsets();
     std::size_t low = 0;
     for (std::size_t high = entries.Count(); low < high;) {
         const std::size_t middle = low + (high - low) / 2;
+        // Most of the time goes into waiting for the object that is looked at next, whichever of the two it is.
+        entries.Prefetch(low + (middle - low) / 2);
+        entries.Prefetch(middle + 1 + (high - middle - 1) / 2);
         const int order = prototype->CompareStored(entries.Object(middle), key);
         if (order == 0) return {middle, true};
         if (order < 0)

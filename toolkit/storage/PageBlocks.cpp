@@ -84,9 +84,9 @@ void PageBlocks::Write(Page& page) const {
     }
     const IALock lock(storage->GetMutex());
     const std::uint32_t address = storage->GetWriteAddress(page.Id(), size);
-    memory->EnterUnwritten(page.Id(), page.ShareImage(), address);
+    const bool isTime = memory->EnterUnwritten(page.Id(), page.ShareImage(), address);
     page.SetWritten(memory);
-    if (!memory->IsHeavy()) return;
+    if (!isTime) return;
     IAStoreStream* const device = storage->GetStoreStream();
     const IALock streamLock(device->GetMutex());
     memory->WriteBack(*device);

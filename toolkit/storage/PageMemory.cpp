@@ -61,7 +61,7 @@ void PageMemory::EnterRead(std::uint32_t id, SharedPageImage image, std::uint64_
     MakeRoom();
 }
 
-void PageMemory::EnterUnwritten(std::uint32_t id, SharedPageImage image, std::uint32_t address) {
+bool PageMemory::EnterUnwritten(std::uint32_t id, SharedPageImage image, std::uint32_t address) {
     const std::lock_guard lock(mutex);
     ++changes;  // a read that began before must not replace this
     if (const Slot* const known = SlotOf(id); known == nullptr || known->address == 0) waiting.push_back(id);
@@ -69,17 +69,13 @@ void PageMemory::EnterUnwritten(std::uint32_t id, SharedPageImage image, std::ui
     slot.address = address;
     unwrittenMemory += slot.cost;
     MakeRoom();
+    return unwrittenMemory > limit / 4 * 3;
 }
 
 void PageMemory::Forget(std::uint32_t id) {
     const std::lock_guard lock(mutex);
     ++changes;
     if (Slot* const slot = SlotOf(id)) Drop(*slot);
-}
-
-bool PageMemory::IsHeavy() const {
-    const std::lock_guard lock(mutex);
-    return unwrittenMemory > limit / 2;
 }
 
 bool PageMemory::IsUnwritten(std::uint32_t id) const {

@@ -16,8 +16,8 @@ class IAStorage;
 /// as they are and still seldom read a block or look for the objects in one twice.
 ///
 /// A page that is written has its block's new place at once.  Its bytes wait here: for a commit or a
-/// compaction, for somebody who reads the block itself, or until they take up half of the memory.  They then go
-/// out by ascending address, neighbours joined.  Remembered images leave by the CLOCK algorithm.
+/// compaction, for somebody who reads the block itself, or until they take up three quarters of the memory.
+/// They then go out by ascending address, neighbours joined.  Remembered images leave by the CLOCK algorithm.
 ///
 /// It never holds what a read of the block would not give: the storage calls Forget() before a block is written
 /// by somebody else or given back, and an image made from a read enters only if nothing changed since the read
@@ -44,12 +44,11 @@ public:
     /// have been this one.
     void EnterRead(std::uint32_t id, SharedPageImage image, std::uint64_t changesBefore);
 
-    /// Enters an image that is to be written to its block, at that address.
-    void EnterUnwritten(std::uint32_t id, SharedPageImage image, std::uint32_t address);
+    /// Enters an image that is to be written to its block, at that address.  True if so much waits to be
+    /// written that it is time for WriteBack().
+    bool EnterUnwritten(std::uint32_t id, SharedPageImage image, std::uint32_t address);
     /// Drops the image of `id`, written or not.
     void Forget(std::uint32_t id);
-    /// Whether so much waits to be written that it is time for WriteBack().
-    [[nodiscard]] bool IsHeavy() const;
     /// Where the last of the blocks ends that wait to be written; 0 if there is none.
     [[nodiscard]] std::uint64_t UnwrittenEnd() const;
     [[nodiscard]] bool IsUnwritten(std::uint32_t id) const;
