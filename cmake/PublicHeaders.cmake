@@ -62,11 +62,15 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/index/term_index.h
     include/lorvale/toolkit/index/verify_index.h
     include/lorvale/toolkit/retrieval.h
+    include/lorvale/toolkit/retrieval/accessor.h
     include/lorvale/toolkit/retrieval/boolean_query.h
+    include/lorvale/toolkit/retrieval/hits.h
+    include/lorvale/toolkit/retrieval/inverted_accessor.h
     include/lorvale/toolkit/retrieval/posting_queue.h
     include/lorvale/toolkit/retrieval/progress.h
     include/lorvale/toolkit/retrieval/query.h
     include/lorvale/toolkit/retrieval/query_parser.h
+    include/lorvale/toolkit/retrieval/ranked_accessor.h
     include/lorvale/toolkit/retrieval/similarity.h
     include/lorvale/toolkit/storage.h
     include/lorvale/toolkit/storage/bit_array.h

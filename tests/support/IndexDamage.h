@@ -4,6 +4,7 @@
 #include <functional>
 #include <span>
 
+#include "lorvale/toolkit/retrieval.h"
 #include "tests/support/IndexFixture.h"
 
 namespace brindle::testing {
@@ -42,6 +43,13 @@ public:
                 t.index->GetNorm();
                 t.index->Validate(true, false);
                 GetHighFreqTerms(t.index.get(), 5);
+            },
+            [](IndexInMemory& t) {
+                InvertedAccessor accessor(t.index.get());
+                accessor.StoreInitialization();
+                accessor.RankedSearch("all often1 w7", {}, 10, 2);
+                accessor.RankedSearchBoolean("all & often2 ! w299", 10);
+                accessor.GetTermsRelated("w7", 3);
             },
             [](IndexInMemory& t) {
                 t.Add("new");

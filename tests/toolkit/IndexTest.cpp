@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "lorvale/toolkit/retrieval/progress.h"
 #include "tests/support/FailureText.h"
 #include "tests/support/IndexFixture.h"
+#include "tests/support/TestSupport.h"
 
 namespace brindle::testing {
 namespace {
@@ -274,6 +277,32 @@ TEST_F(IndexTest, HighFrequencyTermsComeHighestFirst) {
         found += std::string(each.term->View()) + std::to_string(each.frequency) + " ";
     EXPECT_EQ(found, "z3 y2 ");
     EXPECT_TRUE(GetHighFreqTerms(t.index.get(), 0).empty());
+}
+
+/// The worked example of docs/formats.md is a real index: its lines "block n: bytes" are what its blocks begin
+/// with.
+TEST_F(IndexTest, DocumentedExampleIsARealIndex) {
+    texts = {{"a", "x y x"}, {"b", "y"}};
+    t.Make();
+    for (const auto& [name, text] : texts) t.Add(name);
+    t.FlushAndCommit();
+    std::istringstream docs(lorvale::testing::readFile(lorvale::testing::sourceFolder() / "docs/formats.md"));
+    int lines = 0;
+    for (std::string line; std::getline(docs, line);) {
+        if (!line.starts_with("    block ")) continue;
+        const auto block = static_cast<std::uint32_t>(std::stoul(line.substr(10)));
+        const std::size_t begin = line.find(": ") + 2;
+        std::string bytes = line.substr(begin, line.find("  ", begin) - begin), found;
+        std::erase(bytes, ' ');
+        IAInputBlock input(t.storage.get(), block);
+        while (found.size() < bytes.size()) {
+            const std::uint8_t byte = input.ReadByte();
+            for (const int shift : {4, 0}) found += "0123456789abcdef"[byte >> shift & 15];
+        }
+        EXPECT_EQ(found, bytes) << line;
+        ++lines;
+    }
+    EXPECT_EQ(lines, 7);
 }
 
 TEST(Records, NarrowingAndStoredForms) {

@@ -1,5 +1,6 @@
 #include "lorvale/toolkit/index/inverted_index.h"
 #include "lorvale/toolkit/storage/block.h"
+#include "toolkit/index/StoredReader.h"
 
 namespace brindle {
 
@@ -32,6 +33,22 @@ std::unique_ptr<IAStorable> InvertedTermInfo::Restore(IAInputBlock* input) const
     restored->documentCount = head.GetDocumentCount();
     restored->RestoringPostings(input);
     return restored;
+}
+
+std::uint32_t InvertedTermInfo::StoredSize(std::span<const std::uint8_t> stored) const {
+    StoredReader reader(stored);
+    reader.Skip(reader.VInt32());
+    reader.VInt32();  // the ID
+    std::uint32_t count = reader.VInt32();
+    if (count >= ImmediatePostingThreshold) {
+        count = reader.VInt32();
+        reader.VInt32();  // the chain
+        reader.VInt32();
+    }
+    reader.VInt32();  // the highest frequency
+    for (; count > 0; --count)
+        if ((reader.VInt32() & 1) == 0) reader.VInt32();
+    return reader.Taken();
 }
 
 void InvertedTermInfo::RestoringPostings(IAInputBlock* input) {

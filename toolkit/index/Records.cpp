@@ -3,6 +3,7 @@
 #include <numeric>
 
 #include "lorvale/toolkit/storage/block.h"
+#include "toolkit/index/StoredReader.h"
 
 namespace brindle {
 
@@ -61,6 +62,20 @@ bool TermInfo::Equal(const IAOrderedStorable* other) const {
     return term->IATerm::Equal(static_cast<const TermInfo*>(other)->term.get());
 }
 
+int TermInfo::CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const {
+    StoredReader reader(stored);
+    const std::string_view found = reader.Text(reader.VInt32());
+    return found.compare(static_cast<const TermInfo*>(key)->term->View());
+}
+
+std::uint32_t TermInfo::StoredSize(std::span<const std::uint8_t> stored) const {
+    StoredReader reader(stored);
+    reader.Skip(reader.VInt32());
+    reader.VInt32();
+    reader.VInt32();
+    return reader.Taken();
+}
+
 DocInfo::~DocInfo() = default;
 
 std::unique_ptr<IAStorable> DocInfo::DeepCopy() const {
@@ -106,6 +121,33 @@ bool DocInfo::LessThan(const IAOrderedStorable* other) const {
 
 bool DocInfo::Equal(const IAOrderedStorable* other) const {
     return document->Equal(static_cast<const DocInfo*>(other)->document.get());
+}
+
+int DocInfo::CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const {
+    const auto name = stored.first(document->StoredSize(stored));
+    return document->CompareStored(name, static_cast<const DocInfo*>(key)->document.get());
+}
+
+std::uint32_t DocInfo::StoredSize(std::span<const std::uint8_t> stored) const {
+    StoredReader reader(stored);
+    reader.Skip(document->StoredSize(stored));
+    reader.VInt32();
+    reader.VInt32();
+    return reader.Taken();
+}
+
+template <class Named>
+int IDRecord<Named>::CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const {
+    const std::uint32_t found = StoredReader(stored).VInt32();
+    const std::uint32_t wanted = static_cast<const IDRecord*>(key)->id;
+    return found > wanted ? -1 : found < wanted ? 1 : 0;
+}
+
+template <class Named>
+std::uint32_t IDRecord<Named>::StoredSize(std::span<const std::uint8_t> stored) const {
+    StoredReader reader(stored);
+    reader.VInt32();
+    return reader.Taken() + value->StoredSize(stored.subspan(reader.Taken()));
 }
 
 template <class Named>

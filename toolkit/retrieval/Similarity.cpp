@@ -13,7 +13,7 @@ Similarity::Similarity(std::span<TermIndex* const> ofIndices) : indices(ofIndice
 Similarity::~Similarity() = default;
 
 float Similarity::SlowScale(std::uint32_t documentCount) const {
-    return static_cast<float>(1 + std::log(double{totalDocs / static_cast<float>(documentCount)}));
+    return static_cast<float>(1 + std::log(double{totalDocs} / documentCount));
 }
 
 float Similarity::SlowLog(std::uint32_t frequency) {
@@ -32,8 +32,8 @@ float Similarity::DocNorm(const DocInfo& info) {
 }
 
 float Similarity::CoordinationFactor(std::uint32_t queryTerms) const {
-    const float beyond = static_cast<float>(queryTerms) - rankedCoordinationDegree;
-    return 1 / (beyond * beyond);
+    const double beyond = queryTerms - double{rankedCoordinationDegree};
+    return static_cast<float>(1 / (beyond * beyond));
 }
 
 }  // namespace brindle

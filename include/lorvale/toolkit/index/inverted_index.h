@@ -31,6 +31,7 @@ public:
     /// Of this class and of the next: what is stored is one of the two by its documentCount.
     std::unique_ptr<IAStorable> Restore(IAInputBlock* input) const override;
     void DeepCopying(const IAStorable* source) override;
+    std::uint32_t StoredSize(std::span<const std::uint8_t> stored) const override;
     /// The first of the chain of blocks, 0 if there is none.
     virtual std::uint32_t FirstBlock() const { return 0; }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -72,6 +73,9 @@ public:
     bool LessThan(const IAOrderedStorable* other) const override;
     bool Equal(const IAOrderedStorable* other) const override;
 
+    int CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const override;
+    std::uint32_t StoredSize(std::span<const std::uint8_t> stored) const override;
+
 protected:
     std::unique_ptr<IATerm> term;
     std::uint32_t termID = 0;
@@ -103,6 +107,9 @@ public:
     bool LessThan(const IAOrderedStorable* other) const override;
     bool Equal(const IAOrderedStorable* other) const override;
 
+    int CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const override;
+    std::uint32_t StoredSize(std::span<const std::uint8_t> stored) const override;
+
 protected:
     std::unique_ptr<IADoc> document;
     std::uint32_t docID = 0;
@@ -132,6 +139,9 @@ public:
     bool Equal(const IAOrderedStorable* other) const override {
         return static_cast<const IDRecord*>(other)->id == id;
     }
+
+    int CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const override;
+    std::uint32_t StoredSize(std::span<const std::uint8_t> stored) const override;
 
 private:
     std::uint32_t id = 0;

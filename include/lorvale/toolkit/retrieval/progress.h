@@ -63,6 +63,8 @@ public:
     Phase(const Phase&) = delete;
     Phase& operator=(const Phase&) = delete;
     ~Phase() override;
+    /// Its steps are made once more.
+    void Restart() { done = 0; }
 
 private:
     friend class Progress;

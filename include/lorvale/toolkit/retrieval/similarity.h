@@ -10,8 +10,9 @@
 
 namespace brindle {
 
-/// The term statistics of a set of indexes, and the formulas that make scores of them.  Logarithms are natural
-/// and computed in double; each result is a float.  The statistics are those of the moment it was made.
+/// The term statistics of a set of indexes, and the formulas that make scores of them.  Logarithms are natural.
+/// Each expression is computed in double, each result is a float.  The statistics are those of the moment it
+/// was made.
 class LORVALE_EXPORT Similarity : public IAObject {
 public:
     /// The indexes are borrowed for life and open.
@@ -50,7 +51,7 @@ public:
     /// What each further term of a query of `queryTerms` adds to a score.
     float CoordinationFactor(std::uint32_t queryTerms) const;
     static float CoordinationScore(float score, std::uint32_t matchingTerms, float factor) {
-        return static_cast<float>(matchingTerms - 1) * factor + score;
+        return static_cast<float>((matchingTerms - 1.0) * double{factor} + double{score});
     }
 
 private:

@@ -1,0 +1,325 @@
+#include <gtest/gtest.h>
+
+#include "lorvale/toolkit/retrieval.h"
+#include "tests/support/FailureText.h"
+#include "tests/support/IndexHistory.h"
+#include "tests/support/NaiveSearch.h"
+#include "tests/support/TestSupport.h"
+
+namespace brindle::testing {
+namespace {
+
+/// The documents of an index as the judge wants them.
+std::vector<NaiveSearch::Doc> DocsOf(IndexInMemory& t,
+                                     const std::function<std::string(const std::string&)>& textOf) {
+    std::map<std::uint32_t, NaiveSearch::Doc> byID;
+    const auto infos = t.index->GetDocInfoIterator();
+    while (const auto next = infos->Next()) {
+        const auto& info = static_cast<const DocInfo&>(*next);
+        const std::string name(static_cast<const StringDoc*>(info.GetDocument())->View());
+        byID[info.GetDocID()] = {name, WordsOf(textOf(name))};
+    }
+    std::vector<NaiveSearch::Doc> docs;
+    for (auto& [id, doc] : byID) docs.push_back(std::move(doc));
+    return docs;
+}
+
+void ExpectSame(const RankedHits& found, const NaiveSearch::Hits& expected) {
+    ASSERT_EQ(found.size(), expected.size());
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        const auto* const doc = static_cast<const StringDoc*>(found[i]->GetDocument());
+        ASSERT_EQ(doc->View(), expected[i].first) << "at " << i;
+        ASSERT_FLOAT_EQ(found[i]->GetScore(), expected[i].second) << "at " << i;
+    }
+}
+
+std::string RandomQuery(std::mt19937& random, std::uint32_t most) {
+    std::string text;
+    for (auto i = 1 + random() % most; i > 0; --i)
+        text += "w" + std::to_string(random() % (1u << random() % 8)) + " ";
+    return text;
+}
+
+/// An accessor that leaves documents out.
+class FilteringAccessor : public InvertedAccessor {
+public:
+    using InvertedAccessor::InvertedAccessor;
+    static bool Passes(std::string_view name) { return name.back() % 3 != 0; }
+    bool IsHit(IAIndex*, const IADoc* doc) override {
+        return Passes(static_cast<const StringDoc*>(doc)->View());
+    }
+};
+
+TEST(RankedSearch, AgreesWithTheJudgeAfterAnyHistory) {
+    for (unsigned seed = 1; seed <= 2; ++seed) {
+        SCOPED_TRACE(seed);
+        IndexHistory history(seed);
+        std::mt19937 random(seed);
+        for (int round = 0; round < 2; ++round) {
+            for (int step = 0; step < 120; ++step) history.Step();
+            history.subject.index->Flush();
+            NaiveSearch judge;
+            judge.indices = {
+                DocsOf(history.subject, [&](const std::string& name) { return history.TextOf(name); })};
+            InvertedAccessor accessor(history.subject.index.get());
+            accessor.Initialize();
+            FilteringAccessor filtering(history.subject.index.get());
+            filtering.Initialize();
+            for (int i = 0; i < 30; ++i) {
+                const std::string text = RandomQuery(random, i % 4 == 0 ? 150 : 4);
+                const auto maxHits = static_cast<std::uint32_t>(i % 3 == 0 ? 1000 : 1 + random() % 12);
+                SCOPED_TRACE(text + " for " + std::to_string(maxHits));
+                judge.coordinated = i % 5 != 0;
+                judge.bm25 = i % 15 == 0;
+                for (InvertedAccessor* const each : {&accessor, static_cast<InvertedAccessor*>(&filtering)}) {
+                    judge.isHit = [&](const std::string& name) {
+                        return each == &accessor || FilteringAccessor::Passes(name);
+                    };
+                    each->SetRankedCoordination(judge.coordinated);
+                    each->SetWeighting(judge.bm25 ? RankedWeighting::bm25 : RankedWeighting::pivoted);
+                    ASSERT_NO_FATAL_FAILURE(
+                        ExpectSame(each->RankedSearch(text, {}, maxHits), judge.Search(text, maxHits)));
+                }
+            }
+        }
+    }
+}
+
+TEST(RankedSearch, DocumentOfTwoIndexesHoldsOnePlace) {
+    IndexHistory one(11), two(12);
+    std::mt19937 random(1);
+    for (int step = 0; step < 300; ++step) one.Step(), two.Step();
+    one.subject.index->Flush();
+    two.subject.index->Flush();
+    NaiveSearch judge;
+    judge.indices = {DocsOf(one.subject, [&](const std::string& name) { return one.TextOf(name); }),
+                     DocsOf(two.subject, [&](const std::string& name) { return two.TextOf(name); })};
+    InvertedIndex* const indices[] = {one.subject.index.get(), two.subject.index.get()};
+    InvertedAccessor accessor(indices);
+    accessor.Initialize();
+    for (int i = 0; i < 30; ++i) {
+        const std::string text = RandomQuery(random, 5);
+        const auto maxHits = static_cast<std::uint32_t>(i % 3 == 0 ? 1000 : 1 + random() % 12);
+        SCOPED_TRACE(text);
+        ASSERT_NO_FATAL_FAILURE(
+            ExpectSame(accessor.RankedSearch(text, {}, maxHits), judge.Search(text, maxHits)));
+    }
+}
+
+/// A query in the language of the parser, with all its parentheses, and what it means.
+struct BooleanQuery {
+    std::string text;
+    std::function<bool(const Words&)> holds;
+};
+BooleanQuery RandomTree(std::mt19937& random, int depth, bool orOnly, std::vector<std::string>& nodes) {
+    if (depth == 0 || random() % 4 == 0) {
+        const std::string word = "w" + std::to_string(random() % 30);
+        const auto known =
+            std::ranges::find_if(nodes, [&](const auto& node) { return word.starts_with(node); });
+        const std::string meant = known != nodes.end() ? *known : (nodes.push_back(word), word);
+        return {word, [meant](const Words& words) { return words.contains(meant); }};
+    }
+    // What stands under an "or" is words and "or": then every word in a document that fulfils the query counts.
+    const char sign = orOnly ? '|' : "&|!"[random() % 3];
+    const BooleanQuery a = RandomTree(random, depth - 1, sign == '|', nodes);
+    const BooleanQuery b = RandomTree(random, depth - 1, sign == '|', nodes);
+    const auto holds = [sign, left = a.holds, right = b.holds](const Words& words) {
+        if (sign == '&') return left(words) && right(words);
+        return sign == '|' ? left(words) || right(words) : left(words) && !right(words);
+    };
+    return {"(" + a.text + sign + b.text + ")", holds};
+}
+
+TEST(BooleanSearch, AgreesWithTheJudge) {
+    IndexHistory history(21);
+    for (int step = 0; step < 500; ++step) history.Step();
+    history.subject.index->Flush();
+    NaiveSearch judge;
+    judge.indices = {DocsOf(history.subject, [&](const std::string& name) { return history.TextOf(name); })};
+    InvertedAccessor accessor(history.subject.index.get());
+    accessor.Initialize();
+    std::mt19937 random(2);
+    for (int i = 0; i < 120; ++i) {
+        std::vector<std::string> nodes;
+        const BooleanQuery query = RandomTree(random, 3, false, nodes);
+        const auto maxHits = static_cast<std::uint32_t>(i % 3 == 0 ? 1000 : 1 + random() % 12);
+        SCOPED_TRACE(query.text);
+        const auto expected = judge.Best(
+            maxHits, static_cast<std::uint32_t>(nodes.size()),
+            [&](const NaiveSearch::Doc& doc, float& sum, int& m) {
+                for (const std::string& node : nodes) {
+                    if (!doc.words.contains(node)) continue;
+                    const auto weight = judge.QueryOf(node).begin()->second;
+                    sum = static_cast<float>(
+                        sum + double{NaiveSearch::Weight(weight.scale, doc.words.at(node))} * weight.weight);
+                    ++m;
+                }
+                return query.holds(doc.words);
+            });
+        const RankedHits found = accessor.RankedSearchBoolean(query.text, maxHits);
+        ASSERT_NO_FATAL_FAILURE(ExpectSame(found, expected));
+    }
+}
+
+class AccessorTest : public ::testing::Test {
+protected:
+    AccessorTest() {
+        for (int i = 0; i < 200; ++i)
+            texts["d" + std::to_string(100 + i)] =
+                "all w" + std::to_string(i % 7) + " w" + std::to_string(i % 11) + " own" + std::to_string(i);
+        t.Make();
+        for (const auto& [name, text] : texts) t.Add(name);
+        t.index->Flush();
+    }
+    std::string TermsOf(const RankedHit::Terms& terms) {
+        std::string text;
+        for (const auto& term : terms) text += std::string(term->View()) + " ";
+        return text;
+    }
+
+    Texts texts;
+    IndexInMemory t{texts};
+};
+
+TEST_F(AccessorTest, TablesAreStoredReadAgainAndExtended) {
+    InvertedAccessor made(t.index.get());
+    EXPECT_EQ(failureOf([&] { made.RankedSearch("all", {}, 5); }), "VANI accessor not initialized");
+    EXPECT_EQ(failureOf([&] { made.Store(); }), "VANI accessor not initialized");
+    EXPECT_FALSE(made.IsInitializationValid());
+    made.StoreInitialization();
+    EXPECT_EQ(failureOf([&] { made.Initialize(); }), "VAAI accessor already initialized!");
+    t.FlushAndCommit();
+    t.Open();
+    {
+        InvertedAccessor read(t.index.get());
+        // The time is that of the last flush, which has changed unless both fell in one second.
+        if (read.IsInitializationValid()) {
+            read.Initialize();
+            EXPECT_EQ(read.RankedSearch("all w3", {}, 300).size(), 200u);
+        } else {
+            EXPECT_EQ(failureOf([&] { read.Initialize(); }), "VAIV invalid initialization");
+        }
+    }
+    texts["new"] = "all w3 w3";
+    texts["short"] = "all";
+    texts["gone"] = "all w3";
+    for (const char* name : {"new", "gone", "short"}) t.Add(name);
+    t.index->Flush();
+    t.Delete("gone");
+    InvertedAccessor stale(t.index.get()), fresh(t.index.get()), other(t.index.get(), IATag("Else"));
+    stale.Update();
+    EXPECT_EQ(failureOf([&] { other.Update(); }), "VAUI invalid update operation");
+    t.storage->RemoveNamedBlock(IADefaultAccessorName);
+    fresh.Initialize();
+    EXPECT_EQ(stale.GetDocNorms(0), fresh.GetDocNorms(0));
+    EXPECT_EQ(stale.GetAverageNorm(), fresh.GetAverageNorm());
+    stale.Store();
+    // Documents that come later are not found before the tables are extended.
+    texts["later"] = "all w3";
+    t.Add("later");
+    t.index->Flush();
+    EXPECT_EQ(fresh.RankedSearch("all", {}, 300).size(), 202u);
+}
+
+TEST_F(AccessorTest, CancellingAtAnyReportLeavesTheAccessorUsable) {
+    InvertedAccessor accessor(t.index.get());
+    accessor.Initialize();
+    const auto search = [&](bool boolean, int allowed) {
+        int reports = 0;
+        const auto fn = [&](const RankedProgress& report) {
+            EXPECT_LE(report.GetPercent(), 100);
+            if (report.GetPercent() < 100) ++reports;  // at the end there is nothing left to cancel
+            return reports > allowed;
+        };
+        const auto hits = boolean ? accessor.RankedSearchBoolean("all & (w3 | w4)", 10, fn, 0)
+                                  : accessor.RankedSearch("all w3 w4", {}, 10, 2, fn, 0);
+        EXPECT_EQ(hits.empty(), reports > allowed);
+        return reports <= allowed;
+    };
+    for (const bool boolean : {false, true}) {
+        int allowed = 0;
+        while (!search(boolean, allowed)) ++allowed;
+        EXPECT_GT(allowed, 3);
+    }
+    EXPECT_EQ(accessor.RankedSearch("all", {}, 10).size(), 10u);
+    EXPECT_TRUE(accessor.RankedSearch("all", {}, 0).empty());
+    EXPECT_TRUE(accessor.RankedSearch("absent", {}, 10).empty());
+    EXPECT_EQ(failureOf([&] { accessor.RankedSearchBoolean("all &", 10); }), "VAIQ invalid query");
+}
+
+TEST_F(AccessorTest, HitsNameTheirTermsAndDocumentsTheirTopics) {
+    InvertedAccessor accessor(t.index.get());
+    accessor.Initialize();
+    const auto hits = accessor.RankedSearch("all w3 own3", {}, 1, 2);
+    ASSERT_EQ(hits.size(), 1u);
+    EXPECT_EQ(TermsOf(hits[0]->GetMatchingTerms()), "own3 w3 ");
+    EXPECT_EQ(hits[0]->GetScore(), 1.0f);
+    EXPECT_EQ(hits[0]->DeepCopy()->GetMatchingTerms().size(), 2u);
+    const StringDoc doc("d103");  // all w3 w3 own3
+    const RankedQueryDoc example{&doc, t.index.get()};
+    EXPECT_EQ(TermsOf(accessor.GetDocTopic(example, 2)), "own3 w3 ");
+    EXPECT_EQ(TermsOf(accessor.GetTermsRelated("own3", 2)), "w3 all ");
+    const auto like = accessor.RankedSearch("", std::span(&example, 1), 3);
+    EXPECT_EQ(static_cast<const StringDoc*>(like[0]->GetDocument())->View(), "d103");
+}
+
+TEST_F(AccessorTest, LongQueriesAreTrimmed) {
+    InvertedAccessor accessor(t.index.get());
+    const std::pair<std::uint32_t, std::uint32_t> rows[] = {
+        {9, 9}, {10, 10}, {11, 10}, {20, 19}, {30, 27}, {50, 40}, {99, 49}, {100, 49}, {101, 50}, {5000, 50}};
+    for (const auto& [terms, kept] : rows) EXPECT_EQ(accessor.TrimmedQuerySize(terms), kept) << terms;
+    accessor.SetInvertedRankedQueryMinTerms(50);
+    EXPECT_EQ(accessor.TrimmedQuerySize(50), 50u);
+    for (const auto& [length, norm] : {std::pair(0u, 1), std::pair(1u, 3), std::pair(16128u, 254),
+                                       std::pair(16129u, 255), std::pair(1'000'000u, 255)})
+        EXPECT_EQ(InvertedAccessor::DocNormByte(length), norm) << length;
+}
+
+/// The block of the document that begins with ```hits.
+std::string DocumentedHits() {
+    const std::string text = lorvale::testing::readFile(lorvale::testing::sourceFolder() / "docs/search.md");
+    const std::size_t begin = text.find("```hits\n") + 8;
+    return text.substr(begin, text.find("```", begin) - begin);
+}
+
+TEST(RankedSearch, DocumentedExampleIsWhatIsFound) {
+    const Texts texts = {{"a", "mail box mail"}, {"b", "mail post"}, {"c", "post office"}};
+    IndexInMemory t(texts);
+    t.Make();
+    for (const auto& [name, text] : texts) t.Add(name);
+    t.index->Flush();
+    InvertedAccessor accessor(t.index.get());
+    accessor.Initialize();
+    std::string found;
+    for (const auto& hit : accessor.RankedSearch("mail box", {}, 10)) {
+        char score[32];
+        std::snprintf(score, sizeof score, " %.4f\n", static_cast<double>(hit->GetScore()));
+        found += std::string(static_cast<const StringDoc*>(hit->GetDocument())->View()) + score;
+    }
+    EXPECT_EQ(found, DocumentedHits());
+}
+
+TEST(SearchProgress, ReportsGrowingPercentagesAndAHundredOnce) {
+    std::vector<float> told;
+    Progress progress(0, [&](float percent) {
+        told.push_back(percent);
+        return false;
+    });
+    {
+        const Phase outer(2, progress);
+        {
+            const Phase inner(4, progress);
+            EXPECT_FALSE(progress.StepCheck(1));
+            progress.Check();
+        }
+        progress.Check();
+        const Phase second(2, progress);
+        progress.StepCheck(1);
+    }
+    progress.Complete();
+    progress.Complete();
+    EXPECT_EQ(told, (std::vector<float>{0, 12.5, 50, 75, 100}));
+}
+
+}  // namespace
+}  // namespace brindle::testing

@@ -1,0 +1,106 @@
+#include "lorvale/toolkit/retrieval/accessor.h"
+
+#include "lorvale/toolkit/storage/block.h"
+
+namespace brindle {
+
+// The block of an accessor, big-endian 32-bit fields:
+//   offset
+//        0  accessor type
+//        4  the number of indexes
+//        8  when each index was written last, in seconds since 1970; then the tables
+
+IAAccessor::~IAAccessor() = default;
+
+void IAAccessor::Constructing(std::span<IAIndex* const> ofIndices, std::uint32_t type) {
+    if (isConstructed) return;
+    IAAssertion(!ofIndices.empty(), "accessor without an index", IAAssertionFailure);
+    isConstructed = true;
+    indices.assign(ofIndices.begin(), ofIndices.end());
+    accessorType = type;
+}
+
+void IAAccessor::CheckInitialized() const {
+    IAAssertion(isInitialized, "accessor not initialized", IAAccessorNotInitialized);
+}
+
+IAAccessor::Place IAAccessor::FindPlace(IAStorage* storage, std::uint32_t block) const {
+    if (storage == nullptr) storage = indices.front()->GetStorage();
+    return {storage, block != 0 ? block : storage->TOC_Get(IADefaultAccessorName)};
+}
+
+IAAccessor::Place IAAccessor::MakePlace(IAStorage* storage, std::uint32_t block) const {
+    if (storage == nullptr) storage = indices.front()->GetStorage();
+    return {storage, block != 0 ? block : storage->GetNamedBlock(IADefaultAccessorName)};
+}
+
+void IAAccessor::StoreInitValidation(IAOutputBlock* output) const {
+    output->WriteUInt32(accessorType);
+    output->WriteUInt32(GetIndexCount());
+    for (const IAIndex* const index : indices) output->WriteUInt32(index->UpdateTime());
+}
+
+bool IAAccessor::RestoreInitValidation(IAInputBlock* input, bool timesCount) const {
+    if (input->ReadUInt32() != accessorType || input->ReadUInt32() != GetIndexCount()) return false;
+    bool same = true;
+    for (const IAIndex* const index : indices) same &= input->ReadUInt32() == index->UpdateTime();
+    return same || !timesCount;
+}
+
+void IAAccessor::StoreAt(Place place) {
+    IAOutputBlock output(place.storage, place.block, InitValidationSize() + InitsSize());
+    StoreInitValidation(&output);
+    StoringInits(&output);
+}
+
+void IAAccessor::StoreInitialization(IAStorage* storage, std::uint32_t block) {
+    IAAssertion(!isInitialized, "accessor already initialized", IAAccessorAlreadyInitialized);
+    const Place place = MakePlace(storage, block);
+    Initializing();
+    isInitialized = true;
+    StoreAt(place);
+}
+
+void IAAccessor::Initialize(IAStorage* storage, std::uint32_t block) {
+    IAAssertion(!isInitialized, "accessor already initialized!", IAAccessorAlreadyInitialized);
+    const Place place = FindPlace(storage, block);
+    if (place.block == 0) {
+        Initializing();
+    } else {
+        IAInputBlock input(place.storage, place.block);
+        IAAssertion(RestoreInitValidation(&input, true), "invalid initialization", IAAccessorInitInvalid);
+        RestoringInits(&input);
+    }
+    isInitialized = true;
+}
+
+bool IAAccessor::IsInitializationValid(IAStorage* storage, std::uint32_t block) {
+    const Place place = FindPlace(storage, block);
+    if (place.block == 0) return false;
+    IAInputBlock input(place.storage, place.block);
+    return RestoreInitValidation(&input, true);
+}
+
+void IAAccessor::Update(IAStorage* storage, std::uint32_t block) {
+    IAAssertion(!isInitialized, "accessor already initialized!", IAAccessorAlreadyInitialized);
+    const Place place = FindPlace(storage, block);
+    if (place.block == 0) {
+        Initializing();
+    } else {
+        {
+            IAInputBlock input(place.storage, place.block);
+            IAAssertion(RestoreInitValidation(&input, false), "invalid update operation",
+                        IAAccessorUpdateInvalid);
+            UpdatingInits(&input);
+        }
+        ExtendingInits();
+    }
+    isInitialized = true;
+}
+
+void IAAccessor::Store(IAStorage* storage, std::uint32_t block) {
+    CheckInitialized();
+    StoreAt(MakePlace(storage, block));
+}
+
+}  // namespace brindle
