@@ -54,7 +54,7 @@ public:
     /// Asks the directory now.  Its answer is taken only while no limit is known.
     void getTesseraSendSizeLimit();
 
-    /// "SpoolDir".
+    /// "SpoolDir", standardised; nullopt without one.
     std::optional<std::string> spoolDirectory() const;
     void setSpoolDirectory(std::optional<std::string_view> path);
     /// "MailDir", standardised; "~/Mailboxes".
@@ -75,7 +75,7 @@ public:
     /// "Mailer"; "/usr/sbin/sendmail", which setting does not store.
     std::string sendmailMailer() const;
     void setSendmailMailer(std::optional<std::string_view> path);
-    /// "POP3SpoolDirectory"; ".popspool" in defaultMailDirectory().
+    /// "POP3SpoolDirectory", standardised; ".popspool" in defaultMailDirectory().
     std::string popSpoolDirectory() const;
 
     /// "POP3Password", stored as base64, which keeps it from the eye and from nothing else.  A plain one, as
@@ -99,7 +99,7 @@ public:
     std::optional<PropertyList> dictionaryForKey(std::string_view key) const;
     std::string stringForKey(std::string_view key) const;  ///< empty in place of null
     void setObject(const PropertyList& value, std::string_view forKey);
-    bool synchronize() { return _defaults.synchronize(); }
+    [[nodiscard]] bool synchronize() { return _defaults.synchronize(); }
 
     /// The Tessera directory is a service of the host: the first value of a property of a named directory,
     /// found by walking the domain hierarchy upwards from the local domain; nullopt when no domain has it.

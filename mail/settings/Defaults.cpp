@@ -192,7 +192,7 @@ std::int32_t Defaults::sendSizeLimit() const {
 }
 
 void Defaults::setSendSizeLimit(std::int32_t limit) {
-    if (limit == sendSizeLimit()) return;
+    if (limit >= 0 && limit == _sendSizeLimit.load()) return;
     _sendSizeLimit = limit;
     if (limit < 0) {
         _defaults.removeObjectForKey(key::kSendSizeLimit);
@@ -243,7 +243,8 @@ void Defaults::setMailFilter(std::span<const std::string> names) {
 }
 
 std::optional<std::string> Defaults::spoolDirectory() const {
-    return textForKey(key::kSpoolDir);
+    const auto path = textForKey(key::kSpoolDir);
+    return path ? std::optional(standardizePath(*path)) : std::nullopt;
 }
 void Defaults::setSpoolDirectory(std::optional<std::string_view> path) {
     setText(path, key::kSpoolDir);
@@ -294,8 +295,8 @@ void Defaults::setSendmailMailer(std::optional<std::string_view> path) {
 }
 
 std::string Defaults::popSpoolDirectory() const {
-    auto path = textForKey(key::kPOP3SpoolDirectory);
-    return path ? *path : standardizePath(defaultMailDirectory() + "/.popspool");
+    return standardizePath(
+        textForKey(key::kPOP3SpoolDirectory).value_or(defaultMailDirectory() + "/.popspool"));
 }
 
 std::string Defaults::alternateAddressesForSelf() const {
@@ -315,7 +316,7 @@ std::string Defaults::popPassword() {
     if (password.empty()) return password;
     // Written by an old version: it shall not lie about in the open any longer.
     setPopPassword(password);
-    _defaults.synchronize();
+    static_cast<void>(_defaults.synchronize());  // logged there; the next time will do
     return password;
 }
 

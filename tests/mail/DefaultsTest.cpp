@@ -74,8 +74,10 @@ TEST_F(DefaultsTest, SettingsAreStoredUnderTheirKeysAndHaveFallBacks) {
     }
     EXPECT_EQ(defaults.popSpoolDirectory(), "/home/anna/Mailboxes/.popspool");
     EXPECT_EQ(defaults.spoolDirectory(), std::nullopt);
-    defaults.setSpoolDirectory("/sp");
-    EXPECT_THAT(defaults.spoolDirectory(), Optional(std::string("/sp")));
+    defaults.setSpoolDirectory("~/../sp/");
+    EXPECT_THAT(defaults.spoolDirectory(), Optional(std::string("/home/sp")));
+    user.setString("~/./pop", "POP3SpoolDirectory");
+    EXPECT_EQ(defaults.popSpoolDirectory(), "/home/anna/pop");
     defaults.setSendmailMailer("/opt/mailer");
     defaults.setSendmailMailer("/usr/sbin/sendmail");
     EXPECT_TRUE(defaults.synchronize());
@@ -138,6 +140,10 @@ TEST_F(DefaultsTest, PasswordIsHiddenFromTheEye) {
 TEST_F(DefaultsTest, DirectoryAnswersWhileNoSendSizeLimitIsStored) {
     std::string answer = "1200 and more", asked;
     EXPECT_EQ(defaults.sendSizeLimit(), 500);
+    Defaults(user).setSendSizeLimit(500);
+    EXPECT_EQ(user.integerForKey("SendSizeLimit"), 500)
+        << "stored when it is what there would be without it, too";
+    user.removeObjectForKey("SendSizeLimit");
     Defaults::setTesseraLookup([&](std::string_view directory, std::string_view property) {
         asked = std::string(directory) + ' ' + std::string(property);
         return answer;
