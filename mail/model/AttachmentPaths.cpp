@@ -1,6 +1,11 @@
+#include "mail/model/AttachmentPaths.h"
+
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 
+#include "base/files/FileSystem.h"
 #include "base/files/PathUtils.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/log.h"
@@ -34,6 +39,23 @@ std::string nameFromSubject(std::string_view subject) {
 }
 
 }  // namespace
+
+bool makePrivateDirectory(std::string_view pathView) {
+    const std::string path(pathView);
+    auto& files = FileSystem::current();
+    const auto made = makeDirectories(folderOf(path));
+    if (!made || !files.makeDirectory(path, kDirectoryMode)) {
+        // There already, or it cannot be made.  Somebody else may have been there first to read what comes.
+        const auto found = files.linkAttributes(path);
+        if (!found || !found->isDirectory || found->isLink || found->owner != ::geteuid()) {
+            log("%@ is no directory of this user alone", path);
+            return false;
+        }
+    }
+    const auto status = files.setPermissions(path, kDirectoryMode);
+    if (!status) log("%@", status.text());
+    return static_cast<bool>(status);
+}
 
 std::string Message::_filenameFromSubject(std::optional<std::string_view> subject,
                                           std::optional<std::string_view> inDirectory,

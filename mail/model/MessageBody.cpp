@@ -5,6 +5,7 @@
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/notification.h"
 #include "lorvale/platform/paths.h"
+#include "mail/model/AttachmentPaths.h"
 
 namespace lorvale {
 
@@ -52,7 +53,7 @@ std::optional<std::string> MessageBody::defaultAttachmentDirectory() {
     const MutexLock lock(directory.mutex);  // also while it is made, so that it is made once
     if (!directory.path.empty()) return directory.path;
     auto path = usualAttachmentDirectory();
-    if (!pathExists(path) && !makeDirectoryWithMode(path, 0700)) {
+    if (!makePrivateDirectory(stringByDeletingLastPathComponent(path)) || !makePrivateDirectory(path)) {
         log("Could not create attachment directory %@", path);
         return std::nullopt;
     }

@@ -78,9 +78,19 @@ TEST(PathUtils, FindsFreeNames) {
     EXPECT_NE(uniquePath(path), free) << "the serial number rises";
     EXPECT_THAT(fs::path(makeUniqueFilePath(path)).filename().string(),
                 MatchesRegex("a long name\\." + process + "[0-9]+\\.txt"));
-    // At most 12: four characters of the stem, the last four of the process, what is left of the serial number.
+    // The stem leaves eight characters, the end of the process all but four of these, the serial's end the rest
+    // (its "-" is over).
+    const auto ofProcess = [&](std::size_t most) {
+        return process.substr(process.size() - std::min(most, process.size()));
+    };
+    for (const auto& [most, stem, process4] :
+         {std::tuple{12, "a lo", 4u}, {15, "a long ", 4u}, {24, "a long name", 9u}})
+        EXPECT_THAT(fs::path(uniquePathWithMaximumLength(path, most)).stem().string(),
+                    MatchesRegex(stem + ("-" + ofProcess(process4)) + "-[0-9]{1,3}"));
+    for (int i = 0; i < 1000; ++i) static_cast<void>(uniquePathWithMaximumLength(path, 12));
     EXPECT_THAT(fs::path(uniquePathWithMaximumLength(path, 12)).stem().string(),
-                MatchesRegex("a lo-[0-9]{1,4}-[0-9]+"));
+                MatchesRegex("a lo-" + ofProcess(4) + "-[0-9]{3}"))
+        << "of a serial number above 999 the last three";
     writeFile(folder / "--.txt", "");
     EXPECT_NE(uniquePathWithMaximumLength(path, 1), (folder / "--.txt").string())
         << "ends although no short name is left";

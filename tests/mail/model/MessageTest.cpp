@@ -6,6 +6,7 @@
 
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/notification.h"
+#include "lorvale/platform/paths.h"
 #include "lorvale/values/text.h"
 #include "mail/model/RegisteredClass.h"
 #include "tests/mail/model/MemoryStore.h"
@@ -246,6 +247,20 @@ TEST(AttachmentPaths, AreFreshDirectoriesForTheUserAlone) {
     EXPECT_EQ(Message::makeUniqueAttachmentNamed("Plan", where + "/file"), std::nullopt);
     EXPECT_THAT(log.lines(),
                 ::testing::Contains("Could not create attachment directory " + where + "/file/Plan.attach"));
+
+    // The usual place lies in a directory that is everybody's.
+    setTemporaryDirectory(where);
+    const auto own = where + "/" + loginName();
+    std::filesystem::create_directories(where + "/other");
+    std::filesystem::create_symlink(where + "/other", own);
+    EXPECT_EQ(MessageBody::defaultAttachmentDirectory(), std::nullopt) << "a link that anybody may have laid";
+    std::filesystem::remove(own);
+    std::filesystem::create_directories(own + "/mail");
+    std::filesystem::permissions(own + "/mail", std::filesystem::perms::all);
+    EXPECT_EQ(MessageBody::defaultAttachmentDirectory(), own + "/mail");
+    for (const auto& path : {own, own + "/mail"})
+        EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms::owner_all);
+    setTemporaryDirectory({});
 
     MessageBody::setDefaultAttachmentDirectory(where + "/usual");
     EXPECT_EQ(Message::makeUniqueAttachmentNamed("Plan", ".y", std::nullopt), where + "/usual/Plan.y");
