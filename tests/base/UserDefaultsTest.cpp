@@ -184,7 +184,7 @@ TEST_F(UserDefaultsTest, CrashWhileWritingLeavesTheOldSettingsOrTheNewOnes) {
         defaults.setString("new", "a");
         testing::FailingFileSystem disk(static_cast<std::uint64_t>(allowed));
         disk.dieAtChange(allowed);
-        done = disk.survives([&] { defaults.synchronize(); });
+        done = disk.survives([&] { static_cast<void>(defaults.synchronize()); });
         disk.losePower();
         EXPECT_THAT(make().stringForKey("a"), Optional(::testing::AnyOf("old", "new"))) << allowed;
     }

@@ -11,7 +11,7 @@ class LORVALE_CAPABILITY("mutex") Mutex {
 public:
     void lock() LORVALE_ACQUIRE() { _mutex.lock(); }
     void unlock() LORVALE_RELEASE() { _mutex.unlock(); }
-    bool try_lock() LORVALE_TRY_ACQUIRE(true) { return _mutex.try_lock(); }
+    [[nodiscard]] bool try_lock() LORVALE_TRY_ACQUIRE(true) { return _mutex.try_lock(); }
     std::mutex& native() { return _mutex; }  ///< for waiting on a condition variable
 
 private:
@@ -22,7 +22,7 @@ class LORVALE_CAPABILITY("mutex") RecursiveMutex {
 public:
     void lock() LORVALE_ACQUIRE() { _mutex.lock(); }
     void unlock() LORVALE_RELEASE() { _mutex.unlock(); }
-    bool try_lock() LORVALE_TRY_ACQUIRE(true) { return _mutex.try_lock(); }
+    [[nodiscard]] bool try_lock() LORVALE_TRY_ACQUIRE(true) { return _mutex.try_lock(); }
 
 private:
     std::recursive_mutex _mutex;

@@ -27,7 +27,8 @@ LORVALE_EXPORT void setSpoolDirectory(std::string_view path);
 LORVALE_EXPORT std::string resourceDirectory();
 LORVALE_EXPORT void setResourceDirectory(std::string_view path);
 /// "name.type" in the resource directory (no dot for an empty type); nullopt when no such file is there.
-LORVALE_EXPORT std::optional<std::string> pathForResource(std::string_view name, std::string_view type = {});
+[[nodiscard]] LORVALE_EXPORT std::optional<std::string> pathForResource(std::string_view name,
+                                                                        std::string_view type = {});
 
 /// The user's settings: "lorvale" in $XDG_CONFIG_HOME, else (and always for a redirected home) in ".config" of
 /// the home directory.  Not made here.
@@ -41,10 +42,10 @@ LORVALE_EXPORT void setRootDirectory(std::string_view path);
 /// Puts a home directory for a leading "~" or "~name", takes out ".", "..", repeated and final slashes.  A ".."
 /// behind a symbolic link goes up from where the link leads; otherwise the file system is not asked.  An
 /// unknown user's "~name" and a ".." at the start of a relative path stay.
-LORVALE_EXPORT std::string standardizePath(std::string_view path);
+[[nodiscard]] LORVALE_EXPORT std::string standardizePath(std::string_view path);
 
 /// "~" in place of the home directory at the start of a path.
-LORVALE_EXPORT std::string abbreviateWithTilde(std::string_view path);
+[[nodiscard]] LORVALE_EXPORT std::string abbreviateWithTilde(std::string_view path);
 
 /// The login name of the process's user, from the password file; else $LOGNAME, else the user number.
 LORVALE_EXPORT std::string loginName();

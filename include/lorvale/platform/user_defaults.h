@@ -67,7 +67,7 @@ public:
     /// Writes what was set and reads what other processes wrote; keys that were not set here are taken from the
     /// file.  False, with a line in the log, when a file could not be written; the changes are kept for the
     /// next time.
-    bool synchronize();
+    [[nodiscard]] bool synchronize();
 
 private:
     class Implementation;

@@ -97,7 +97,7 @@ public:
 
     const std::string& string() const { return _text; }
     std::size_t length() const { return _length; }
-    bool empty() const { return _text.empty(); }
+    [[nodiscard]] bool empty() const { return _text.empty(); }
 
     std::vector<Run> runs() const;
     /// The run that holds a character; throws RangeException at or past the end.
@@ -105,8 +105,8 @@ public:
     const TextAttributes& attributesAtIndex(std::size_t index) const { return runAtIndex(index).attributes; }
     /// The first run that has the attribute, at or after the location, cut off in front of it; nullopt without
     /// one.
-    std::optional<Run> nextAttribute(TextAttribute attribute, std::size_t fromLocation) const;
-    AttributedText attributedSubstring(Range range) const;
+    [[nodiscard]] std::optional<Run> nextAttribute(TextAttribute attribute, std::size_t fromLocation) const;
+    [[nodiscard]] AttributedText attributedSubstring(Range range) const;
 
     void append(std::string_view text, const TextAttributes& attributes = {});
     void append(const AttributedText& text);

@@ -40,14 +40,14 @@ public:
     /// Bytes that `owner` keeps alive.
     Data(std::shared_ptr<const void> owner, const std::uint8_t* bytes, std::size_t size)
         : _owner(std::move(owner)), _bytes(bytes), _size(size) {}
-    static Data copyOf(std::string_view bytes);
-    static Data copyOf(std::span<const std::uint8_t> bytes);
+    [[nodiscard]] static Data copyOf(std::string_view bytes);
+    [[nodiscard]] static Data copyOf(std::span<const std::uint8_t> bytes);
     /// Bytes with static storage duration, such as a literal.
-    static Data ofStatic(std::string_view bytes);
+    [[nodiscard]] static Data ofStatic(std::string_view bytes);
 
     const std::uint8_t* bytes() const { return _bytes; }
     std::size_t size() const { return _size; }
-    bool empty() const { return _size == 0; }
+    [[nodiscard]] bool empty() const { return _size == 0; }
     std::uint8_t operator[](std::size_t i) const { return _bytes[i]; }
     const std::uint8_t* begin() const { return _bytes; }
     const std::uint8_t* end() const { return _bytes + _size; }
@@ -57,9 +57,9 @@ public:
     std::string toString() const { return std::string(view()); }
 
     /// A slice on the same owner.  A range that reaches past the end is cut off there.
-    Data subdata(Range range) const;
+    [[nodiscard]] Data subdata(Range range) const;
     /// The slice for a view into this data, which `part` must be.
-    Data subdata(std::string_view part) const;
+    [[nodiscard]] Data subdata(std::string_view part) const;
 
     friend bool operator==(const Data& a, const Data& b) { return a.view() == b.view(); }
 
@@ -83,7 +83,7 @@ public:
     ~ByteBuffer();
 
     std::size_t size() const { return _size; }
-    bool empty() const { return _size == 0; }
+    [[nodiscard]] bool empty() const { return _size == 0; }
     std::string_view view() const { return {reinterpret_cast<const char*>(_bytes), _size}; }
     std::uint8_t* bytes() { return _bytes; }
 
@@ -107,7 +107,7 @@ public:
     void commit(std::size_t count) { _size += count; }
 
     /// Everything appended so far, without a copy.  The buffer is empty afterwards.
-    Data data();
+    [[nodiscard]] Data data();
 
 private:
     void grow(std::size_t atLeast);

@@ -36,7 +36,8 @@ public:
     /// A blank in the format takes one or more blanks and tabs, white space around the text is passed over, any
     /// other character stands for itself, and a format with another mark reads nothing.  What is missing is
     /// taken as the start of 1970; without a zone the local one at that time holds.  Never allocates.
-    static std::optional<Date> dateWithString(std::string_view text, std::string_view calendarFormat);
+    [[nodiscard]] static std::optional<Date> dateWithString(std::string_view text,
+                                                            std::string_view calendarFormat);
 
     /// Written by a calendar format, in its own zone.  %a and %b give the short names, %A and %B the long ones,
     /// %e the day without zero or blank, %j three digits, the other numbers two; %z is "+hhmm", %Z "GMT" or
@@ -46,8 +47,8 @@ public:
     std::string iso8601() const;
 
     /// The same moment in another zone, or in the local one with its offset at that moment.
-    Date inZone(std::int32_t zoneOffset) const { return Date(_seconds, zoneOffset); }
-    Date inLocalZone() const;
+    [[nodiscard]] Date inZone(std::int32_t zoneOffset) const { return Date(_seconds, zoneOffset); }
+    [[nodiscard]] Date inLocalZone() const;
 
     friend bool operator==(const Date& a, const Date& b) { return a._seconds == b._seconds; }
     friend std::strong_ordering operator<=>(const Date& a, const Date& b) { return a._seconds <=> b._seconds; }
@@ -74,24 +75,24 @@ LORVALE_EXPORT CivilTime civilTime(const Date& date);
 LORVALE_EXPORT int weekdayFromDays(std::int64_t daysSince1970);
 LORVALE_EXPORT int daysInMonth(int year, int month);
 /// Nullopt when a field is out of its range or the day does not exist; a second of 60 is the next minute.
-LORVALE_EXPORT std::optional<Date> dateFromCivil(const CivilTime& time, std::int32_t zoneOffset);
+[[nodiscard]] LORVALE_EXPORT std::optional<Date> dateFromCivil(const CivilTime& time, std::int32_t zoneOffset);
 /// The same in the local zone: a time that a change of clocks leaves out counts by the offset before it.
-LORVALE_EXPORT std::optional<Date> dateFromLocalCivil(const CivilTime& time);
+[[nodiscard]] LORVALE_EXPORT std::optional<Date> dateFromLocalCivil(const CivilTime& time);
 /// Seconds east of UTC in the local zone at that moment.
 LORVALE_EXPORT std::int32_t localZoneOffset(std::int64_t secondsSince1970);
 
 /// 1 to 12, 0 to 6 from Sunday: by the English name, cut off behind any letter from the third on ("Sept",
 /// "Thurs"), in any case of letters.
-LORVALE_EXPORT std::optional<int> monthNamed(std::string_view name);
-LORVALE_EXPORT std::optional<int> weekdayNamed(std::string_view name);
+[[nodiscard]] LORVALE_EXPORT std::optional<int> monthNamed(std::string_view name);
+[[nodiscard]] LORVALE_EXPORT std::optional<int> weekdayNamed(std::string_view name);
 /// The moment of "2002-08-22T10:46:23Z", as Date::iso8601() writes it, or with a zone as "+02:00" in place of
 /// the "Z"; nullopt for another form, or a time that does not exist.
-LORVALE_EXPORT std::optional<Date> dateFromIso8601(std::string_view text);
+[[nodiscard]] LORVALE_EXPORT std::optional<Date> dateFromIso8601(std::string_view text);
 /// Seconds east of UTC for a name of RFC 822 ("UT", "GMT", "EST", "PDT"), a common abbreviation ("CET", "JST"),
 /// one letter of the military zones (all 0, as RFC 5322 asks, since mail has them with both signs) or a form
 /// with digits ("GMT+2", "UTC-0330"); nullopt for any other.
-LORVALE_EXPORT std::optional<std::int32_t> zoneOffsetNamed(std::string_view name);
+[[nodiscard]] LORVALE_EXPORT std::optional<std::int32_t> zoneOffsetNamed(std::string_view name);
 /// Seconds east of UTC for "+hhmm", "-hhmm" or "+hh:mm"; nullopt for another form, or minutes above 59.
-LORVALE_EXPORT std::optional<std::int32_t> zoneOffsetFromDigits(std::string_view digits);
+[[nodiscard]] LORVALE_EXPORT std::optional<std::int32_t> zoneOffsetFromDigits(std::string_view digits);
 
 }  // namespace lorvale

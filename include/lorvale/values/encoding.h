@@ -34,18 +34,18 @@ enum class Lossy : bool { no, yes };
 /// The text that the bytes stand for, in UTF-8; nullopt when they are not valid in the encoding or the
 /// encoding is not one of the above.  Single-byte encodings but ASCII know every byte: where Windows left one
 /// undefined it is the control character of the same number.
-LORVALE_EXPORT std::optional<std::string> decode(std::string_view bytes, StringEncoding encoding);
+[[nodiscard]] LORVALE_EXPORT std::optional<std::string> decode(std::string_view bytes, StringEncoding encoding);
 
 /// The same, with U+FFFD for each byte that is not valid.  Bytes of an unknown encoding are read as ASCII.
-LORVALE_EXPORT std::string decodeLossy(std::string_view bytes, StringEncoding encoding);
+[[nodiscard]] LORVALE_EXPORT std::string decodeLossy(std::string_view bytes, StringEncoding encoding);
 
 /// The bytes for a text in UTF-8; nullopt when a character has none.  With Lossy::yes such a character becomes
 /// "?" and only the unknown encoding gives nullopt.  Reading the result gives the text back.
-LORVALE_EXPORT std::optional<Data> encode(std::string_view utf8, StringEncoding encoding,
-                                          Lossy lossy = Lossy::no);
+[[nodiscard]] LORVALE_EXPORT std::optional<Data> encode(std::string_view utf8, StringEncoding encoding,
+                                                        Lossy lossy = Lossy::no);
 
 /// Whether encode() without loss has a result.
-LORVALE_EXPORT bool canConvert(std::string_view utf8, StringEncoding encoding);
+[[nodiscard]] LORVALE_EXPORT bool canConvert(std::string_view utf8, StringEncoding encoding);
 
 struct AvailableEncoding {
     StringEncoding encoding;
@@ -65,9 +65,9 @@ LORVALE_EXPORT StringEncoding defaultCStringEncoding();
 LORVALE_EXPORT void setDefaultCStringEncoding(StringEncoding encoding);
 
 /// Bytes in the default C string encoding to text.  Never fails: a byte that is not valid reads as Latin 1.
-LORVALE_EXPORT std::string decodeCString(std::string_view bytes);
+[[nodiscard]] LORVALE_EXPORT std::string decodeCString(std::string_view bytes);
 
 /// Text to bytes in the default C string encoding, with "?" for what it lacks.
-LORVALE_EXPORT Data encodeCString(std::string_view utf8);
+[[nodiscard]] LORVALE_EXPORT Data encodeCString(std::string_view utf8);
 
 }  // namespace lorvale
