@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <memory>
 #include <utility>
 
 #include "lorvale/platform/mutex.h"
@@ -15,8 +16,9 @@ void writeToStandardError(std::string_view line) {
 }
 
 struct Sink {
+    Mutex calls;  // held over each call, so that lines do not mix; taken before the other, never after
     Mutex mutex;
-    LogSink function LORVALE_GUARDED_BY(mutex) = writeToStandardError;
+    std::shared_ptr<const LogSink> function LORVALE_GUARDED_BY(mutex);  // null: standard error
 };
 
 // Never destroyed: a thread that outlives main() may still log.
@@ -25,14 +27,37 @@ Sink& sink() {
     return instance;
 }
 
+thread_local bool isInSink = false;
+
+/// Marks the thread as being in the sink.
+class InSink {
+public:
+    InSink() { isInSink = true; }
+    ~InSink() { isInSink = false; }
+    InSink(const InSink&) = delete;
+    InSink& operator=(const InSink&) = delete;
+};
+
+std::shared_ptr<const LogSink> exchangeSink(std::shared_ptr<const LogSink> function) {
+    auto& shared = sink();
+    const MutexLock lock(shared.mutex);
+    return std::exchange(shared.function, std::move(function));
+}
+
 std::atomic<bool> debugging{false};
 
 }  // namespace
 
 LogSink setLogSink(LogSink function) {
-    auto& shared = sink();
-    const MutexLock lock(shared.mutex);
-    return std::exchange(shared.function, function ? std::move(function) : LogSink(writeToStandardError));
+    auto fresh = function ? std::make_shared<const LogSink>(std::move(function)) : nullptr;
+    std::shared_ptr<const LogSink> old;
+    if (isInSink) {
+        old = exchangeSink(std::move(fresh));
+    } else {
+        const MutexLock nobodyIsInIt(sink().calls);
+        old = exchangeSink(std::move(fresh));
+    }
+    return old == nullptr ? LogSink(writeToStandardError) : *old;
 }
 
 void setDebugLogging(bool on) {
@@ -44,8 +69,15 @@ bool debugLogging() {
 
 void logLine(std::string_view line) {
     auto& shared = sink();
-    const MutexLock lock(shared.mutex);  // held over the write, so that lines do not mix
-    shared.function(line);
+    if (isInSink) return writeToStandardError(line);  // what the sink itself has to say cannot go to it
+    const MutexLock oneAtATime(shared.calls);
+    std::shared_ptr<const LogSink> function;
+    {
+        const MutexLock lock(shared.mutex);
+        function = shared.function;
+    }
+    const InSink mark;
+    function == nullptr ? writeToStandardError(line) : (*function)(line);
 }
 
 }  // namespace lorvale

@@ -12,6 +12,22 @@
 
 namespace lorvale {
 
+namespace {
+
+template <class Pointer>
+bool haveOneOwner(const std::shared_ptr<const void>& a, const Pointer& b) {
+    return !a.owner_before(b) && !b.owner_before(a);
+}
+
+/// How many callbacks the thread is in.
+thread_local int callbacksAround = 0;
+
+}  // namespace
+
+bool Notification::isSameObject(const std::shared_ptr<const void>& a, const std::shared_ptr<const void>& b) {
+    return haveOneOwner(a, b) && (a.use_count() > 0 || a == b);
+}
+
 /// One callback, and who is in it at the moment.
 struct ObserverToken::Observer {
     Observer(NotificationCenter::Callback function, std::string_view wantedName,
@@ -19,52 +35,55 @@ struct ObserverToken::Observer {
         : name(wantedName),
           address(wantedObject.get()),
           object(wantedObject),
-          isTracked(wantedObject.use_count() > 0),
+          isOwned(wantedObject.use_count() > 0),
           callback(std::move(function)) {}
 
     bool wants(const Notification& notification) const {
         if (!name.empty() && name != notification.name) return false;
-        if (address == nullptr) return true;
-        // An object that died may have left its address to another one.
-        return address == notification.object.get() && (!isTracked || !object.expired());
+        if (isOwned) return haveOneOwner(notification.object, object);
+        return address == nullptr ||
+               (notification.object.use_count() == 0 && notification.object.get() == address);
     }
 
     void call(const Notification& notification) {
         {
-            const std::lock_guard lock(mutex);
+            const MutexLock lock(mutex);
             if (removed) return;
             callers.push_back(std::this_thread::get_id());
         }
+        ++callbacksAround;
         runLoggingExceptions("Notification " + notification.name, [&] { callback(notification); });
+        --callbacksAround;
         NotificationCenter::Callback dropped;  // destroyed without the lock
-        const std::lock_guard lock(mutex);
+        const MutexLock lock(mutex);
         callers.erase(std::ranges::find(callers, std::this_thread::get_id()));
         if (removed && callers.empty()) dropped.swap(callback);
         left.notify_all();
     }
 
-    /// Returns when no other thread is in the callback and none will enter it.
+    /// No thread begins the callback any more.
     void remove() {
         NotificationCenter::Callback dropped;
-        std::unique_lock lock(mutex);
+        const MutexLock lock(mutex);
         removed = true;
-        const auto here = std::this_thread::get_id();
-        left.wait(lock,
-                  [&] { return std::ranges::all_of(callers, [&](auto caller) { return caller == here; }); });
-        // Inside its own callback the function must outlive the call that runs in it.
+        // The function must outlive the calls that run in it; the last one drops it.
         if (callers.empty()) dropped.swap(callback);
-        lock.unlock();
+    }
+
+    void waitUntilLeft() LORVALE_NO_THREAD_SAFETY_ANALYSIS {  // the analysis does not know a wait
+        std::unique_lock lock(mutex.native());
+        while (!callers.empty()) left.wait(lock);
     }
 
     const std::string name;
     const void* const address;
     const std::weak_ptr<const void> object;
-    const bool isTracked;
+    const bool isOwned;
 
-    std::mutex mutex;  // never held while the callback runs
+    Mutex mutex;  // never held while the callback runs
     std::condition_variable left;
-    std::vector<std::thread::id> callers;  // guarded by mutex, as are the next two
-    bool removed = false;
+    std::vector<std::thread::id> callers LORVALE_GUARDED_BY(mutex);
+    bool removed LORVALE_GUARDED_BY(mutex) = false;
     NotificationCenter::Callback callback;  // changed only once nobody is in it
 };
 
@@ -91,6 +110,12 @@ void ObserverToken::reset() {
     observer->remove();
 }
 
+void ObserverToken::removeAndWait() {
+    const auto observer = _observer;
+    reset();
+    if (observer != nullptr && callbacksAround == 0) observer->waitUntilLeft();
+}
+
 NotificationCenter& NotificationCenter::defaultCenter() {
     static NotificationCenter& instance =
         *new NotificationCenter;  // never destroyed: late threads may still post
@@ -108,6 +133,16 @@ ObserverToken NotificationCenter::addObserver(Callback callback, std::string_vie
     const MutexLock lock(_table->mutex);
     _table->observers.push_back(token._observer);
     return token;
+}
+
+ObserverToken NotificationCenter::addObserver(std::weak_ptr<const void> observer, Callback callback,
+                                              std::string_view name,
+                                              const std::shared_ptr<const void>& object) {
+    return addObserver(
+        [observer = std::move(observer), callback = std::move(callback)](const Notification& notification) {
+            if (const auto held = observer.lock()) callback(notification);
+        },
+        name, object);
 }
 
 void NotificationCenter::postNotification(const Notification& notification) {

@@ -15,9 +15,9 @@ bool isSame(const Notification& a, const Notification& b, Coalescing coalescing)
         case Coalescing::onName:
             return a.name == b.name;
         case Coalescing::onSender:
-            return a.object == b.object;
+            return Notification::isSameObject(a.object, b.object);
         case Coalescing::onNameAndSender:
-            return a.name == b.name && a.object == b.object;
+            return a.name == b.name && Notification::isSameObject(a.object, b.object);
     }
     return false;
 }

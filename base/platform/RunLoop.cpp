@@ -3,6 +3,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <utility>
 
 #include "base/platform/RunLoopImplementation.h"
@@ -20,7 +21,11 @@ Clock::time_point after(Clock::duration delay) {
     return delay > Clock::time_point::max() - now ? Clock::time_point::max() : now + delay;
 }
 
-thread_local bool threadIsEnding = false;  // trivial, so that it can be read to the very end
+// Trivial, so that they can be read to the very end of the thread.
+thread_local bool threadIsEnding = false;
+thread_local const RunLoop* loopOfThread = nullptr;  // once it is made
+
+std::atomic<const RunLoop*> loopOfFirstThread{nullptr};  // the same; any thread may ask for it
 
 bool isFirstThread() {
     return ::syscall(SYS_gettid) == ::getpid();
@@ -40,9 +45,10 @@ MainLoop& mainLoop() {
 
 /// Holds a thread's loop, and closes it when the thread ends.
 struct RunLoopOfThread {
-    RunLoopOfThread() : loop(isFirstThread() ? first() : make()) {}
+    RunLoopOfThread() : loop(isFirstThread() ? first() : make()) { loopOfThread = loop.get(); }
     ~RunLoopOfThread() {
         threadIsEnding = true;
+        loopOfThread = nullptr;
         loop->_implementation->close();
     }
     RunLoopOfThread(const RunLoopOfThread&) = delete;
@@ -52,6 +58,7 @@ struct RunLoopOfThread {
     /// The loop of the process's first thread, which others may ask for before that thread does.
     static const std::shared_ptr<RunLoop>& first() {
         static const auto& loop = *new std::shared_ptr<RunLoop>(make());
+        loopOfFirstThread = loop.get();
         return loop;
     }
     static std::shared_ptr<RunLoop> closed() {
@@ -83,7 +90,10 @@ void RunLoop::setMain(std::shared_ptr<RunLoop> loop) {
 }
 
 bool RunLoop::isMainThread() {
-    return current() == main();
+    auto& shared = mainLoop();
+    const MutexLock lock(shared.mutex);
+    if (shared.named == nullptr) return isFirstThread();
+    return shared.named.get() == (isFirstThread() ? loopOfFirstThread.load() : loopOfThread);
 }
 
 RunLoop::RunLoop() : _implementation(std::make_unique<Implementation>()) {}

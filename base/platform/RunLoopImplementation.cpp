@@ -1,5 +1,6 @@
 #include "base/platform/RunLoopImplementation.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -16,6 +17,9 @@
 namespace lorvale {
 
 namespace {
+
+// What epoll says is handed to poll and back.
+static_assert(EPOLLIN == POLLIN && EPOLLOUT == POLLOUT && EPOLLHUP == POLLHUP && EPOLLERR == POLLERR);
 
 using Clock = RunLoop::Clock;
 
@@ -111,10 +115,12 @@ std::uint64_t RunLoop::Implementation::addSource(int descriptor, Ready wanted,
     epoll_event event{};
     event.events = (wanted.readable ? EPOLLIN : 0u) | (wanted.writable ? EPOLLOUT : 0u);
     event.data.u64 = ++_lastSource;
-    if (::epoll_ctl(_epoll.get(), EPOLL_CTL_ADD, descriptor, &event) != 0)
+    if (::epoll_ctl(_epoll.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
         throw InvalidArgumentException(
             formatText("The descriptor %d cannot be watched (error %d)", descriptor, errno));
-    _watches.emplace(_lastSource, std::make_shared<Watch>(Watch{descriptor, std::move(callback)}));
+    }
+    _watches.emplace(_lastSource,
+                     std::make_shared<Watch>(Watch{descriptor, event.events, std::move(callback)}));
     return _lastSource;
 }
 
@@ -148,16 +154,24 @@ void RunLoop::Implementation::acknowledge(std::uint64_t number) {
     if (number == kWakeUp) _awake = false;
 }
 
-bool RunLoop::Implementation::runSource(const epoll_event& event) {
-    std::shared_ptr<Watch> watch;
-    {
-        const MutexLock lock(_mutex);
-        const auto found = _watches.find(event.data.u64);
-        if (found == _watches.end()) return false;  // removed by a callback of the same turn
-        watch = found->second;
+std::shared_ptr<RunLoop::Implementation::Watch> RunLoop::Implementation::watchOf(std::uint64_t number) {
+    const MutexLock lock(_mutex);
+    const auto found = _watches.find(number);
+    return found == _watches.end() ? nullptr : found->second;
+}
+
+/// `isFresh`: no callback has run since the event came in.
+bool RunLoop::Implementation::runSource(const epoll_event& event, bool isFresh) {
+    const auto watch = watchOf(event.data.u64);
+    if (watch == nullptr) return false;  // removed by a callback of the same turn
+    auto events = event.events;
+    if (!isFresh) {
+        // A callback before this one, or a loop that it ran inside, may have used up what was there.
+        pollfd now{watch->descriptor, static_cast<short>(watch->wanted), 0};
+        if (::poll(&now, 1, 0) != 1) return false;
+        events = static_cast<std::uint32_t>(now.revents);
     }
-    const Ready ready{(event.events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0,
-                      (event.events & (EPOLLOUT | EPOLLERR)) != 0};
+    const Ready ready{(events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0, (events & (EPOLLOUT | EPOLLERR)) != 0};
     runLoggingExceptions("Run loop source", [&] { watch->callback(ready); });
     return true;
 }
@@ -229,10 +243,11 @@ bool RunLoop::Implementation::turn(Clock::time_point deadline) {
     bool ran = false;
     for (int i = 0; i < count; ++i) {
         const auto& event = events[static_cast<std::size_t>(i)];
-        if (event.data.u64 <= kTimer)
+        if (event.data.u64 <= kTimer) {
             acknowledge(event.data.u64);
-        else
-            ran = runSource(event) || ran;
+        } else {
+            ran = runSource(event, !ran) || ran;
+        }
     }
     ran = runTimers() || ran;
     ran = runPending() || ran;

@@ -39,6 +39,7 @@ private:
     };
     struct Watch {
         int descriptor;
+        std::uint32_t wanted;  // events of epoll
         std::function<void(Ready)> callback;
     };
     // What the descriptor of an epoll event stands for; sources have higher numbers.
@@ -48,7 +49,8 @@ private:
     void wakeUp() LORVALE_REQUIRES(_mutex);
     void setTimer() LORVALE_REQUIRES(_mutex);
     void acknowledge(std::uint64_t number);
-    bool runSource(const epoll_event& event);
+    std::shared_ptr<Watch> watchOf(std::uint64_t number);
+    bool runSource(const epoll_event& event, bool isFresh);
     bool runTimers();
     bool runPending();
     bool runIdle();

@@ -17,22 +17,44 @@ namespace lorvale {
 
 namespace {
 
-void setUpCurrentThread(const std::string& name, int priority) {
-    ::pthread_setname_np(::pthread_self(), name.substr(0, 15).c_str());
-    if (priority == 0) return;
-    // On Linux the nice value belongs to the thread.  Counted from the process's own, or the threads of one
-    // that runs below all others would ask for more.  A refusal costs nothing but speed.
-    const auto self = static_cast<id_t>(::syscall(SYS_gettid));
-    ::setpriority(PRIO_PROCESS, self, std::min(::getpriority(PRIO_PROCESS, self) + priority, 19));
+bool isCurrent(const std::jthread& thread) {
+    return thread.get_id() == std::this_thread::get_id();
 }
 
 }  // namespace
+
+bool Thread::setCurrentPriority(int priority) {
+    // On Linux the nice value belongs to the thread, and the process's own is that of its first thread. Counted
+    // from there, or the threads of a process that runs below all others would ask for more.
+    const auto self = static_cast<id_t>(::syscall(SYS_gettid));
+    const auto first = static_cast<id_t>(::getpid());
+    const int nice = std::clamp(::getpriority(PRIO_PROCESS, first) + priority, -20, 19);
+    return nice == ::getpriority(PRIO_PROCESS, self) || ::setpriority(PRIO_PROCESS, self, nice) == 0;
+}
+
+void Thread::end() noexcept {
+    if (!_thread.joinable()) return;
+    _thread.request_stop();
+    isCurrent(_thread) ? _thread.detach() : _thread.join();
+}
+
+Thread& Thread::operator=(Thread&& other) noexcept {
+    if (this == &other) return *this;
+    end();
+    _thread = std::move(other._thread);
+    return *this;
+}
+
+void Thread::join() {
+    if (_thread.joinable() && !isCurrent(_thread)) _thread.join();
+}
 
 Thread::Thread(std::string name, int priority, Body body) {
     try {
         _thread = std::jthread(
             [name = std::move(name), priority, body = std::move(body)](const std::stop_token& stop) {
-                setUpCurrentThread(name, priority);
+                ::pthread_setname_np(::pthread_self(), name.substr(0, 15).c_str());
+                setCurrentPriority(priority);
                 runLoggingExceptions("Thread " + name, [&] { body(stop); });
             });
     } catch (const std::system_error& error) {

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <utility>
 
-#include "lorvale/platform/notification.h"
 #include "lorvale/platform/run_loop.h"
 
 namespace lorvale {
@@ -35,10 +34,12 @@ void UserAgent::performInMainThread(std::function<void()> call) {
     RunLoop::main()->perform(std::move(call));
 }
 
-void UserAgent::postNotificationNameInMainThread(std::string_view name, std::shared_ptr<const void> object) {
-    performInMainThread([name = std::string(name), object = std::move(object)] {
-        NotificationCenter::defaultCenter().postNotification(name, object);
-    });
+void UserAgent::postNotificationNameInMainThread(std::string_view name, std::shared_ptr<const void> object,
+                                                 Notification::UserInfo userInfo) {
+    performInMainThread(
+        [notification = Notification{std::string(name), std::move(object), std::move(userInfo)}] {
+            NotificationCenter::defaultCenter().postNotification(notification);
+        });
 }
 
 void UserAgent::openStore(const std::shared_ptr<MessageStore>&, bool) {}

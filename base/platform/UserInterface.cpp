@@ -11,6 +11,16 @@ std::atomic<UserInterface*> current{nullptr};
 
 }  // namespace
 
+ProgressPanel::~ProgressPanel() = default;
+void ProgressPanel::update(const ProgressState&, std::string_view) {}
+void ProgressPanel::show() {}
+void ProgressPanel::hide() {}
+void ProgressPanel::beginModalSession() {}
+void ProgressPanel::turnModalSession() {}
+void ProgressPanel::endModalSession() {}
+
+Sound::~Sound() = default;
+
 UserInterface::~UserInterface() = default;
 
 AlertChoice UserInterface::runAlertPanel(std::string_view, std::string_view, std::string_view, std::string_view,
@@ -19,6 +29,19 @@ AlertChoice UserInterface::runAlertPanel(std::string_view, std::string_view, std
 }
 
 void UserInterface::beep() {}
+
+std::optional<std::string> UserInterface::askForHost(std::string_view, std::string_view) {
+    return std::nullopt;
+}
+
+std::shared_ptr<Sound> UserInterface::soundFromData(const Data&, std::string_view) {
+    return nullptr;
+}
+
+std::unique_ptr<ProgressPanel> UserInterface::makeProgressPanel(std::function<void()>) {
+    return std::make_unique<ProgressPanel>();
+}
+
 void UserInterface::terminate() {}
 
 void UserInterface::performLater(RunLoop::Callback call, RunLoop::Clock::duration delay) {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "lorvale/platform/localization.h"
+#include "lorvale/platform/log.h"
 #include "lorvale/platform/notification.h"
 #include "lorvale/platform/run_loop.h"
 #include "lorvale/platform/user_agent.h"
@@ -24,6 +25,21 @@ TEST(UserAgent, AbsentHostRefusesQuestions) {
     EXPECT_FALSE(remember);
 }
 
+TEST(LogThreads, ASinkMayLogAndReplaceItself) {
+    std::vector<std::string> lines;
+    const auto before = setLogSink([&](std::string_view line) {
+        lines.emplace_back(line);
+        log("from the sink");  // to standard error
+        if (line == "last")
+            setLogSink([&](std::string_view later) { lines.push_back("later " + std::string(later)); });
+    });
+    log("first");
+    log("last");
+    log("line");
+    setLogSink(before);
+    EXPECT_THAT(lines, ::testing::ElementsAre("first", "last", "later line"));
+}
+
 TEST(UserAgentThreads, AbsentHostStillPassesWorkToTheMainLoop) {
     const auto main = std::this_thread::get_id();
     const auto sender = std::make_shared<int>(0);
@@ -32,21 +48,28 @@ TEST(UserAgentThreads, AbsentHostStillPassesWorkToTheMainLoop) {
         [&](const Notification& n) {
             EXPECT_EQ(std::this_thread::get_id(), main);
             EXPECT_EQ(n.object, sender);
-            ++calls;
+            calls += n.userInfo.contains("many") ? 100 : 1;
         },
         "done", sender);
     std::jthread([&] {
         userAgentOrAbsent().performInMainThread([&] { calls += 10; });
         userAgentOrAbsent().postNotificationNameInMainThread("done", sender);
+        userAgentOrAbsent().postNotificationNameInMainThread("done", sender, {{"many", 100}});
     }).join();
     EXPECT_EQ(calls, 0) << "not before the main loop turns";
     while (RunLoop::current()->dispatch()) continue;
-    EXPECT_EQ(calls, 11);
+    EXPECT_EQ(calls, 111);
 }
 
 TEST(UserInterface, WithoutWindowsTheCautiousAnswerIsGiven) {
     EXPECT_EQ(currentUserInterface().runAlertPanel("Open", "Locked.", "Open Anyway", "Don't Open", "Quit"),
               AlertChoice::alternateButton);
+    EXPECT_EQ(currentUserInterface().askForHost("No answer", "smtp.example"), std::nullopt);
+    EXPECT_EQ(currentUserInterface().soundFromData(Data::ofStatic("x"), "audio/basic"), nullptr);
+    const auto panel = currentUserInterface().makeProgressPanel([] { ADD_FAILURE() << "nobody presses it"; });
+    panel->beginModalSession();
+    panel->update({}, "");
+    panel->turnModalSession();
     bool ran = false;
     currentUserInterface().performLater([&] { ran = true; }, std::chrono::milliseconds(1));
     RunLoop::current()->runFor(std::chrono::milliseconds(20));

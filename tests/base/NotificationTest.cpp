@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -65,6 +67,30 @@ TEST_F(NotificationTest, ObserverOfADeadObjectSeesNoOtherAtItsAddress) {
     const auto second = std::shared_ptr<int>(&place, [](int*) {});
     center.postNotification("X", second);
     EXPECT_THAT(take(), ElementsAre());
+}
+
+TEST_F(NotificationTest, ObjectsAreKnownByTheirOwnerAndNotByTheirAddress) {
+    struct Base {
+        int first = 0;
+    };
+    struct Other {
+        int second = 0;
+    };
+    struct Both : Base, Other {};
+    const auto both = std::make_shared<Both>();
+    const std::shared_ptr<Other> other = both;
+    const auto token = observe("", "X", both);
+    center.postNotification("X", other);
+    EXPECT_THAT(take(), ElementsAre("X"));
+
+    int unowned[2] = {};
+    const auto at = [&](int i) { return std::shared_ptr<const void>(std::shared_ptr<void>(), &unowned[i]); };
+    const auto plain = observe("plain ", "X", at(0));
+    center.postNotification("X", at(1));
+    center.postNotification("X");
+    EXPECT_THAT(take(), ElementsAre());
+    center.postNotification("X", at(0));
+    EXPECT_THAT(take(), ElementsAre("plain X"));
 }
 
 TEST_F(NotificationTest, TokensMayGoInsideCallbacks) {
@@ -154,10 +180,44 @@ TEST(NotificationThreads, DestroyedTokenMeansTheCallbackIsDone) {
     for (int i = 0; i < 300; ++i) {
         // Freed at once: the sanitizers see a callback that still runs or runs again.
         const auto number = std::make_unique<int>(0);
-        const auto token = center.addObserver([&](const Notification&) { ++*number; });
+        auto token = center.addObserver([&](const Notification&) { ++*number; });
         if (i % 3 == 0) std::this_thread::yield();
+        token.removeAndWait();
+        // The same for an observer that is held while its callback runs.
+        auto held = std::make_shared<int>(0);
+        const auto weak = center.addObserver(held, [&target = *held](const Notification&) { ++target; });
+        held = nullptr;
     }
     stop = true;
+}
+
+TEST(NotificationThreads, TokensGoInCallbacksOfEachOtherAndUnderTheirLocks) {
+    NotificationCenter center;
+    for (const bool waits : {false, true}) {
+        std::array<ObserverToken, 2> tokens;
+        std::atomic<int> inside = 0;
+        for (std::size_t i = 0; i < 2; ++i)
+            tokens[i] = center.addObserver(
+                [&, i](const Notification&) {
+                    for (++inside; inside < 2;) std::this_thread::yield();
+                    waits ? tokens[1 - i].removeAndWait() : tokens[1 - i].reset();
+                },
+                i == 0 ? "first" : "second");
+        std::jthread poster([&] { center.postNotification("first"); });
+        center.postNotification("second");
+    }
+
+    std::mutex mutex;
+    std::atomic<bool> isIn = false;
+    ObserverToken token = center.addObserver([&](const Notification&) {
+        isIn = true;
+        const std::lock_guard lock(mutex);
+    });
+    std::unique_lock lock(mutex);
+    std::jthread poster([&] { center.postNotification("X"); });
+    while (!isIn) std::this_thread::yield();
+    token.reset();
+    lock.unlock();
 }
 
 TEST(NotificationThreads, ManyPostersAndObserversShareACentre) {

@@ -1,5 +1,6 @@
 #include "lorvale/platform/run_loop.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -7,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <filesystem>
 #include <optional>
 #include <thread>
 
@@ -135,6 +137,23 @@ TEST_F(RunLoopTest, SourcesAreCalledWhileTheyAreReadyAndWatched) {
     EXPECT_FALSE(loop->runFor(1h));
 }
 
+TEST_F(RunLoopTest, SourcesThatAnotherCallbackEmptiedAreNotCalled) {
+    std::array<Pipe, 2> pipes;
+    std::vector<RunLoop::Source> sources;
+    int calls = 0;
+    for (auto& pipe : pipes) {
+        ASSERT_EQ(::write(pipe.in.get(), "a", 1), 1);
+        sources.push_back(loop->watch(pipe.out.get(), {.readable = true}, [&](auto) {
+            char c = 0;
+            EXPECT_EQ(::read(pipe.out.get(), &c, 1), 1) << "waits for ever where nothing is left";
+            if (++calls == 1) loop->runFor(0ms);  // serves the other one
+        }));
+    }
+    for (auto& pipe : pipes) ASSERT_EQ(::fcntl(pipe.out.get(), F_SETFL, O_NONBLOCK), 0);
+    EXPECT_TRUE(loop->dispatch());
+    EXPECT_EQ(calls, 2);
+}
+
 TEST_F(RunLoopTest, ForeignLoopDrivesItThroughOneDescriptor) {
     const auto isReady = [&](int timeout) {
         pollfd poll{loop->descriptor(), POLLIN, 0};
@@ -185,6 +204,21 @@ TEST(RunLoopThreads, EveryThreadHasItsOwnAndAnyThreadMayPost) {
         EXPECT_FALSE(loop->runFor(30s));
     }
     EXPECT_EQ(ran, kThreads * kCalls);
+}
+
+TEST(RunLoopThreads, AskingForTheMainThreadMakesNoLoop) {
+    const auto descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    std::thread([&] {
+        const auto before = descriptors();
+        EXPECT_FALSE(RunLoop::isMainThread());
+        EXPECT_EQ(descriptors(), before);
+        RunLoop::setMain(RunLoop::current());
+        EXPECT_TRUE(RunLoop::isMainThread());
+        std::thread([] { EXPECT_FALSE(RunLoop::isMainThread()); }).join();
+        RunLoop::setMain(nullptr);
+    }).join();
 }
 
 TEST(RunLoopThreads, ALoopWhoseThreadHasEndedTakesNothing) {

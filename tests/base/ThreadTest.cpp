@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <memory>
+#include <thread>
 #include <vector>
 
 #include "lorvale/platform/exception.h"
@@ -44,6 +46,38 @@ TEST(ThreadThreads, IsToldToStopAndJoinedWhenItGoes) {
     }
     EXPECT_TRUE(ended);
     EXPECT_TRUE(sleepUnlessStopped({}, 1ms));
+}
+
+TEST(ThreadThreads, MayDropItselfAndWaitForItself) {
+    struct Owner {
+        std::atomic<bool> dropped = false, ended = false;
+        std::unique_ptr<Thread> thread;
+    };
+    const auto owner = std::make_shared<Owner>();
+    std::atomic<bool> mayStart = false;
+    owner->thread = std::make_unique<Thread>("dropped", [owner, &mayStart](const std::stop_token& stop) {
+        while (!mayStart) std::this_thread::yield();
+        owner->thread->join();  // does nothing, here
+        owner->thread.reset();
+        owner->dropped = stop.stop_requested();
+        owner->ended = true;
+    });
+    mayStart = true;
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (!owner->ended && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+    EXPECT_TRUE(owner->dropped) << "and is told to stop";
+    Thread().join();
+}
+
+TEST(ThreadThreads, ChangesItsShareOfTheProcessor) {
+    const int normal = ::getpriority(PRIO_PROCESS, 0);
+    Thread("worker", 1, [&](const std::stop_token&) {
+        for (int i = 0; i < 2; ++i) {
+            EXPECT_TRUE(Thread::setCurrentPriority(7));
+            EXPECT_EQ(::getpriority(PRIO_PROCESS, 0), std::min(normal + 7, 19))
+                << "counted from the process's own";
+        }
+    }).join();
 }
 
 TEST(ThreadThreads, LogsTheExceptionThatLeavesItsBody) {

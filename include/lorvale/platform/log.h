@@ -6,11 +6,12 @@
 
 namespace lorvale {
 
-/// Where log lines go: one line without its line end.  Called by any thread, one call at a time.
+/// Where log lines go: one line without its line end.  Called by any thread, one call at a time.  What a sink
+/// itself logs goes to standard error.
 using LogSink = std::function<void(std::string_view line)>;
 
-/// Replaces the process-wide sink and answers the old one.  An empty function brings back the first sink,
-/// which writes to standard error.
+/// Replaces the process-wide sink and answers the old one, in which no other thread is any more.  An empty
+/// function brings back the first sink, which writes to standard error.
 LORVALE_EXPORT LogSink setLogSink(LogSink sink);
 
 /// Debug lines are dropped unless this is on; it is off at first.

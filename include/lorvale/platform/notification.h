@@ -11,22 +11,27 @@
 
 namespace lorvale {
 
-/// Something happened to an object.  The object is compared by identity (its address; hand the same base
-/// class's pointer to observers and to notifications) and held by a share while the notification is under way.
-struct Notification {
+/// Something happened to an object.  The object is held by a share while the notification is under way.  It is
+/// known by who owns it, not by its address: a pointer to any base class or member of it will do, and an object
+/// that died is never taken for another one in its place.
+struct LORVALE_EXPORT Notification {
     using UserInfo = std::map<std::string, std::any, std::less<>>;
 
     std::string name;
     std::shared_ptr<const void> object;
     UserInfo userInfo;
+
+    /// Whether two shares are of one object.  Of pointers that nobody owns, whether they are the same.
+    [[nodiscard]] static bool isSameObject(const std::shared_ptr<const void>& a,
+                                           const std::shared_ptr<const void>& b);
 };
 
 class NotificationCenter;
 
-/// An observer stands in a centre as long as this token lives.  Destroying it is safe anywhere, also inside its
-/// own callback or while another thread posts: when the destructor returns the callback will not run again, and
-/// does not run in another thread either (the destructor waits for that, so the token must not go under a lock
-/// that the callback takes).  It may outlive the centre.
+/// An observer stands in a centre as long as this token lives.  Dropping it is safe anywhere: inside any
+/// callback, under any lock, while another thread posts.  It never waits: afterwards the callback is not begun
+/// any more, but another thread may still be in it.  Who cannot have that adds the observer with the object
+/// that the callback uses, which is then held while it runs, or calls removeAndWait().  May outlive the centre.
 class LORVALE_EXPORT ObserverToken {
 public:
     ObserverToken() = default;
@@ -34,7 +39,10 @@ public:
     ObserverToken& operator=(ObserverToken&& other) noexcept;
     ~ObserverToken() { reset(); }
     void reset();
-    explicit operator bool() const { return _observer != nullptr; }
+    /// Returns when no other thread is in the callback either.  Not under a lock that the callback takes.  In a
+    /// callback of any observer it does not wait, since two of them could wait for each other.
+    void removeAndWait();
+    [[nodiscard]] explicit operator bool() const { return _observer != nullptr; }
 
 private:
     friend class NotificationCenter;
@@ -58,6 +66,11 @@ public:
 
     /// An empty name means any name, a null object any object.  The object is not kept alive.
     [[nodiscard]] ObserverToken addObserver(Callback callback, std::string_view name = {},
+                                            const std::shared_ptr<const void>& object = nullptr);
+    /// For a callback that uses `observer`, which is held while it runs; once the observer is gone it does not
+    /// run any more.  The observer's last share may so be dropped in the thread that posts.
+    [[nodiscard]] ObserverToken addObserver(std::weak_ptr<const void> observer, Callback callback,
+                                            std::string_view name = {},
                                             const std::shared_ptr<const void>& object = nullptr);
     void postNotification(const Notification& notification);
     void postNotification(std::string_view name, std::shared_ptr<const void> object = nullptr,

@@ -23,11 +23,12 @@ public:
     using CallID = std::uint64_t;
 
     /// The calling thread's loop.
-    static std::shared_ptr<RunLoop> current();
+    [[nodiscard]] static std::shared_ptr<RunLoop> current();
     /// The loop of the main thread: the process's first one, unless a host names another's.
-    static std::shared_ptr<RunLoop> main();
+    [[nodiscard]] static std::shared_ptr<RunLoop> main();
     static void setMain(std::shared_ptr<RunLoop> loop);  ///< null: the first thread again
-    static bool isMainThread();
+    /// Whether the calling thread's loop is that one.  Makes none.
+    [[nodiscard]] static bool isMainThread();
 
     ~RunLoop();
     RunLoop(const RunLoop&) = delete;
@@ -60,9 +61,9 @@ public:
         bool readable = false;  ///< also at the end of the stream or after a failure, so that a read tells
         bool writable = false;
     };
-    /// Calls back each time the loop turns while the descriptor (borrowed; keep it open as long as the token)
-    /// is ready for what is wanted.  One watch a descriptor.  Throws InvalidArgumentException for one that
-    /// cannot be watched, such as a regular file.
+    /// Calls back each time the loop turns, in whatever run that is, while the descriptor (borrowed; keep it
+    /// open as long as the token) is ready for what is wanted.  One watch a descriptor.  Throws
+    /// InvalidArgumentException for one that cannot be watched, such as a regular file.
     [[nodiscard]] Source watch(int descriptor, Ready wanted, std::function<void(Ready)> callback);
 
     /// Serves until stop(), or until the time has passed.  False when it was stopped.  With nothing to wait for

@@ -23,8 +23,8 @@ public:
 
     /// Whatever the condition is.
     void lock() LORVALE_ACQUIRE();
-    bool try_lock() LORVALE_TRY_ACQUIRE(true);
-    bool tryLock() LORVALE_TRY_ACQUIRE(true) { return try_lock(); }
+    [[nodiscard]] bool try_lock() LORVALE_TRY_ACQUIRE(true);
+    [[nodiscard]] bool tryLock() LORVALE_TRY_ACQUIRE(true) { return try_lock(); }
     /// Waits until the lock is free and its condition is `condition`.
     void lockWhenCondition(int condition) LORVALE_ACQUIRE();
     /// False, and not locked, when the deadline came first.
@@ -48,8 +48,9 @@ private:
 
 using ConditionLockGuard = BasicMutexLock<ConditionLock>;
 
-/// A thread that is told to stop and joined before its owner goes: make it the owner's last member.  The body's
-/// exceptions are logged and end the thread, never the process.
+/// A thread that is told to stop and joined before its owner goes: make it the owner's last member.  When the
+/// thread itself drops its owner, it cannot wait for its own end: it is told to stop and goes on by itself,
+/// with its body.  The body's exceptions are logged and end the thread, never the process.
 class LORVALE_EXPORT Thread {
 public:
     using Body = std::function<void(std::stop_token)>;
@@ -58,29 +59,34 @@ public:
     static constexpr int kBackgroundPriority = 10;
 
     Thread() = default;
-    /// `name` shows in debuggers (its first 15 bytes) and logs.  `priority` is 0 for the process's own
-    /// share of the processor, up to 19 for less than that.  Throws GenericException when the system has no
-    /// thread left.
+    /// `name` shows in debuggers (its first 15 bytes) and logs.  `priority` as for setCurrentPriority(). Throws
+    /// GenericException when the system has no thread left.
     Thread(std::string name, int priority, Body body);
     Thread(std::string name, Body body) : Thread(std::move(name), 0, std::move(body)) {}
     Thread(Thread&&) noexcept = default;
-    Thread& operator=(Thread&&) noexcept = default;
-    ~Thread() = default;  // asks to stop and joins
+    Thread& operator=(Thread&& other) noexcept;
+    ~Thread() { end(); }
+
+    /// Gives the calling thread its share of the processor: 0 is the process's own, up to 19 means less.  False
+    /// when the system refuses, as it does for more than the thread has; that costs nothing but speed.
+    static bool setCurrentPriority(int priority);
 
     bool joinable() const { return _thread.joinable(); }
-    /// Not by the thread itself.
-    void join() { _thread.join(); }
+    /// Waits for the end.  Returns at once when there is nothing to wait for, and in the thread itself.
+    void join();
     void requestStop() { _thread.request_stop(); }
     std::stop_token stopToken() const { return _thread.get_stop_token(); }
     std::thread::id id() const { return _thread.get_id(); }
 
 private:
+    void end() noexcept;
+
     std::jthread _thread;
 };
 
 /// Sleeps until the time has passed (true) or somebody asks to stop (false).
-LORVALE_EXPORT bool sleepUnlessStopped(const std::stop_token& stop,
-                                       std::chrono::steady_clock::duration duration);
+[[nodiscard]] LORVALE_EXPORT bool sleepUnlessStopped(const std::stop_token& stop,
+                                                     std::chrono::steady_clock::duration duration);
 
 /// The one handler in which the body of every thread and of every posted call ends: runs `body` and logs
 /// "what: reason" for an exception.  False when there was one.

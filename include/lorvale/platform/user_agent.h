@@ -4,8 +4,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "lorvale/export.h"
+#include "lorvale/platform/notification.h"
 
 namespace lorvale {
 
@@ -31,17 +33,22 @@ public:
     virtual void displayStatus(std::string_view status, MessageStore* forStore);
     virtual void alertUserWithMessage(std::string_view message, std::string_view title);
     /// True for yes.  Nobody there: no.
-    virtual bool queryUserForYesNoWithMessage(std::string_view message, std::string_view title,
-                                              std::string_view yesTitle, std::string_view noTitle);
+    [[nodiscard]] virtual bool queryUserForYesNoWithMessage(std::string_view message, std::string_view title,
+                                                            std::string_view yesTitle,
+                                                            std::string_view noTitle);
     /// nullopt when the user refuses, or nobody is there.  `remember`, when not null, is set to whether the
     /// password shall be kept.
-    virtual std::optional<std::string> queryUserForPasswordWithMessage(std::string_view message,
-                                                                       bool* remember);
+    [[nodiscard]] virtual std::optional<std::string> queryUserForPasswordWithMessage(std::string_view message,
+                                                                                     bool* remember);
 
     /// Runs a call in the main thread, later; answers at once.  Without a host: on the main run loop.
     virtual void performInMainThread(std::function<void()> call);
     /// Posts to the default centre in the main thread.
-    virtual void postNotificationNameInMainThread(std::string_view name, std::shared_ptr<const void> object);
+    virtual void postNotificationNameInMainThread(std::string_view name, std::shared_ptr<const void> object,
+                                                  Notification::UserInfo userInfo);
+    void postNotificationNameInMainThread(std::string_view name, std::shared_ptr<const void> object) {
+        postNotificationNameInMainThread(name, std::move(object), {});
+    }
 
     /// Shows a store; `quietly`: without bringing it to the front.
     virtual void openStore(const std::shared_ptr<MessageStore>& store, bool quietly);
@@ -54,11 +61,11 @@ public:
 };
 
 /// Null at first.  The host keeps the object until it has set another or null and its threads are done.
-LORVALE_EXPORT UserAgent* currentUserAgent();
+[[nodiscard]] LORVALE_EXPORT UserAgent* currentUserAgent();
 LORVALE_EXPORT void setCurrentUserAgent(UserAgent* agent);
 
 /// The current agent, or one with the answers of an absent host: for callers that have nothing else to do when
 /// there is none.
-LORVALE_EXPORT UserAgent& userAgentOrAbsent();
+[[nodiscard]] LORVALE_EXPORT UserAgent& userAgentOrAbsent();
 
 }  // namespace lorvale
