@@ -145,8 +145,8 @@ private:
             return true;
         }
         if (!key) return false;
-        container.get<PropertyList::Dictionary>()->insert_or_assign(*std::move(key), std::move(value));
-        key.reset();
+        container.get<PropertyList::Dictionary>()->insert_or_assign(*std::exchange(key, std::nullopt),
+                                                                    std::move(value));
         return true;
     }
 
