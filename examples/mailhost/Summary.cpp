@@ -1,22 +1,26 @@
 #include "Summary.h"
 
 #include "Mailbox.h"
+#include "lorvale/message/addresses.h"
 
 namespace mailhost {
 
 Summary::Summary(lorvale::Message& message, std::size_t theNumber, Detail detail) : number(theNumber) {
-    const auto headers = message.headers();
+    const auto summary = message.headers()->summary();
     const auto flags = message.messageFlags();
     size = message.messageSize();
     read = flags->isRead();
     deleted = flags->isDeleted();
     if (detail == Detail::json) {
         id = message.messageID();
-        recipients = headers->recipients();
+        for (const auto& list : {summary.to, summary.cc}) {
+            const auto addresses = lorvale::addressList(list).value_or(std::vector<std::string>());
+            recipients.insert(recipients.end(), addresses.begin(), addresses.end());
+        }
     }
-    from = headers->sender();
-    subject = headers->subject();
-    date = headers->knownDateReceived();
+    from = summary.from;
+    subject = summary.subject;
+    date = summary.dateReceived;
     unreadable = message.bytesAreMissing();
 }
 

@@ -295,6 +295,12 @@ bool MessageHeaders::hasAllHeaders() const {
 }
 
 std::string MessageHeaders::messageID() {
+    // A walk over a mailbox asks each message: that must not load all their headers.
+    if (const auto block = blockForSummary()) {
+        constexpr std::string_view kWanted[] = {"message-id", "subject", "date", "to"};
+        const auto values = firstValuesInBlock(block->view(), kWanted);
+        return identifier(values[0], values[1], values[2], values[3]);
+    }
     const auto [id, to] = read([](const Tables& tables) {
         return std::pair(firstValue(*tables.headers, "message-id"), firstValue(*tables.headers, "to"));
     });
@@ -307,7 +313,6 @@ std::optional<std::string> MessageHeaders::textForKey(std::string_view key) {
 }
 
 std::string MessageHeaders::envelopeText() {
-    // A listing asks each message of a mailbox for its date: that must not load all their headers.
     if (!hasAllHeaders()) {
         const auto block = headerDataOfSource();
         if (auto envelope = envelopeInBlock(block ? block->view() : std::string_view()))
@@ -322,6 +327,12 @@ Date MessageHeaders::dateReceived() {
 }
 
 std::optional<Date> MessageHeaders::knownDateReceived() {
+    if (const auto block = blockForSummary()) {
+        constexpr std::string_view kWanted[] = {"date"};
+        const auto written = firstValuesInBlock(block->view(), kWanted).front();
+        return dateOfDelivery(envelopeInBlock(block->view()).value_or(std::string()),
+                              written.value_or(std::string()));
+    }
     const auto cached = cachedHeaders().find("date");
     if (const auto* const known = cached ? std::get_if<Date>(&*cached) : nullptr) return *known;
     const auto envelope = envelopeText();
@@ -341,9 +352,12 @@ std::optional<Data> MessageHeaders::blockForSummary() {
 
 HeaderSummary MessageHeaders::summary() {
     const auto block = blockForSummary();
-    if (!block) return {sender(), subject(), messageID(), knownDateReceived()};
-    enum { kFrom, kSubject, kDate, kID, kTo };
-    constexpr std::string_view kWanted[] = {"from", "subject", "date", "message-id", "to"};
+    if (!block) {
+        return {sender(),    subject(),          firstTextForKey("to"), firstTextForKey("cc"),
+                messageID(), knownDateReceived()};
+    }
+    enum { kFrom, kSubject, kTo, kCc, kDate, kID };
+    constexpr std::string_view kWanted[] = {"from", "subject", "to", "cc", "date", "message-id"};
     auto values = firstValuesInBlock(block->view(), kWanted);
     const auto envelope = envelopeInBlock(block->view()).value_or(std::string());
     HeaderSummary summary;
@@ -351,6 +365,8 @@ HeaderSummary MessageHeaders::summary() {
     summary.dateReceived = dateOfDelivery(envelope, values[kDate].value_or(std::string()));
     summary.from = std::move(values[kFrom]).value_or(std::string());
     summary.subject = std::move(values[kSubject]).value_or(std::string());
+    summary.to = std::move(values[kTo]).value_or(std::string());
+    summary.cc = std::move(values[kCc]).value_or(std::string());
     return summary;
 }
 

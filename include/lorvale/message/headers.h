@@ -89,9 +89,9 @@ private:
 
 /// What a listing tells about one message.
 struct HeaderSummary {
-    std::string from, subject;         ///< empty where there is none
-    std::string messageID;             ///< as MessageHeaders::messageID()
-    std::optional<Date> dateReceived;  ///< as MessageHeaders::knownDateReceived()
+    std::string from, subject, to, cc;  ///< the first value of each; empty where there is none
+    std::string messageID;              ///< as MessageHeaders::messageID()
+    std::optional<Date> dateReceived;   ///< as MessageHeaders::knownDateReceived()
 };
 
 /// The headers of one message, in two levels: the cached ones, which a listing needs and a store has at hand,

@@ -128,7 +128,7 @@ TEST(MessageHeaders, ManyChangesTakeTimeByTheirNumber) {
 }
 
 TEST(MessageHeaders, SummaryIsWhatTheOthersSayByOneReading) {
-    for (const std::string& head : {std::string(kHead), std::string("To: t\nSubject: s\n\n"),
+    for (const std::string& head : {std::string(kHead), std::string("To: t\nCc: c\nCc: d\nSubject: s\n\n"),
                                     std::string("From x y\nDate: 1 Jan 2020 10:00 GMT\n\n"), std::string("\n"),
                                     std::string("From: a\nFrom: b\nSubject: s\nSubject: t\nMessage-ID:\n\n")}) {
         SCOPED_TRACE(head);
@@ -139,10 +139,14 @@ TEST(MessageHeaders, SummaryIsWhatTheOthersSayByOneReading) {
             const auto summary = stored.headers().summary();
             EXPECT_EQ(summary.from, asked.headers().sender());
             EXPECT_EQ(summary.subject, asked.headers().subject());
+            EXPECT_EQ(summary.to, asked.headers().firstTextForKey("to"));
+            EXPECT_EQ(summary.cc, asked.headers().firstTextForKey("cc"));
             EXPECT_EQ(summary.messageID, asked.headers().messageID());
             EXPECT_EQ(summary.dateReceived, asked.headers().knownDateReceived());
             if (!readsBlock) continue;
-            EXPECT_EQ(stored.store->headAsked, 1);
+            EXPECT_EQ(stored.headers().messageID(), summary.messageID);
+            EXPECT_EQ(stored.headers().knownDateReceived(), summary.dateReceived);
+            EXPECT_EQ(stored.store->headAsked, 3);
             EXPECT_EQ(stored.store->cachedAsked, 0);
             EXPECT_FALSE(stored.headers().hasAllHeaders());
         }
