@@ -386,7 +386,8 @@ std::vector<std::string> MessageHeaders::recipients() {
 }
 
 void MessageHeaders::appendFromSpaceIfMissing() {
-    if (firstObjectForKey(kFromSpaceKey)) return;
+    load();
+    if (!hasAllHeaders() || firstObjectForKey(kFromSpaceKey)) return;
     auto sender = uncommentedAddress(firstTextForKey("from"));
     if (sender.empty()) sender = loginName();
     const auto when = dateReceived().inLocalZone().descriptionWithCalendarFormat("%a %b %e %H:%M:%S %Y");

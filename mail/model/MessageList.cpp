@@ -37,6 +37,8 @@ MessageList MessageList::continuedBy(std::size_t kept, std::vector<value_type> o
     Piece piece;
     if (kept % kPieceSize != 0) piece = *_pieces->pieces[whole];
     for (std::size_t i = 0; i < others.size(); ++i) {
+        if (piece.size() == piece.capacity())
+            piece.reserve(std::min(kPieceSize, piece.size() + others.size() - i));
         // The first list that a message gets into is its store's, as a rule.
         if (others[i]->listHint() == Message::kNoHint) others[i]->setListHint(kept + i);
         piece.push_back(std::move(others[i]));
@@ -44,10 +46,7 @@ MessageList MessageList::continuedBy(std::size_t kept, std::vector<value_type> o
         next->pieces.push_back(std::make_shared<const Piece>(std::move(piece)));
         piece.clear();
     }
-    if (!piece.empty()) {
-        piece.shrink_to_fit();
-        next->pieces.push_back(std::make_shared<const Piece>(std::move(piece)));
-    }
+    if (!piece.empty()) next->pieces.push_back(std::make_shared<const Piece>(std::move(piece)));
     MessageList list;
     list._pieces = std::move(next);
     return list;

@@ -164,7 +164,8 @@ public:
     HeaderSummary summary();
     /// The addresses of the first "To:" and the first "Cc:".
     std::vector<std::string> recipients();
-    /// Gives a message that has no envelope line one, made of its sender and date, as an mbox needs it.
+    /// Gives a message that has no envelope line one, made of its sender and date, as an mbox needs it.  Not a
+    /// message whose headers cannot be had: an envelope line would make it look like an empty one.
     void appendFromSpaceIfMissing();
 
     /// The header block with its final empty line.  For unchanged headers the very bytes of the store, also

@@ -192,6 +192,12 @@ TEST(MessageHeaders, EnvelopeLineIsMadeOnce) {
     setLoginName({});
     EXPECT_TRUE(encoded(nameless.headers()).starts_with("From jdoe "));
 
+    StoredMessage lost("Subject: x\n\n");
+    lost.store->head.reset();
+    lost.headers().appendFromSpaceIfMissing();
+    EXPECT_FALSE(lost.headers().headersChanged()) << "it would be written as an empty message";
+    EXPECT_TRUE(lost.message->bytesAreMissing());
+
     StoredMessage had(kHead);
     had.headers().appendFromSpaceIfMissing();
     EXPECT_FALSE(had.headers().headersChanged());
