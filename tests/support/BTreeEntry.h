@@ -1,5 +1,6 @@
 #pragma once
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -50,6 +51,29 @@ private:
     static std::uint32_t StoredTextSize(const std::string& text) {
         const auto size = static_cast<std::uint32_t>(text.size());
         return VInt32Size(size) + size;
+    }
+};
+
+/// A prototype that finds entries in their stored form without restoring them.
+class StoredEntry final : public Entry {
+public:
+    int CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* other) const override {
+        return TakeText(stored).compare(KeyOf(other));
+    }
+    std::uint32_t StoredSize(std::span<const std::uint8_t> stored) const override {
+        const std::size_t whole = stored.size();
+        TakeText(stored);
+        TakeText(stored);
+        return static_cast<std::uint32_t>(whole - stored.size());
+    }
+
+private:
+    static std::string_view TakeText(std::span<const std::uint8_t>& from) {
+        const std::uint32_t size = VInt32Read(from);
+        IAAssertion(size <= from.size(), "text past the end of its block", StorePastBlockEnd);
+        const std::string_view text(reinterpret_cast<const char*>(from.data()), size);
+        from = from.subspan(size);
+        return text;
     }
 };
 

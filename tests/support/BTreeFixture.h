@@ -36,7 +36,9 @@ public:
     void Attach(std::unique_ptr<IAStoreStream> stream) {
         tree.reset();
         storage = IAMakeStorage(std::move(stream));
-        tree = std::make_unique<BTree>(std::make_unique<Entry>(), treePageSize);
+        std::unique_ptr<IAOrderedStorable> prototype = std::make_unique<Entry>();
+        if (searchesStored) prototype = std::make_unique<StoredEntry>();
+        tree = std::make_unique<BTree>(std::move(prototype), treePageSize);
     }
     void FlushAndCommit() {
         tree->Flush();
@@ -46,6 +48,7 @@ public:
         return tree->Put(std::make_unique<Entry>(key, value));
     }
 
+    bool searchesStored = false;  // from the next tree on, objects are found in their stored form
     std::shared_ptr<Bytes> bytes;
     std::uint32_t header = 0;
     std::unique_ptr<IAStorage> storage;

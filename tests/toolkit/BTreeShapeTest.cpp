@@ -88,9 +88,12 @@ TEST(BTreeShape, IsTheSameAfterTheSameChanges) {
         std::uint64_t digest;
     } rows[] = {{128, 17121654056485919120u}, {4096, 3117353173769859833u}};
     for (const auto& row : rows) {
-        TreeInMemory t(row.pageSize);
-        EXPECT_EQ(History(t, row.pageSize).Run(), row.digest) << "page size " << row.pageSize;
-        EXPECT_EQ(t.tree->Check().violations, std::vector<std::string>());
+        for (const bool searchesStored : {false, true}) {
+            TreeInMemory t(row.pageSize);
+            t.searchesStored = searchesStored;
+            EXPECT_EQ(History(t, row.pageSize).Run(), row.digest) << "page size " << row.pageSize;
+            EXPECT_EQ(t.tree->Check().violations, std::vector<std::string>());
+        }
     }
 }
 

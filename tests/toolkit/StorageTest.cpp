@@ -223,6 +223,11 @@ TEST_F(StorageTest, RoundTripsIntegersAndBitArrays) {
     IAInputBlock block(storage.get(), id);
     for (const auto& row : rows) EXPECT_EQ(VInt32Read(&block), row.value);
     EXPECT_EQ(VInt32Read(&block), 1u + (0x7Fu << 7));
+    const std::uint8_t inMemory[] = {0x80, 0x80, 0x80, 0x80, 0x10, 0xAC, 0x02, 0x80};
+    std::span<const std::uint8_t> rest(inMemory);
+    EXPECT_EQ(VInt32Read(rest), 0u) << "bits above the 32nd are dropped";
+    EXPECT_EQ(VInt32Read(rest), 300u);
+    EXPECT_EQ(failureOf([&] { VInt32Read(rest); }), "VSPB buffer position passed blockEnd");
     BitArray bits;
     bits.Restore(&block);
     EXPECT_EQ(bits.Length(), 40u);
