@@ -173,14 +173,18 @@ PropertyList toPropertyList(const MessageFlags& flags) {
         bits = flags._flagBits;
         priority = flags._priority;
     }
-    PropertyList dictionary(false);
+    PropertyList::Array archive;
     if (shared) {
         PropertyList::Dictionary texts;
         const auto now = shared->now();
         for (const auto& [key, value] : *now) texts.emplace(key, value);
-        dictionary = std::move(texts);
+        archive.emplace_back(std::move(texts));
+    } else {
+        archive.emplace_back(false);
     }
-    return PropertyList::Array{std::move(dictionary), bits, priority};
+    archive.emplace_back(bits);
+    archive.emplace_back(priority);
+    return archive;
 }
 
 std::shared_ptr<MessageFlags> messageFlagsFromPropertyList(const PropertyList& archive) {
