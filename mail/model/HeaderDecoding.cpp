@@ -8,6 +8,7 @@
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/MimeHeaderEncoding.h"
+#include "mail/model/Envelope.h"
 #include "mail/model/HeaderClasses.h"
 #include "mail/model/HeaderLines.h"
 
@@ -15,7 +16,6 @@ namespace lorvale {
 
 namespace {
 
-constexpr std::string_view kEnvelopeMark = "From ";
 // A carriage return is none of it: in the classic dialect what stands before the newline is the value.
 constexpr std::string_view kWhite = " \t\n";
 

@@ -10,6 +10,7 @@
 #include "lorvale/values/text.h"
 #include "mail/encoding/MimeHeaderEncoding.h"
 #include "mail/encoding/WordWriter.h"
+#include "mail/model/Envelope.h"
 #include "mail/model/HeaderClasses.h"
 
 namespace lorvale {
@@ -52,9 +53,9 @@ public:
 
     void addEnvelope(std::string_view value) {
         if (_dialect == MailDialect::standard) {
-            _block.append("From " + harmlessText(value) + '\n');
+            _block.append(std::string(kEnvelopeMark) + harmlessText(value) + '\n');
         } else {
-            append("From ");
+            append(kEnvelopeMark);
             appendClassic(value);
         }
     }

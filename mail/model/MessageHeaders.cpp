@@ -8,6 +8,7 @@
 #include "lorvale/platform/paths.h"
 #include "lorvale/values/text.h"
 #include "mail/model/DateUtils.h"
+#include "mail/model/Envelope.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/model/HeaderEncoding.h"
 
@@ -27,12 +28,6 @@ std::string textOfValue(const HeaderValue& value) {
     return std::get<std::string>(value);
 }
 
-/// "sender, blank, date" is what an envelope line holds.
-std::string_view dateInEnvelope(std::string_view envelope) {
-    const auto blank = envelope.find_first_of(" \t");
-    return blank == std::string_view::npos ? std::string_view() : envelope.substr(blank + 1);
-}
-
 std::optional<std::string> firstValue(const HeaderDictionary& headers, std::string_view key) {
     const auto found = headers.find(key);
     if (found == headers.end() || found->second.empty()) return std::nullopt;
@@ -49,7 +44,7 @@ std::string identifier(const std::optional<std::string>& id, const std::optional
 
 /// By the envelope line, else by the text of `Date:`.
 std::optional<Date> dateOfDelivery(std::string_view envelope, std::string_view written) {
-    const auto inEnvelope = dateInEnvelope(envelope);
+    const auto inEnvelope = Envelope::parse(envelope).date;
     if (const auto date = dateInCommonFormatsWithString(inEnvelope)) return *date;
     if (!inEnvelope.empty()) log("Can't determine date: (%@), trying (%@)", inEnvelope, written);
     return dateInCommonFormatsWithString(written);
@@ -390,8 +385,7 @@ void MessageHeaders::appendFromSpaceIfMissing() {
     if (!hasAllHeaders() || firstObjectForKey(kFromSpaceKey)) return;
     auto sender = uncommentedAddress(firstTextForKey("from"));
     if (sender.empty()) sender = loginName();
-    const auto when = dateReceived().inLocalZone().descriptionWithCalendarFormat("%a %b %e %H:%M:%S %Y");
-    setObject(formatText("%@ %@", sender, when), kFromSpaceKey);
+    setObject(Envelope::text(sender, dateReceived()), kFromSpaceKey);
 }
 
 std::optional<Data> MessageHeaders::encodedHeaders() {
