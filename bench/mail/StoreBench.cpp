@@ -107,14 +107,14 @@ BENCHMARK(BM_WalkLineEndsOfTheMappedFile)->Unit(benchmark::kMillisecond);
 
 void BM_ScanInMemory(benchmark::State& state) {
     const auto& bytes = Mailbox::shared().bytes();
-    for (auto _ : state) benchmark::DoNotOptimize(mboxRanges(bytes).size());
+    for (auto _ : state) benchmark::DoNotOptimize(mboxEntries(bytes).size());
     countBytes(state);
 }
 BENCHMARK(BM_ScanInMemory)->Unit(benchmark::kMillisecond);
 
 void BM_Open(benchmark::State& state) {
     const auto& mailbox = Mailbox::shared();
-    const auto expected = mboxRanges(mailbox.bytes()).size();
+    const auto expected = mboxEntries(mailbox.bytes()).size();
     for (auto _ : state) {
         const auto store = BerkeleyMbox::initWithPath(mailbox.path(), true);
         if (!store || store->totalCount() != expected) state.SkipWithError("wrong count");

@@ -1,4 +1,6 @@
-// The messages found in any bytes are those of the plain rule, and taking one of them out changes no other.
+// The messages found in any bytes are those of the plain rule, in whatever pieces the bytes come, and taking
+// one of them out changes no other.
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -7,32 +9,51 @@
 
 using namespace lorvale;
 
+namespace {
+
+std::vector<MboxEntry> entriesInPieces(std::string_view bytes, std::size_t size) {
+    std::vector<MboxEntry> entries;
+    MboxScanner scanner([&](const MboxEntry& entry) { entries.push_back(entry); });
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(size, bytes.size())))
+        scanner.add(bytes.substr(0, size));
+    scanner.finish();
+    return entries;
+}
+
+bool sameBytes(const MboxEntry& a, const MboxEntry& b) {
+    return a.hasBytesOf(b);
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(bytes), size);
-    const auto ranges = mboxRanges(text);
+    const auto entries = mboxEntries(text);
     const auto plain = testing::messagesByPlainRule(text);
-    if (ranges.size() != plain.size()) std::abort();
-    std::uint64_t end = ranges.empty() ? 0 : ranges.front().location;
-    for (std::size_t i = 0; i < ranges.size(); ++i) {
-        if (ranges[i].location != end || ranges[i].length == 0) std::abort();
-        end = ranges[i].end();
-        const auto message = text.substr(ranges[i].location, ranges[i].length);
-        if (message != plain[i]) std::abort();
-        const auto head = mboxHeaderLength(message);
-        if (head > message.size() || (head < message.size() && !message.substr(0, head).ends_with("\n\n")))
+    if (entries.size() != plain.size()) std::abort();
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        const auto [location, length] = entries[i].range;
+        if (text.substr(location, length) != plain[i]) std::abort();
+        const auto end = plain[i].find("\n\n");
+        const auto head = end == std::string_view::npos ? length : end + 2;
+        if (entries[i].headerLength != head || entries[i].headerDigest != digestOf(plain[i].substr(0, head)) ||
+            entries[i].bodyDigest != digestOf(plain[i].substr(head)))
             std::abort();
     }
-    if (!ranges.empty() && end != text.size()) std::abort();
-    if (ranges.empty()) return 0;
-
-    const auto gone = size % ranges.size();
-    std::string left(text);
-    left.erase(ranges[gone].location, ranges[gone].length);
-    const auto others = mboxRanges(left);
-    if (others.size() + 1 != ranges.size()) std::abort();
-    for (std::size_t i = 0; i < others.size(); ++i) {
-        const auto& before = plain[i < gone ? i : i + 1];
-        if (std::string_view(left).substr(others[i].location, others[i].length) != before) std::abort();
+    for (const std::size_t piece : {1u, 2u, 5u, 33u}) {
+        if (!std::ranges::equal(entriesInPieces(text, piece), entries, [](const auto& a, const auto& b) {
+                return a.range == b.range && sameBytes(a, b);
+            }))
+            std::abort();
     }
+    if (entries.empty()) return 0;
+
+    const auto gone = static_cast<std::ptrdiff_t>(size % entries.size());
+    auto others = entries;
+    others.erase(others.begin() + gone);
+    std::string left(text);
+    left.erase(entries[static_cast<std::size_t>(gone)].range.location,
+               entries[static_cast<std::size_t>(gone)].range.length);
+    if (!std::ranges::equal(mboxEntries(left), others, sameBytes)) std::abort();
     return 0;
 }

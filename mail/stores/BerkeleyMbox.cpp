@@ -1,9 +1,5 @@
 #include "lorvale/store/berkeley_mbox.h"
 
-#include <algorithm>
-#include <unordered_set>
-#include <utility>
-
 #include "base/files/FileSystem.h"
 #include "base/files/PathUtils.h"
 #include "lorvale/defaults.h"
@@ -12,21 +8,15 @@
 #include "lorvale/platform/paths.h"
 #include "lorvale/values/format.h"
 #include "mail/stores/CachedHeaderReading.h"
-#include "mail/stores/MboxSnapshot.h"
+#include "mail/stores/MboxContents.h"
 #include "mail/stores/TOCMessage.h"
 
 namespace lorvale {
 
-namespace {
-
-/// Whether the messages of the file begin where these do.
-bool beginWith(const std::vector<MboxRange>& ranges, const std::vector<MboxRange>& known) {
-    return known.size() <= ranges.size() &&
-           std::equal(known.begin(), known.end(), ranges.begin(),
-                      [](const MboxRange& a, const MboxRange& b) { return a.location == b.location; });
-}
-
-}  // namespace
+struct BerkeleyMbox::Place {
+    std::shared_ptr<const MboxContents> contents;
+    const MboxEntry* entry;
+};
 
 BerkeleyMbox::BerkeleyMbox() = default;
 
@@ -60,7 +50,9 @@ std::shared_ptr<BerkeleyMbox> BerkeleyMbox::initWithPath(std::string_view path, 
 
 bool BerkeleyMbox::openAtPath(std::string_view path, bool create, bool readOnly,
                               const std::shared_ptr<MailAccount>& account) {
-    _storePath = _standarizedStorePath(path);
+    if (path.empty()) return failOpening(OpeningFailure::Reason::missing, "An empty path names no mailbox");
+    // Also where a link leads to a file that is not there yet.
+    _storePath = _standarizedStorePath(followLinks(standardizePath(path)));
     if (!MessageStore::openAtPath(path, create, readOnly, account)) return false;
     if (!readOnly && !_acquireLock()) {
         if (Defaults::sharedInstance().canUseWindowKit()) {
@@ -74,12 +66,12 @@ bool BerkeleyMbox::openAtPath(std::string_view path, bool create, bool readOnly,
         return failOpening(OpeningFailure::Reason::missing, formatText("There is no mailbox %@", _storePath));
     }
     std::string reason;
-    auto snapshot = MboxSnapshot::ofFile(_storePath, reason);
-    if (snapshot == nullptr) {
+    const auto contents = MboxContents::ofFile(_storePath, reason);
+    if (contents == nullptr) {
         return failOpening(OpeningFailure::Reason::unreadable,
                            formatText("Could not read the mailbox %@: %@", _storePath, reason));
     }
-    _adopt(std::move(snapshot), {});
+    _adopt(contents, {});
     return true;
 }
 
@@ -107,7 +99,10 @@ void BerkeleyMbox::close() {
         doCompact();
     }
     setLists({});
-    _mboxData.reset();
+    const MutexLock lock(_placesMutex);
+    _contents.reset();
+    _lastEntry = nullptr;
+    _lastHeader = {};
 }
 
 std::string BerkeleyMbox::storePath() const {
@@ -126,43 +121,36 @@ bool BerkeleyMbox::canBeIndexed() const {
     return false;
 }
 
-std::unique_ptr<MboxSnapshot> BerkeleyMbox::_takeSnapshot() const {
-    std::string reason;
-    auto snapshot = MboxSnapshot::ofFile(_storePath, reason);
-    if (snapshot == nullptr) log("Could not read the mailbox %@: %@", _storePath, reason);
-    return snapshot;
+std::shared_ptr<const MboxContents> BerkeleyMbox::contents() const {
+    const MutexLock lock(_placesMutex);
+    return _contents;
 }
 
-void BerkeleyMbox::_createAllMessages(const std::vector<MboxRange>& ranges, const MessageList& survivors) {
-    std::vector<std::shared_ptr<Message>> all;
-    all.reserve(ranges.size());
-    const auto self = shared_from_this();
-    for (std::size_t i = 0; i < ranges.size(); ++i) {
-        if (i < survivors.size()) {
-            static_cast<TOCMessage&>(*survivors[i]).setMboxRange(ranges[i]);
-            all.push_back(survivors[i]);
-        } else {
-            all.push_back(Message::messageInStore<TOCMessage>(self, ranges[i]));
-        }
+void BerkeleyMbox::_adopt(const std::shared_ptr<const MboxContents>& contents, const MessageList& survivors) {
+    const auto entries = contents->entries();
+    const auto gone = allMessages().removing(survivors);
+    {
+        const MutexLock lock(_placesMutex);
+        // Whoever still holds a message that is gone must not read another one's bytes at its place.
+        for (const auto& message : gone) static_cast<TOCMessage&>(*message).forgetPlace();
+        for (std::size_t i = 0; i < survivors.size(); ++i)
+            static_cast<TOCMessage&>(*survivors[i]).setMboxRange(entries[i].range);
+        _contents = contents;
+        _lastEntry = nullptr;
     }
-    setAllMessages(std::move(all));
-}
-
-void BerkeleyMbox::_adopt(std::unique_ptr<MboxSnapshot> snapshot, MessageList survivors) {
-    const auto before = allMessages();
-    _mboxData = std::move(snapshot);
-    const auto ranges = _mboxData != nullptr ? mboxRanges(_mboxData->view()) : std::vector<MboxRange>();
-    if (!beginWith(ranges, rangesOf(survivors))) survivors = {};
-    if (!before.empty()) {
-        // Whoever still holds a message that is gone must not read another one's bytes through it.
-        const std::unordered_set<std::shared_ptr<Message>> kept(survivors.begin(), survivors.end());
-        for (const auto& message : before) {
-            if (!kept.contains(message)) message->setMessageStore(nullptr);
-        }
-        if (survivors.empty()) _forgetDeletedMessages();
-    }
-    _createAllMessages(ranges, survivors);
+    for (const auto& message : gone) message->setMessageStore(nullptr);
+    if (survivors.empty()) _forgetDeletedMessages();
+    setAllMessages(survivors.appending(_messagesAt(entries.subspan(survivors.size()))));
     rebuildFilteredMessageList();
+}
+
+MessageList BerkeleyMbox::_messagesAt(std::span<const MboxEntry> entries) {
+    std::vector<std::shared_ptr<Message>> messages;
+    messages.reserve(entries.size());
+    const auto self = shared_from_this();
+    for (const auto& entry : entries)
+        messages.push_back(Message::messageInStore<TOCMessage>(self, entry.range));
+    return messages;
 }
 
 void BerkeleyMbox::_forgetDeletedMessages() {
@@ -173,15 +161,24 @@ void BerkeleyMbox::_forgetDeletedMessages() {
     invalidateDeleteStack();
 }
 
-MessageList BerkeleyMbox::_messagesStillIn(const MboxSnapshot& later) const {
-    if (_mboxData == nullptr || !_mboxData->rangesIn(later, rangesOf(allMessages()))) return {};
-    return allMessages();
+MessageList BerkeleyMbox::_messagesStillIn(const MboxContents& later) const {
+    const auto known = contents();
+    return known != nullptr && known->leadsTo(later) ? allMessages() : MessageList();
 }
 
 void BerkeleyMbox::_resetAllMessages() {
-    auto now = _takeSnapshot();
-    auto survivors = now != nullptr ? _messagesStillIn(*now) : MessageList();
-    _adopt(std::move(now), std::move(survivors));
+    const auto known = contents();
+    if (known == nullptr) return;  // a closed store stays closed
+    std::string reason;
+    const auto now = MboxContents::ofFile(_storePath, reason);
+    if (now == nullptr) {
+        log("The mailbox %@ stays listed as it was read before: %@", _storePath, reason);
+    } else if (!now->exists() && known->exists()) {
+        // Perhaps between two names, and its messages can still be read.
+        log("The mailbox %@ is gone, and stays listed as it was read before", _storePath);
+    } else {
+        _adopt(now, _messagesStillIn(*now));
+    }
 }
 
 std::shared_ptr<MessageFlags> BerkeleyMbox::flagsForMessage(Message&) {
@@ -210,26 +207,44 @@ CachedHeaders BerkeleyMbox::cachedHeadersForMessage(Message& message) {
     return readCachedHeaders(message, allHeadersForMessage(message), HeaderSpelling::capitalised);
 }
 
-std::optional<MboxRange> BerkeleyMbox::_rangeHere(const Message& message) const {
+std::optional<BerkeleyMbox::Place> BerkeleyMbox::placeOf(const Message& message) const {
     const auto* const listed = dynamic_cast<const TOCMessage*>(&message);
-    // A closed store has given up the bytes, and a message of another store has no place in ours.
-    if (_mboxData == nullptr || listed == nullptr || message.messageStore().get() != this) return std::nullopt;
-    return listed->mboxRange();
+    // A message of another store has no place in ours.
+    if (listed == nullptr || message.messageStore().get() != this) return std::nullopt;
+    const MutexLock lock(_placesMutex);
+    const auto* const entry = _contents != nullptr ? _contents->entryAt(listed->mboxRange()) : nullptr;
+    return entry != nullptr ? std::optional(Place{_contents, entry}) : std::nullopt;
 }
 
 std::optional<Data> BerkeleyMbox::allHeadersForMessage(Message& message) {
-    const auto range = _rangeHere(message);
-    if (!range) return std::nullopt;
-    auto bytes = _mboxData->headerBytes(*range);
-    if (!bytes) log("The mailbox %@ has been cut off by another program", _storePath);
+    const auto place = placeOf(message);
+    if (!place) return std::nullopt;
+    {
+        const MutexLock lock(_placesMutex);
+        if (_lastEntry == place->entry) return _lastHeader;
+    }
+    auto bytes = place->contents->headerOf(*place->entry);
+    if (!bytes) {
+        log("The headers of %@ were cut off or overwritten by another program",
+            place->contents->nameOf(*place->entry));
+        return std::nullopt;
+    }
+    const MutexLock lock(_placesMutex);
+    if (_contents == place->contents) {
+        _lastEntry = place->entry;
+        _lastHeader = *bytes;
+    }
     return bytes;
 }
 
 std::optional<Data> BerkeleyMbox::bodyForMessage(Message& message) {
-    const auto range = _rangeHere(message);
-    if (!range) return std::nullopt;
-    auto bytes = _mboxData->bodyBytes(*range);
-    if (!bytes) log("The mailbox %@ has been cut off by another program", _storePath);
+    const auto place = placeOf(message);
+    if (!place) return std::nullopt;
+    auto bytes = place->contents->bodyOf(*place->entry);
+    if (!bytes) {
+        log("The body of %@ was cut off or overwritten by another program",
+            place->contents->nameOf(*place->entry));
+    }
     return bytes;
 }
 

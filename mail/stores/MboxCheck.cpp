@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
+#include <functional>
 #include <map>
+#include <optional>
+#include <vector>
 
 #include "base/files/FileSystem.h"
 #include "lorvale/mime/dialect.h"
@@ -15,6 +17,7 @@
 #include "lorvale/values/property_list.h"
 #include "lorvale/values/text.h"
 #include "mail/model/DateUtils.h"
+#include "mail/model/Envelope.h"
 #include "mail/stores/MboxScan.h"
 #include "mail/stores/OpenStores.h"
 #include "mail/stores/StoreLock.h"
@@ -25,7 +28,9 @@ namespace {
 
 constexpr auto kWarning = MailboxFinding::Severity::warning;
 constexpr auto kError = MailboxFinding::Severity::error;
-constexpr std::uint64_t kLargestMbox = std::numeric_limits<std::uint32_t>::max();
+
+/// Gives bytes of the mailbox at some place, as many as there are.
+using MailboxBytes = std::function<std::string(std::uint64_t offset, std::size_t length)>;
 
 /// Collects findings, and keeps a damaged file of many gigabytes from filling the memory with them.
 class Findings {
@@ -62,9 +67,10 @@ std::string quoted(std::string_view line) {
     return "\"" + std::string(line.substr(0, kMost)) + (line.size() > kMost ? "..." : "") + "\"";
 }
 
+/// Empty behind the end, where another program may have cut the bytes off.
 std::string_view lineAt(std::string_view bytes, std::size_t offset) {
-    const auto end = std::min(bytes.find('\n', offset), bytes.size());
-    return bytes.substr(offset, end - offset);
+    bytes.remove_prefix(std::min(offset, bytes.size()));
+    return bytes.substr(0, bytes.find('\n'));
 }
 
 /// "Name:" at the start, the name without blanks or control characters.
@@ -74,81 +80,77 @@ bool isHeaderLine(std::string_view line) {
            std::ranges::all_of(line.substr(0, colon), [](char c) { return c > ' ' && c != '\x7F'; });
 }
 
-/// The rules for one message, which need a look at its neighbour's end.
+/// The rules for one message, of which the headers tell all that there is to know.
 class MessageCheck {
 public:
-    MessageCheck(std::string_view file, MboxRange range, std::size_t number, Findings& findings)
-        : _file(file),
-          _start(range.location),
-          _message(file.substr(range.location, range.length)),
-          _number(number),
-          _findings(findings) {}
+    MessageCheck(const MboxEntry& entry, std::size_t number, const MailboxBytes& bytes, Findings& findings)
+        : _entry(entry), _number(number), _findings(findings) {
+        const auto gap = std::min<std::uint32_t>(entry.range.location, kGap);
+        const auto length = std::min(entry.headerLength, kLongestHeader);
+        _window = bytes(entry.range.location - gap, gap + length);
+        _before = std::string_view(_window).substr(0, gap);
+        _header = std::string_view(_window).substr(_before.size());
+        const auto end = bytes(entry.range.location + entry.headerLength - 3, 3);
+        _headerEnds = end.ends_with("\n\n") || (mailDialect() == MailDialect::standard && end == "\n\r\n");
+    }
 
     void run() {
         if (_number > 1) checkGapBefore();
         checkEnvelope();
         checkHeaders();
-        if (const auto nul = _message.find('\0'); nul != std::string_view::npos) {
-            add(kWarning, "nul", nul, "a NUL byte, at which some programs end the message");
-        }
     }
 
 private:
     void add(MailboxFinding::Severity severity, std::string_view rule, std::size_t offset, std::string text) {
-        _findings.add(severity, rule, _number, _start + offset, std::move(text));
+        _findings.add(severity, rule, _number, _entry.range.location + offset, std::move(text));
     }
 
     void checkGapBefore() {
-        const auto before = _file.substr(0, _start);
-        if (before.ends_with("\n\n") || before.ends_with("\n\r\n")) return;
+        if (_before.ends_with("\n\n") || _before.ends_with("\n\r\n")) return;
         add(kWarning, "no-empty-line-before", 0,
-            "no empty line before the separator, which may be a line of text: " + quoted(lineAt(_message, 0)));
+            "no empty line before the separator, which may be a line of text: " + quoted(lineAt(_header, 0)));
     }
 
     /// "From ", a sender, a blank, a date.
     void checkEnvelope() {
-        const auto envelope = lineAt(_message, 0).substr(kMboxSeparator.size());
-        const auto blank = envelope.find_first_of(" \t");
+        const auto envelope = lineAt(_header, 0);
         const auto date =
-            blank == std::string_view::npos ? std::string_view() : trimmed(envelope.substr(blank));
+            trimmed(Envelope::parse(envelope.substr(std::min(envelope.size(), kEnvelopeMark.size()))).date);
         if (date.empty()) {
-            add(kWarning, "no-envelope-date", 0, "the separator has no date: " + quoted(lineAt(_message, 0)));
+            add(kWarning, "no-envelope-date", 0, "the separator has no date: " + quoted(lineAt(_header, 0)));
         } else if (!dateInTolerantForm(date)) {
             add(kWarning, "bad-envelope-date", 0,
-                "the date of the separator cannot be read: " + quoted(lineAt(_message, 0)));
+                "the date of the separator cannot be read: " + quoted(lineAt(_header, 0)));
         }
-        const auto next = lineAt(_message, 0).size() + 1;
-        if (next >= _message.size()) {
+        const auto next = envelope.size() + 1;
+        if (next >= _entry.range.length) {
             add(kError, "no-headers", 0, "nothing follows the separator");
             return;
         }
-        const auto line = trimmed(lineAt(_message, next), "\r");
+        const auto line = trimmed(lineAt(_header, next), "\r");
         // A second envelope, escaped by a program that passed the message on, is common enough.
         if (line.empty() || isHeaderLine(line) || line.starts_with(">From ")) return;
         add(kError, "text-as-separator", 0,
             "no header follows the separator, which seems to be a line of text that nobody escaped: " +
-                quoted(lineAt(_message, 0)));
+                quoted(lineAt(_header, 0)));
     }
 
     void checkHeaders() {
-        const auto length = mboxHeaderLength(_message);
-        const auto headers = _message.substr(0, length);
-        const auto crlfEnd = headers.find("\n\r\n");
-        const bool seesCrlf = mailDialect() == MailDialect::standard;
-        if (crlfEnd != std::string_view::npos && !seesCrlf) {
+        const auto crlfEnd = _header.find("\n\r\n");
+        if (crlfEnd != std::string_view::npos && mailDialect() != MailDialect::standard) {
             add(kError, "crlf", crlfEnd + 1, "the empty line behind the headers ends in CRLF and is not seen");
             return;
         }
-        if (!headers.ends_with("\n\n") && !(seesCrlf && headers.ends_with("\n\r\n"))) {
+        if (!_headerEnds) {
             add(kError, "no-header-end", 0,
                 "no empty line ends the headers; all of the message is read as such");
         }
-        checkHeaderLines(headers);
+        checkHeaderLines();
     }
 
-    void checkHeaderLines(std::string_view headers) {
-        for (auto at = lineAt(headers, 0).size() + 1; at < headers.size();) {
-            const auto line = lineAt(headers, at);
+    void checkHeaderLines() {
+        for (auto at = lineAt(_header, 0).size() + 1; at < _header.size();) {
+            const auto line = lineAt(_header, at);
             if (line == "\r") break;  // the empty line at the end, with CRLF
             const bool folded = line.starts_with(' ') || line.starts_with('\t');
             const bool escaped = line.starts_with(">From ");  // see checkEnvelope()
@@ -160,27 +162,98 @@ private:
         }
     }
 
-    const std::string_view _file;
-    const std::size_t _start;
-    const std::string_view _message;
+    static constexpr std::uint32_t kGap = 3;  // "\n\r\n"
+    // Far above real mail; text that is taken for headers can be as long as the file.
+    static constexpr std::uint32_t kLongestHeader = 1 << 20;
+
+    const MboxEntry _entry;
     const std::size_t _number;
     Findings& _findings;
+    std::string _window;  // what stands just before the message, and its header block
+    std::string_view _before, _header;
+    bool _headerEnds = false;
 };
 
-void checkStart(std::string_view bytes, Findings& findings) {
-    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-    const auto first = std::min(bytes.find_first_not_of(kAsciiWhite), bytes.size());
-    if (first == bytes.size()) {
-        if (!bytes.empty()) findings.add(kWarning, "only-white-space", 0, 0, "the file holds white space only");
-    } else if (!bytes.substr(first).starts_with(kMboxSeparator)) {
-        findings.add(kError, "no-separator", 0, first,
-                     bytes.substr(first).starts_with(kByteOrderMark)
-                         ? "a byte order mark hides the first separator, so that no message is seen"
-                         : "the file does not begin with \"From \", so that no message is seen");
-    } else if (first > 0) {
-        findings.add(kWarning, "leading-white-space", 0, 0, "white space before the first message");
+/// The rules for a whole file, whose bytes come in pieces and can be looked at again.
+class FileCheck {
+public:
+    FileCheck(MailboxBytes bytes, MailboxReport& report)
+        : _bytes(std::move(bytes)), _report(report), _findings(report) {}
+
+    std::uint64_t size() const { return _scanner.size(); }
+
+    void add(std::string_view piece) {
+        if (piece.empty()) return;
+        _piece = piece;
+        _pieceEnd = size() + piece.size();
+        if (!_started) checkStart();
+        _scanner.add(piece);
+        lookForNul();
+        _last = piece.back();
     }
-}
+
+    void finish() {
+        _piece = {};
+        _scanner.finish();
+        _report.size = size();
+        if (size() > 0 && !_started)
+            _findings.add(kWarning, "only-white-space", 0, 0, "the file holds white space only");
+        if (_report.messages > 0 && _last != '\n')
+            _findings.add(kWarning, "no-final-line-end", _report.messages, size(),
+                          "the file ends in the middle of a line");
+    }
+
+private:
+    void checkStart() {
+        constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+        const auto white = _piece.find_first_not_of(kAsciiWhite);
+        if (white == std::string_view::npos) return;
+        _started = true;
+        const auto first = size() + white;
+        const auto word = _bytes(first, kEnvelopeMark.size());
+        if (word != kEnvelopeMark) {
+            _findings.add(kError, "no-separator", 0, first,
+                          word.starts_with(kByteOrderMark)
+                              ? "a byte order mark hides the first separator, so that no message is seen"
+                              : "the file does not begin with \"From \", so that no message is seen");
+        } else if (first > 0) {
+            _findings.add(kWarning, "leading-white-space", 0, 0, "white space before the first message");
+        }
+    }
+
+    void checkMessage(const MboxEntry& entry) {
+        ++_report.messages;
+        MessageCheck(entry, _report.messages, _bytes, _findings).run();
+        lookForNul(entry.range.end());
+        if (_nul) {
+            _findings.add(kWarning, "nul", _report.messages, *_nul,
+                          "a NUL byte, at which some programs end the message");
+        }
+        _nul.reset();
+        _lookedAt = entry.range.end();
+    }
+
+    /// Looks for the first NUL of the message at hand in what came of it so far.
+    void lookForNul(std::uint64_t end = kLargestMbox) {
+        const auto pieceStart = _pieceEnd - _piece.size();
+        const auto from = std::max(_lookedAt, pieceStart), to = std::min(end, _pieceEnd);
+        if (_nul || from >= to) return;
+        const auto part = _piece.substr(from - pieceStart, to - from);
+        if (const auto nul = part.find('\0'); nul != std::string_view::npos) _nul = from + nul;
+        _lookedAt = to;
+    }
+
+    const MailboxBytes _bytes;
+    MailboxReport& _report;
+    Findings _findings;
+    MboxScanner _scanner{[this](const MboxEntry& entry) { checkMessage(entry); }};
+    std::string_view _piece;            // the one at hand,
+    std::uint64_t _pieceEnd = 0;        // and where it ends
+    bool _started = false;              // something else than white space was seen
+    std::optional<std::uint64_t> _nul;  // the first one in the message at hand
+    std::uint64_t _lookedAt = 0;        // up to where that was looked for
+    char _last = '\n';
+};
 
 void checkLock(const std::string& path, Findings& findings) {
     const std::string lockPath = path + ".lock";
@@ -199,6 +272,25 @@ void checkLock(const std::string& path, Findings& findings) {
     }
 }
 
+/// The messages in a file, in blocks: a check needs no more memory for a large mailbox.
+FileStatus checkMboxFile(ReadableFile& file, const std::string& path, MailboxReport& report) {
+    FileCheck check(
+        [&](std::uint64_t offset, std::size_t length) {
+            const auto bytes = file.read(offset, length);
+            return bytes ? bytes->toString() : std::string();
+        },
+        report);
+    std::vector<char> block(kMboxBlock);
+    while (check.size() <= kLargestMbox) {
+        const auto count = file.readInto(block, check.size());
+        if (!count) return FileStatus::failed("read", path);
+        if (*count == 0) break;
+        check.add({block.data(), *count});
+    }
+    check.finish();
+    return {};
+}
+
 /// The flat file at `path`, whose messages the report is about.
 void checkMboxFile(const std::string& path, MailboxReport& report) {
     auto& files = FileSystem::current();
@@ -209,12 +301,12 @@ void checkMboxFile(const std::string& path, MailboxReport& report) {
         return;
     }
     FileStatus status;
-    const auto bytes = files.readFile(path, &status);
-    if (!bytes) {
+    const auto file = files.openForReading(path, &status);
+    if (file != nullptr) status = checkMboxFile(*file, path, report);
+    if (!status) {
         report.failure = status.text();
         return;
     }
-    checkMboxBytes(bytes->view(), report);
     checkFilesBesideMbox(path, report);
 }
 
@@ -237,17 +329,15 @@ std::size_t MailboxReport::count(MailboxFinding::Severity severity) const {
     return static_cast<std::size_t>(std::ranges::count(findings, severity, &MailboxFinding::severity));
 }
 
-void checkMboxBytes(std::string_view bytes, MailboxReport& report) {
-    Findings findings(report);
-    report.size = bytes.size();
-    checkStart(bytes, findings);
-    const auto ranges = mboxRanges(bytes);
-    report.messages = ranges.size();
-    for (std::size_t i = 0; i < ranges.size(); ++i) MessageCheck(bytes, ranges[i], i + 1, findings).run();
-    if (!ranges.empty() && !bytes.ends_with('\n')) {
-        findings.add(kWarning, "no-final-line-end", ranges.size(), bytes.size(),
-                     "the file ends in the middle of a line");
-    }
+void checkMboxBytes(std::string_view bytes, MailboxReport& report, std::size_t pieces) {
+    FileCheck check(
+        [bytes](std::uint64_t offset, std::size_t length) {
+            return std::string(bytes.substr(std::min<std::uint64_t>(offset, bytes.size()), length));
+        },
+        report);
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(pieces, bytes.size())))
+        check.add(bytes.substr(0, pieces));
+    check.finish();
 }
 
 void checkFilesBesideMbox(const std::string& path, MailboxReport& report) {
@@ -257,10 +347,20 @@ void checkFilesBesideMbox(const std::string& path, MailboxReport& report) {
         findings.add(kWarning, "left-over", 0, 0,
                      "beside it stands a file \".tmp\" that an interrupted change left; it is not needed");
     }
+    for (const auto& file : unfinishedLockFiles(path + ".lock")) {
+        findings.add(
+            kWarning, "left-over", 0, 0,
+            formatText("a process that took the lock was killed and left %@; the next lock clears it away",
+                       file));
+    }
 }
 
 MailboxReport checkMailbox(std::string_view path) {
     MailboxReport report;
+    if (path.empty()) {
+        report.failure = "an empty path names no mailbox";
+        return report;
+    }
     // Lock and left-overs lie where a symbolic link leads.
     const std::string name = standardStorePath(path);
     auto& files = FileSystem::current();

@@ -30,6 +30,8 @@ namespace {
 
 // A line of names is far shorter; a file that is not may be anything.
 constexpr std::size_t kLongestLockFile = 4096;
+// "inbox.lock.47111.tmp", with the process and a number.
+constexpr std::string_view kUnfinished = ".tmp";
 
 /// Text from a file for a log line or an alert.
 std::string showable(std::string_view bytes) {
@@ -81,6 +83,23 @@ bool removeStaleLock(const std::string& lockPath) {
     return static_cast<bool>(removed);
 }
 
+/// Whether somebody may still be making a lock of this file.
+bool mayBeInUse(const std::string& unfinished) {
+    const auto bytes = readLockFile(unfinished);
+    if (!bytes) return true;
+    if (!bytes->view().ends_with('\n')) return false;  // half a line may name half a process
+    const auto owner = parseLockFile(bytes->view());
+    return owner.process > 0 && (owner.host != asField(hostName()) || isRunning(owner.process));
+}
+
+/// By the holder of the lock: even a living process could not get it now, and so loses nothing.
+void removeUnfinishedLockFiles(const std::string& lockPath) {
+    for (const auto& file : unfinishedLockFiles(lockPath)) {
+        if (mayBeInUse(file)) continue;
+        if (const auto removed = FileSystem::current().remove(file); !removed) log("%@", removed.text());
+    }
+}
+
 bool askWhetherToOpen(const std::string& lockPath, const std::string& mailbox, const LockOwner& owner) {
     const auto message = formatText(
         LVLocalizedString("The mailbox %@ is currently locked by %@ on host %@. If you open a mailbox that "
@@ -120,9 +139,21 @@ std::string lockFileLine() {
                       asField(processName()), Message::frameworkVersion(), ::getpid());
 }
 
+std::vector<std::string> unfinishedLockFiles(const std::string& lockPath) {
+    const auto folder = folderOf(lockPath), start = std::string(lastPathComponent(lockPath)) + '.';
+    auto names = FileSystem::current().namesInFolder(folder).value_or(std::vector<std::string>());
+    std::erase_if(names, [&](std::string_view name) {
+        if (!name.starts_with(start) || !name.ends_with(kUnfinished)) return true;
+        name.remove_prefix(start.size());
+        return name.find_first_not_of("0123456789") != name.size() - kUnfinished.size();
+    });
+    for (auto& name : names) name = stringByAppendingPathComponent(folder, name);
+    return names;
+}
+
 bool createLockFile(const std::string& lockPath) {
     auto& files = FileSystem::current();
-    const auto temporary = makeUniqueFilePath(lockPath + ".tmp");
+    const auto temporary = makeUniqueFilePath(lockPath + std::string(kUnfinished));
     FileStatus status;
     const auto file = files.openForWriting(temporary, WriteMode::createNew, 0600, &status);
     if (file == nullptr) {
@@ -135,6 +166,7 @@ bool createLockFile(const std::string& lockPath) {
     const bool locked = status && files.link(temporary, lockPath);
     if (!status) log("%@", status.text());
     if (const auto removed = files.remove(temporary); !removed) log("%@", removed.text());
+    if (locked) removeUnfinishedLockFiles(lockPath);
     return locked;
 }
 

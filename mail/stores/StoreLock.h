@@ -1,6 +1,7 @@
 #pragma once
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace lorvale {
 
@@ -18,7 +19,11 @@ LockOwner parseLockFile(std::string_view bytes);
 /// What this process writes.  Commas and line ends in the names become blanks, so that the fields stay apart.
 std::string lockFileLine();
 
-/// True when the lock now belongs to this process.
+/// The files in which locks were being made, by paths.  A process that was killed leaves one, a living one has
+/// it for a moment.
+std::vector<std::string> unfinishedLockFiles(const std::string& lockPath);
+
+/// True when the lock now belongs to this process.  What killed processes left unfinished is then cleared away.
 bool createLockFile(const std::string& lockPath);
 /// Whether to go on although there is a lock file: yes when its process is dead (the file is then removed) or
 /// the user says so.

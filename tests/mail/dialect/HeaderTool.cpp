@@ -83,8 +83,8 @@ void readFile(const std::string& path) {
     const std::string bytes{std::istreambuf_iterator<char>(in), {}};
     const std::string_view view(bytes);
     if (!path.ends_with(".mbox")) return readMessage(view, path, 0);
-    for (const auto& range : mboxRanges(view))
-        readMessage(view.substr(range.location, range.length), path, range.location);
+    for (const auto& entry : mboxEntries(view))
+        readMessage(view.substr(entry.range.location, entry.range.length), path, entry.range.location);
 }
 
 std::string readBack(std::string_view block, bool isList, MailDialect dialect) {

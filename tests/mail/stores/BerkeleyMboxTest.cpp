@@ -7,7 +7,6 @@
 
 #include "base/files/PosixFileSystem.h"
 #include "lorvale/values/range.h"
-#include "mail/stores/MboxScan.h"
 #include "tests/support/PlainMbox.h"
 #include "tests/support/StoreSupport.h"
 #include "tests/support/TestSupport.h"
@@ -91,9 +90,9 @@ class UnreadableFile : public PosixFileSystem {
 public:
     UnreadableFile() : _before(setCurrent(this)) {}
     ~UnreadableFile() override { setCurrent(_before); }
-    std::optional<Data> mapFile(const std::string& path, FileStatus* status) override {
+    std::unique_ptr<ReadableFile> openForReading(const std::string& path, FileStatus* status) override {
         if (status != nullptr) *status = FileStatus(EACCES, "open " + path + ": Permission denied");
-        return std::nullopt;
+        return nullptr;
     }
 
 private:
@@ -129,7 +128,7 @@ TEST_F(FlatMailbox, OfSomethingElseIsEmptyAndStaysAsItIs) {
         ASSERT_TRUE(store);
         EXPECT_EQ(store->totalCount(), 0u);
         store->doCompact();
-        if (!isMbox(bytes)) {
+        if (bytes.size() > 5) {
             const LogCapture log;
             store->syncAppendMessages({Message::messageWithData(Data::ofStatic("Subject: x\n\ny\n"))}, false);
             EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("is no mailbox")));
@@ -240,6 +239,34 @@ TEST_F(FlatMailbox, ReplacesTheFileBehindALink) {
     EXPECT_EQ(readFile(path), bob + cid);
 }
 
+TEST_F(FlatMailbox, IsMadeWhereALinkLeads) {
+    fs::create_directory(folder / "elsewhere");
+    fs::create_symlink("elsewhere/box", folder / "link");
+    EXPECT_FALSE(BerkeleyMbox::initWithPath(std::string(folder / "link")));
+    const auto store = BerkeleyMbox::initWithPath(std::string(folder / "link"), true, false);
+    EXPECT_EQ(store->storePath(), (folder / "elsewhere/box").string());
+    store->syncAppendMessages(open(false, true)->allMessages(), false);
+    EXPECT_TRUE(fs::is_symlink(folder / "link"));
+    EXPECT_EQ(readFile(folder / "elsewhere/box"), ann + bob + cid);
+    EXPECT_FALSE(BerkeleyMbox::initWithPath("", true, false)) << "an empty path is no mailbox";
+}
+
+TEST_F(FlatMailbox, StaysItsOwnersAndItsGroups) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+    auto& files = FileSystem::current();
+    ASSERT_TRUE(files.setOwner(path, 1234, 5678));
+    const auto owners = [&] {
+        const auto now = *files.attributes(path);
+        return std::pair(now.owner, now.group);
+    };
+    const auto store = open();
+    store->syncAppendMessages(store->allMessages(), false);
+    EXPECT_EQ(owners(), std::pair(uid_t{1234}, gid_t{5678}));
+    store->deleteMessage(store->allMessages()[0]);
+    store->doCompact();
+    EXPECT_EQ(owners(), std::pair(uid_t{1234}, gid_t{5678}));
+}
+
 TEST_F(FlatMailbox, WritesACopyAndHasNoPlaceForAttributes) {
     const auto store = open();
     store->setSortOrder(MessageStoreSortBySize);
@@ -286,7 +313,6 @@ TEST_F(FlatMailbox, IsNotCompactedAfterForeignChanges) {
     };
     for (const bool inPlace : {true, false}) {
         for (const auto& [why, bytes] : rows) {
-            if (inPlace && bytes.starts_with(ann + "From bob")) continue;  // cannot be told, see rangesIn()
             SCOPED_TRACE(why);
             writeFile(path, ann + bob + cid);
             const auto store = open();

@@ -87,6 +87,19 @@ TEST_F(StoreLock, OfADeadProcessIsTakenOverInSilence) {
     EXPECT_FALSE(fs::exists(lock));
 }
 
+TEST_F(StoreLock, ThatAKilledProcessLeftUnfinishedIsClearedAwayByTheNext) {
+    const auto unfinished = [&](const char* number) { return lock + "." + number + ".tmp"; };
+    writeFile(unfinished("1"), lockLine(hostName(), deadProcess()));
+    writeFile(unfinished("2"), hostName() + ",Jane Doe,mail,1");  // killed in the middle of 1234
+    writeFile(unfinished("3"), lockLine(hostName(), ::getppid()));
+    writeFile(unfinished("4"), lockLine("elsewhere.example", deadProcess()));
+    writeFile(lock + ".mine.tmp", "");
+    EXPECT_EQ(checkMailbox(mailbox).findings.size(), 4u);
+    EXPECT_TRUE(BerkeleyMbox::initWithPath(mailbox)->haveLock());
+    EXPECT_THAT(unfinishedLockFiles(lock), ElementsAre(unfinished("3"), unfinished("4")));
+    EXPECT_TRUE(fs::exists(lock + ".mine.tmp"));
+}
+
 TEST_F(StoreLock, ThatMayBeHeldIsHonoured) {
     const struct {
         const char* why;
