@@ -1,3 +1,4 @@
+#include "base/text/Ascii.h"
 #include "base/text/TextScanner.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
@@ -85,8 +86,7 @@ private:
 
     /// Up to "?=", or to the end of the value without one, as encodeMimeHeaderValue() writes it.
     void readPieces(Transfer transfer, StringEncoding encoding) {
-        static constexpr CharacterSet kPunctuation("?_");
-        while (const auto piece = _scanner.nextTokenWithPunctuation(kPunctuation)) {
+        while (const auto piece = nextPiece()) {
             if (*piece == "_") {
                 _out += ' ';
             } else if (*piece == "?" && _scanner.scanString("=")) {
@@ -95,6 +95,23 @@ private:
                 appendPiece(*piece, transfer, encoding);
             }
         }
+    }
+
+    /// Up to a mark or white space.  Nearly every piece is plain ASCII, for which no set of characters is
+    /// asked.
+    std::optional<std::string_view> nextPiece() {
+        static constexpr CharacterSet kPunctuation("?_");
+        static constexpr auto kInside =
+            byteTable([](std::uint8_t c) { return c > ' ' && c < 0x7F && c != '?' && c != '_'; });
+        const auto start = _scanner.scanLocation();
+        const auto rest = _scanner.string().substr(start);
+        std::size_t length = 0;
+        while (length < rest.size() && kInside[static_cast<std::uint8_t>(rest[length])]) ++length;
+        const char behind = length < rest.size() ? rest[length] : ' ';
+        if (length == 0 || (behind != '?' && behind != '_' && behind != ' '))
+            return _scanner.nextTokenWithPunctuation(kPunctuation);
+        _scanner.setScanLocation(start + length);
+        return rest.substr(0, length);
     }
 
     /// Each piece is decoded by itself.  Bytes that are not valid in the encoding are read as bytes of a header
