@@ -144,12 +144,15 @@ TEST(BooleanSearch, AgreesWithTheJudge) {
         const BooleanQuery query = RandomTree(random, 3, false, nodes);
         const auto maxHits = static_cast<std::uint32_t>(i % 3 == 0 ? 1000 : 1 + random() % 12);
         SCOPED_TRACE(query.text);
+        std::map<std::string, NaiveSearch::Term> terms;
+        for (const std::string& node : nodes)
+            for (const auto& [word, term] : judge.QueryOf(node)) terms[word] = term;
         const auto expected = judge.Best(
             maxHits, static_cast<std::uint32_t>(nodes.size()),
             [&](const NaiveSearch::Doc& doc, float& sum, int& m) {
                 for (const std::string& node : nodes) {
                     if (!doc.words.contains(node)) continue;
-                    const auto weight = judge.QueryOf(node).begin()->second;
+                    const NaiveSearch::Term& weight = terms.at(node);
                     sum = static_cast<float>(
                         sum + double{NaiveSearch::Weight(weight.scale, doc.words.at(node))} * weight.weight);
                     ++m;

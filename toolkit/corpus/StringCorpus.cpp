@@ -38,6 +38,20 @@ bool StringDoc::Equal(const IAOrderedStorable* other) const {
     return text == static_cast<const StringDoc*>(other)->text;
 }
 
+std::uint32_t StringDoc::StoredSize(std::span<const std::uint8_t> stored) const {
+    auto rest = stored;
+    const std::uint32_t length = VInt32Read(rest);
+    IAAssertion(length <= rest.size(), "document longer than its block", StorageInvalid);
+    return static_cast<std::uint32_t>(stored.size() - rest.size()) + length;
+}
+
+int StringDoc::CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const {
+    const std::uint32_t length = VInt32Read(stored);
+    IAAssertion(length <= stored.size(), "document longer than its block", StorageInvalid);
+    const std::string_view found(reinterpret_cast<const char*>(stored.data()), length);
+    return found.compare(static_cast<const StringDoc*>(key)->text);
+}
+
 StringDocText::~StringDocText() = default;
 
 std::uint32_t StringDocText::GetNextBuffer(std::uint8_t* buffer, std::uint32_t size) {

@@ -1,6 +1,7 @@
 #include "lorvale/toolkit/index/records.h"
 
 #include <numeric>
+#include <type_traits>
 
 #include "lorvale/toolkit/storage/block.h"
 #include "toolkit/index/StoredReader.h"
@@ -147,6 +148,10 @@ template <class Named>
 std::uint32_t IDRecord<Named>::StoredSize(std::span<const std::uint8_t> stored) const {
     StoredReader reader(stored);
     reader.VInt32();
+    if constexpr (std::is_same_v<Named, IATerm>) {
+        reader.Skip(reader.VInt32());  // as all terms are stored
+        return reader.Taken();
+    }
     return reader.Taken() + value->StoredSize(stored.subspan(reader.Taken()));
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -29,6 +30,8 @@ public:
     std::unique_ptr<IAStorable> Restore(IAInputBlock* input) const override;
     bool LessThan(const IAOrderedStorable* other) const override;
     bool Equal(const IAOrderedStorable* other) const override;
+    int CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const override;
+    std::uint32_t StoredSize(std::span<const std::uint8_t> stored) const override;
 
 private:
     std::string text;
