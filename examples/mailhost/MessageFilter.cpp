@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Summary.h"
 #include "lorvale/values/text.h"
 
 namespace mailhost {
@@ -37,7 +38,7 @@ bool MessageFilter::acceptsHeaders(lorvale::MessageHeaders& headers) const {
     if (_from && !contains(headers.sender(), *_from)) return false;
     if (_subject && !contains(headers.subject(), *_subject)) return false;
     if ((_since || _until) && !acceptsDate(headers)) return false;
-    return !_to || std::ranges::any_of(headers.recipients(),
+    return !_to || std::ranges::any_of(recipientsOf(headers.summary()),
                                        [&](const std::string& recipient) { return contains(recipient, *_to); });
 }
 

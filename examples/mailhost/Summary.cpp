@@ -1,9 +1,30 @@
 #include "Summary.h"
 
-#include "Mailbox.h"
+#include <algorithm>
+#include <iterator>
+
 #include "lorvale/message/addresses.h"
+#include "lorvale/message/mailboxes.h"
+#include "lorvale/mime/dialect.h"
 
 namespace mailhost {
+
+std::vector<std::string> recipientsOf(const lorvale::HeaderSummary& summary) {
+    std::vector<std::string> recipients;
+    const bool classic = lorvale::mailDialect() == lorvale::MailDialect::classic;
+    for (const auto* const list : {&summary.to, &summary.cc}) {
+        if (classic) {  // whose reading of a list knows no groups
+            std::ranges::move(lorvale::addressList(*list).value_or(std::vector<std::string>()),
+                              std::back_inserter(recipients));
+            continue;
+        }
+        for (auto mailbox : lorvale::mailboxesInList(*list)) {
+            mailbox.group.clear();
+            recipients.push_back(lorvale::mailboxText(mailbox));
+        }
+    }
+    return recipients;
+}
 
 Summary::Summary(lorvale::Message& message, std::size_t theNumber, Detail detail) : number(theNumber) {
     const auto summary = message.headers()->summary();
@@ -13,10 +34,7 @@ Summary::Summary(lorvale::Message& message, std::size_t theNumber, Detail detail
     deleted = flags->isDeleted();
     if (detail == Detail::json) {
         id = message.messageID();
-        for (const auto& list : {summary.to, summary.cc}) {
-            const auto addresses = lorvale::addressList(list).value_or(std::vector<std::string>());
-            recipients.insert(recipients.end(), addresses.begin(), addresses.end());
-        }
+        recipients = recipientsOf(summary);
     }
     from = summary.from;
     subject = summary.subject;

@@ -8,6 +8,9 @@
 
 namespace mailhost {
 
+/// Each address of the first "To:" and the first "Cc:" line, with its name.
+std::vector<std::string> recipientsOf(const lorvale::HeaderSummary& summary);
+
 /// What a listing tells about one message.
 struct Summary {
     /// What a table shows is at hand without reading all headers of a message; JSON has more.
