@@ -13,6 +13,7 @@
 #include <cctype>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -196,6 +197,42 @@ TEST(Documentation, NamesFilesThatExist) {
             if (!path || name.find_first_of(" *<>:{}()\n") != std::string::npos) continue;
             ++seen;
             EXPECT_TRUE(fs::exists(root / name) || fs::exists(file.parent_path() / name))
+                << file.string() << " names " << name;
+        }
+    }
+    EXPECT_GT(seen, 10u);
+}
+
+/// All identifiers of the sources that a "(" follows.
+std::set<std::string> functionsOfSources() {
+    std::set<std::string> functions;
+    for (const auto* folder : {"include", "base", "toolkit", "mail"}) {
+        for (const auto& entry : fs::recursive_directory_iterator(sourceFolder() / folder)) {
+            if (!entry.is_regular_file() || entry.path().extension() == ".md") continue;
+            const auto text = readFile(entry.path());
+            for (auto at = text.find('('); at != std::string::npos; at = text.find('(', at + 1)) {
+                auto start = at;
+                while (start > 0 &&
+                       (std::isalnum(static_cast<unsigned char>(text[start - 1])) || text[start - 1] == '_'))
+                    --start;
+                functions.insert(text.substr(start, at - start));
+            }
+        }
+    }
+    return functions;
+}
+
+// A walk through the code that names what is not there leads astray.
+TEST(Documentation, NamesFunctionsThatExist) {
+    const auto functions = functionsOfSources();
+    std::size_t seen = 0;
+    for (const auto& file : documents()) {
+        for (const auto& name : namesIn(readFile(file))) {
+            if (!name.ends_with("()") || name.find_first_of(" .<>\n") != std::string::npos) continue;
+            const auto scope = name.rfind(':');
+            const auto start = scope == std::string::npos ? 0 : scope + 1;
+            ++seen;
+            EXPECT_TRUE(functions.contains(name.substr(start, name.size() - start - 2)))
                 << file.string() << " names " << name;
         }
     }
