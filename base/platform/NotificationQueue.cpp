@@ -28,6 +28,8 @@ bool isSame(const Notification& a, const Notification& b, Coalescing coalescing)
 class NotificationQueue::Implementation : public std::enable_shared_from_this<Implementation> {
 public:
     void enqueue(Notification notification, PostingStyle style) {
+        // Made for what waits alone: what is posted at once needs no run loop, and so no descriptor.
+        if (!_loop) _loop = RunLoop::current();
         auto& line = style == PostingStyle::asap ? _asap : _idle;
         line.waiting.push_back(std::move(notification));
         if (std::exchange(line.isScheduled, true)) return;
@@ -64,7 +66,7 @@ private:
         }
     }
 
-    const std::shared_ptr<RunLoop> _loop = RunLoop::current();
+    std::shared_ptr<RunLoop> _loop;  // of this thread; null until something waits
     Line _asap, _idle;
 };
 

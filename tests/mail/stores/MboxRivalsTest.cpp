@@ -334,7 +334,6 @@ TEST_F(MboxRivals, ForDescriptorsLoseNothing) {
         writeFile(path, letter(1) + letter(2));
         const auto store = BerkeleyMbox::initWithPath(path);
         const auto message = Message::messageWithData(Data::copyOf(letter(3)));
-        store->structureDidChange();  // the run loop, once made, keeps its own descriptors
         rlimit before{};
         ::getrlimit(RLIMIT_NOFILE, &before);
         const int next = ::dup(0);
