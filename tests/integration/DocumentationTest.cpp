@@ -206,7 +206,7 @@ TEST(Documentation, NamesFilesThatExist) {
 /// All identifiers of the sources that a "(" follows.
 std::set<std::string> functionsOfSources() {
     std::set<std::string> functions;
-    for (const auto* folder : {"include", "base", "toolkit", "mail"}) {
+    for (const auto* folder : {"include", "base", "toolkit", "mail", "examples"}) {
         for (const auto& entry : fs::recursive_directory_iterator(sourceFolder() / folder)) {
             if (!entry.is_regular_file() || entry.path().extension() == ".md") continue;
             const auto text = readFile(entry.path());
