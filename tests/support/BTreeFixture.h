@@ -72,6 +72,7 @@ inline Bytes LiveBytes(IAStorage& storage, const Bytes& file) {
     };
     const std::uint32_t ids = word(word(4));
     add(word(4), word(8));
+    const IALock lock(storage.GetMutex());
     for (std::uint32_t id = 1; id < ids; ++id) {
         try {
             add(storage.GetReadAddress(id), storage.GetBlockSize(id));
