@@ -44,10 +44,10 @@ private:
     struct TermCursor {
         TermCursor(const RQEntry& ofEntry, InvertedIndex& index, const InvertedTermInfo& info,
                    const Similarity& similarity);
-        double WeightOf(std::uint32_t freq, const Similarity& similarity) const {
+        double WeightOf(std::uint32_t freq, const Similarity& scoring) const {
             return freq < weights.size()
                        ? weights[freq]
-                       : double{similarity.TermWeight(entry->scaleFactor, freq)} * entry->weight;
+                       : double{scoring.TermWeight(entry->scaleFactor, freq)} * entry->weight;
         }
         const RQEntry* entry;
         FreqPSImpl stream;
