@@ -73,7 +73,7 @@ std::string bashValues(std::string_view command, std::span<const Parameter> opti
 
 // zsh
 
-/// Text inside single quotes in a specification of _arguments.
+/// Text inside single quotes in an entry of _arguments.
 std::string zshText(std::string_view text) {
     std::string result;
     for (const char c : text) {
@@ -107,17 +107,17 @@ std::string excludedBy(const Parameter& option, std::span<const Parameter> all) 
     return joined(namesOf(excluded), " ");
 }
 
-/// One specification for each name of the option.
+/// One entry for each name of the option.
 std::vector<std::string> zshOption(const Parameter& option, std::span<const Parameter> all) {
-    std::vector<std::string> specifications;
+    std::vector<std::string> entries;
     for (const auto name : namesOf({&option, 1})) {
         std::string text = option.repeats ? "'*" : "'(" + excludedBy(option, all) + ")";
         text += std::string(name) + (option.takesValue() && name.starts_with("--") ? "=" : "");
         text += "[" + zshText(fullHelp(option)) + "]";
         if (option.takesValue()) text += zshValue(option);
-        specifications.push_back(text + "'");
+        entries.push_back(text + "'");
     }
-    return specifications;
+    return entries;
 }
 
 std::string zshWord(const Parameter& word) {

@@ -84,9 +84,9 @@ private:
         } else if (token.is(';')) {
             finishMailbox();
             _group.clear();
-        } else if (token.is(':') && !_spec.hasAt() && !_bracketed && _group.empty()) {
+        } else if (token.is(':') && !_addrSpec.hasAt() && !_bracketed && _group.empty()) {
             _group = _name.take();
-            _spec.take();
+            _addrSpec.take();
             _comment.take();
         } else if (token.is('<')) {
             if (_bracketed) finishMailbox();
@@ -95,11 +95,11 @@ private:
             takeComment(token);
         } else if (token.kind == Kind::white) {
             _name.addGap();
-            _spec.addGap();
+            _addrSpec.addGap();
         } else if (!token.is('>')) {
             if (_bracketed) finishMailbox();  // a comma is missing
             _name.add(token.content());
-            _spec.add(token);
+            _addrSpec.add(token);
         }
     }
 
@@ -107,7 +107,7 @@ private:
         _comment.addGap();
         _comment.add(trimmed(token.content()));
         _name.addGap();
-        _spec.addGap();
+        _addrSpec.addGap();
     }
 
     /// Up to the ">", or without one as far as the mailbox goes.  A route, "@a,@b:" before the address, is a
@@ -140,18 +140,18 @@ private:
 
     void finishMailbox() {
         Mailbox mailbox{{}, {}, _comment.take(), _group};
-        const auto before = _spec.lengthBeforeAddress();
-        auto spec = _spec.take();
+        const auto before = _addrSpec.lengthBeforeAddress();
+        auto addrSpec = _addrSpec.take();
         auto name = _name.take();
         if (_bracketed) {
             mailbox.name = std::move(name);
             mailbox.address = *std::move(_bracketed);
         } else if (before > 0) {
-            mailbox.address = spec.substr(before);
+            mailbox.address = addrSpec.substr(before);
             mailbox.name = name.substr(0, name.size() - std::min(name.size(), mailbox.address.size()));
             mailbox.name = std::string(trimmed(mailbox.name));
         } else {
-            mailbox.address = std::move(spec);
+            mailbox.address = std::move(addrSpec);
         }
         _bracketed.reset();
         if (!mailbox.name.empty() || !mailbox.address.empty()) _mailboxes.push_back(std::move(mailbox));
@@ -162,7 +162,7 @@ private:
     std::vector<Mailbox> _mailboxes;
     std::string _group;
     Words _name, _comment;                  // of the mailbox at hand
-    AddressSpec _spec;                      // the same, were it an address
+    AddressSpec _addrSpec;                  // the same, were it an address
     std::optional<std::string> _bracketed;  // what stood between < and >
 };
 

@@ -35,7 +35,9 @@ void writeFile(const fs::path& path, std::string_view bytes) {
     if (!file.flush()) throw std::runtime_error("cannot write " + path.string());
 }
 
-fs::path sourceFolder() { return LORVALE_SOURCE_DIR; }
+fs::path sourceFolder() {
+    return LORVALE_SOURCE_DIR;
+}
 
 std::optional<fs::path> sharedData() {
     const char* const named = std::getenv("LORVALE_SHARED_DATA");

@@ -45,9 +45,8 @@ private:
         TermCursor(const RQEntry& ofEntry, InvertedIndex& index, const InvertedTermInfo& info,
                    const Similarity& similarity);
         double WeightOf(std::uint32_t freq, const Similarity& scoring) const {
-            return freq < weights.size()
-                       ? weights[freq]
-                       : double{scoring.TermWeight(entry->scaleFactor, freq)} * entry->weight;
+            return freq < weights.size() ? weights[freq]
+                                         : double{scoring.TermWeight(entry->scaleFactor, freq)} * entry->weight;
         }
         const RQEntry* entry;
         FreqPSImpl stream;

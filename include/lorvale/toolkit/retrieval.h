@@ -1,5 +1,6 @@
 #pragma once
-/// Searching indexes: accessors and their hits, queries, the statistics and formulas of scores, and how far a search is.
+/// Searching indexes: accessors and their hits, queries, the statistics and formulas of scores, and how far a
+/// search is.
 #include "lorvale/toolkit/retrieval/accessor.h"
 #include "lorvale/toolkit/retrieval/boolean_query.h"
 #include "lorvale/toolkit/retrieval/hits.h"
