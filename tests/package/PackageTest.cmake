@@ -22,6 +22,7 @@ endfunction()
 
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
+run(ignored ${CMAKE_COMMAND} --build ${BUILD})
 run(ignored ${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/first)
 file(RENAME ${WORK}/first ${WORK}/prefix)  # an installed copy may be moved
 
