@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <random>
 #include <thread>
 
@@ -552,8 +553,8 @@ TEST(StoreThreads, ReadSortFlagAndFlushWhileMailArrives) {
                     all[i]->messageFlags()->setRepliedTo(t == 1);
                     if (t == 2) all[i]->flushCachedData();
                 }
-                EXPECT_LE(store->count(), store->totalCount());
-                EXPECT_LE(store->unreadCount(), store->totalCount());
+                const auto shown = store->count(), unread = store->unreadCount();
+                EXPECT_LE(std::max(shown, unread), store->totalCount()) << "asked for last: mail only arrives";
             }
         });
     }
