@@ -72,6 +72,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/retrieval/query_parser.h
     include/lorvale/toolkit/retrieval/ranked_accessor.h
     include/lorvale/toolkit/retrieval/similarity.h
+    include/lorvale/toolkit/retrieval/tf_map.h
     include/lorvale/toolkit/storage.h
     include/lorvale/toolkit/storage/bit_array.h
     include/lorvale/toolkit/storage/block.h

@@ -20,6 +20,7 @@ std::vector<NaiveSearch::Doc> DocsOf(IndexInMemory& t,
         byID[info.GetDocID()] = {name, WordsOf(textOf(name))};
     }
     std::vector<NaiveSearch::Doc> docs;
+    docs.reserve(byID.size());
     for (auto& [id, doc] : byID) docs.push_back(std::move(doc));
     return docs;
 }
@@ -300,6 +301,62 @@ TEST(RankedSearch, DocumentedExampleIsWhatIsFound) {
         found += std::string(static_cast<const StringDoc*>(hit->GetDocument())->View()) + score;
     }
     EXPECT_EQ(found, DocumentedHits());
+    // The words of a boolean query weigh what they do in a ranked one.
+    IABooleanQuery query;
+    ASSERT_TRUE(query.Initialize("mail & box"));
+    InvertedIndex* const indices[] = {t.index.get()};
+    ASSERT_TRUE(query.SetUpQuery(indices, *accessor.GetSimilarity(), nullptr, [](IARankedQuery&) {}));
+    EXPECT_NEAR(query.GetNode(0).GetWeight(), 0.5565, 5e-5);
+    EXPECT_NEAR(query.GetNode(1).GetWeight(), 0.8309, 5e-5);
+}
+
+/// Examples weigh as much as their texts: each is a source of its own, found by way of its index.
+TEST_F(AccessorTest, ExampleDocumentsCountLikeTheirTexts) {
+    texts["e1"] = "w3 w3 own3 all";
+    texts["e2"] = "w4 all";
+    t.Add("e1");
+    t.Add("e2");
+    t.index->Flush();
+    InvertedAccessor accessor(t.index.get());
+    accessor.Initialize();
+    const StringDoc e1("e1"), e2("e2");
+    const IADoc* const documents[] = {&e1, &e2};
+    TFMap maps[2], moved;
+    EXPECT_FALSE(t.index->GetTFMaps(documents, maps, nullptr));
+    moved = std::move(maps[0]);
+    ASSERT_EQ(moved.Entries().size(), 3u);
+    EXPECT_EQ(moved.Entries()[2].term, "w3");
+    EXPECT_EQ(moved.Entries()[2].frequency, 2u);
+    EXPECT_EQ(failureOf([&] { t.index->GetTFMaps(documents, {}, nullptr); }), "QFLT not one map a document");
+
+    const RankedQueryDoc examples[] = {{&e1, t.index.get()}, {&e2, t.index.get()}};
+    const auto weightOf = [&](std::string_view text, std::span<const RankedQueryDoc> docs, const char* term) {
+        IARankedQuery query;
+        TermIndex* const indices[] = {t.index.get()};
+        query.SetIndices(indices);
+        query.SetSimilarity(accessor.GetSimilarity());
+        query.SetTextQuery(text);
+        query.SetQueryDoc(docs);
+        EXPECT_FALSE(query.Initialize());
+        const RQEntry* const entry = query.Find(term);
+        return entry != nullptr ? entry->weight : 0;
+    };
+    for (const char* const term : {"all", "w3", "w4", "own3"})
+        EXPECT_FLOAT_EQ(weightOf("all w4", examples, term),
+                        weightOf(texts["e1"], {}, term) + 2 * weightOf("all w4", {}, term))
+            << term;
+    for (int allowed = 0;; ++allowed) {
+        int reports = 0;
+        const auto hits = accessor.RankedSearch("all", examples, 5, 0, [&](const RankedProgress& report) {
+            EXPECT_LE(report.GetPercent(), 100);
+            return report.GetPercent() < 100 && ++reports > allowed;
+        });
+        EXPECT_EQ(hits.empty(), reports > allowed);
+        if (reports <= allowed) break;
+    }
+    const RankedQueryDoc nowhere{&e1, nullptr};
+    EXPECT_EQ(failureOf([&] { accessor.RankedSearch("", std::span(&nowhere, 1), 5); }),
+              "QFLT query document without an index");
 }
 
 TEST(SearchProgress, ReportsGrowingPercentagesAndAHundredOnce) {

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "lorvale/toolkit/retrieval/progress.h"
+#include "lorvale/toolkit/retrieval/tf_map.h"
 #include "lorvale/toolkit/storage/block.h"
 #include "toolkit/index/Probes.h"
 #include "toolkit/index/UpdateBatch.h"
@@ -241,6 +242,22 @@ std::uint32_t TermIndex::GetNorm() {
     while (const auto info = RecordOf<DocInfo>(infos->Next()))
         sum += static_cast<std::uint32_t>(std::sqrt(4.0 * info->GetDocumentLength())) + 1;
     return sum;
+}
+
+bool TermIndex::GetTFMaps(std::span<const IADoc* const> documents, std::span<TFMap> maps, Progress* progress) {
+    CheckOpen();
+    IAAssertion(documents.size() == maps.size(), "not one map a document", IAAssertionFailure);
+    const auto phaseOf = [progress](std::size_t total) {
+        auto phase = std::unique_ptr<Phase>();
+        if (progress != nullptr) phase = std::make_unique<Phase>(static_cast<std::uint32_t>(total), *progress);
+        return phase;
+    };
+    const auto all = phaseOf(documents.size());
+    for (std::size_t i = 0; i < documents.size(); ++i) {
+        const auto one = phaseOf(GetMaxDocumentSize());
+        if (maps[i].AddDocText(*this, GetCorpus()->GetDocText(documents[i]), progress)) return true;
+    }
+    return false;
 }
 
 std::unique_ptr<TermInfo> TermIndex::MakeTermInfo(std::unique_ptr<IATerm> term, std::uint32_t termID) const {

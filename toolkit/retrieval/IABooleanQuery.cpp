@@ -2,6 +2,36 @@
 
 namespace brindle {
 
+namespace {
+
+/// All words of a query as one text.  Its terms have been looked up for the words already, as a rule.
+class JoinedQuery : public IARankedQuery {
+public:
+    explicit JoinedQuery(IABooleanQueryTermNodeList& termNodes) : nodes(termNodes) {
+        std::string text;
+        for (std::uint32_t n = 0; n < nodes.Count(); ++n) text += nodes[n].GetWord() + " ";
+        SetTextQuery(text);
+    }
+    bool ComputeTermScaleFactors() override {
+        for (const auto& entry : GetEntries()) {
+            const RQEntry* const known = FindInNodes(entry->term->View());
+            if (known == nullptr) return IARankedQuery::ComputeTermScaleFactors();
+            entry->scaleFactor = known->scaleFactor;
+        }
+        return false;
+    }
+
+private:
+    const RQEntry* FindInNodes(std::string_view term) {
+        for (std::uint32_t n = 0; n < nodes.Count(); ++n)
+            if (const RQEntry* const entry = nodes[n].GetRankedQuery()->Find(term)) return entry;
+        return nullptr;
+    }
+    IABooleanQueryTermNodeList& nodes;
+};
+
+}  // namespace
+
 IABooleanQuery::IABooleanQuery() : termNodes(std::make_unique<IABooleanQueryTermNodeList>()) {}
 IABooleanQuery::~IABooleanQuery() = default;
 
@@ -21,8 +51,8 @@ bool IABooleanQuery::SetUpQuery(std::span<InvertedIndex* const> indices, const S
                                 Progress* progress, const std::function<void(IARankedQuery&)>& trim) {
     similarity = &newSimilarity;
     const std::vector<TermIndex*> termIndices(indices.begin(), indices.end());
-    for (std::uint32_t i = 0; i < termNodes->Count(); ++i) {
-        IABooleanQueryTermNode& node = (*termNodes)[i];
+    for (std::uint32_t n = 0; n < termNodes->Count(); ++n) {
+        IABooleanQueryTermNode& node = (*termNodes)[n];
         node.rankedQuery = std::make_unique<IARankedQuery>();
         IARankedQuery& query = *node.rankedQuery;
         query.SetIndices(termIndices);
@@ -30,9 +60,25 @@ bool IABooleanQuery::SetUpQuery(std::span<InvertedIndex* const> indices, const S
         query.SetProgress(progress);
         query.SetTextQuery(node.GetWord());
         if (query.Initialize()) return false;
-        if (query.Count() != 0) trim(query);
     }
+    WeighNodes(termIndices);
+    for (std::uint32_t n = 0; n < termNodes->Count(); ++n) trim(*(*termNodes)[n].rankedQuery);
     return true;
+}
+
+/// A term's weight goes to the first word that begins with the term's bytes: most stems are such beginnings.
+void IABooleanQuery::WeighNodes(std::span<TermIndex* const> indices) {
+    JoinedQuery joined(*termNodes);
+    joined.SetIndices(indices);
+    joined.SetSimilarity(similarity);
+    joined.Initialize();
+    for (const auto& entry : joined.GetEntries()) {
+        for (std::uint32_t n = 0; n < termNodes->Count(); ++n) {
+            if (!(*termNodes)[n].GetWord().starts_with(entry->term->View())) continue;
+            (*termNodes)[n].weight = entry->weight;
+            break;
+        }
+    }
 }
 
 void IABooleanQuery::InitializeQuery(InvertedIndex& index, std::uint32_t i) {

@@ -103,8 +103,8 @@ bool IABooleanQueryTermNode::Evaluate(std::uint32_t document, const Similarity& 
     while (NextDocument() < document) postingQueue->AdvanceFirst();
     if (NextDocument() != document) return false;
     const FreqPSHead& head = postingQueue->First();
-    const double weight = similarity.TermWeight(head.entry->scaleFactor, head.posting.freq);
-    score = static_cast<float>(score + weight * head.entry->weight);
+    const double inDocument = similarity.TermWeight(head.entry->scaleFactor, head.posting.freq);
+    score = static_cast<float>(score + inDocument * head.entry->weight);
     ++matchCount;
     postingQueue->AdvanceFirst();
     alreadyTrue = true;

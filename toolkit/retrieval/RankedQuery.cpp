@@ -5,7 +5,7 @@
 
 #include "lorvale/toolkit/corpus/string_corpus.h"
 #include "lorvale/toolkit/retrieval/query.h"
-#include "toolkit/retrieval/TFMap.h"
+#include "lorvale/toolkit/storage/exception.h"
 
 namespace brindle {
 
@@ -16,12 +16,6 @@ std::string_view termOf(const std::unique_ptr<RQEntry>& entry) {
 }
 
 }  // namespace
-
-void TFMap::Sort() {
-    entries.clear();
-    for (const auto& counted : counts.Entries()) entries.push_back({counts.TermOf(counted), counted.about});
-    std::ranges::sort(entries, {}, &Entry::term);
-}
 
 RQEntry::~RQEntry() = default;
 IAQuery::IAQuery() = default;
@@ -64,12 +58,15 @@ void IAQuery::RemoveIf(const std::function<bool(const RQEntry&)>& goes) {
     std::erase_if(entries, [&](const auto& entry) { return goes(*entry); });
 }
 
+/// A map for each example document and, behind them, one for the text.
 bool IAQuery::Initialize() {
     entries.clear();
     if (indexList.empty()) return false;
-    std::vector<TFMap> maps;
-    if (CountTerms(maps)) return true;
-    for (TFMap& map : maps) map.Sort();
+    std::vector<TFMap> maps(GetQueryDocs().size() + 1);
+    CountText(maps.back());
+    std::optional<Phase> phase;  // counting and looking up; without examples there is little to count
+    if (progress != nullptr && maps.size() > 1) phase.emplace(2, *progress);
+    if (CountDocs(std::span(maps).first(maps.size() - 1))) return true;
     AddTerms(maps);
     if (ComputeTermScaleFactors()) return true;
     for (TFMap& map : maps) {
@@ -79,23 +76,42 @@ bool IAQuery::Initialize() {
     return false;
 }
 
-/// Makes a map for each example document and, behind them, one for the text, which is counted once for each
-/// index.
-bool IAQuery::CountTerms(std::vector<TFMap>& maps) {
-    const auto docs = GetQueryDocs();
-    maps.resize(docs.size() + 1);
+/// A text is counted once for each index.
+void IAQuery::CountText(TFMap& map) const {
     for (TermIndex* const index : indexList)
-        if (auto text = GetQueryText()) maps.back().AddDocText(*index, std::move(text));
-    for (std::size_t i = 0; i < docs.size(); ++i) {
-        maps[i].AddDocText(*docs[i].index, docs[i].index->GetCorpus()->GetDocText(docs[i].document));
-        if (progress != nullptr && progress->Check()) return true;
+        if (auto text = GetQueryText()) map.AddDocText(*index, std::move(text));
+}
+
+/// Asks each index for all of its documents at once.  True if it was cancelled.
+bool IAQuery::CountDocs(std::span<TFMap> maps) const {
+    if (maps.empty()) return false;
+    const auto docs = GetQueryDocs();
+    std::vector<TermIndex*> owners;
+    for (const RankedQueryDoc& doc : docs) {
+        IAAssertion(doc.index != nullptr && doc.document != nullptr, "query document without an index",
+                    IAAssertionFailure);
+        if (std::ranges::find(owners, doc.index) == owners.end()) owners.push_back(doc.index);
+    }
+    std::optional<Phase> phase;
+    if (progress != nullptr) phase.emplace(static_cast<std::uint32_t>(owners.size()), *progress);
+    for (TermIndex* const owner : owners) {
+        std::vector<const IADoc*> documents;
+        std::vector<std::size_t> places;
+        for (std::size_t i = 0; i < docs.size(); ++i) {
+            if (docs[i].index != owner) continue;
+            documents.push_back(docs[i].document);
+            places.push_back(i);
+        }
+        std::vector<TFMap> counted(documents.size());
+        if (owner->GetTFMaps(documents, counted, progress)) return true;
+        for (std::size_t i = 0; i < places.size(); ++i) maps[places[i]] = std::move(counted[i]);
     }
     return false;
 }
 
-void IAQuery::AddTerms(const std::vector<TFMap>& maps) {
+void IAQuery::AddTerms(std::span<TFMap> maps) {
     std::vector<std::string_view> terms;
-    for (const TFMap& map : maps)
+    for (TFMap& map : maps)
         std::ranges::transform(map.Entries(), std::back_inserter(terms), &TFMap::Entry::term);
     std::ranges::sort(terms);
     terms.erase(std::unique(terms.begin(), terms.end()), terms.end());
@@ -147,7 +163,7 @@ void IAQuery::Weigh(TFMap& map) const {
         counted.weight = length != 0 ? static_cast<float>(counted.weight / length) : 0.0f;
 }
 
-void IAQuery::AddWeights(const TFMap& map) {
+void IAQuery::AddWeights(TFMap& map) {
     for (const TFMap::Entry& counted : map.Entries()) {
         if (counted.weight == 0) continue;
         RQEntry* const entry = Find(counted.term);

@@ -11,3 +11,4 @@
 #include "lorvale/toolkit/retrieval/query_parser.h"
 #include "lorvale/toolkit/retrieval/ranked_accessor.h"
 #include "lorvale/toolkit/retrieval/similarity.h"
+#include "lorvale/toolkit/retrieval/tf_map.h"

@@ -16,6 +16,7 @@ namespace brindle {
 
 class DocInversion;
 class Progress;
+class TFMap;
 class UpdateBatch;
 
 /// The index that all real ones build on: numbers for terms and documents, four tables that lead each way, and
@@ -68,6 +69,10 @@ public:
     virtual std::uint32_t GetNorm();
     /// Removes the postings of deleted documents from the term's list.  Raises in this class, which has none.
     virtual void ResetPostings(TermInfo* info);
+    /// Fills the i-th map with the terms of the i-th document: here by analysing its text again, as a query is
+    /// analysed.  There are as many maps as documents.  The call is one step of the progress, which may be
+    /// null.  True if it was cancelled.
+    virtual bool GetTFMaps(std::span<const IADoc* const> documents, std::span<TFMap> maps, Progress* progress);
 
     std::uint32_t GetTermCount();
     /// The next ID to be handed out, greater than all there have been.

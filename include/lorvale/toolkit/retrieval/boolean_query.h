@@ -26,6 +26,9 @@ public:
     const std::string& GetWord() const { return word; }
     /// Null before IABooleanQuery::SetUpQuery().
     const IARankedQuery* GetRankedQuery() const { return rankedQuery.get(); }
+    /// What the word weighs among the others of its query: that of its term in a ranked query of all words.
+    /// Scores are made of the word's own ranked query; this is for those who want to show it.
+    float GetWeight() const { return weight; }
 
 private:
     friend class IABooleanQuery;
@@ -40,6 +43,7 @@ private:
     std::unique_ptr<IARankedQuery> rankedQuery;
     std::unique_ptr<FreqPSQueue> postingQueue;
     bool alreadyTrue = false;  // of the document that is looked at
+    float weight = 0;
 };
 
 /// The words of a query, each once, from left to right.
@@ -113,6 +117,8 @@ public:
     const IAQueryTree* GetTree() const { return tree.get(); }
     /// The number of different words.
     std::uint32_t Count() const { return termNodes->Count(); }
+    /// The i-th of them.
+    const IABooleanQueryTermNode& GetNode(std::uint32_t i) const { return (*termNodes)[i]; }
 
     /// Makes and trims the ranked query of each word.  All is borrowed until the next call; `progress` may be
     /// null. False if it was cancelled.
@@ -128,6 +134,8 @@ public:
     void ResetMins() { tree->ResetMins(); }
 
 private:
+    void WeighNodes(std::span<TermIndex* const> indices);
+
     IAParser parser;
     std::unique_ptr<IABooleanQueryTermNodeList> termNodes;
     std::unique_ptr<IAQueryTree> tree;

@@ -11,10 +11,9 @@
 #include "lorvale/toolkit/index/term_index.h"
 #include "lorvale/toolkit/retrieval/progress.h"
 #include "lorvale/toolkit/retrieval/similarity.h"
+#include "lorvale/toolkit/retrieval/tf_map.h"
 
 namespace brindle {
-
-class TFMap;
 
 /// One term of a query.
 struct RQEntry : IAStruct {
@@ -86,11 +85,12 @@ public:
     virtual bool ComputeTermScaleFactors();
 
 private:
-    bool CountTerms(std::vector<TFMap>& maps);
+    void CountText(TFMap& map) const;
+    bool CountDocs(std::span<TFMap> maps) const;
     bool LookUp(RQEntry& entry) const;
-    void AddTerms(const std::vector<TFMap>& maps);
+    void AddTerms(std::span<TFMap> maps);
     void Weigh(TFMap& map) const;
-    void AddWeights(const TFMap& map);
+    void AddWeights(TFMap& map);
 
     Entries entries;
     std::vector<TermIndex*> indexList;
