@@ -23,6 +23,7 @@ namespace {
 
 using namespace lorvale::testing;
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -35,13 +36,23 @@ std::string letter(int n) {
     return text + "\n";
 }
 
+/// Without the line ends at its end, where an appender may put more.
+std::string_view withoutLineEnds(std::string_view bytes) {
+    return bytes.substr(0, bytes.find_last_not_of('\n') + 1);
+}
+
 /// Whether these are bytes of one letter from its beginning on: all of them, or what a rival has left and
-/// somebody has ended with newlines.
-bool isOfOneLetter(std::string bytes) {
-    while (bytes.ends_with('\n')) bytes.pop_back();
-    if (bytes.size() < 12) return std::string("From m").starts_with(bytes.substr(0, 6));
-    const auto number = std::atoi(bytes.c_str() + 6) - 100'000;
-    return letter(number).starts_with(bytes);
+/// somebody has ended with newlines.  Where the rival has left less of the next letter than the mark by which a
+/// letter is known, that counts as a last line of this one.
+bool isOfOneLetter(std::string_view bytes) {
+    bytes = withoutLineEnds(bytes);
+    for (std::string_view line; bytes.size() > 10; bytes = withoutLineEnds(bytes)) {
+        line = bytes.substr(bytes.rfind('\n') + 1);
+        if (!std::string_view("From").starts_with(line)) break;
+        bytes.remove_suffix(line.size());
+    }
+    if (bytes.size() < 12) return std::string_view("From m").starts_with(bytes.substr(0, 6));
+    return letter(std::stoi(std::string(bytes.substr(6, 6))) - 100'000).starts_with(bytes);
 }
 
 /// Another program with a mailbox and without manners.
@@ -164,8 +175,7 @@ public:
         const auto bytes = bytesOf(*message);
         if (bytes.starts_with('(')) return ++refused, bytes;
         EXPECT_TRUE(!knowsLetters || isOfOneLetter(bytes)) << bytes;
-        const auto text = bytes.substr(0, bytes.find_last_not_of('\n') + 1);  // an appender may add line ends
-        EXPECT_EQ(_known.try_emplace(message, text).first->second, text);
+        EXPECT_EQ(_known.try_emplace(message, withoutLineEnds(bytes)).first->second, withoutLineEnds(bytes));
         return bytes;
     }
 
@@ -218,12 +228,14 @@ public:
             ++appended;
             return;
         }
-        auto expected = before;
-        const auto place = expected.find(going);
-        ASSERT_NE(place, std::string::npos) << "the message that goes was not there";
-        // With the line ends that an appender has put behind it.
-        const auto end = std::min(expected.find_first_not_of('\n', place + going.size()), expected.size());
-        EXPECT_EQ(after, expected.erase(place, end - place)) << "compaction has taken out something else";
+        // Of several with the same bytes it may be any one.
+        std::vector<std::string> expected;
+        for (const auto letter : messagesByPlainRule(before)) {
+            if (withoutLineEnds(letter) != withoutLineEnds(going)) continue;
+            const auto place = static_cast<std::size_t>(letter.data() - before.data());
+            expected.push_back(std::string(before).erase(place, letter.size()));
+        }
+        EXPECT_THAT(expected, Contains(after)) << "compaction has taken out something else than\n" << going;
         ++compacted;
     }
 
@@ -244,9 +256,7 @@ protected:
 };
 
 TEST_F(MboxRivals, CanNeitherBreakNorFoolNorRobTheStore) {
-    // Fixed: with others, on a loaded machine, about one run in ten ends with bytes that this test does not
-    // expect (19225 did once).  Whether the test or the store is at fault is still to be found.
-    const int seed = 1;
+    const auto seed = ::testing::UnitTest::GetInstance()->random_seed() + 1;
     SCOPED_TRACE(seed);
     Rival rival(path, static_cast<std::uint64_t>(seed));
     bool busy = false;
