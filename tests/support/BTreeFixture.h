@@ -21,14 +21,16 @@ public:
     explicit TreeInMemory(std::uint32_t pageSize = IADiskBlockSize, std::shared_ptr<Bytes> onBytes = nullptr)
         : bytes(onBytes != nullptr ? std::move(onBytes) : std::make_shared<Bytes>()), treePageSize(pageSize) {}
 
-    void Make() {
-        Attach(std::make_unique<MemoryStoreStream>(bytes));
+    void Make() { Make(std::make_unique<MemoryStoreStream>(bytes)); }
+    void Make(std::unique_ptr<IAStoreStream> stream) {
+        Attach(std::move(stream));
         storage->Initialize();
         header = storage->AllocateNamedBlock("tree");
         tree->Initialize(storage.get(), header, false);
     }
-    void Open(bool writable = true) {
-        Attach(std::make_unique<MemoryStoreStream>(bytes));
+    void Open(bool writable = true) { Open(std::make_unique<MemoryStoreStream>(bytes), writable); }
+    void Open(std::unique_ptr<IAStoreStream> stream, bool writable = true) {
+        Attach(std::move(stream));
         storage->Open(writable);
         header = storage->TOC_Get("tree");
         tree->Open(storage.get(), header, writable, false);

@@ -3,7 +3,6 @@
 #include <random>
 
 #include "tests/support/BTreeFixture.h"
-#include "tests/support/FaultyDisk.h"
 #include "toolkit/storage/PageMemory.h"
 
 namespace brindle::testing {
@@ -249,56 +248,6 @@ TEST(PageMemory, ShowsWhatWasFlushed) {
     t.Open();
     EXPECT_THAT(MembersOf(*t.tree),
                 ::testing::ElementsAre(::testing::Pair("a", "flushed"), ::testing::Pair("b", _)));
-}
-
-/// The disk dies at each write in turn: the tree opens as it was at the last commit, or at the one under way.
-TEST(BTreeCrash, ShowsTheLastCommitInFull) {
-    std::mt19937 random(11);
-    bool survived = false;
-    for (std::uint64_t dieAt = 1; !survived; dieAt += 1 + dieAt / 40) {
-        const auto disk = std::make_shared<FaultyDisk>();
-        Model committed, underWay;
-        bool made = false;
-        try {
-            TreeInMemory t(128);
-            t.Attach(std::make_unique<FaultyStoreStream>(disk));
-            t.storage->Initialize();
-            t.header = t.storage->AllocateNamedBlock("tree");
-            t.tree->Initialize(t.storage.get(), t.header, false);
-            t.FlushAndCommit();
-            made = true;
-            disk->dieAtWrite = disk->writes + dieAt;
-            for (int commit = 0; commit < 12; ++commit) {
-                for (int i = 0; i < 25; ++i) {
-                    const std::string key = std::to_string(random() % 200);
-                    const Entry probe(key);
-                    if (random() % 3 == 0 && underWay.erase(key) == 1) {
-                        ASSERT_TRUE(t.tree->Remove(&probe));
-                    } else {
-                        underWay[key] = std::to_string(commit);
-                        t.Put(key, underWay[key]);
-                    }
-                }
-                t.FlushAndCommit();
-                committed = underWay;
-            }
-            survived = true;
-        } catch (const DiskDied&) {
-        }
-        ASSERT_TRUE(made);
-        for (int crash = 0; crash < 3; ++crash) {
-            TreeInMemory t(128, std::make_shared<Bytes>(disk->AfterCrash(random)));
-            t.Open();
-            ASSERT_THAT(VerifyBTree(*t.storage, t.header, Entry()).violations, IsEmpty())
-                << "died at " << dieAt;
-            const auto members = MembersOf(*t.tree);
-            const Model found(members.begin(), members.end());
-            ASSERT_TRUE(found == committed || found == underWay) << "died at " << dieAt;
-            t.Put("work goes", "on");
-            t.FlushAndCommit();
-            ASSERT_THAT(t.tree->Check().violations, IsEmpty());
-        }
-    }
 }
 
 }  // namespace

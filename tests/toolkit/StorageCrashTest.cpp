@@ -1,13 +1,8 @@
 // The promise of the storage: whatever happens, reopening shows the last commit in full, and work goes on.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
 
 #include "tests/support/FaultyDisk.h"
-#include "tests/support/TestSupport.h"
+#include "tests/support/KilledProcess.h"
 #include "tests/toolkit/StorageHistory.h"
 
 namespace brindle {
@@ -17,6 +12,7 @@ using testing::Bytes;
 using testing::differenceFrom;
 using testing::FaultyDisk;
 using testing::FaultyStoreStream;
+using testing::KilledProcess;
 using testing::StorageHistory;
 using testing::StorageModel;
 
@@ -113,32 +109,12 @@ TEST(StorageCrash, TheDiskIsFullForAWhile) {
     }
 }
 
-/// A file, in a process that ends in the middle of its n-th write.
-class KillingStream : public UFSStoreStream {
-public:
-    KillingStream(const char* path, int writesLeft) : UFSStoreStream(path), left(writesLeft) {}
-    void Write(std::uint32_t address, const std::uint8_t* bytes, std::uint32_t count) override {
-        if (left-- > 0) return UFSStoreStream::Write(address, bytes, count);
-        if (count > IADiskBlockSize / 2) UFSStoreStream::Write(address, bytes, count / 2);
-        ::_exit(0);
-    }
-
-private:
-    int left;
-};
-
 TEST(StorageCrash, AProcessIsKilledAtAnyWrite) {
-    const lorvale::testing::TemporaryFolder folder;
-    const auto path = folder / "store";
-    // The child tells the number of its latest commit.
-    void* const memory = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    auto* const progress = new (memory) std::atomic<std::size_t>(0);
+    KilledProcess process;
     constexpr int kSteps = 40;
     for (unsigned seed = 0; seed < 60; ++seed) {
         SCOPED_TRACE(seed);
-        lorvale::testing::writeFile(path, "");
-        MakeFileStorage(path.c_str())->Initialize();
+        MakeFileStorage(process.Path().c_str())->Initialize();
         // The same life on a disk that does not fail tells what the states were.
         const auto disk = std::make_shared<FaultyDisk>(emptyStorage());
         const auto twin = storageOn(disk);
@@ -146,30 +122,19 @@ TEST(StorageCrash, AProcessIsKilledAtAnyWrite) {
         StorageHistory reference(*twin, {}, seed);
         for (int step = 0; step < kSteps; ++step) reference.step();
 
-        *progress = 0;
-        const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
+        process.Run(static_cast<int>(seed * 7 % 110), [&](auto stream, auto& progress) {
             IASyncOnCommit = false;
-            const auto storage =
-                IAMakeStorage(std::make_unique<KillingStream>(path.c_str(), static_cast<int>(seed * 7 % 110)));
+            const auto storage = IAMakeStorage(std::move(stream));
             storage->Open(true);
             StorageHistory history(*storage, {}, seed);
             for (int step = 0; step < kSteps; ++step) {
-                *progress = history.committed;
+                progress = history.committed;
                 history.step();
             }
-            ::_exit(0);
-        }
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-        const auto bytes = lorvale::testing::readFile(path);
-        expectOneOf(reference.states, *progress,
-                    std::make_shared<FaultyDisk>(Bytes(bytes.begin(), bytes.end())));
+        });
+        expectOneOf(reference.states, process.Progress(), std::make_shared<FaultyDisk>(process.File()));
         if (HasFailure()) return;
     }
-    ::munmap(memory, 4096);
 }
 
 TEST(StorageCrash, ACommitSyncsBeforeAndAfterTheSwitch) {
