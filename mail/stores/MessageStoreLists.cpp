@@ -31,13 +31,18 @@ MessageList messagesWith(const MessageList& messages, bool (*wanted)(const Messa
 }  // namespace
 
 MessageStore::Lists MessageStore::lists() const {
-    const MutexLock lock(_mutex);
-    return _lists;
+    std::shared_ptr<const Lists> now;
+    {
+        const MutexLock lock(_mutex);
+        now = _lists;
+    }
+    return now ? *now : Lists();
 }
 
 void MessageStore::setLists(Lists lists) {
+    auto next = std::make_shared<const Lists>(std::move(lists));
     const MutexLock lock(_mutex);
-    std::swap(_lists, lists);  // the old ones, perhaps the last share of many messages, go without the lock
+    _lists.swap(next);  // the old ones, perhaps the last share of many messages, go without the lock
 }
 
 void MessageStore::setAllMessages(MessageList messages) {

@@ -270,7 +270,7 @@ private:
     std::atomic<bool> _stopBackgroundActivity = false;
 
     mutable Mutex _mutex;  // held for no longer than it takes to copy a share
-    Lists _lists LORVALE_GUARDED_BY(_mutex);
+    std::shared_ptr<const Lists> _lists LORVALE_GUARDED_BY(_mutex);  // null: empty
     std::shared_ptr<MailAccount> _account LORVALE_GUARDED_BY(_mutex);
 
     // Of the thread that changes lists.
