@@ -10,22 +10,12 @@
 
 namespace lorvale {
 
-namespace {
-
-RegisteredMaker<MailAccount::Maker>& maker() {
-    static auto& maker = *new RegisteredMaker<MailAccount::Maker>;  // stores may outlive the end of main
-    return maker;
-}
-
-}  // namespace
-
 void MailAccount::registerDefaultAccount(Maker make) {
-    maker().set(std::move(make));
+    RegisteredMaker<MailAccount>::set(std::move(make));
 }
 
 std::shared_ptr<MailAccount> MailAccount::defaultAccount() {
-    const auto make = maker().get();
-    return make ? make() : nullptr;
+    return RegisteredMaker<MailAccount>::make();
 }
 
 MailAccount::~MailAccount() = default;

@@ -42,4 +42,37 @@ void OpenStores::remove(const std::string& path, const MessageStore& store) {
     if (found != _stores.end() && found->second.identity == &store) _stores.erase(found);
 }
 
+bool OpenStores::wouldWaitForMe(std::string_view path) const {
+    for (;;) {
+        const auto opening = _opening.find(path);
+        if (opening == _opening.end()) return false;
+        if (opening->second == std::this_thread::get_id()) return true;
+        const auto waiting = _waiting.find(opening->second);
+        if (waiting == _waiting.end()) return false;
+        path = waiting->second;
+    }
+}
+
+OpenStores::Turn::Turn(OpenStores& table,
+                       const std::string& path) LORVALE_NO_THREAD_SAFETY_ANALYSIS  // which does not know a wait
+    : _table(table),
+      _path(path) {
+    const auto me = std::this_thread::get_id();
+    std::unique_lock lock(_table._storeCacheLock.native());
+    if (_table.wouldWaitForMe(_path)) return;
+    _table._waiting.emplace(me, _path);
+    while (_table._opening.contains(_path)) _table._opened.wait(lock);
+    _table._waiting.erase(me);
+    _isHeld = _table._opening.emplace(_path, me).second;
+}
+
+OpenStores::Turn::~Turn() {
+    if (!_isHeld) return;
+    {
+        const MutexLock lock(_table._storeCacheLock);
+        _table._opening.erase(_path);
+    }
+    _table._opened.notify_all();
+}
+
 }  // namespace lorvale

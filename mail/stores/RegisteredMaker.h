@@ -1,27 +1,43 @@
 #pragma once
+#include <memory>
 #include <utility>
 
 #include "lorvale/platform/mutex.h"
 
 namespace lorvale {
 
-/// The one function by which a higher folder makes what this one holds by its abstract class.  Any thread.
-template <class Maker>
+/// The one function by which a higher folder makes objects of a class that this folder knows as an abstract
+/// one, and names as `Class::Maker`.  Any thread.
+template <class Class>
 class RegisteredMaker {
 public:
-    void set(Maker make) {
-        const MutexLock lock(_mutex);
-        _make = std::move(make);
+    /// Empty: none.
+    static void set(typename Class::Maker make) {
+        auto& holder = instance();
+        const MutexLock lock(holder._mutex);
+        holder._make.swap(make);  // the old one goes without the lock
     }
-    /// A copy, to be called without the lock; empty when none is registered.
-    Maker get() const {
-        const MutexLock lock(_mutex);
-        return _make;
+    /// Null when none is registered.
+    template <class... Arguments>
+    static std::shared_ptr<Class> make(Arguments&&... arguments) {
+        const auto make = get();
+        return make ? make(std::forward<Arguments>(arguments)...) : nullptr;
     }
 
 private:
-    mutable Mutex _mutex;
-    Maker _make LORVALE_GUARDED_BY(_mutex);
+    static RegisteredMaker& instance() {
+        static auto& holder = *new RegisteredMaker;  // stores may outlive the end of main
+        return holder;
+    }
+    /// A copy, to be called without the lock.
+    static typename Class::Maker get() {
+        auto& holder = instance();
+        const MutexLock lock(holder._mutex);
+        return holder._make;
+    }
+
+    Mutex _mutex;
+    typename Class::Maker _make LORVALE_GUARDED_BY(_mutex);
 };
 
 }  // namespace lorvale

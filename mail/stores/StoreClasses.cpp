@@ -70,6 +70,7 @@ float MessageStore::willingnessToOpen(std::string_view) {
 
 std::shared_ptr<MessageStore> MessageStore::storeForPath(std::string_view path, bool create, bool readOnly) {
     noteOpening({});
+    const OpenStores::Turn turn(OpenStores::table(), _standarizedStorePath(path));
     if (auto open = currentlyOpenStoreForPath(path)) return open;
     Message::initialize();
     const std::string place(path);

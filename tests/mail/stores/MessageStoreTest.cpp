@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <random>
 #include <thread>
 
 #include "lorvale/platform/exception.h"
@@ -9,9 +8,8 @@
 #include "lorvale/platform/run_loop.h"
 #include "lorvale/store/mail_account.h"
 #include "lorvale/store/mailbox_index.h"
-#include "lorvale/values/range.h"
-#include "mail/model/HeaderDecoding.h"
 #include "mail/stores/MessageSort.h"
+#include "tests/support/ListStore.h"
 #include "tests/support/StoreSupport.h"
 #include "tests/support/TestSupport.h"
 
@@ -22,65 +20,6 @@ using namespace lorvale::testing;
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-/// A message that stands in a program.
-class ListedMessage : public Message {
-public:
-    explicit ListedMessage(std::string text, std::uint32_t flags = 0, std::uint32_t messageSize = 0)
-        : header(std::move(text)), bits(flags), size(messageSize) {}
-    std::uint32_t messageSize() const override { return size; }
-
-    const std::string header;
-    std::uint32_t bits;
-    const std::uint32_t size;
-};
-
-/// A whole store over a list in memory.
-class ListStore : public MessageStore {
-public:
-    static std::shared_ptr<ListStore> initWithPath(std::string_view path) {
-        return openStore<ListStore>(path, false, false, nullptr);
-    }
-    using MessageStore::_buildUnreadList;
-    void fill(MessageList messages) {
-        list = std::move(messages);
-        rebuildMessageLists();
-    }
-    std::string className() const override { return "ListStore"; }
-    void _resetAllMessages() override { setAllMessages(list); }
-    std::shared_ptr<MessageFlags> flagsForMessage(Message& message) override {
-        return std::make_shared<MessageFlags>(static_cast<ListedMessage&>(message).bits);
-    }
-    using MessageStore::setFlags;
-    void setFlags(const MessageFlags& flags, std::span<const std::string_view> havingKeys,
-                  const MessageList& forMessages) override {
-        for (const auto key : havingKeys) keysSet.emplace_back(key);
-        for (const auto& message : forMessages) {
-            const auto own = message->messageFlags();
-            for (const auto key : havingKeys) {
-                if (key == MessageIsUnread) own->setRead(flags.isRead());
-                if (key == MessageIsDeleted) own->setDeleted(flags.isDeleted());
-                if (key == MessageWasRepliedTo) own->setRepliedTo(flags.wasRepliedTo());
-                if (key == MessagePriorityLevel) own->setPriority(flags.priority());
-            }
-        }
-    }
-    CachedHeaders cachedHeadersForMessage(Message& message) override {
-        return cachedHeadersInBlock(static_cast<ListedMessage&>(message).header);
-    }
-    std::optional<Data> allHeadersForMessage(Message& message) override {
-        ++headerReads;
-        return Data::copyOf(static_cast<ListedMessage&>(message).header);
-    }
-
-    MessageList list;
-    std::vector<std::string> keysSet;
-    std::atomic<int> headerReads = 0;
-};
-
-std::shared_ptr<Message> listed(std::string header, std::uint32_t flags = 0, std::uint32_t size = 0) {
-    return std::make_shared<ListedMessage>(std::move(header), flags, size);
-}
 
 class Store : public ::testing::Test {
 protected:
@@ -174,52 +113,6 @@ TEST_F(Store, TellsOfChanges) {
     RunLoop::current()->runFor(std::chrono::milliseconds(50));
     EXPECT_THAT(heard, ElementsAre(MessageStoreMessageFlagsChanged, MessageStoreMessagesWillBeCompacted,
                                    MessageStoreStructureChanged));
-}
-
-TEST(StoreSorting, AgreesWithTheComparisons) {
-    std::mt19937 random(11);
-    const auto one = [&](std::initializer_list<const char*> lines) {
-        return std::string(std::data(lines)[random() % lines.size()]);
-    };
-    const TemporaryFolder folder;
-    const auto store = ListStore::initWithPath(folder.path().string());
-    std::vector<std::shared_ptr<Message>> messages;
-    for (int i = 0; i < 300; ++i) {
-        messages.push_back(
-            listed(one({"", "From a Thu Aug 22 12:46:23 2002\n", "From a Thu Aug 22 12:46:24 2002\n"}) +
-                       one({"", "From: Zoe <a@x>\n", "From: zoe <b@x>\n",
-                            "From: \xC3\xA4"
-                            "da\n",
-                            "From: <q@x>\n"}) +
-                       one({"", "Subject:\n", "Subject: Re: tea\n", "Subject: TEA\n", "Subject: fwd: tea\n",
-                            "Subject: Cake\n"}) +
-                       "Date: Thu, 22 Aug 2002 12:46:2" + std::to_string(random() % 3) + " +0000\n\n",
-                   0, static_cast<std::uint32_t>(random() % 5 + 1)));
-    }
-    store->fill(messages);
-    const std::pair<std::string_view, int (*)(Message&, Message&, const MessageStore&)> orders[] = {
-        {MessageStoreSortByTitle, _compareMsgsBySubject},
-        {MessageStoreSortByAuthor, _compareMsgsBySender},
-        {MessageStoreSortBySize, _compareMsgsBySize},
-        {MessageStoreSortByCreationDate, _compareMsgsByDate},
-    };
-    for (const auto& [name, compare] : orders) {
-        SCOPED_TRACE(name);
-        store->headerReads = 0;
-        store->setSortOrder(name);
-        EXPECT_LE(store->headerReads, 300) << "each message is read once";
-        const auto& sorted = store->filteredMessages();
-        ASSERT_EQ(sorted.size(), messages.size());
-        for (std::size_t i = 1; i < sorted.size(); ++i) {
-            ASSERT_FALSE(sorted[i]->headers()->hasAllHeaders())
-                << "a listing keeps no more than the cached ones";
-            ASSERT_LT(compare(*sorted[i - 1], *sorted[i], *store), 0) << i;
-            sorted[i - 1]->flushCachedData();
-        }
-        sorted.back()->flushCachedData();
-    }
-    store->setSortOrder("no such order");
-    EXPECT_EQ(store->filteredMessages(), messages);
 }
 
 TEST_F(Store, CountsAndNumbersWithoutAnyListButThatOfAll) {
@@ -348,152 +241,6 @@ TEST(StoreAttributes, AreReadAtOpeningAndSavedAtClosing) {
     EXPECT_EQ(ListStore::initWithPath(path)->sortOrder(), "number");
 }
 
-TEST(StoreClasses, TheMostWillingOpensAndOfEqualOnesTheFirst) {
-    const TemporaryFolder folder;
-    const auto path = folder.path().string();  // a directory: no class of our own is willing
-    std::vector<std::string> opened;
-    const auto storeClass = [&](std::string name, float willingness) {
-        return StoreClass{name, [=](const std::string& asked) { return asked == path ? willingness : 0.0F; },
-                          [&opened, name](const std::string& place, bool, bool, const auto&) {
-                              opened.push_back(name);
-                              return ListStore::initWithPath(place);
-                          }};
-    };
-    MessageStore::registerDefaultStoreClass(storeClass("default", 0));
-    EXPECT_FALSE(MessageStore::storeForPath(path));
-    EXPECT_TRUE(MessageStore::storeForPath(path, true));
-    EXPECT_TRUE(MessageStore::registerStoreClass(storeClass("first", 0.5F)));
-    EXPECT_TRUE(MessageStore::registerStoreClass(storeClass("second", 0.5F)));
-    EXPECT_TRUE(MessageStore::storeForPath(path, true));
-    MessageStore::unregisterStoreClass("first");
-    EXPECT_TRUE(MessageStore::storeForPath(path));
-    EXPECT_THAT(opened, ElementsAre("default", "first", "second"));
-    MessageStore::unregisterStoreClass("second");
-}
-
-TEST(OpenStores, AreFoundByAnyPathAsLongAsSomebodyHoldsThem) {
-    const TemporaryFolder folder;
-    writeFile(folder / "inbox", mboxMessage("ann"));
-    fs::create_symlink(folder / "inbox", folder / "link");
-    auto store = MessageStore::storeForPath(std::string(folder / "link"));
-    ASSERT_TRUE(store);
-    const auto around = std::string(folder / "x/../inbox");
-    EXPECT_EQ(MessageStore::storeForPath(around, true, true), store) << "whatever else is asked for";
-    EXPECT_EQ(MessageStore::currentlyOpenStoreForPath(std::string(folder / "inbox")), store);
-    store->close();
-    EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(around));
-    store = MessageStore::storeForPath(around);
-    EXPECT_FALSE(store->isClosed());
-    const std::weak_ptr<MessageStore> gone = store;
-    store.reset();
-    EXPECT_TRUE(gone.expired());
-    EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(around));
-    EXPECT_FALSE(fs::exists(folder / "inbox.lock"));
-}
-
-TEST(OpenStores, KeepTheirPlaceWhenTheDirectoryChanges) {
-    const TemporaryFolder folder;
-    fs::create_directory(folder / "box");
-    const auto before = fs::current_path();
-    fs::current_path(folder.path());
-    const auto store = ListStore::initWithPath("box");
-    MessageStore::registerOpenStore(store);
-    store->userInfo().set("Kept", "yes");
-    fs::current_path(before);
-    EXPECT_EQ(MessageStore::currentlyOpenStoreForPath(std::string(folder / "box")), store);
-    store->close();
-    EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(std::string(folder / "box")));
-    EXPECT_TRUE(fs::exists(folder / "box/Info.plist"));
-    MessageStore::registerOpenStore(store);
-    MessageStore::registerOpenStore(nullptr);
-    EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(std::string(folder / "box"))) << "it is closed";
-}
-
-TEST(OpenStores, DoNotHandOutAStoreThatIsClosing) {
-    class Asking : public ListStore {
-    public:
-        void willClose() override { found = currentlyOpenStoreForPath(storePath()); }
-        static std::shared_ptr<Asking> open(const std::string& path) {
-            return openStore<Asking>(path, false, false, nullptr);
-        }
-        std::shared_ptr<MessageStore> found;
-    };
-    const TemporaryFolder folder;
-    const auto store = Asking::open(folder.path().string());
-    MessageStore::registerOpenStore(store);
-    EXPECT_EQ(MessageStore::currentlyOpenStoreForPath(store->storePath()), store);
-    store->close();
-    EXPECT_FALSE(store->found);
-}
-
-TEST(StoreOpening, TellsWhyItFailed) {
-    using enum OpeningFailure::Reason;
-    const TemporaryFolder folder;
-    fs::create_directory(folder / "folder");
-    writeFile(folder / "mbox", mboxMessage("ann"));
-    writeFile(folder / "locked", mboxMessage("ann"));
-    writeFile(folder / "locked.lock", "elsewhere.example,ann,mail,1\n");
-    const struct {
-        const char* name;
-        std::function<std::shared_ptr<MessageStore>(const std::string&)> open;
-        OpeningFailure::Reason reason;
-    } rows[] = {
-        {"mbox", [](const auto& path) { return MessageStore::storeForPath(path); }, none},
-        {"none", [](const auto& path) { return MessageStore::storeForPath(path); }, noClass},
-        {"none", [](const auto& path) { return BerkeleyMbox::initWithPath(path); }, missing},
-        {"folder", [](const auto& path) { return BerkeleyMbox::initWithPath(path); }, unreadable},
-        {"locked", [](const auto& path) { return MessageStore::storeForPath(path); }, locked},
-        {"mbox", [](const auto& path) { return BerkeleyMbox::initWithPath(path); }, none},
-        {"mbox", [](const auto&) { return MessageStore::storeForPath("", true); }, emptyPath},
-        {"mbox", [](const auto&) { return BerkeleyMbox::initWithPath(""); }, emptyPath},
-    };
-    const WindowHost host;
-    const LogCapture log;
-    for (const auto& row : rows) {
-        const std::string path = folder / row.name;
-        const auto store = row.open(path);
-        EXPECT_EQ(MessageStore::openingFailure().reason, row.reason) << path;
-        EXPECT_EQ(static_cast<bool>(MessageStore::openingFailure()), store == nullptr);
-        if (row.reason != none && row.reason != emptyPath) {
-            EXPECT_THAT(MessageStore::openingFailure().text, ::testing::HasSubstr(path));
-        }
-    }
-}
-
-// A subclass may well take its lock before the base step, and may throw.
-TEST(StoreOpening, LeavesNothingBehindWhenItIsGivenUp) {
-    class Locking : public MessageStore {
-    public:
-        static std::shared_ptr<Locking> open(const std::string& path, bool throws) {
-            return openStore<Locking>(path, throws, false, nullptr);
-        }
-        void close() override {
-            if (isClosed()) return;
-            MessageStore::close();
-            fs::remove(_lock);
-        }
-
-    protected:
-        bool openAtPath(std::string_view path, bool throws, bool,
-                        const std::shared_ptr<MailAccount>&) override {
-            _lock = std::string(path) + "/.lock";
-            EXPECT_TRUE(createLock(_lock));
-            if (throws) throw GenericException("given up");
-            return false;
-        }
-
-    private:
-        std::string _lock;
-    };
-    const TemporaryFolder folder;
-    const LogCapture log;
-    EXPECT_FALSE(Locking::open(folder.path().string(), false));
-    EXPECT_FALSE(fs::exists(folder / ".lock"));
-    EXPECT_EQ(MessageStore::openingFailure().reason, OpeningFailure::Reason::other);
-    EXPECT_THROW(Locking::open(folder.path().string(), true), GenericException);
-    EXPECT_FALSE(fs::exists(folder / ".lock"));
-}
-
 TEST(AbstractStore, ComplainsOnceOfEachOperationThatIsMissing) {
     class Bare : public MessageStore {
     public:
@@ -567,26 +314,6 @@ TEST(StoreThreads, ReadSortFlagAndFlushWhileMailArrives) {
     done = true;
     threads.clear();
     EXPECT_EQ(store->totalCount(), 340u);
-}
-
-TEST(OpenStoresThreads, OpenFindAndCloseAtOnce) {
-    const TemporaryFolder folder;
-    for (const auto name : {"a", "b"}) writeFile(folder / name, mboxMessage(name));
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&, i] {
-            const std::string path = folder / (i % 2 == 0 ? "a" : "b");
-            for (int round = 0; round < 100; ++round) {
-                auto store = BerkeleyMbox::initWithPath(path, true);
-                MessageStore::registerOpenStore(store);
-                const auto open = MessageStore::currentlyOpenStoreForPath(path);
-                EXPECT_TRUE(!open || open->totalCount() <= 1);
-                if (round % 3 == 0) store->close();
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(std::string(folder / "a")));
 }
 
 }  // namespace
