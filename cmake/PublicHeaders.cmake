@@ -96,5 +96,6 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/values/format.h
     include/lorvale/values/property_list.h
     include/lorvale/values/range.h
+    include/lorvale/values/regular_expression.h
     include/lorvale/values/text.h
 )

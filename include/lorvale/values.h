@@ -8,4 +8,5 @@
 #include "lorvale/values/format.h"
 #include "lorvale/values/property_list.h"
 #include "lorvale/values/range.h"
+#include "lorvale/values/regular_expression.h"
 #include "lorvale/values/text.h"
