@@ -13,10 +13,8 @@
 #include <random>
 #include <thread>
 
-#include "base/files/PosixFileSystem.h"
+#include "tests/mail/stores/MboxRivals.h"
 #include "tests/support/PlainMbox.h"
-#include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
@@ -26,15 +24,6 @@ namespace fs = std::filesystem;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-
-/// Message number n.  All are equally long and every line tells the number, so that a piece of another message
-/// at the right place shows.
-std::string letter(int n) {
-    const auto number = std::to_string(100'000 + n);
-    auto text = "From m" + number + "@x.example Thu Aug 22 12:46:23 2002\nSubject: " + number + "\n\n";
-    for (int line = 0; line < 20; ++line) text += "line of " + number + "\n";
-    return text + "\n";
-}
 
 /// Without the line ends at its end, where an appender may put more.
 std::string_view withoutLineEnds(std::string_view bytes) {
@@ -100,64 +89,6 @@ private:
     const std::string _path;
     std::mt19937_64 _random;
     int _next = 1000;
-};
-
-/// A disk on which somebody else may act before any call of ours, and in the middle of a long read.
-class SharedDisk : public PosixFileSystem {
-public:
-    SharedDisk(std::string path, std::function<void()> others)
-        : meet(std::move(others)), _path(std::move(path)) {
-        setCurrent(this);
-    }
-    ~SharedDisk() override { setCurrent(nullptr); }
-
-    const std::function<void()> meet;
-    int reads = 0;
-    /// Looks at each switch to a new file, which nothing may precede any more: the old bytes, the new ones.
-    std::function<void(const std::string&, const std::string&)> onSwitch;
-
-    std::optional<FileAttributes> attributes(const std::string& path) override {
-        meet();
-        return PosixFileSystem::attributes(path);
-    }
-    std::unique_ptr<WritableFile> openForWriting(const std::string& path, WriteMode mode, mode_t permissions,
-                                                 FileStatus* status) override {
-        meet();
-        return PosixFileSystem::openForWriting(path, mode, permissions, status);
-    }
-    FileStatus rename(const std::string& from, const std::string& to) override {
-        if (to == _path) onSwitch(fs::exists(to) ? testing::readFile(to) : "", testing::readFile(from));
-        return PosixFileSystem::rename(from, to);
-    }
-    std::unique_ptr<ReadableFile> openForReading(const std::string& path, FileStatus* status) override {
-        meet();
-        auto file = PosixFileSystem::openForReading(path, status);
-        return file != nullptr ? std::make_unique<File>(*this, std::move(file)) : nullptr;
-    }
-
-private:
-    class File : public ReadableFile {
-    public:
-        File(SharedDisk& disk, std::unique_ptr<ReadableFile> file) : _disk(disk), _file(std::move(file)) {}
-        std::optional<std::size_t> readInto(std::span<char> buffer, std::uint64_t offset) override {
-            ++_disk.reads;
-            const auto half = std::min<std::size_t>(buffer.size(), 3000);
-            const auto first = _file->readInto(buffer.first(half), offset);
-            _disk.meet();
-            const auto second = _file->readInto(buffer.subspan(half), offset + half);
-            return first && *first == half && second ? *first + *second : first;
-        }
-        std::optional<FileAttributes> attributes() override {
-            _disk.meet();
-            return _file->attributes();
-        }
-
-    private:
-        SharedDisk& _disk;
-        std::unique_ptr<ReadableFile> _file;
-    };
-
-    const std::string _path;
 };
 
 /// One of our own programs at work: random steps on a store, with a look at everything that it is told.
@@ -246,21 +177,12 @@ private:
     std::map<std::shared_ptr<Message>, std::string> _known;
 };
 
-class MboxRivals : public ::testing::Test {
-protected:
-    MboxRivals() { writeFile(path, letter(1) + letter(2) + letter(3)); }
-
-    TemporaryFolder folder;
-    const std::string path = folder / "inbox";
-    LogCapture log;
-};
-
 TEST_F(MboxRivals, CanNeitherBreakNorFoolNorRobTheStore) {
     const auto seed = ::testing::UnitTest::GetInstance()->random_seed() + 1;
     SCOPED_TRACE(seed);
     Rival rival(path, static_cast<std::uint64_t>(seed));
     bool busy = false;
-    SharedDisk disk(path, [&] {
+    SharedDisk disk(path, [&](auto) {
         if (busy && rival.pick(30) == 0) rival.act();
     });
     Owner owner(path, rival);
@@ -286,7 +208,7 @@ TEST_F(MboxRivals, CanNeitherBreakNorFoolNorRobTheStore) {
 TEST_F(MboxRivals, ThatDeliverAllTheWhileHideOnlyWhatIsNotComplete) {
     const auto opened = [&](int pieces) {
         std::ofstream delivery(path, std::ios::app);
-        SharedDisk disk(path, [&] {
+        SharedDisk disk(path, [&](auto) {
             if (pieces-- > 0) delivery << letter(4).substr(0, 100) << std::flush;
         });
         const auto store = BerkeleyMbox::initWithPath(path);
@@ -369,7 +291,7 @@ TEST_F(MboxRivals, ForDescriptorsLoseNothing) {
 }
 
 TEST_F(MboxRivals, CostOneReadForAllThatAListingAsksOfAMessage) {
-    SharedDisk disk(path, [] {});
+    SharedDisk disk(path, [](auto) {});
     const auto store = BerkeleyMbox::initWithPath(path);
     disk.reads = 0;
     for (const auto& message : store->allMessages()) {
