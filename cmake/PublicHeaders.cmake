@@ -53,7 +53,11 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/corpus.h
     include/lorvale/toolkit/corpus/corpus.h
     include/lorvale/toolkit/corpus/doc.h
+    include/lorvale/toolkit/corpus/extent.h
     include/lorvale/toolkit/corpus/string_corpus.h
+    include/lorvale/toolkit/corpus/ufs_corpus.h
+    include/lorvale/toolkit/corpus/ufs_directory_corpus.h
+    include/lorvale/toolkit/corpus/ufs_iterator.h
     include/lorvale/toolkit/index.h
     include/lorvale/toolkit/index/index_base.h
     include/lorvale/toolkit/index/inverted_index.h
@@ -71,6 +75,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/retrieval/query.h
     include/lorvale/toolkit/retrieval/query_parser.h
     include/lorvale/toolkit/retrieval/ranked_accessor.h
+    include/lorvale/toolkit/retrieval/sentence_parser.h
     include/lorvale/toolkit/retrieval/similarity.h
     include/lorvale/toolkit/retrieval/tf_map.h
     include/lorvale/toolkit/storage.h

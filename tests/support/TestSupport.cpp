@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -44,6 +45,19 @@ std::optional<fs::path> sharedData() {
     const fs::path folder = named != nullptr ? fs::path(named) : sourceFolder() / "../shared/data";
     if (!fs::is_directory(folder)) return std::nullopt;
     return fs::canonical(folder);
+}
+
+std::string unpacked(const fs::path& path) {
+    const auto command = "xz -dc '" + path.string() + "' 2>/dev/null";
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
+    std::string bytes;
+    char piece[65536];
+    while (pipe) {
+        const auto size = std::fread(piece, 1, sizeof piece, pipe.get());
+        if (size == 0) break;
+        bytes.append(piece, size);
+    }
+    return bytes;
 }
 
 ExactCopy::ExactCopy(std::string_view text) : _bytes(new char[text.size()]), _size(text.size()) {

@@ -31,6 +31,9 @@ std::filesystem::path sourceFolder();
 /// The folder of real mail beside the checkout, or nullopt where it is absent: a test then says so and skips.
 std::optional<std::filesystem::path> sharedData();
 
+/// The bytes of a file packed by xz; empty where xz is not installed.
+std::string unpacked(const std::filesystem::path& path);
+
 /// A heap block of exactly the size of a text, so that a sanitizer sees one byte too many.  Convert it to a
 /// view at the call: decode(ExactCopy(text)).
 class ExactCopy {

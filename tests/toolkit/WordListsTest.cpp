@@ -108,7 +108,7 @@ std::vector<std::pair<std::string, std::string>> documented(const std::string& b
     return rows;
 }
 
-TEST(SearchDocument, ShowsWhatTextsAndQueriesBecome) {
+TEST(SearchDocument, ShowsWhatTextsQueriesAndSentencesBecome) {
     const EnglishAnalysis english(resource("EnglishStopwords").c_str(),
                                   resource("EnglishSubstitutions").c_str());
     for (const auto& [text, terms] : documented("terms")) EXPECT_EQ(termsOf(english, text), terms) << text;
@@ -116,6 +116,13 @@ TEST(SearchDocument, ShowsWhatTextsAndQueriesBecome) {
         IABooleanQuery query;
         ASSERT_TRUE(query.Initialize(text));
         EXPECT_EQ(query.GetTree()->Describe(), tree);
+    }
+    for (auto [text, sentences] : documented("sentences")) {
+        IAANSISentenceParser parser(text, resource("EnglishAbbreviations").c_str());
+        std::string found;
+        while (const auto extent = parser.GetNextExtent())
+            found += (found.empty() ? "" : found.ends_with(' ') ? "| " : " | ") + extent->GetExtent();
+        EXPECT_EQ(found, sentences);
     }
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "lorvale/toolkit/storage/block.h"
+#include "toolkit/corpus/StoredText.h"
 
 namespace brindle {
 
@@ -14,20 +14,15 @@ std::unique_ptr<IAStorable> StringDoc::DeepCopy() const {
 }
 
 std::uint32_t StringDoc::StoreSize() const {
-    return VInt32Size(GetLength()) + GetLength();
+    return StoredTextSize(text);
 }
 
 void StringDoc::Store(IAOutputBlock* output) const {
-    VInt32Write(GetLength(), output);
-    output->WriteBuffer(text.data(), GetLength());
+    StoreText(text, output);
 }
 
 std::unique_ptr<IAStorable> StringDoc::Restore(IAInputBlock* input) const {
-    const std::uint32_t length = VInt32Read(input);
-    IAAssertion(length <= input->Remaining(), "document longer than its block", StorageInvalid);
-    std::string bytes(length, '\0');
-    input->ReadBuffer(bytes.data(), length);
-    return std::make_unique<StringDoc>(std::move(bytes));
+    return std::make_unique<StringDoc>(RestoreText(input));
 }
 
 bool StringDoc::LessThan(const IAOrderedStorable* other) const {
@@ -40,16 +35,12 @@ bool StringDoc::Equal(const IAOrderedStorable* other) const {
 
 std::uint32_t StringDoc::StoredSize(std::span<const std::uint8_t> stored) const {
     auto rest = stored;
-    const std::uint32_t length = VInt32Read(rest);
-    IAAssertion(length <= rest.size(), "document longer than its block", StorageInvalid);
-    return static_cast<std::uint32_t>(stored.size() - rest.size()) + length;
+    TakeText(rest);
+    return static_cast<std::uint32_t>(stored.size() - rest.size());
 }
 
 int StringDoc::CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* key) const {
-    const std::uint32_t length = VInt32Read(stored);
-    IAAssertion(length <= stored.size(), "document longer than its block", StorageInvalid);
-    const std::string_view found(reinterpret_cast<const char*>(stored.data()), length);
-    return found.compare(static_cast<const StringDoc*>(key)->text);
+    return TakeText(stored).compare(static_cast<const StringDoc*>(key)->text);
 }
 
 StringDocText::~StringDocText() = default;

@@ -10,5 +10,6 @@
 #include "lorvale/toolkit/retrieval/query.h"
 #include "lorvale/toolkit/retrieval/query_parser.h"
 #include "lorvale/toolkit/retrieval/ranked_accessor.h"
+#include "lorvale/toolkit/retrieval/sentence_parser.h"
 #include "lorvale/toolkit/retrieval/similarity.h"
 #include "lorvale/toolkit/retrieval/tf_map.h"

@@ -1,28 +1,13 @@
 #include "tests/mail/model/RealMail.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <memory>
 
 #include "tests/support/TestSupport.h"
 
 namespace lorvale::testing {
 
 namespace fs = std::filesystem;
-
-std::string unpacked(const fs::path& path) {
-    const auto command = "xz -dc '" + path.string() + "' 2>/dev/null";
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
-    std::string bytes;
-    char piece[65536];
-    while (pipe) {
-        const auto size = std::fread(piece, 1, sizeof piece, pipe.get());
-        if (size == 0) break;
-        bytes.append(piece, size);
-    }
-    return bytes;
-}
 
 namespace {
 

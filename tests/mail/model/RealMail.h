@@ -1,5 +1,4 @@
 #pragma once
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -10,8 +9,5 @@ namespace lorvale::testing {
 /// The header block of every message under the folder of real mail, with line ends as they are; empty where
 /// that folder is absent.  The large mailbox, which is packed, is left out where nothing unpacks it.
 std::vector<std::string> realHeaderBlocks();
-
-/// The bytes of a file packed by xz; empty where xz is not installed.
-std::string unpacked(const std::filesystem::path& path);
 
 }  // namespace lorvale::testing
