@@ -124,7 +124,7 @@ public:
     void flushCachedData();
     std::size_t cachedDataSize() const;
     /// For logs.
-    std::string description();
+    virtual std::string description();
 
 private:
     friend class MessageList;

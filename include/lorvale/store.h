@@ -4,4 +4,5 @@
 #include "lorvale/store/check.h"
 #include "lorvale/store/mail_account.h"
 #include "lorvale/store/mailbox_index.h"
+#include "lorvale/store/message_cache.h"
 #include "lorvale/store/message_store.h"

@@ -10,6 +10,7 @@
 #include "lorvale/message/headers.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/values/text.h"
+#include "mail/model/CachedHeadersOfMany.h"
 
 namespace lorvale {
 
@@ -58,6 +59,8 @@ std::string_view keyName(KeyNumber number) {
 }
 
 static_assert(std::is_trivially_copyable_v<Date>, "kept as its bytes");
+
+constexpr std::uint32_t kLongestValue = 0x0FFF'FFFF;  // in bytes; no real header comes near
 
 }  // namespace
 
@@ -119,17 +122,16 @@ void CachedHeaders::set(std::string_view key, const HeaderValue& value) {
 }
 
 void CachedHeaders::set(std::string_view key, std::string_view spelling, const HeaderValue& value) {
-    constexpr std::size_t kLongest = 0x0FFF'FFFF;  // in bytes; no real header comes near
     const auto* const text = std::get_if<std::string>(&value);
     const auto bytes =
         text != nullptr
-            ? std::string_view(*text).substr(0, kLongest)
+            ? std::string_view(*text).substr(0, kLongestValue)
             : std::string_view(reinterpret_cast<const char*>(std::get_if<Date>(&value)), sizeof(Date));
     Record record;
     record.key = keyNumber(key);
     record.spelling = keyNumber(spelling);
     record.isDate = text == nullptr ? 1 : 0;
-    record.length = static_cast<std::uint32_t>(bytes.size()) & kLongest;
+    record.length = static_cast<std::uint32_t>(bytes.size()) & kLongestValue;
 
     std::string records;
     bool replaced = false;
@@ -168,6 +170,12 @@ std::string CachedHeaders::textForKey(std::string_view key) const {
 }
 
 CachedHeaders CachedHeaders::withLowerCaseKeys() const {
+    bool changesNothing = true;
+    for (auto each = begin(); each != end(); ++each) {
+        const auto record = Record::at(each._record);
+        changesNothing = changesNothing && record.key < kCachedKeys.size() && record.spelling == record.key;
+    }
+    if (changesNothing) return *this;
     CachedHeaders lower;
     for (const auto& [key, value] : *this) lower.set(lowercased(key), key, value);
     return lower;
@@ -179,6 +187,50 @@ std::optional<std::string_view> CachedHeaders::spellingOfKey(std::string_view ke
         if (keyName(record.key) == key) return keyName(record.spelling);
     }
     return std::nullopt;
+}
+
+CachedHeadersOfMany::CachedHeadersOfMany(std::size_t expectedSize) : _bytes(expectedSize) {}
+
+void CachedHeadersOfMany::beginMessage() {
+    endMessage();
+    _starts.push_back(_bytes.size());
+    std::memset(_bytes.reserve(sizeof(std::uint32_t)), 0, sizeof(std::uint32_t));
+    _bytes.commit(sizeof(std::uint32_t));
+}
+
+void CachedHeadersOfMany::endMessage() {
+    if (_starts.empty()) return;
+    const auto length = static_cast<std::uint32_t>(_bytes.size() - _starts.back() - sizeof(std::uint32_t));
+    std::memcpy(_bytes.bytes() + _starts.back(), &length, sizeof length);
+}
+
+void CachedHeadersOfMany::add(std::string_view cachedKey, std::string_view text) {
+    addRecord(cachedKey, false, text);
+}
+
+void CachedHeadersOfMany::add(std::string_view cachedKey, const Date& date) {
+    addRecord(cachedKey, true, {reinterpret_cast<const char*>(&date), sizeof date});
+}
+
+void CachedHeadersOfMany::addRecord(std::string_view cachedKey, bool isDate, std::string_view bytes) {
+    bytes = bytes.substr(0, kLongestValue);
+    CachedHeaders::Record record;
+    record.key = record.spelling = keyNumber(cachedKey);
+    record.isDate = isDate ? 1 : 0;
+    record.length = static_cast<std::uint32_t>(bytes.size()) & kLongestValue;
+    _bytes.append(std::string_view(reinterpret_cast<const char*>(&record), sizeof record));
+    _bytes.append(bytes);
+}
+
+std::vector<CachedHeaders> CachedHeadersOfMany::finish() {
+    endMessage();
+    const auto block = std::make_shared<const Data>(_bytes.data());
+    const auto* const bytes = reinterpret_cast<const char*>(block->bytes());
+    std::vector<CachedHeaders> all(_starts.size());
+    for (std::size_t i = 0; i < all.size(); ++i)
+        all[i]._records = std::shared_ptr<const char[]>(block, bytes + _starts[i]);
+    _starts.clear();
+    return all;
 }
 
 bool operator==(const CachedHeaders& a, const CachedHeaders& b) {

@@ -128,6 +128,18 @@ void MessageFlags::setUserFlags(std::optional<FlagDictionary> flags) {
     _flags.swap(next);
 }
 
+std::optional<std::string> MessageFlags::valueForKey(std::string_view key) const {
+    const auto shared = dictionary();
+    if (shared == nullptr) {
+        for (const auto& each : {kUnreadFlag, kDeletedFlag, kRepliedToFlag, kEncryptedFlag})
+            if (each.name == key) return std::string((flagBits() & each.mask) != 0 ? kYes : kNo);
+        return key == MessagePriorityLevel ? std::optional(std::to_string(priority())) : std::nullopt;
+    }
+    const auto flags = shared->now();
+    const auto found = flags->find(key);
+    return found != flags->end() ? std::optional(found->second) : std::nullopt;
+}
+
 std::optional<std::string> MessageFlags::objectForKey(std::string_view key) {
     const auto flags = dictionaryOnDemand()->now();
     const auto found = flags->find(key);

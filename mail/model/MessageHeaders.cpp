@@ -11,6 +11,7 @@
 #include "mail/model/Envelope.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/model/HeaderEncoding.h"
+#include "mail/model/HeaderSummary.h"
 
 namespace lorvale {
 
@@ -56,6 +57,21 @@ void appendAddresses(std::vector<std::string>& addresses, std::string_view list)
 }
 
 }  // namespace
+
+HeaderSummary summaryOfHeaderBlock(std::string_view block) {
+    enum { kFrom, kSubject, kTo, kCc, kDate, kID };
+    constexpr std::string_view kWanted[] = {"from", "subject", "to", "cc", "date", "message-id"};
+    auto values = firstValuesInBlock(block, kWanted);
+    const auto envelope = envelopeInBlock(block).value_or(std::string());
+    HeaderSummary summary;
+    summary.messageID = identifier(values[kID], values[kSubject], values[kDate], values[kTo]);
+    summary.dateReceived = dateOfDelivery(envelope, values[kDate].value_or(std::string()));
+    summary.from = std::move(values[kFrom]).value_or(std::string());
+    summary.subject = std::move(values[kSubject]).value_or(std::string());
+    summary.to = std::move(values[kTo]).value_or(std::string());
+    summary.cc = std::move(values[kCc]).value_or(std::string());
+    return summary;
+}
 
 std::shared_ptr<MessageHeaders> MessageHeaders::headersForMessage(const std::shared_ptr<Message>& message) {
     return std::make_shared<MessageHeaders>(message);
@@ -351,18 +367,7 @@ HeaderSummary MessageHeaders::summary() {
         return {sender(),    subject(),          firstTextForKey("to"), firstTextForKey("cc"),
                 messageID(), knownDateReceived()};
     }
-    enum { kFrom, kSubject, kTo, kCc, kDate, kID };
-    constexpr std::string_view kWanted[] = {"from", "subject", "to", "cc", "date", "message-id"};
-    auto values = firstValuesInBlock(block->view(), kWanted);
-    const auto envelope = envelopeInBlock(block->view()).value_or(std::string());
-    HeaderSummary summary;
-    summary.messageID = identifier(values[kID], values[kSubject], values[kDate], values[kTo]);
-    summary.dateReceived = dateOfDelivery(envelope, values[kDate].value_or(std::string()));
-    summary.from = std::move(values[kFrom]).value_or(std::string());
-    summary.subject = std::move(values[kSubject]).value_or(std::string());
-    summary.to = std::move(values[kTo]).value_or(std::string());
-    summary.cc = std::move(values[kCc]).value_or(std::string());
-    return summary;
+    return summaryOfHeaderBlock(block->view());
 }
 
 std::string MessageHeaders::sender() {

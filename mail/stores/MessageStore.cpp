@@ -16,6 +16,7 @@
 #include "lorvale/platform/paths.h"
 #include "lorvale/store/mail_account.h"
 #include "lorvale/store/mailbox_index.h"
+#include "lorvale/store/message_cache.h"
 #include "lorvale/values/format.h"
 #include "mail/stores/OpenStores.h"
 #include "mail/stores/StoreLock.h"
@@ -114,6 +115,7 @@ void MessageStore::close() {
     willClose();
     invalidateDeleteStack();
     if (_index) _index->storeDidClose();
+    MessageCacheManager::manager().removeObjectsFromCacheForStore(*this);
     OpenStores::table().remove(_standardPath, *this);
 }
 

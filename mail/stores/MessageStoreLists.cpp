@@ -5,6 +5,7 @@
 
 #include "lorvale/message.h"
 #include "lorvale/platform/user_interface.h"
+#include "lorvale/store/message_cache.h"
 #include "lorvale/store/message_store.h"
 #include "lorvale/values/range.h"
 #include "mail/stores/MessageSort.h"
@@ -243,6 +244,7 @@ void MessageStore::deleteMessages(MessageList messages) {
     setFlags(flags, keys, messages);
     deleteStack.push_back(messages);
     if (!lists().deleted) _buildDeletedList();
+    MessageCacheManager::manager().removeObjectsFromCache(messages);
     auto next = lists();
     next.deleted = next.deleted->appending(messages);
     if (next.unread) next.unread = next.unread->removing(messages);

@@ -74,6 +74,8 @@ public:
     void setUserFlags(std::optional<FlagDictionary> flags);
     std::optional<std::string> objectForKey(std::string_view key);
     void setObject(std::string_view value, std::string_view forKey);
+    /// The same as objectForKey() without making the dictionary.
+    std::optional<std::string> valueForKey(std::string_view key) const;
 
     /// The bits alone, whatever the dictionary says: the compact form.
     std::uint32_t flagBits() const;

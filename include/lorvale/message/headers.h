@@ -69,6 +69,7 @@ public:
     friend LORVALE_EXPORT bool operator==(const CachedHeaders& a, const CachedHeaders& b);
 
 private:
+    friend class CachedHeadersOfMany;
     struct Record;
     void set(std::string_view key, std::string_view spelling, const HeaderValue& value);
 

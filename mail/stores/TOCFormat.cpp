@@ -1,0 +1,119 @@
+#include "mail/stores/TOCFormat.h"
+
+#include <optional>
+#include <string>
+
+#include "lorvale/platform/exception.h"
+#include "lorvale/values/format.h"
+#include "mail/stores/TOCMessage.h"
+
+namespace lorvale {
+
+namespace {
+
+[[noreturn]] void throwBogus(std::string_view reason) {
+    throw NamedException("Bogus table of contents", reason);
+}
+
+std::uint32_t wordAt(std::string_view bytes, std::size_t offset) {
+    std::uint32_t word = 0;
+    for (const char c : bytes.substr(offset, 4)) word = word << 8 | static_cast<std::uint8_t>(c);
+    return word;
+}
+
+void appendWord(ByteBuffer& table, std::uint32_t word) {
+    for (int shift = 24; shift >= 0; shift -= 8) table.append(static_cast<std::uint8_t>(word >> shift));
+}
+
+void appendText(ByteBuffer& table, std::string_view text) {
+    table.append(text);
+    table.append('\0');
+}
+
+/// Takes a text off the front of a record, with its end mark.
+std::string_view takeText(std::string_view& rest) {
+    const auto end = rest.find('\0');
+    if (end == std::string_view::npos) throwBogus("Bogus TOC, a text without end");
+    const auto text = rest.substr(0, end);
+    rest.remove_prefix(end + 1);
+    return text;
+}
+
+char normalised(char status) {
+    return status == '>' ? ' ' : status == 'D' ? 'd' : status;
+}
+
+/// Noon of days.  Mailboxes hold runs of mail of one day, and the calendar is slow.
+class DayReader {
+public:
+    Date read(std::uint32_t number) {
+        if (!_day || number != _number) _day = dateFromTocInt(_number = number);
+        return _day.value_or(Date());
+    }
+
+private:
+    std::uint32_t _number = 0;
+    std::optional<Date> _day;
+};
+
+TOCRecord decodeRecord(std::string_view bytes, DayReader& days) {
+    constexpr std::size_t kTexts = 20;
+    TOCRecord record;
+    record.range = {wordAt(bytes, 4), wordAt(bytes, 8)};
+    const auto day = wordAt(bytes, 12);
+    if (!isTocDay(day) || bytes.substr(18, 2) != "  ") throwBogus("Bogus TOC, bad date");
+    record.status = normalised(bytes[16]);
+    record.refState = bytes[17];
+    auto rest = bytes.substr(kTexts);
+    record.sender = takeText(rest);
+    record.subject = takeText(rest);
+    record.attachment = takeText(rest);
+    const auto posix = rest.size() >= 16 ? wordAt(rest, 12) : 0;
+    record.date = posix != 0 ? Date(posix) : days.read(day);
+    return record;
+}
+
+}  // namespace
+
+void append(ByteBuffer& table, const TOCHeader& header) {
+    for (const auto word : {header.version, header.count, header.timeStamp}) appendWord(table, word);
+    for (const auto word : header.display) appendWord(table, word);
+}
+
+void append(ByteBuffer& table, const TOCRecord& record) {
+    const auto length =
+        TOCRecord::kFixedSize + record.sender.size() + record.subject.size() + record.attachment.size();
+    const auto seconds = record.date.secondsSince1970();
+    const bool hasRoom = seconds > 0 && seconds <= 0xFFFF'FFFF;
+    for (const auto word : {static_cast<std::uint32_t>(length), record.range.location, record.range.length,
+                            tocSillyDateInt(record.date)})
+        appendWord(table, word);
+    table.append(record.status);
+    table.append(record.refState);
+    table.append("  ");
+    for (const auto text : {record.sender, record.subject, record.attachment}) appendText(table, text);
+    for (int reserved = 0; reserved < 3; ++reserved) appendWord(table, 0);
+    appendWord(table, hasRoom ? static_cast<std::uint32_t>(seconds) : 0);
+}
+
+std::size_t decodeTable(std::string_view table, TOCHeader& header,
+                        const std::function<void(const TOCRecord&)>& found) {
+    constexpr std::size_t kLeast = 23;  // with three texts that are empty and no word behind them
+    if (table.size() < TOCHeader::kSize) throwBogus("Bogus TOC, shorter than its header");
+    header = {wordAt(table, 0), wordAt(table, 4), wordAt(table, 8), {}};
+    for (std::size_t i = 0; i < header.display.size(); ++i) header.display[i] = wordAt(table, 12 + 4 * i);
+    if (header.version != TOCHeader::kVersion && header.version != TOCHeader::kOldVersion)
+        throw NamedException("Bad TOC", "Incompatible TOC versions");
+    auto rest = table.substr(TOCHeader::kSize);
+    DayReader days;
+    for (std::uint32_t i = 0; i < header.count; ++i) {
+        const auto length = rest.size() >= kLeast ? wordAt(rest, 0) : 0;
+        if (length < kLeast || length > rest.size())
+            throwBogus(formatText("Bogus TOC, record %d of %d does not fit", i + 1, header.count));
+        found(decodeRecord(rest.substr(0, length), days));
+        rest.remove_prefix(length);
+    }
+    return rest.size();
+}
+
+}  // namespace lorvale

@@ -1,0 +1,258 @@
+#include "mail/stores/TableOfContents.h"
+
+#include <algorithm>
+#include <functional>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "base/files/PathUtils.h"
+#include "lorvale/platform/exception.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/store/berkeley_mbox.h"
+#include "lorvale/values/encoding.h"
+#include "lorvale/values/format.h"
+#include "lorvale/values/text.h"
+#include "mail/model/CachedHeadersOfMany.h"
+
+namespace lorvale {
+
+namespace {
+
+constexpr std::string_view kTableName = "table_of_contents", kMboxName = "mbox";
+
+TOCMessage& listed(const std::shared_ptr<Message>& message) {
+    return static_cast<TOCMessage&>(*message);
+}
+
+std::string textOf(std::string_view stored) {
+    return isAscii(stored) ? std::string(stored) : decodeCString(stored);
+}
+
+std::string mboxBeside(const std::string& table) {
+    return stringByAppendingPathComponent(folderOf(table), kMboxName);
+}
+
+}  // namespace
+
+std::unique_ptr<TableOfContents> TableOfContents::initWithPath(const std::string& path) {
+    FileStatus status;
+    const auto bytes = FileSystem::current().readFile(path, &status);
+    if (!bytes || bytes->empty()) {
+        if (!status && status.code() != ENOENT) log("%@", status.text());
+        return nullptr;
+    }
+    try {
+        return ofBytes(path, bytes->view());
+    } catch (const NamedException& exception) {
+        log("Error loading table of contents file:");
+        log("    %@", exception.reason());
+        return nullptr;
+    }
+}
+
+std::unique_ptr<TableOfContents> TableOfContents::ofBytes(std::string path, std::string_view bytes) {
+    auto table = std::make_unique<TableOfContents>(std::move(path));
+    table->loadCacheFromFile(bytes);
+    return table;
+}
+
+void TableOfContents::loadCacheFromFile(std::string_view bytes) {
+    struct Fixed {
+        MboxRange range;
+        char status, refState;
+        std::string attachment;
+    };
+    std::vector<Fixed> records;
+    CachedHeadersOfMany listings(bytes.size() * 5 / 4);
+    const auto behind = decodeTable(bytes, _header, [&](const TOCRecord& record) {
+        listings.beginMessage();
+        listings.add("subject", isAscii(record.subject) ? record.subject : textOf(record.subject));
+        listings.add("from", isAscii(record.sender) ? record.sender : textOf(record.sender));
+        listings.add("date", record.date);
+        records.push_back({record.range, record.status, record.refState, textOf(record.attachment)});
+    });
+    // What stands behind the last record belongs to messages that nobody has counted.
+    _isValid = behind == 0 && isStampOfFile();
+    auto all = listings.finish();
+    std::vector<std::shared_ptr<Message>> messages;
+    messages.reserve(records.size());
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        const auto& record = records[i];
+        auto message =
+            std::make_shared<TOCMessage>(record.range, std::move(all[i]), record.refState, record.attachment);
+        message->setIsRead(record.status != '*');
+        message->setIsDeleted(record.status == 'd');
+        messages.push_back(std::move(message));
+    }
+    _messages = std::move(messages);
+}
+
+bool TableOfContents::isStampOfFile() const {
+    if (lastPathComponent(_path) != kTableName) return true;
+    const auto mbox = FileSystem::current().attributes(mboxBeside(_path));
+    return mbox && stampOf(*mbox) == _header.timeStamp;
+}
+
+std::uint32_t TableOfContents::stampOf(const FileAttributes& mbox) {
+    // The same rounding when a stamp is made and when it is compared.
+    return static_cast<std::uint32_t>(mbox.modified + (mbox.modifiedNanoseconds >= 500'000'000 ? 1 : 0));
+}
+
+void TableOfContents::addMessages(const MessageList& messages) {
+    _messages = _messages.appending(messages);
+}
+
+std::shared_ptr<TOCMessage> TableOfContents::addMessage(Message& message, MboxRange withRange) {
+    auto added = TOCMessage::TOCMessageFromMessage(message);
+    if (added == nullptr) return nullptr;
+    added->setMboxRange(withRange);
+    addMessage(added);
+    return added;
+}
+
+void TableOfContents::removeMessages(const MessageList& messages) {
+    std::unordered_set<const Message*> going;
+    for (const auto& message : messages) going.insert(message.get());
+    std::uint32_t gone = 0;  // bytes in front of the message at hand
+    for (const auto& message : _messages) {
+        const auto range = listed(message).mboxRange();
+        if (going.contains(message.get())) {
+            gone += range.length;
+        } else if (gone > 0) {
+            listed(message).setMboxRange({range.location - gone, range.length});
+        }
+    }
+    setMessages(_messages.removing(messages));
+}
+
+void TableOfContents::setMessages(MessageList messages) {
+    _messages = std::move(messages);
+    _messageIDMap.clear();
+}
+
+std::shared_ptr<TOCMessage> TableOfContents::messageForMessageID(std::string_view messageID) {
+    const std::hash<std::string_view> digest;
+    const auto known = static_cast<std::ptrdiff_t>(_messageIDMap.size());
+    for (auto i = _messageIDMap.size(); i < count(); ++i)
+        _messageIDMap.emplace_back(digest(listed(_messages[i]).messageID()), static_cast<std::uint32_t>(i));
+    if (known < std::ssize(_messageIDMap)) {
+        std::ranges::sort(_messageIDMap.begin() + known, _messageIDMap.end());
+        std::ranges::inplace_merge(_messageIDMap, _messageIDMap.begin() + known);
+    }
+    const auto wanted = digest(messageID);
+    const auto first = std::ranges::lower_bound(_messageIDMap, wanted, {}, &Identity::first);
+    for (auto each = std::ranges::upper_bound(_messageIDMap, wanted, {}, &Identity::first); each != first;) {
+        const auto& message = _messages[(--each)->second];
+        if (listed(message).messageID() == messageID) return std::static_pointer_cast<TOCMessage>(message);
+    }
+    return nullptr;
+}
+
+/// The records of a table that is being made anew, each to be taken once.
+class TableOfContents::OldRecords {
+public:
+    explicit OldRecords(const MessageList& messages) {
+        bool told = false;
+        for (const auto& message : messages) {
+            auto record = std::static_pointer_cast<TOCMessage>(message);
+            const bool isNew = _byID.insert_or_assign(record->messageID(), record).second;
+            if (!isNew && !std::exchange(told, true))
+                log("Warning: two messages in one mailbox have the same ID!");
+            _byPlace[record->mboxRange().location] = std::move(record);
+        }
+    }
+
+    /// The record of a message that was found in the file and would be listed like this; null when there is
+    /// none.  A message that has not moved has its own record, whatever others have its identity; so has one
+    /// whose date nobody knows.
+    std::shared_ptr<TOCMessage> take(Message& message, const TOCMessage& fresh, const std::string& identity,
+                                     bool hasDate) {
+        const auto place = _byPlace.find(fresh.mboxRange().location);
+        if (place != _byPlace.end() && place->second != nullptr) {
+            const auto& record = place->second;
+            if (record->mboxRange() == fresh.mboxRange() && record->sender() == fresh.sender() &&
+                record->subject() == fresh.subject() && (!hasDate || record->messageID() == identity))
+                return taken(record);
+        }
+        // Tables of old listed some messages under the identifier in their headers.
+        for (const auto& name : {message.headers()->messageID(), identity}) {
+            const auto found = _byID.find(name);
+            if (found != _byID.end() && !_taken.contains(found->second.get())) return taken(found->second);
+        }
+        return nullptr;
+    }
+
+private:
+    std::shared_ptr<TOCMessage> taken(const std::shared_ptr<TOCMessage>& record) {
+        return _taken.insert(record.get()).second ? record : nullptr;
+    }
+
+    std::unordered_map<std::string, std::shared_ptr<TOCMessage>> _byID;  // of several the last
+    std::unordered_map<std::uint32_t, std::shared_ptr<TOCMessage>> _byPlace;
+    std::unordered_set<const TOCMessage*> _taken;
+};
+
+bool TableOfContents::rebuildCacheFromStore(BerkeleyMbox& store) {
+    OldRecords old(_messages);
+    std::vector<std::shared_ptr<Message>> messages;
+    const auto found = store.allMessages();
+    std::vector<MboxRange> places;
+    messages.reserve(found.size());
+    for (const auto& message : found) {
+        auto fresh = TOCMessage::TOCMessageFromMessage(*message);
+        if (fresh == nullptr) return false;
+        const bool hasDate = message->headers()->knownDateReceived().has_value();
+        auto record = old.take(*message, *fresh, fresh->messageID(), hasDate);
+        places.push_back(fresh->mboxRange());
+        messages.push_back(record != nullptr ? std::move(record) : std::move(fresh));
+        message->setHeaders(nullptr);
+    }
+    for (std::size_t i = 0; i < places.size(); ++i) listed(messages[i]).setMboxRange(places[i]);
+    setMessages(std::move(messages));
+    return true;
+}
+
+Data TableOfContents::cachedData(std::uint32_t stamp) const {
+    auto header = _header;
+    header.count = static_cast<std::uint32_t>(count());
+    header.timeStamp = stamp;
+    ByteBuffer bytes(TOCHeader::kSize + count() * 128);
+    append(bytes, header);
+    for (const auto& each : _messages) {
+        const auto& message = listed(each);
+        const auto sender = encodeCString(message.sender()), subject = encodeCString(message.subject()),
+                   attachment = encodeCString(message.attachment());
+        append(bytes, TOCRecord{message.mboxRange(),
+                                message.isDeleted() ? 'd'
+                                : message.isRead()  ? ' '
+                                                    : '*',
+                                message.refState(), sender.view(), subject.view(), attachment.view(),
+                                message.dateReceived()});
+    }
+    return bytes.data();
+}
+
+bool TableOfContents::flushToFile(const FileAttributes& mbox) {
+    const auto now = FileSystem::current().attributes(mboxBeside(_path));
+    const bool isKnown = now && now->isSameFileAs(mbox) && now->size == mbox.size &&
+                         now->modified == mbox.modified && now->modifiedNanoseconds == mbox.modifiedNanoseconds;
+    return write(stampOf(isKnown ? mbox : now.value_or(mbox)) + (isKnown ? 0 : 1));
+}
+
+bool TableOfContents::flushToFile() {
+    return write(0);
+}
+
+bool TableOfContents::write(std::uint32_t stamp) {
+    const auto written = writeFileAtomically(_path, cachedData(stamp).view(), kMailboxPermissions);
+    if (!written) log("%@", written.text());
+    return static_cast<bool>(written);
+}
+
+std::string TableOfContents::description() const {
+    return formatText("%@: version %d, %d messages%@", _path, _header.version, count(),
+                      _isValid ? "" : ", stale");
+}
+
+}  // namespace lorvale
