@@ -7,6 +7,7 @@
 #include "lorvale/platform/notification.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/platform/run_loop.h"
+#include "lorvale/platform/subprocess.h"
 #include "lorvale/platform/thread.h"
 #include "lorvale/platform/user_agent.h"
 #include "lorvale/platform/user_defaults.h"

@@ -43,7 +43,7 @@ const std::vector<std::vector<BaseFolder>> kBaseRanks = {
     {{"files", {}}},
     {{"platform",
       {"lorvale/platform/notification.h", "lorvale/platform/paths.h", "lorvale/platform/run_loop.h",
-       "lorvale/platform/thread.h", "lorvale/platform/user_"}},
+       "lorvale/platform/subprocess.h", "lorvale/platform/thread.h", "lorvale/platform/user_"}},
      {"richtext", {"lorvale/values/attributed_text.h", "lorvale/values/file_wrapper.h"}}},
 };
 
