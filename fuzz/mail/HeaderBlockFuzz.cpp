@@ -3,6 +3,7 @@
 // block.
 #include <algorithm>
 
+#include "base/text/Ascii.h"
 #include "fuzz/mail/CodecFuzz.h"
 #include "lorvale/mime.h"
 #include "lorvale/platform/log.h"
@@ -43,7 +44,7 @@ std::string afterOneTrip(std::string_view value, bool trimsBehind) {
 /// A name that is written otherwise, or would be taken for an envelope line where it stands first.
 bool hasOddName(const Block& block) {
     return std::ranges::any_of(block.originalKeys, [](const auto& each) {
-        const bool hasControl = std::ranges::any_of(each.second, [](char c) { return c >= '\0' && c < ' '; });
+        const bool hasControl = std::ranges::any_of(each.second, isAsciiControl);
         return each.first != kFromSpaceKey && (hasControl || each.second.starts_with("From "));
     });
 }
