@@ -262,6 +262,9 @@ TEST_F(IndexTest, OnlyTheSameKindOfIndexIsOpened) {
         *t.bytes = before;
         t.bytes->at(at + place) = place == 15 ? '4' : 1;
         EXPECT_EQ(failureOf([&] { t.Open(); }), "VIIV invalid index");
+        // It is not half open, and may be tried again.
+        EXPECT_EQ(failureOf([&] { t.index->GetDocCount(); }), "VINO index not open");
+        EXPECT_EQ(failureOf([&] { t.index->Open(); }), "VIIV invalid index");
     }
     EXPECT_FALSE(IAIndexTypes(1, 1, 0, 1).Equal(IAIndexTypes(1, 1, 0, 1)));
     EXPECT_TRUE(IAIndexTypes(IATag("Bud1"), 1, 1, 1).Equal(IAIndexTypes(IATag("Bud0"), 1, 1, 1)));

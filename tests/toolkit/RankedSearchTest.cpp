@@ -228,22 +228,29 @@ TEST_F(AccessorTest, TablesAreStoredReadAgainAndExtended) {
 TEST_F(AccessorTest, CancellingAtAnyReportLeavesTheAccessorUsable) {
     InvertedAccessor accessor(t.index.get());
     accessor.Initialize();
-    const auto search = [&](bool boolean, int allowed) {
-        int reports = 0;
-        const auto fn = [&](const RankedProgress& report) {
-            EXPECT_LE(report.GetPercent(), 100);
-            if (report.GetPercent() < 100) ++reports;  // at the end there is nothing left to cancel
-            return reports > allowed;
-        };
-        const auto hits = boolean ? accessor.RankedSearchBoolean("all & (w3 | w4)", 10, fn, 0)
-                                  : accessor.RankedSearch("all w3 w4", {}, 10, 2, fn, 0);
-        EXPECT_EQ(hits.empty(), reports > allowed);
-        return reports <= allowed;
+    const StringDoc doc("d103"), other("d150");
+    const RankedQueryDoc examples[] = {{&doc, t.index.get()}, {&other, t.index.get()}};
+    using Fn = RankedProgressFn;
+    const std::function<std::size_t(const Fn&)> operations[] = {
+        [&](const Fn& fn) { return accessor.RankedSearch("all w3 w4", {}, 10, 2, fn, 0).size(); },
+        [&](const Fn& fn) { return accessor.RankedSearch("all", examples, 10, 0, fn, 0).size(); },
+        [&](const Fn& fn) { return accessor.RankedSearchBoolean("all & (w3 | w4)", 10, fn, 0).size(); },
+        [&](const Fn& fn) { return accessor.GetDocTopic(examples[0], 2, fn, 0).size(); },
+        [&](const Fn& fn) { return accessor.GetTermsRelated("own3", 2, fn, 0).size(); },
     };
-    for (const bool boolean : {false, true}) {
-        int allowed = 0;
-        while (!search(boolean, allowed)) ++allowed;
-        EXPECT_GT(allowed, 3);
+    for (const auto& operation : operations) {
+        for (int allowed = 0;; ++allowed) {
+            int reports = 0;
+            const auto found = operation([&](const RankedProgress& report) {
+                EXPECT_LE(report.GetPercent(), 100);
+                if (report.GetPercent() < 100) ++reports;  // at the end there is nothing left to cancel
+                return reports > allowed;
+            });
+            EXPECT_EQ(found == 0, reports > allowed);
+            if (reports > allowed) continue;
+            EXPECT_GT(reports, 3);
+            break;
+        }
     }
     EXPECT_EQ(accessor.RankedSearch("all", {}, 10).size(), 10u);
     EXPECT_TRUE(accessor.RankedSearch("all", {}, 0).empty());
@@ -345,15 +352,6 @@ TEST_F(AccessorTest, ExampleDocumentsCountLikeTheirTexts) {
         EXPECT_FLOAT_EQ(weightOf("all w4", examples, term),
                         weightOf(texts["e1"], {}, term) + 2 * weightOf("all w4", {}, term))
             << term;
-    for (int allowed = 0;; ++allowed) {
-        int reports = 0;
-        const auto hits = accessor.RankedSearch("all", examples, 5, 0, [&](const RankedProgress& report) {
-            EXPECT_LE(report.GetPercent(), 100);
-            return report.GetPercent() < 100 && ++reports > allowed;
-        });
-        EXPECT_EQ(hits.empty(), reports > allowed);
-        if (reports <= allowed) break;
-    }
     const RankedQueryDoc nowhere{&e1, nullptr};
     EXPECT_EQ(failureOf([&] { accessor.RankedSearch("", std::span(&nowhere, 1), 5); }),
               "QFLT query document without an index");

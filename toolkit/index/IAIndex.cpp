@@ -1,5 +1,6 @@
 // What all indexes share: the root block, and the life from made or opened to flushed.
 #include <chrono>
+#include <exception>
 
 #include "lorvale/toolkit/index/index_base.h"
 #include "lorvale/toolkit/storage/block.h"
@@ -69,8 +70,18 @@ void IAIndex::Constructing(IAStorage* indexStorage, std::unique_ptr<IACorpus> in
     indexRoot = root;
 }
 
+IAIndex::OpeningScope::OpeningScope(IAIndex& ofIndex)
+    : lock(ofIndex.mutex.get()),
+      index(ofIndex),
+      wasOpen(ofIndex.isOpen),
+      exceptions(std::uncaught_exceptions()) {}
+
+IAIndex::OpeningScope::~OpeningScope() {
+    if (std::uncaught_exceptions() > exceptions) index.isOpen = wasOpen;
+}
+
 void IAIndex::Initialize() {
-    const IALock lock(mutex.get());
+    const OpeningScope scope(*this);
     IAAssertion(!isOpen, "index already open", IndexAlreadyOpen);
     isOpen = true;
     if (indexRoot == 0) indexRoot = storage->AllocateNamedBlock(IADefaultIndexName);
@@ -88,7 +99,7 @@ void IAIndex::Initializing() {
 }
 
 void IAIndex::Open() {
-    const IALock lock(mutex.get());
+    const OpeningScope scope(*this);
     IAAssertion(!isOpen, "index already open", IndexAlreadyOpen);
     isOpen = true;
     if (indexRoot == 0) indexRoot = storage->TOC_Get(IADefaultIndexName);

@@ -34,7 +34,7 @@ void InvertedIndex::Constructing(IAStorage* indexStorage, std::unique_ptr<IACorp
 }
 
 void InvertedIndex::Initialize() {
-    const IALock lock(GetMutex());
+    const OpeningScope scope(*this);
     IAAssertion(!IsOpen(), "index already open", IndexAlreadyOpen);
     deletedDocsBlock = GetStorage()->Allocate();
     TermIndex::Initialize();
@@ -47,7 +47,7 @@ void InvertedIndex::Initializing() {
 }
 
 void InvertedIndex::Open() {
-    const IALock lock(GetMutex());
+    const OpeningScope scope(*this);
     TermIndex::Open();
     {
         IAInputBlock input(GetStorage(), deletedDocsBlock);

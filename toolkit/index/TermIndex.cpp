@@ -49,7 +49,7 @@ void TermIndex::Constructing(IAStorage* indexStorage, std::unique_ptr<IACorpus> 
 }
 
 void TermIndex::Initialize() {
-    const IALock lock(GetMutex());
+    const OpeningScope scope(*this);
     IAAssertion(!IsOpen(), "index already open", IndexAlreadyOpen);
     for (std::uint32_t* const root : {&docInfoSetRoot, &iDDocMapRoot, &termInfoSetRoot, &iDTermMapRoot})
         *root = GetStorage()->Allocate();
@@ -75,7 +75,7 @@ void TermIndex::Initializing() {
 }
 
 void TermIndex::Open() {
-    const IALock lock(GetMutex());
+    const OpeningScope scope(*this);
     IAIndex::Open();
     MakeSets();
     const bool writable = GetStorage()->IsWritable();
@@ -83,6 +83,7 @@ void TermIndex::Open() {
     iDDocMap->Open(GetStorage(), iDDocMapRoot, writable, IACloneOSSetStoreStreams);
     termInfoSet->Open(GetStorage(), termInfoSetRoot, writable, IACloneOSSetStoreStreams);
     iDTermMap->Open(GetStorage(), iDTermMapRoot, writable, IACloneOSSetStoreStreams);
+    mergeMaps.clear();
     for (const std::uint32_t root : mergeMapRoots) {
         mergeMaps.push_back(root != 0 ? MakeMergeMap() : nullptr);
         if (root != 0) mergeMaps.back()->Open(GetStorage(), root, writable, IACloneOSSetStoreStreams);
@@ -113,6 +114,7 @@ void TermIndex::RestoreRoot(IAInputBlock* input) {
     const std::uint32_t count = input->ReadUInt32();
     IAAssertion(count <= input->Remaining() / 4 && maxDocID >= 1 && maxTermID >= 1, "invalid index",
                 IndexInvalid);
+    mergeMapRoots.clear();
     for (std::uint32_t i = 0; i < count; ++i) mergeMapRoots.push_back(input->ReadUInt32());
 }
 

@@ -1,5 +1,7 @@
 #include "lorvale/toolkit/retrieval/accessor.h"
 
+#include <algorithm>
+
 #include "lorvale/toolkit/storage/block.h"
 
 namespace brindle {
@@ -34,22 +36,31 @@ IAAccessor::Place IAAccessor::MakePlace(IAStorage* storage, std::uint32_t block)
     return {storage, block != 0 ? block : storage->GetNamedBlock(IADefaultAccessorName)};
 }
 
-void IAAccessor::StoreInitValidation(IAOutputBlock* output) const {
-    output->WriteUInt32(accessorType);
-    output->WriteUInt32(GetIndexCount());
-    for (const IAIndex* const index : indices) output->WriteUInt32(index->UpdateTime());
+/// Asked for before a block is open: an index's mutex comes before those of its storage.
+std::vector<std::uint32_t> IAAccessor::IndexTimes() const {
+    std::vector<std::uint32_t> times(indices.size());
+    std::ranges::transform(indices, times.begin(), &IAIndex::UpdateTime);
+    return times;
 }
 
-bool IAAccessor::RestoreInitValidation(IAInputBlock* input, bool timesCount) const {
+void IAAccessor::StoreInitValidation(IAOutputBlock* output, std::span<const std::uint32_t> times) const {
+    output->WriteUInt32(accessorType);
+    output->WriteUInt32(GetIndexCount());
+    for (const std::uint32_t time : times) output->WriteUInt32(time);
+}
+
+/// Whether the tables are of these indexes, as they were at these times or, without any, at some time.
+bool IAAccessor::RestoreInitValidation(IAInputBlock* input, std::span<const std::uint32_t> times) const {
     if (input->ReadUInt32() != accessorType || input->ReadUInt32() != GetIndexCount()) return false;
-    bool same = true;
-    for (const IAIndex* const index : indices) same &= input->ReadUInt32() == index->UpdateTime();
-    return same || !timesCount;
+    std::vector<std::uint32_t> stored(indices.size());
+    for (std::uint32_t& time : stored) time = input->ReadUInt32();
+    return times.empty() || std::ranges::equal(stored, times);
 }
 
 void IAAccessor::StoreAt(Place place) {
+    const auto times = IndexTimes();
     IAOutputBlock output(place.storage, place.block, InitValidationSize() + InitsSize());
-    StoreInitValidation(&output);
+    StoreInitValidation(&output, times);
     StoringInits(&output);
 }
 
@@ -67,8 +78,9 @@ void IAAccessor::Initialize(IAStorage* storage, std::uint32_t block) {
     if (place.block == 0) {
         Initializing();
     } else {
+        const auto times = IndexTimes();
         IAInputBlock input(place.storage, place.block);
-        IAAssertion(RestoreInitValidation(&input, true), "invalid initialization", IAAccessorInitInvalid);
+        IAAssertion(RestoreInitValidation(&input, times), "invalid initialization", IAAccessorInitInvalid);
         RestoringInits(&input);
     }
     isInitialized = true;
@@ -77,8 +89,9 @@ void IAAccessor::Initialize(IAStorage* storage, std::uint32_t block) {
 bool IAAccessor::IsInitializationValid(IAStorage* storage, std::uint32_t block) {
     const Place place = FindPlace(storage, block);
     if (place.block == 0) return false;
+    const auto times = IndexTimes();
     IAInputBlock input(place.storage, place.block);
-    return RestoreInitValidation(&input, true);
+    return RestoreInitValidation(&input, times);
 }
 
 void IAAccessor::Update(IAStorage* storage, std::uint32_t block) {
@@ -89,8 +102,7 @@ void IAAccessor::Update(IAStorage* storage, std::uint32_t block) {
     } else {
         {
             IAInputBlock input(place.storage, place.block);
-            IAAssertion(RestoreInitValidation(&input, false), "invalid update operation",
-                        IAAccessorUpdateInvalid);
+            IAAssertion(RestoreInitValidation(&input, {}), "invalid update operation", IAAccessorUpdateInvalid);
             UpdatingInits(&input);
         }
         ExtendingInits();

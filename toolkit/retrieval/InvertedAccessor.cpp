@@ -36,8 +36,10 @@ void InvertedAccessor::Initializing() {
     std::uint32_t total = 0;
     for (InvertedIndex* const index : invertedIndices) total += index->GetDocCount();
     const Phase phase(total, progress);
+    Norms made;
+    normSum = normCount = 0;
     for (InvertedIndex* const index : invertedIndices) {
-        auto& norms = docNorms.emplace_back(index->GetMaxDocID(), std::uint8_t{0});
+        auto& norms = made.emplace_back(index->GetMaxDocID(), std::uint8_t{0});
         const auto infos = index->GetDocInfoIterator();
         while (const auto info = RecordOf<DocInfo>(infos->Next())) {
             if (info->GetDocID() >= norms.size()) continue;  // it was added a moment ago
@@ -47,6 +49,7 @@ void InvertedAccessor::Initializing() {
             progress.StepCheck(1);
         }
     }
+    docNorms = std::move(made);
     ComputeAverage();
 }
 
@@ -71,35 +74,41 @@ void InvertedAccessor::StoringInits(IAOutputBlock* output) {
     output->WriteUInt32(normCount);
 }
 
-void InvertedAccessor::ReadNorms(IAInputBlock* input, std::uint32_t stored, std::uint32_t room) {
+/// The stored norms of one index, with room for more.
+std::vector<std::uint8_t> InvertedAccessor::ReadNorms(IAInputBlock* input, std::uint32_t stored,
+                                                      std::uint32_t room) {
     IAAssertion(stored <= input->Remaining(), "accessor init invalid", IAAccessorInitInvalid);
-    auto& norms = docNorms.emplace_back(room, std::uint8_t{0});
+    std::vector<std::uint8_t> norms(room);
     input->ReadBuffer(norms.data(), stored);
+    return norms;
 }
 
-void InvertedAccessor::ReadSums(IAInputBlock* input) {
+void InvertedAccessor::TakeTables(Norms norms, IAInputBlock* input) {
     normSum = input->ReadUInt32();
     normCount = input->ReadUInt32();
+    docNorms = std::move(norms);
     ComputeAverage();
 }
 
 void InvertedAccessor::RestoringInits(IAInputBlock* input) {
     IAAssertion(docNorms.empty(), "docNorms alreay allocated!", IAAssertionFailure);
+    Norms read;
     for (InvertedIndex* const index : invertedIndices) {
         const std::uint32_t maxDocID = input->ReadUInt32();
         IAAssertion(maxDocID == index->GetMaxDocID(), "accessor init invalid", IAAccessorInitInvalid);
-        ReadNorms(input, maxDocID, maxDocID);
+        read.push_back(ReadNorms(input, maxDocID, maxDocID));
     }
-    ReadSums(input);
+    TakeTables(std::move(read), input);
 }
 
 void InvertedAccessor::UpdatingInits(IAInputBlock* input) {
     IAAssertion(docNorms.empty(), "docNorms alreay allocated!", IAAssertionFailure);
+    Norms read;
     for (InvertedIndex* const index : invertedIndices) {
         const std::uint32_t oldMaxDocID = input->ReadUInt32();
-        ReadNorms(input, oldMaxDocID, std::max(oldMaxDocID, index->GetMaxDocID()));
+        read.push_back(ReadNorms(input, oldMaxDocID, std::max(oldMaxDocID, index->GetMaxDocID())));
     }
-    ReadSums(input);
+    TakeTables(std::move(read), input);
 }
 
 /// Numbers that have no norm yet get one, but for those whose document has been deleted since.

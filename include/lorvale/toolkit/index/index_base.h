@@ -47,7 +47,8 @@ LORVALE_EXPORT void IAReadIndexTypes(IAStorage* storage, std::uint32_t rootBlock
 ///
 /// Initialize() or Open() comes first, once; everything raises "index not open" (IndexNotOpen) before.  Changes
 /// become visible to readers with Flush() and durable when the owner of the storage then commits it.  There is
-/// no close: deleting the index writes nothing.
+/// no close: deleting the index writes nothing.  One whose making or opening has raised is not open; it may be
+/// opened again.
 class LORVALE_EXPORT IAIndex : public IAObject {
 public:
     /// For a shared base: the class that is furthest down calls Constructing().
@@ -120,6 +121,22 @@ protected:
     virtual void Initializing();
 
     void CheckOpen() const;
+
+    /// Each level's Initialize() and Open() begin with one: what raises midway leaves the index as it was, not
+    /// open.
+    class LORVALE_EXPORT OpeningScope {
+    public:
+        explicit OpeningScope(IAIndex& ofIndex);
+        OpeningScope(const OpeningScope&) = delete;
+        OpeningScope& operator=(const OpeningScope&) = delete;
+        ~OpeningScope();
+
+    private:
+        const IALock lock;
+        IAIndex& index;
+        const bool wasOpen;
+        const int exceptions;
+    };
 
 private:
     void WriteRoot();

@@ -66,8 +66,9 @@ private:
     Place MakePlace(IAStorage* storage, std::uint32_t block) const;
     void StoreAt(Place place);
     std::uint32_t InitValidationSize() const { return 8 + 4 * GetIndexCount(); }
-    void StoreInitValidation(IAOutputBlock* output) const;
-    bool RestoreInitValidation(IAInputBlock* input, bool timesCount) const;
+    std::vector<std::uint32_t> IndexTimes() const;
+    void StoreInitValidation(IAOutputBlock* output, std::span<const std::uint32_t> times) const;
+    bool RestoreInitValidation(IAInputBlock* input, std::span<const std::uint32_t> times) const;
 
     bool isConstructed = false;
     bool isInitialized = false;

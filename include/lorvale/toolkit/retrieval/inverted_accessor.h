@@ -89,12 +89,13 @@ private:
     RankedHits Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms, const RankedProgressFn& fn,
                       std::uint32_t frequency);
     bool SetUpBoolean(Progress& progress);
-    void ReadNorms(IAInputBlock* input, std::uint32_t stored, std::uint32_t room);
-    void ReadSums(IAInputBlock* input);
+    using Norms = std::vector<std::vector<std::uint8_t>>;
+    static std::vector<std::uint8_t> ReadNorms(IAInputBlock* input, std::uint32_t stored, std::uint32_t room);
+    void TakeTables(Norms norms, IAInputBlock* input);
     void ComputeAverage();
 
-    std::vector<InvertedIndex*> invertedIndices;      // borrowed
-    std::vector<std::vector<std::uint8_t>> docNorms;  // one for each index; empty before it is initialized
+    std::vector<InvertedIndex*> invertedIndices;  // borrowed
+    Norms docNorms;                               // one for each index; empty before it is initialized
     float averageNorm = 0;
     std::uint32_t normCount = 0;
     std::uint32_t normSum = 0;
