@@ -1,5 +1,7 @@
 #include "lorvale/toolkit/retrieval/boolean_query.h"
 
+#include "toolkit/retrieval/WordPostings.h"
+
 namespace brindle {
 
 namespace {
@@ -84,10 +86,16 @@ void IABooleanQuery::WeighNodes(std::span<TermIndex* const> indices) {
 void IABooleanQuery::InitializeQuery(InvertedIndex& index, std::uint32_t i) {
     for (std::uint32_t n = 0; n < termNodes->Count(); ++n) {
         IABooleanQueryTermNode& node = (*termNodes)[n];
-        node.postingQueue = std::make_unique<FreqPSQueue>(*node.rankedQuery, index, i);
+        node.postings = std::make_unique<WordPostings>(*node.rankedQuery, index, i, *similarity);
         node.alreadyTrue = false;
     }
     tree->ResetMins();
+}
+
+bool IABooleanQuery::MayRepeatDocuments() const {
+    for (std::uint32_t n = 0; n < termNodes->Count(); ++n)
+        if ((*termNodes)[n].postings->MayRepeat()) return true;
+    return false;
 }
 
 std::uint32_t IABooleanQuery::GetMin() {

@@ -2,9 +2,11 @@
 
 #include "lorvale/toolkit/retrieval/boolean_query.h"
 #include "lorvale/toolkit/storage/exception.h"
+#include "toolkit/retrieval/WordPostings.h"
 
 namespace brindle {
 
+IABooleanQueryTermNode::IABooleanQueryTermNode(std::string_view ofWord) : word(ofWord) {}
 IABooleanQueryTermNode::~IABooleanQueryTermNode() = default;
 IABooleanQueryTermNodeList::~IABooleanQueryTermNodeList() = default;
 
@@ -54,7 +56,7 @@ std::uint32_t IAQueryTree::GetMin() {
 std::uint32_t IAQueryTree::ComputeMin() const {
     switch (op) {
         case IAOperator::Term:
-            return node->NextDocument();
+            return node->postings->Next();
         case IAOperator::Not:
             return left->GetMin();
         case IAOperator::Or:
@@ -73,40 +75,31 @@ void IAQueryTree::ResetMins() {
     if (right != nullptr) right->ResetMins();
 }
 
-bool IAQueryTree::Evaluate(std::uint32_t document, const Similarity& similarity, float& score,
-                           std::uint32_t& matchCount) {
+bool IAQueryTree::Evaluate(std::uint32_t document, float& score, std::uint32_t& matchCount) {
     if (document < min || min == NoMore) return false;
     if (op == IAOperator::Term) {
-        const bool found = node->Evaluate(document, similarity, score, matchCount);
-        min = node->NextDocument();
+        const bool found = node->Evaluate(document, score, matchCount);
+        min = node->postings->Next();
         return found;
     }
     min = 0;
     // Both sides are always looked at: both have to move on, and each word that matches counts.
-    const bool inLeft = left->Evaluate(document, similarity, score, matchCount);
-    const bool inRight = right->Evaluate(document, similarity, score, matchCount);
+    const bool inLeft = left->Evaluate(document, score, matchCount);
+    const bool inRight = right->Evaluate(document, score, matchCount);
     if (op == IAOperator::And) return inLeft && inRight;
     if (op == IAOperator::Or) return inLeft || inRight;
     return inLeft && !inRight;
 }
 
-std::uint32_t IABooleanQueryTermNode::NextDocument() const {
-    return postingQueue->IsEmpty() ? IAQueryTree::NoMore : postingQueue->First().posting.docID;
-}
-
 /// A word that stands twice in a query counts once.  A word of which the analysis makes two terms gives a
 /// document that holds both of them twice, once for each; so these are put away twice, and "!" may let the
 /// second one through. What programs have stored of such searches depends on it, so this stays.
-bool IABooleanQueryTermNode::Evaluate(std::uint32_t document, const Similarity& similarity, float& score,
-                                      std::uint32_t& matchCount) {
+bool IABooleanQueryTermNode::Evaluate(std::uint32_t document, float& score, std::uint32_t& matchCount) {
     if (alreadyTrue) return true;
-    while (NextDocument() < document) postingQueue->AdvanceFirst();
-    if (NextDocument() != document) return false;
-    const FreqPSHead& head = postingQueue->First();
-    const double inDocument = similarity.TermWeight(head.entry->scaleFactor, head.posting.freq);
-    score = static_cast<float>(score + inDocument * head.entry->weight);
+    postings->SkipTo(document);
+    if (postings->Next() != document) return false;
+    score = static_cast<float>(score + postings->Take());
     ++matchCount;
-    postingQueue->AdvanceFirst();
     alreadyTrue = true;
     return true;
 }

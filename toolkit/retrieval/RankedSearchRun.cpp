@@ -23,9 +23,7 @@ double LengthOfNorm(std::uint32_t norm) {
 
 RankedSearchRun::TermCursor::TermCursor(const RQEntry& ofEntry, InvertedIndex& index,
                                         const InvertedTermInfo& info, const Similarity& similarity)
-    : entry(&ofEntry), stream(index, IADeepCopyOf(info)) {
-    for (std::uint32_t freq = 0; freq < weights.size(); ++freq)
-        weights[freq] = double{similarity.TermWeight(entry->scaleFactor, freq)} * entry->weight;
+    : entry(&ofEntry), stream(index, IADeepCopyOf(info)), weights(ofEntry, similarity) {
     const double count = info.GetDocumentCount();
     const double total = std::max(double{similarity.GetTotalDocs()}, count);
     bm25Weight = entry->weight / entry->scaleFactor * std::log(1 + (total - count + 0.5) / (count + 0.5));
@@ -134,7 +132,7 @@ inline void RankedSearchRun::AddPosting(TermCursor& cursor, std::uint32_t slot, 
         const std::uint8_t norm = posting.docID < norms->size() ? (*norms)[posting.docID] : 0;
         weight = cursor.bm25Weight * (posting.freq * (kBM25k1 + 1)) / (posting.freq + bm25Lengths[norm]);
     } else {
-        weight = cursor.WeightOf(posting.freq, similarity);
+        weight = cursor.weights.Of(posting.freq);
     }
     sums[slot] = static_cast<float>(sums[slot] + weight);
     ++matchCounts[slot];
@@ -158,8 +156,7 @@ bool RankedSearchRun::EmptyWindow(std::uint32_t base) {
             const std::uint8_t norm = docID < norms->size() ? (*norms)[docID] : 0;
             if (norm == 0) continue;  // flushed after the accessor was initialized
             const float score = isBM25 ? sum : PivotedScore(sum, matchCount, norm);
-            if (isEager ? queue.Takes(score) : gate.size() < maxHits || gate.front() < score)
-                Offer(docID, score, MatchesOf(slot));
+            if (Takes(score)) Offer(docID, score, MatchesOf(slot));
         }
         if (isReporting && StepTo(base + word * 64 + 63)) {
             touched.fill(0);
@@ -243,12 +240,12 @@ bool RankedSearchRun::StepTo(std::uint32_t docID) {
 }
 
 bool RankedSearchRun::SearchBoolean(IABooleanQuery& query) {
-    isEager = true;  // a word of two terms gives a document twice
     Progress& steps = progress.Steps();
     const Phase phase(accessor.GetIndexCount(), steps);
     for (std::uint32_t i = 0; i < accessor.GetIndexCount(); ++i) {
         const auto scan = [&] {
             query.InitializeQuery(*index, i);
+            isEager = isEager || query.MayRepeatDocuments();
             return ScanTree(query);
         };
         if (SearchIndex(i, query.Count(), scan)) return true;
@@ -265,7 +262,7 @@ bool RankedSearchRun::ScanTree(IABooleanQuery& query) {
             const std::uint8_t norm = docID < norms->size() ? (*norms)[docID] : 0;
             if (norm != 0) {
                 score = PivotedScore(score, matchCount, norm);
-                if (queue.Takes(score)) Offer(docID, score, {});
+                if (Takes(score)) Offer(docID, score, {});
             }
         }
         if (isReporting && StepTo(docID)) return true;

@@ -9,6 +9,7 @@
 #include "toolkit/index/PostingStream.h"
 #include "toolkit/retrieval/HitQueue.h"
 #include "toolkit/retrieval/SearchProgress.h"
+#include "toolkit/retrieval/TermWeights.h"
 
 namespace brindle {
 
@@ -44,13 +45,9 @@ private:
     struct TermCursor {
         TermCursor(const RQEntry& ofEntry, InvertedIndex& index, const InvertedTermInfo& info,
                    const Similarity& similarity);
-        double WeightOf(std::uint32_t freq, const Similarity& scoring) const {
-            return freq < weights.size() ? weights[freq]
-                                         : double{scoring.TermWeight(entry->scaleFactor, freq)} * entry->weight;
-        }
         const RQEntry* entry;
         FreqPSImpl stream;
-        std::array<double, 10> weights;  // by frequency
+        TermWeights weights;
         double bm25Weight;
     };
     /// A posting in the window, kept where hits have to name their terms.
@@ -73,6 +70,10 @@ private:
     void AddPosting(TermCursor& cursor, std::uint32_t slot, FreqPosting posting);
     bool EmptyWindow(std::uint32_t base);
     float PivotedScore(float sum, std::uint32_t matchCount, std::uint8_t norm) const;
+    /// Whether a document of that score would be a hit, as far as is known now.
+    bool Takes(float score) const {
+        return isEager ? queue.Takes(score) : gate.size() < maxHits || gate.front() < score;
+    }
     void Offer(std::uint32_t docID, float score, std::span<const TermMatch> matches);
     std::span<const TermMatch> MatchesOf(std::uint32_t slot);
     void AddHit(const Candidate& candidate);

@@ -8,11 +8,13 @@
 #include <string_view>
 
 #include "lorvale/export.h"
-#include "lorvale/toolkit/retrieval/posting_queue.h"
+#include "lorvale/toolkit/index/inverted_index.h"
 #include "lorvale/toolkit/retrieval/query.h"
 #include "lorvale/toolkit/retrieval/query_parser.h"
 
 namespace brindle {
+
+class WordPostings;
 
 enum class IAOperator : std::uint8_t { Unset = 0, And = 1, Or = 2, Not = 3, Term = 4 };
 
@@ -20,7 +22,7 @@ enum class IAOperator : std::uint8_t { Unset = 0, And = 1, Or = 2, Not = 3, Term
 /// index that is searched now.
 class LORVALE_EXPORT IABooleanQueryTermNode : public IAStruct {
 public:
-    explicit IABooleanQueryTermNode(std::string_view ofWord) : word(ofWord) {}
+    explicit IABooleanQueryTermNode(std::string_view ofWord);
     ~IABooleanQueryTermNode() override;
 
     const std::string& GetWord() const { return word; }
@@ -34,14 +36,11 @@ private:
     friend class IABooleanQuery;
     friend class IAQueryTree;
 
-    /// The document of the next posting; IAQueryTree::NoMore at the end.
-    std::uint32_t NextDocument() const;
-    bool Evaluate(std::uint32_t document, const Similarity& similarity, float& score,
-                  std::uint32_t& matchCount);
+    bool Evaluate(std::uint32_t document, float& score, std::uint32_t& matchCount);
 
     const std::string word;
     std::unique_ptr<IARankedQuery> rankedQuery;
-    std::unique_ptr<FreqPSQueue> postingQueue;
+    std::unique_ptr<WordPostings> postings;
     bool alreadyTrue = false;  // of the document that is looked at
     float weight = 0;
 };
@@ -90,8 +89,7 @@ public:
     void ResetMins();
     /// Whether the document fulfils the query.  Adds the weights of the words that stand in it to `score` and
     /// counts them in `matchCount`.  Documents are asked for in ascending order.
-    bool Evaluate(std::uint32_t document, const Similarity& similarity, float& score,
-                  std::uint32_t& matchCount);
+    bool Evaluate(std::uint32_t document, float& score, std::uint32_t& matchCount);
 
 private:
     std::uint32_t ComputeMin() const;
@@ -129,8 +127,10 @@ public:
     /// IAQueryTree::GetMin(), for the next document.
     std::uint32_t GetMin();
     bool Evaluate(std::uint32_t document, float& score, std::uint32_t& matchCount) {
-        return tree->Evaluate(document, *similarity, score, matchCount);
+        return tree->Evaluate(document, score, matchCount);
     }
+    /// Whether a document may come several times in this index: for each term of a word that stands in it.
+    bool MayRepeatDocuments() const;
     void ResetMins() { tree->ResetMins(); }
 
 private:
