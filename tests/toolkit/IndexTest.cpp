@@ -246,7 +246,11 @@ TEST_F(IndexTest, OnlyTheSameKindOfIndexIsOpened) {
     t.FlushAndCommit();
     const std::uint32_t root = t.storage->TOC_Get(IADefaultIndexName);
     const Bytes before = *t.bytes;
-    const std::uint32_t at = t.storage->GetReadAddress(root);
+    std::uint32_t at = 0;
+    {
+        const IALock lock(t.storage->GetMutex());
+        at = t.storage->GetReadAddress(root);
+    }
     // The version before had no time.
     t.bytes->at(at + 15) = '5';
     t.bytes->erase(t.bytes->begin() + at + 16, t.bytes->begin() + at + 20);
