@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <thread>
@@ -139,9 +140,8 @@ WithoutPipeSignal::~WithoutPipeSignal() {
 std::optional<ChildProcess> ChildProcess::launch(const Setup& setup) {
     std::vector<std::string> words = {setup.path.substr(setup.path.rfind('/') + 1)};
     words.insert(words.end(), setup.arguments.begin(), setup.arguments.end());
-    std::vector<char*> arguments;
-    for (auto& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(words.size() + 1, nullptr);
+    std::ranges::transform(words, arguments.begin(), [](auto& word) { return word.data(); });
     SpawnPlan plan;
     attach(plan, setup);
     const auto flags = setup.terminal ? POSIX_SPAWN_SETSID : setup.hasOwnGroup ? POSIX_SPAWN_SETPGROUP : 0;
