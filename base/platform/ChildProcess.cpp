@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <limits>
 #include <thread>
 
 namespace lorvale {
@@ -105,6 +106,13 @@ void readSome(Descriptor& output, ByteBuffer* received) {
     if (received != nullptr) received->append(std::string_view(block.data(), static_cast<std::size_t>(count)));
 }
 
+/// For poll().
+int millisecondsTo(ChildProcess::Clock::time_point deadline) {
+    if (deadline == ChildProcess::Clock::time_point::max()) return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - ChildProcess::Clock::now());
+    return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, std::numeric_limits<int>::max()));
+}
+
 }  // namespace
 
 void Descriptor::close() {
@@ -165,11 +173,10 @@ bool ChildProcess::waitUntil(Clock::time_point deadline) {
     // The C library's name for it has no C linkage before version 2.37.
     const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, _pid, 0)));
     for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
         pollfd end{process.number(), POLLIN, 0};
-        if (left > 0) ::poll(&end, 1, static_cast<int>(left));
+        ::poll(&end, 1, millisecondsTo(deadline));
         if (!isRunning()) return true;
-        if (left <= 0) return false;
+        if (Clock::now() >= deadline) return false;
     }
 }
 
@@ -177,19 +184,27 @@ void ChildProcess::askToEnd() const {
     if (_pid != 0) ::kill(_pid, SIGTERM);
 }
 
-bool exchangeBytes(Descriptor input, std::string_view bytes, Descriptor output, ByteBuffer* received) {
+void ChildProcess::kill() const {
+    if (_pid != 0) ::kill(_pid, SIGKILL);
+}
+
+Exchange exchangeBytes(Descriptor input, std::string_view bytes, Descriptor output, ByteBuffer* received,
+                       const TaskLimits& limits) {
     const WithoutPipeSignal guard;
     makeNonBlocking(input);
     makeNonBlocking(output);
     if (bytes.empty()) input.close();
-    bool wasRead = true;
+    auto result = Exchange::done;
+    const auto before = received != nullptr ? received->size() : 0;
     while (input.isOpen() || output.isOpen()) {
         pollfd ends[] = {{input.number(), POLLOUT, 0}, {output.number(), POLLIN, 0}};
-        if (::poll(ends, 2, -1) < 0) continue;  // a signal
-        if (ends[0].revents != 0) wasRead = writeSome(input, bytes) && wasRead;
+        if (::poll(ends, 2, millisecondsTo(limits.deadline)) < 0) continue;  // a signal
+        if (ends[0].revents != 0 && !writeSome(input, bytes)) result = Exchange::inputNotRead;
         if (ends[1].revents != 0) readSome(output, received);
+        const bool isTooMuch = received != nullptr && received->size() - before > limits.mostOutput;
+        if (isTooMuch || ChildProcess::Clock::now() >= limits.deadline) return Exchange::limitPassed;
     }
-    return wasRead;
+    return result;
 }
 
 }  // namespace lorvale

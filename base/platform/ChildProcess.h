@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "lorvale/platform/subprocess.h"
 #include "lorvale/values/data.h"
 
 /// Starting programs, and moving bytes in and out of them.
@@ -84,6 +85,7 @@ public:
     /// False when it still runs at the deadline.
     bool waitUntil(Clock::time_point deadline);
     void askToEnd() const;
+    void kill() const;
 
 private:
     explicit ChildProcess(pid_t pid) : _pid(pid) {}
@@ -91,9 +93,12 @@ private:
     pid_t _pid;
 };
 
+enum class Exchange { done, inputNotRead, limitPassed };
+
 /// Writes all of the input and closes that, while it reads the output up to its end: with one behind the other
 /// a program that answers before it has read all would wait for us and we for it.  A descriptor that is not
-/// open counts as done.  False when the input is not read to its end; the output is, all the same.
-bool exchangeBytes(Descriptor input, std::string_view bytes, Descriptor output, ByteBuffer* received);
+/// open counts as done.  Where the input is not read to its end, the output is, all the same.
+Exchange exchangeBytes(Descriptor input, std::string_view bytes, Descriptor output, ByteBuffer* received,
+                       const TaskLimits& limits = {});
 
 }  // namespace lorvale

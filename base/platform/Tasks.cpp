@@ -78,7 +78,8 @@ bool runCommand(const std::string& path, std::span<const std::string> withArgume
     return true;
 }
 
-bool runPipe(std::span<const PipeCommand> commands, const Data* withInputFrom, ByteBuffer* andOutputTo) {
+bool runPipe(std::span<const PipeCommand> commands, const Data* withInputFrom, ByteBuffer* andOutputTo,
+             const TaskLimits& limits) {
     if (commands.empty()) return false;
     // One pipe in front of each program and one behind the last.
     std::vector<std::optional<Pipe>> pipes;
@@ -97,11 +98,14 @@ bool runPipe(std::span<const PipeCommand> commands, const Data* withInputFrom, B
         if (pipes[i]) pipes[i]->read.close();
         if (pipes[i + 1]) pipes[i + 1]->write.close();
     }
-    const bool wasRead =
+    const auto exchange =
         exchangeBytes(taken(pipes.front(), &Pipe::write), withInputFrom != nullptr ? withInputFrom->view() : "",
-                      taken(pipes.back(), &Pipe::read), andOutputTo);
-    for (std::size_t i = 0; i < tasks.size(); ++i) waitFor(tasks[i], commands[commands.size() - 1 - i].command);
-    return wasRead;
+                      taken(pipes.back(), &Pipe::read), andOutputTo, limits);
+    for (std::size_t i = 0; i < tasks.size(); ++i) {
+        if (exchange == Exchange::limitPassed) tasks[i].kill();
+        waitFor(tasks[i], commands[commands.size() - 1 - i].command);
+    }
+    return exchange == Exchange::done;
 }
 
 }  // namespace lorvale

@@ -167,6 +167,21 @@ TEST(RunPipe, PassesTheInputThroughAll) {
     EXPECT_TRUE(hasNoChildren());
 }
 
+TEST(RunPipe, EndsAllWhereALimitIsPassed) {
+    const PipeCommand endless[] = {{"/usr/bin/yes", {}}, {"/bin/sh", {"-c", "trap '' TERM; cat"}}};
+    ByteBuffer output;
+    EXPECT_FALSE(runPipe(endless, nullptr, &output, {.mostOutput = 100'000}));
+    EXPECT_LT(output.size(), 200'000U);
+    const PipeCommand silent[] = {{"/bin/sleep", {"20"}}};
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_FALSE(runPipe(silent, nullptr, &output, {.deadline = begin + 50ms}));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+    const PipeCommand exact[] = {{"/bin/echo", {"four"}}};
+    EXPECT_TRUE(runPipe(exact, nullptr, &output, {.mostOutput = 5}));
+    EXPECT_FALSE(runPipe(exact, nullptr, &output, {.mostOutput = 4}));
+    EXPECT_TRUE(hasNoChildren());
+}
+
 TEST(RunPipe, AsksAProgramThatGoesOnToEnd) {
     LogCapture log;
     setDebugLogging(true);

@@ -1,4 +1,6 @@
 #pragma once
+#include <chrono>
+#include <limits>
 #include <memory>
 #include <span>
 #include <string>
@@ -77,6 +79,12 @@ struct PipeCommand {
     std::vector<std::string> arguments;
 };
 
+/// How far a program may go that works on what a stranger has sent.
+struct TaskLimits {
+    std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
+    std::size_t mostOutput = std::numeric_limits<std::size_t>::max();  ///< bytes
+};
+
 /// Runs a program: writes all of the input, reads the output up to its end and appends it to the buffer. Either
 /// may be null: the program then reads from /dev/null, or writes where the host does.  Does not wait for the
 /// program to end.  Always true; a program that cannot be started is logged.
@@ -85,10 +93,10 @@ LORVALE_EXPORT bool runCommand(const std::string& path, std::span<const std::str
 
 /// Runs programs with the output of each as the input of the next one, likewise, and waits up to three seconds
 /// for each to end; one that goes on is asked to (SIGTERM), each second.  The calling thread's run loop turns
-/// meanwhile.  False for no commands, when one cannot be started, and when the input is not read to its end;
-/// what the programs answer themselves does not count.
+/// meanwhile.  False for no commands, when one cannot be started, when the input is not read to its end, and
+/// when a limit is passed, which ends all programs at once; what they answer themselves does not count.
 LORVALE_EXPORT bool runPipe(std::span<const PipeCommand> commands, const Data* withInputFrom,
-                            ByteBuffer* andOutputTo);
+                            ByteBuffer* andOutputTo, const TaskLimits& limits = {});
 
 template <class... Arguments>
 bool Subprocess::sendFormat(std::string_view text, const Arguments&... arguments) {
