@@ -104,5 +104,6 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/values/property_list.h
     include/lorvale/values/range.h
     include/lorvale/values/regular_expression.h
+    include/lorvale/values/rich_text.h
     include/lorvale/values/text.h
 )

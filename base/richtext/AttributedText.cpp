@@ -19,6 +19,8 @@ bool TextAttributes::has(TextAttribute attribute) const {
             return underline.has_value();
         case TextAttribute::paragraphStyle:
             return paragraphStyle.has_value();
+        case TextAttribute::link:
+            return link.has_value();
         case TextAttribute::attachment:
             return attachment != nullptr;
     }
@@ -35,6 +37,8 @@ void TextAttributes::remove(TextAttribute attribute) {
             return underline.reset();
         case TextAttribute::paragraphStyle:
             return paragraphStyle.reset();
+        case TextAttribute::link:
+            return link.reset();
         case TextAttribute::attachment:
             return attachment.reset();
     }
@@ -45,6 +49,7 @@ void TextAttributes::add(const TextAttributes& others) {
     if (others.foregroundColor) foregroundColor = others.foregroundColor;
     if (others.underline) underline = others.underline;
     if (others.paragraphStyle) paragraphStyle = others.paragraphStyle;
+    if (others.link) link = others.link;
     if (others.attachment != nullptr) attachment = others.attachment;
 }
 
@@ -229,6 +234,43 @@ void AttributedText::addAttributes(Range range, const TextAttributes& attributes
 
 void AttributedText::removeAttribute(Range range, TextAttribute attribute) {
     changeAttributes(range, [&](TextAttributes& present) { present.remove(attribute); });
+}
+
+void AttributedText::fixAttributes() {
+    fixParagraphStyles();
+    fixAttachments();
+}
+
+void AttributedText::fixParagraphStyles() {
+    // Only where a run begins inside a paragraph can the style be another one than before.
+    for (auto run = _runs.begin(); run != _runs.end();) {
+        const auto before = run == _runs.begin() ? run : std::prev(run);
+        const auto& style = before->second.attributes.paragraphStyle;
+        const auto start = run->second.byte;
+        if (start == 0 || _text[start - 1] == '\n' || run->second.attributes.paragraphStyle == style) {
+            ++run;
+            continue;
+        }
+        const auto newline = std::min(_text.find('\n', start), _text.size() - 1);
+        const auto rest = std::string_view(_text).substr(start, newline + 1 - start);
+        const Range range{run->first, characterCount(rest)};
+        changeAttributes(range, [style](TextAttributes& present) { present.paragraphStyle = style; });
+        run = _runs.lower_bound(range.end());
+    }
+}
+
+void AttributedText::fixAttachments() {
+    std::vector<Range> wrong;
+    for (const auto& run : runs()) {
+        if (run.attributes.attachment == nullptr) continue;
+        auto location = run.range.location;
+        for (const auto piece : split(run.text, kAttachmentCharacter)) {
+            const auto length = characterCount(piece);
+            if (length > 0) wrong.push_back({location, length});
+            location += length + 1;
+        }
+    }
+    for (const auto range : wrong) removeAttribute(range, TextAttribute::attachment);
 }
 
 // Attachments ------------------------------------------------------------------------------------------------

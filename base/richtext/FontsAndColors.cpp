@@ -69,6 +69,13 @@ void Font::setUserFixedPitch(Font font) {
     fonts.fixedPitch = std::move(font);
 }
 
+bool Font::isFixedPitchFamily(std::string_view family) {
+    constexpr auto kWords =
+        std::to_array<std::string_view>({"mono", "courier", "typewriter", "fixed", "consol"});
+    const auto name = asciiLowered(family);
+    return std::ranges::any_of(kWords, [&](auto word) { return name.find(word) != std::string::npos; });
+}
+
 std::optional<Color> Color::named(std::string_view name) {
     const auto found = std::ranges::find_if(
         kColors, [&](const auto& entry) { return equalIgnoringAsciiCase(entry.name, name); });

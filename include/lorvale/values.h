@@ -9,4 +9,5 @@
 #include "lorvale/values/property_list.h"
 #include "lorvale/values/range.h"
 #include "lorvale/values/regular_expression.h"
+#include "lorvale/values/rich_text.h"
 #include "lorvale/values/text.h"

@@ -6,10 +6,10 @@
 #include <utility>
 
 #include "base/text/Ascii.h"
+#include "base/text/NamedCharset.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/Base64Kernels.h"
-#include "mail/encoding/NamedCharset.h"
 
 namespace lorvale {
 

@@ -1,8 +1,8 @@
 #include "mail/encoding/MimeHeaderEncoding.h"
 
+#include "base/text/NamedCharset.h"
 #include "lorvale/mime.h"
 #include "mail/encoding/HeaderWords.h"
-#include "mail/encoding/NamedCharset.h"
 
 namespace lorvale {
 

@@ -1,8 +1,8 @@
+#include "base/text/NamedCharset.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/AddressLexer.h"
 #include "mail/encoding/EncodedWord.h"
 #include "mail/encoding/HeaderWords.h"
-#include "mail/encoding/NamedCharset.h"
 
 namespace lorvale {
 

@@ -2,10 +2,10 @@
 
 #include "base/text/Ascii.h"
 #include "base/text/Cursor.h"
+#include "base/text/NamedCharset.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/EncodedWord.h"
 #include "mail/encoding/HeaderWords.h"
-#include "mail/encoding/NamedCharset.h"
 
 namespace lorvale {
 

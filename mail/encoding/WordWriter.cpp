@@ -6,11 +6,11 @@
 
 #include "base/text/Ascii.h"
 #include "base/text/Cursor.h"
+#include "base/text/NamedCharset.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/Base64Kernels.h"
 #include "mail/encoding/EncodedWord.h"
-#include "mail/encoding/NamedCharset.h"
 
 namespace lorvale {
 

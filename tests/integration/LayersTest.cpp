@@ -44,7 +44,8 @@ const std::vector<std::vector<BaseFolder>> kBaseRanks = {
     {{"platform",
       {"lorvale/platform/notification.h", "lorvale/platform/paths.h", "lorvale/platform/run_loop.h",
        "lorvale/platform/subprocess.h", "lorvale/platform/thread.h", "lorvale/platform/user_"}},
-     {"richtext", {"lorvale/values/attributed_text.h", "lorvale/values/file_wrapper.h"}}},
+     {"richtext",
+      {"lorvale/values/attributed_text.h", "lorvale/values/file_wrapper.h", "lorvale/values/rich_text.h"}}},
 };
 
 /// Folders of mail/ that do not know each other, and the families of public headers that come with them.

@@ -25,6 +25,10 @@ struct LORVALE_EXPORT Font {
     static void setUser(Font font);
     static void setUserFixedPitch(Font font);
 
+    /// Whether a family is one of typewriters, by what such families are called: no list of the fonts of this
+    /// machine is asked.
+    [[nodiscard]] static bool isFixedPitchFamily(std::string_view family);
+
     friend bool operator==(const Font&, const Font&) = default;
 };
 
@@ -46,12 +50,13 @@ struct TabStop {
 struct ParagraphStyle {
     enum class Alignment { left = 0, right = 1, center = 2, justified = 3 };
     Alignment alignment = Alignment::left;
-    double firstLineHeadIndent = 0, headIndent = 0, tailIndent = 0;  ///< points
+    double firstLineHeadIndent = 0, headIndent = 0;  ///< points from the left margin
+    double tailIndent = 0;  ///< points from the left margin or, 0 and below, from the right one
     std::vector<TabStop> tabStops;
     friend bool operator==(const ParagraphStyle&, const ParagraphStyle&) = default;
 };
 
-enum class TextAttribute { font, foregroundColor, underline, paragraphStyle, attachment };
+enum class TextAttribute { font, foregroundColor, underline, paragraphStyle, link, attachment };
 
 /// What holds for a run of characters.  Attachments are the same when they are one object.
 struct LORVALE_EXPORT TextAttributes {
@@ -59,6 +64,8 @@ struct LORVALE_EXPORT TextAttributes {
     std::optional<Color> foregroundColor;
     std::optional<int> underline;  ///< 0 is none, 1 a single line
     std::optional<ParagraphStyle> paragraphStyle;
+    std::optional<std::string>
+        link;  ///< the address that the text leads to, as a document or letter brought it
     std::shared_ptr<const FileWrapper> attachment;
 
     bool has(TextAttribute attribute) const;
@@ -119,6 +126,10 @@ public:
     /// Calls `change` with the attributes of each run in the range, cut to it.
     void changeAttributes(Range range, const std::function<void(TextAttributes&)>& change);
 
+    /// Gives each paragraph, up to and with its newline, the style of its first character, and takes
+    /// attachments off characters other than kAttachmentCharacter.  Readers of documents end with this.
+    void fixAttributes();
+
     /// In the order of the text.
     std::vector<std::shared_ptr<const FileWrapper>> attachments() const;
     bool containsAttachments() const;
@@ -142,6 +153,8 @@ private:
     Run runAt(Runs::const_iterator run) const;
     Runs::iterator splitAt(std::size_t index);
     Range clipped(Range range) const;
+    void fixParagraphStyles();
+    void fixAttachments();
     std::size_t byteAt(std::size_t index) const;
     std::string_view textIn(Range range) const;
     void appendText(std::string_view text);

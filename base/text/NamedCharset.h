@@ -5,7 +5,7 @@
 
 #include "lorvale/values/encoding.h"
 
-/// Text in charsets by the names that mail gives them, as the standard dialect reads it.
+/// Text in charsets by the names that mail and HTML give them, read as generously as programs of today do.
 
 namespace lorvale {
 

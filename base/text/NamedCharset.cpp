@@ -1,4 +1,4 @@
-#include "mail/encoding/NamedCharset.h"
+#include "base/text/NamedCharset.h"
 
 #include <algorithm>
 #include <array>
