@@ -13,7 +13,6 @@ namespace lorvale {
 namespace {
 
 constexpr double kIndent = 24, kMarkWidth = 12;  // points
-constexpr std::size_t kLongestLink = 8192;       // a longer one leads nowhere
 constexpr int kMostIndents = 12;                 // levels that are still told apart
 
 std::string_view view(const unsigned char* text) {

@@ -573,7 +573,7 @@ void RtfReader::finishColors(std::size_t count) {
 void RtfReader::finishInstruction() {
     if (_instruction.size() == kLongestInstruction) return;  // half an address leads nowhere
     const auto link = linkInInstruction(_instruction);
-    if (!link.empty()) _state.link = std::make_shared<const std::string>(link);
+    if (!link.empty() && link.size() <= kLongestLink) _state.link = std::make_shared<const std::string>(link);
 }
 
 void RtfReader::finishGraphic() {

@@ -8,6 +8,9 @@
 
 namespace lorvale {
 
+/// In bytes, of what readers take for a link; RTF can still hold it when each of them is escaped.
+inline constexpr std::size_t kLongestLink = 4000;
+
 /// Puts an attributed text together from its start to its end, for readers of documents.  Text that comes under
 /// the same attributes is gathered, so many small pieces cost no more than few large ones.
 ///
