@@ -40,6 +40,7 @@ std::size_t place(std::map<Key, std::size_t>& places, const Key& key) {
 RtfWriter::RtfWriter(const AttributedText& text, const NameOfAttachment& nameOf)
     : _text(text), _nameOf(nameOf) {
     _text.fixAttributes();  // so that the style of a paragraph changes only where one begins
+    if (!_nameOf) _text.removeAllAttachments();
 }
 
 Data RtfWriter::write() {
@@ -168,7 +169,7 @@ void RtfWriter::writeFamily(std::string_view family) {
 }
 
 void RtfWriter::writeAttachments(const AttributedText::Run& run) {
-    const auto name = _nameOf ? _nameOf(run.attributes.attachment) : std::string();
+    const auto name = _nameOf(run.attributes.attachment);
     if (name.empty()) return;
     for (std::size_t i = 0; i < run.range.length; ++i) {
         _out.append("{{\\TarnGraphic ");

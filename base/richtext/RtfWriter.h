@@ -19,7 +19,8 @@ namespace lorvale {
 /// written without one, and so the document names no default font.
 class RtfWriter {
 public:
-    /// The name by which the document calls an attachment; an empty one leaves it out, and so does no function.
+    /// The name by which the document calls an attachment; an empty one leaves it out.  Without a function all
+    /// are left out.
     using NameOfAttachment = std::function<std::string(const std::shared_ptr<const FileWrapper>&)>;
 
     RtfWriter(const AttributedText& text, const NameOfAttachment& nameOf);
