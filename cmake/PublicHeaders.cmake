@@ -41,6 +41,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/store/message_store.h
     include/lorvale/store/opening_failure.h
     include/lorvale/store/store_class.h
+    include/lorvale/store/tarn_mbox.h
     include/lorvale/toolkit.h
     include/lorvale/toolkit/analysis.h
     include/lorvale/toolkit/analysis/analysis.h

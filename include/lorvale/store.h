@@ -6,3 +6,4 @@
 #include "lorvale/store/mailbox_index.h"
 #include "lorvale/store/message_cache.h"
 #include "lorvale/store/message_store.h"
+#include "lorvale/store/tarn_mbox.h"

@@ -4,54 +4,13 @@
 
 #include "base/files/FileSystem.h"
 #include "lorvale/message.h"
-#include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/store/berkeley_mbox.h"
+#include "mail/stores/AppendableBytes.h"
 #include "mail/stores/MboxContents.h"
 #include "mail/stores/MboxReplacement.h"
 
 namespace lorvale {
-
-namespace {
-
-/// A message as it stands in a mailbox, with an envelope line: header and body.
-struct MailboxBytes {
-    Data header, body;
-};
-
-/// Nullopt when either part cannot be had.  An envelope line is made only for headers that are there, or it
-/// would be taken for a message.
-std::optional<MailboxBytes> bytesForMailbox(Message& message) {
-    const auto headers = message.headers();
-    auto header = headers->encodedHeaders();
-    if (!header) return std::nullopt;
-    auto body = message.encodedBody();
-    if (!body) return std::nullopt;
-    if (!header->view().starts_with(kEnvelopeMark)) {
-        headers->appendFromSpaceIfMissing();
-        header = headers->encodedHeaders();
-        if (!header) return std::nullopt;
-    }
-    return MailboxBytes{std::move(*header), std::move(*body)};
-}
-
-/// The same, after a log line when it fails.
-std::optional<MailboxBytes> appendableBytes(Message& message) {
-    const auto headers = message.headers();
-    const bool wasLoaded = message.cachedDataSize() > headers->cachedDataSize() || headers->hasAllHeaders();
-    std::optional<MailboxBytes> bytes;
-    try {
-        bytes = bytesForMailbox(message);
-        if (!bytes) log("A message whose header or body cannot be had is not appended");
-    } catch (const NamedException& exception) {
-        log("A message cannot be appended: %@", exception.what());
-    }
-    // A whole mailbox may be on its way, so what only this has loaded goes again.
-    if (!wasLoaded && !headers->headersChanged()) message.flushCachedData();
-    return bytes;
-}
-
-}  // namespace
 
 void BerkeleyMbox::doCompact() {
     const auto all = allMessages();
@@ -109,7 +68,7 @@ bool BerkeleyMbox::_appendMessages(const MessageList& messages) {
         next.endLine();
         bool any = false;
         for (const auto& message : messages) {
-            const auto bytes = appendableBytes(*message);
+            const auto bytes = AppendableBytes::ofMessage(*message);
             if (!bytes) continue;
             next.writeMessage(bytes->header.view(), bytes->body.view());
             any = true;

@@ -21,6 +21,7 @@
 #include "mail/stores/MboxScan.h"
 #include "mail/stores/OpenStores.h"
 #include "mail/stores/StoreLock.h"
+#include "mail/stores/TarnCheck.h"
 
 namespace lorvale {
 
@@ -369,6 +370,9 @@ MailboxReport checkMailbox(std::string_view path) {
     } else if (files.exists(name + "/mbox")) {
         checkMboxFile(name + "/mbox", report);
         checkAttributes(name, report);
+        checkFilesOfTarnMbox(name, report);
+        Findings findings(report);
+        checkLock(name + '/', findings);
     } else {
         report.failure = name + ": a folder without a file \"mbox\" in it";
     }

@@ -64,6 +64,8 @@ public:
     explicit MboxContents(std::string path);
 
     const std::string& path() const { return _path; }
+    /// The open file, for who goes on with it; null for a missing one.
+    const std::shared_ptr<ReadableFile>& file() const { return _file; }
     bool exists() const { return _file != nullptr; }
     std::uint64_t size() const { return _size; }
     /// Whether messages can stand in the file; otherwise nobody would find one there.
@@ -106,7 +108,7 @@ private:
     bool continues(const MboxEntry& entry, const MboxEntry& earlier) const;
 
     const std::string _path;
-    const std::unique_ptr<ReadableFile> _file;  // null for a missing one
+    const std::shared_ptr<ReadableFile> _file;  // null for a missing one
     const FileAttributes _attributes;           // of the file when its end was reached
     const std::vector<MboxEntry> _entries;
     const std::uint64_t _size = 0;  // of what was read

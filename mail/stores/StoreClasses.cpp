@@ -30,6 +30,12 @@ DefaultClass& defaultClass() {
     return holder;
 }
 
+const RegisteredClass kTarnMbox(ClassRank::preferred, [] {
+    storeClasses().registerClass(TarnMbox::storeClass());
+    auto& holder = defaultClass();
+    const MutexLock lock(holder.mutex);
+    holder.storeClass = TarnMbox::storeClass();
+});
 const RegisteredClass kBerkeleyMbox(ClassRank::alternative,
                                     [] { storeClasses().registerClass(BerkeleyMbox::storeClass()); });
 const RegisteredClass kDataStore(ClassRank::withoutOrder, [] {

@@ -14,12 +14,11 @@
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
 #include "mail/model/CachedHeadersOfMany.h"
+#include "mail/stores/TarnNames.h"
 
 namespace lorvale {
 
 namespace {
-
-constexpr std::string_view kTableName = "table_of_contents", kMboxName = "mbox";
 
 TOCMessage& listed(const std::shared_ptr<Message>& message) {
     return static_cast<TOCMessage&>(*message);
@@ -193,7 +192,7 @@ private:
     std::unordered_set<const TOCMessage*> _taken;
 };
 
-bool TableOfContents::rebuildCacheFromStore(BerkeleyMbox& store) {
+std::optional<TableOfContents::Rebuilt> TableOfContents::rebuiltFromStore(BerkeleyMbox& store) const {
     OldRecords old(_messages);
     std::vector<std::shared_ptr<Message>> messages;
     const auto found = store.allMessages();
@@ -201,16 +200,20 @@ bool TableOfContents::rebuildCacheFromStore(BerkeleyMbox& store) {
     messages.reserve(found.size());
     for (const auto& message : found) {
         auto fresh = TOCMessage::TOCMessageFromMessage(*message);
-        if (fresh == nullptr) return false;
+        if (fresh == nullptr) return std::nullopt;
         const bool hasDate = message->headers()->knownDateReceived().has_value();
         auto record = old.take(*message, *fresh, fresh->messageID(), hasDate);
         places.push_back(fresh->mboxRange());
         messages.push_back(record != nullptr ? std::move(record) : std::move(fresh));
         message->setHeaders(nullptr);
     }
-    for (std::size_t i = 0; i < places.size(); ++i) listed(messages[i]).setMboxRange(places[i]);
-    setMessages(std::move(messages));
-    return true;
+    return Rebuilt{std::move(messages), std::move(places)};
+}
+
+void TableOfContents::adopt(Rebuilt rebuilt) {
+    for (std::size_t i = 0; i < rebuilt.places.size(); ++i)
+        listed(rebuilt.messages[i]).setMboxRange(rebuilt.places[i]);
+    setMessages(std::move(rebuilt.messages));
 }
 
 Data TableOfContents::cachedData(std::uint32_t stamp) const {

@@ -57,10 +57,17 @@ public:
     /// Of several with the same identifier the last one; null when there is none.
     std::shared_ptr<TOCMessage> messageForMessageID(std::string_view messageID);
 
+    /// A table made anew.
+    struct Rebuilt {
+        MessageList messages;
+        std::vector<MboxRange> places;  // of these
+    };
     /// The messages that a scan of the file has found, each with the old record of the same identity if there
     /// is one, so that its status stays; else with a new one, which counts as read.  The store is over the very
-    /// file.  False, and nothing changes, when another program has taken the bytes of a message away meanwhile.
-    bool rebuildCacheFromStore(BerkeleyMbox& store);
+    /// file.  Nullopt when another program has taken the bytes of a message away meanwhile.  The table and the
+    /// places in its records change with adopt().
+    std::optional<Rebuilt> rebuiltFromStore(BerkeleyMbox& store) const;
+    void adopt(Rebuilt rebuilt);
 
     /// The time that goes into the file: that of a file "mbox" which is as its owner knows it.
     static std::uint32_t stampOf(const FileAttributes& mbox);

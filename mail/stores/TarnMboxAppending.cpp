@@ -1,0 +1,265 @@
+/// A directory mailbox takes mail: at once, from the background, and what a crash has left.
+#include <utility>
+
+#include "base/files/FileSystem.h"
+#include "lorvale/message.h"
+#include "lorvale/platform/exception.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/platform/user_agent.h"
+#include "lorvale/store/tarn_mbox.h"
+#include "mail/stores/AppendableBytes.h"
+#include "mail/stores/FetchLog.h"
+#include "mail/stores/MboxAppender.h"
+#include "mail/stores/OpenMbox.h"
+#include "mail/stores/TableOfContents.h"
+#include "mail/stores/TarnNames.h"
+
+namespace lorvale {
+
+namespace {
+
+/// Appends one message and makes its record; null, after a log line, when it cannot be had or written.
+std::shared_ptr<TOCMessage> appendMessage(Message& message, MboxAppender& file, bool unread) {
+    const auto bytes = AppendableBytes::ofMessage(message);
+    if (!bytes) return nullptr;
+    const auto range = file.append(bytes->header.view(), bytes->body.view());
+    if (!range) {
+        log("failed to append message %@ (%@)", message.description(), file.status().text());
+        return nullptr;
+    }
+    auto record = std::make_shared<TOCMessage>(*range, TOCListing::ofHeaderBlock(bytes->header.view()));
+    record->setIsRead(!unread);
+    record->setIsDeleted(message.currentFlags()->isDeleted());
+    return record;
+}
+
+FileStatus removeIfThere(const std::string& path) {
+    auto& files = FileSystem::current();
+    return files.linkAttributes(path) ? files.remove(path) : FileStatus();
+}
+
+}  // namespace
+
+bool TarnMbox::syncAppendMessages(const MessageList& messages, bool setUnread) {
+    if (!mayChange()) return false;
+    if (messages.empty()) return true;
+    if (!_catchUp()) return false;
+    std::optional<FetchLog> fetchLog;
+    if (setUnread) fetchLog.emplace(messages.size(), displayName());
+    MboxAppender file(_mboxPath);
+    bool all = static_cast<bool>(file.status());
+    if (!all) log("%@", file.status().text());
+    Listed records;
+    for (const auto& message : messages) {
+        auto record = appendMessage(*message, file, setUnread);
+        if (fetchLog) fetchLog->add(*message, record != nullptr);
+        all = all && record != nullptr;
+        if (record != nullptr) records.push_back(std::move(record));
+    }
+    if (const auto finished = file.finish(); !finished) {
+        if (all) log("%@", finished.text());
+        all = false;
+    }
+    MessageList added;
+    if (_listTail(records, setUnread, added)) {
+        _appendDone(added);
+    } else if (_rebuildInMemory()) {
+        rebuildMessageLists();
+        structureDidChange();
+    }
+    return all;
+}
+
+/// The table learns what the file holds from the file itself, so that the two agree whatever became of an
+/// append, and whoever else has written there.
+bool TarnMbox::_listTail(const Listed& expected, bool unread, MessageList& added) {
+    const auto before = mbox();
+    const auto now = before != nullptr ? before->changed() : nullptr;
+    if (now == nullptr || now->size() > kLargestMbox) return false;
+    const auto last =
+        _toc->count() > 0 ? std::static_pointer_cast<TOCMessage>(_toc->messages().back()) : nullptr;
+    MboxRange lastRange = last != nullptr ? last->mboxRange() : MboxRange();
+    std::vector<std::shared_ptr<Message>> fresh;
+    auto next = expected.begin();
+    bool isFirst = last != nullptr, readable = true;
+    const bool scanned = now->scan(lastRange.location, [&](const MboxEntry& entry) {
+        if (std::exchange(isFirst, false)) {
+            lastRange = entry.range;
+            return;
+        }
+        while (next != expected.end() && (*next)->mboxRange().location < entry.range.location) ++next;
+        if (next != expected.end() && (*next)->mboxRange() == entry.range) {
+            fresh.push_back(*next);
+            return;
+        }
+        const auto header = now->read(entry.header());
+        readable = readable && header;
+        if (!header) return;
+        auto found = std::make_shared<TOCMessage>(entry.range, TOCListing::ofHeaderBlock(header->view()));
+        found->setIsRead(!unread);
+        fresh.push_back(std::move(found));
+    });
+    // The last message may have grown by what closes a line, never shrunk.
+    if (!scanned || !readable || isFirst || (last && lastRange.length < last->mboxRange().length)) return false;
+    for (const auto& message : fresh) message->setMessageStore(shared_from_this());
+    {
+        const MutexLock lock(_placesMutex);
+        if (last != nullptr && last->mboxRange() != lastRange) {
+            last->setMboxRange(lastRange);
+            _listsAreExact = false;
+        }
+        _mbox = now;
+    }
+    added = MessageList(std::move(fresh));
+    _toc->addMessages(added);
+    return true;
+}
+
+void TarnMbox::_appendDone(const MessageList& added) {
+    _listAppended(added);
+    structureDidChange();
+    addMessagesToIndex(added);
+    updateIndex();
+    _updateStoreAttributes();
+    NotificationCenter::defaultCenter().postNotification(MessageStoreAppendDone, weak_from_this().lock());
+}
+
+void TarnMbox::asyncAppendMessages(const MessageList& messages, bool) {
+    if (!mayChange()) return;
+    // Without messages nothing ever counts this down again, so that mail from the background waits for the next
+    // opening.  Callers never append nothing; a count that is too high loses no mail, one that is too low would
+    // take it in too early.
+    ++_numberOfAppends;
+    try {
+        _appends.emplace_back("append",
+                              [this, messages](const std::stop_token&) { safeAppendMessages(messages); });
+    } catch (const GenericException& exception) {
+        log("%@", exception.reason());
+        safeAppendMessages(messages);  // no thread is left, so in this one
+    }
+}
+
+bool TarnMbox::safeAppendMessages(const MessageList& messages) {
+    if (!mayChange()) return false;
+    if (messages.empty()) return true;
+    bool done = false;
+    {
+        const MutexLock lock(_lock);
+        try {
+            done = _unpackSpoolCopy(messages);
+        } catch (const std::exception& exception) {
+            log("fatal exception during append: %@", exception.what());
+        }
+    }
+    userAgentOrAbsent().postNotificationNameInMainThread(kThreadFetchFinished,
+                                                         std::make_shared<const std::string>(_storePath));
+    return done;
+}
+
+bool TarnMbox::_unpackSpoolCopy(const MessageList& messages) {
+    const auto mailPath = pathOf(kIncomingMailName), tablePath = pathOf(kIncomingTableName);
+    auto& files = FileSystem::current();
+    const bool isNew = !files.exists(mailPath);
+    // A table without its mail tells of mail that has been taken in.
+    if (auto removed = isNew ? removeIfThere(tablePath) : FileStatus(); !removed) {
+        log("%@", removed.text());
+        return false;
+    }
+    auto table = isNew ? nullptr : TableOfContents::initWithPath(tablePath);
+    if (table == nullptr) table = std::make_unique<TableOfContents>(tablePath);
+    MboxAppender file(mailPath);
+    bool all = static_cast<bool>(file.status());
+    if (!all) log("%@", file.status().text());
+    std::vector<std::shared_ptr<Message>> records;
+    for (const auto& message : messages) {
+        if (auto record = appendMessage(*message, file, /*unread=*/true)) {
+            records.push_back(std::move(record));
+        } else {
+            all = false;
+        }
+    }
+    table->addMessages(records);
+    auto status = file.finish();
+    if (status && isNew) status = files.syncFolder(_storePath);
+    if (!status) log("%@", status.text());
+    // The mail is on disk; without its table it is found by a scan.
+    table->flushToFile();
+    return all && status;
+}
+
+void TarnMbox::_finishedFetchingInThread(const Notification& notification) {
+    const auto path = std::static_pointer_cast<const std::string>(notification.object);
+    if (path == nullptr || *path != _storePath) return;
+    if (_numberOfAppends > 0) --_numberOfAppends;
+    if (_numberOfAppends > 0) return;
+    _appends.clear();  // they have ended or are about to
+    runLoggingExceptions("taking in fetched mail", [this] { finalizeAsyncAppend(); });
+}
+
+void TarnMbox::finalizeAsyncAppend() {
+    if (!mayChange() || !FileSystem::current().exists(pathOf(kIncomingMailName)) || !_catchUp()) return;
+    MessageList added;
+    bool done = false;
+    {
+        // No thread may add to the incoming files between their being read and removed.
+        const MutexLock lock(_lock);
+        done = _takeInSpool(added);
+    }
+    if (done) _appendDone(added);
+}
+
+bool TarnMbox::_takeInSpool(MessageList& added) {
+    const auto mailPath = pathOf(kIncomingMailName), tablePath = pathOf(kIncomingTableName);
+    auto& files = FileSystem::current();
+    FileStatus status;
+    const auto mail = files.openForReading(mailPath, &status);
+    MboxAppender file(_mboxPath);
+    const auto range = mail != nullptr ? file.appendFile(*mail) : std::nullopt;
+    if (mail != nullptr) status = file.status();
+    if (range) status = file.finish();
+    if (!range || !status) {
+        // It stays where it is, and is taken in the next time.
+        log("%@", status.text());
+        MessageList unlisted;
+        if (!_listTail({}, false, unlisted) && _rebuildInMemory()) rebuildMessageLists();
+        _listAppended(unlisted);
+        return false;
+    }
+    Listed records;
+    if (const auto table = TableOfContents::initWithPath(tablePath)) {
+        for (const auto& message : table->messages()) {
+            auto record = std::static_pointer_cast<TOCMessage>(message);
+            const auto place = record->mboxRange();
+            record->setMboxRange({place.location + range->location, place.length});
+            records.push_back(std::move(record));
+        }
+    }
+    if (!_listTail(records, /*unread=*/true, added)) {
+        if (!_rebuildInMemory()) return false;
+        rebuildMessageLists();
+    }
+    // Only when the status is on disk the place from which it could be had again may go; the table first, since
+    // it must not outlive its mail.
+    _toc->flushToFile(mbox()->known);
+    for (const auto& path : {tablePath, mailPath})
+        if (const auto removed = removeIfThere(path); !removed) log("%@", removed.text());
+    if (const auto synced = files.syncFolder(_storePath); !synced) log("%@", synced.text());
+    return true;
+}
+
+bool TarnMbox::_createSpoolCopyFromMessages(const MessageList& messages) {
+    if (!mayChange()) return false;
+    FileStatus status;
+    const auto file = FileSystem::current().openForWriting(pathOf(kSpoolCopyName), WriteMode::truncate,
+                                                           kMailboxPermissions, &status);
+    for (const auto& message : messages) {
+        const auto bytes = status ? message->messageData() : std::nullopt;
+        if (bytes) status = file->write(bytes->view());
+    }
+    if (status) status = file->sync();
+    if (status) status = file->close();
+    if (!status) log("%@", status.text());
+    return static_cast<bool>(status);
+}
+
+}  // namespace lorvale
