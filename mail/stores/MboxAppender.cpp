@@ -28,80 +28,76 @@ FileStatus MboxAppender::prepare(ReadableFile& file) {
     const auto first = trimmed(start->view());
     if (_position < kEnvelopeMark.size() && kEnvelopeMark.starts_with(first)) {
         // Not even the mark of a message, and so nobody's mail.
-        return _position > 0 ? cutBack(0) : FileStatus();
+        return _position == 0 || cutBack(0) ? FileStatus() : _status;
     }
     if (!first.empty() && !first.starts_with(trimmed(kEnvelopeMark)))
         return {EINVAL, formatText("%@ is no mailbox, so nothing is appended to it", _path)};
-    _tail = tail->toString();
-    if (!_tail.ends_with('\n')) write("\n\n");
-    return _status;
+    if (tail->view().ends_with('\n')) return {};
+    _waiting = "\n\n";
+    return flush() ? FileStatus() : _status;
 }
 
-void MboxAppender::write(std::string_view bytes) {
-    if (!_status || bytes.empty()) return;
-    if (bytes.size() > kLargestMbox - _position) {
-        _status = {EFBIG, formatText("%@ would grow above 4 GB", _path)};
-        return;
-    }
-    if (_status = _file->write(bytes); !_status) return;
-    _position += bytes.size();
-    _tail.append(bytes.substr(bytes.size() - std::min<std::size_t>(bytes.size(), 2)));
-    _tail.erase(0, _tail.size() - std::min<std::size_t>(_tail.size(), 2));
+bool MboxAppender::hasRoom(std::uint64_t size) {
+    if (_file == nullptr) return false;
+    if (size <= kLargestMbox - _position - _waiting.size()) return true;
+    _status = {EFBIG, formatText("%@ would grow above 4 GB", _path)};
+    return false;
 }
 
 std::optional<MboxRange> MboxAppender::append(std::string_view header, std::string_view body) {
-    if (_file == nullptr) return std::nullopt;
-    const auto start = _position;
-    _status = {};
-    write(header);
-    write(body);
-    return end(start);
+    constexpr std::size_t kPadding = 2;
+    if (!hasRoom(header.size() + body.size() + kPadding)) return std::nullopt;
+    const auto start = _waiting.size();
+    _waiting.append(header).append(body);
+    _waiting += mboxPadding(std::string_view(_waiting).substr(start));
+    return MboxRange{static_cast<std::uint32_t>(_position + start),
+                     static_cast<std::uint32_t>(_waiting.size() - start)};
+}
+
+bool MboxAppender::flush() {
+    if (_file == nullptr) return false;
+    if (_waiting.empty()) return true;
+    _status = _file->write(_waiting);
+    if (_status) _status = _file->sync();
+    if (_status) {
+        _position += _waiting.size();
+    } else if (!cutBack(_position)) {
+        _file.reset();
+    }
+    _waiting.clear();
+    return static_cast<bool>(_status);
 }
 
 std::optional<MboxRange> MboxAppender::appendFile(ReadableFile& mail) {
-    if (_file == nullptr) return std::nullopt;
     const auto start = _position;
-    std::vector<char> block(kMboxBlock);
-    _status = {};
-    while (_status) {
-        const auto count = mail.readInto(block, _position - start);
-        if (!count) {
-            _status = FileStatus::failed("read what is to be appended to", _path);
-        } else if (*count == 0) {
-            break;
-        } else {
-            write({block.data(), *count});
-        }
+    std::string tail;
+    std::vector<char> block(kEnough);
+    const auto add = [&](std::string_view bytes) {
+        if (!hasRoom(bytes.size())) return false;
+        _waiting.append(bytes);
+        return flush();
+    };
+    for (std::uint64_t offset = 0;;) {
+        const auto count = mail.readInto(block, offset);
+        if (!count) _status = FileStatus::failed("read what is to be appended to", _path);
+        const bool isEnd = count && *count == 0;
+        if (isEnd && add(mboxPadding(tail)))
+            return MboxRange{static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(_position - start)};
+        if (!count || isEnd || !add({block.data(), *count})) break;
+        offset += *count;
+        tail.append(block.data() + *count - std::min<std::size_t>(*count, 2), std::min<std::size_t>(*count, 2));
+        tail.erase(0, tail.size() - std::min<std::size_t>(tail.size(), 2));
     }
-    return end(start);
-}
-
-/// Ends what began at `start`: with an empty line, or not at all.
-std::optional<MboxRange> MboxAppender::end(std::uint64_t start) {
-    if (_position > start) write(mboxPadding(_tail));
-    if (_status) {
-        return MboxRange{static_cast<std::uint32_t>(start), static_cast<std::uint32_t>(_position - start)};
-    }
-    // The failure to tell is the first one; where it cannot be undone nothing more is written.
-    if (!cutBack(start)) _file.reset();
+    _waiting.clear();
+    if (_file != nullptr && !cutBack(start)) _file.reset();
     return std::nullopt;
 }
 
-FileStatus MboxAppender::cutBack(std::uint64_t position) {
-    auto status = _file->truncate(position);
-    if (status) status = _file->seek(position);
-    if (!status) return status;
+/// Takes away what stands behind a position; the failure to tell is the one before.
+bool MboxAppender::cutBack(std::uint64_t position) {
+    if (!_file->truncate(position) || !_file->seek(position)) return false;
     _position = position;
-    _tail = position == 0 ? "" : "\n\n";
-    return status;
-}
-
-FileStatus MboxAppender::finish() {
-    if (_file == nullptr) return _status;
-    auto status = _file->sync();
-    if (status) status = _file->close();
-    _file.reset();
-    return status;
+    return true;
 }
 
 }  // namespace lorvale

@@ -2,11 +2,13 @@
 #include <utility>
 
 #include "base/files/FileSystem.h"
+#include "base/files/PathUtils.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/user_agent.h"
 #include "lorvale/store/tarn_mbox.h"
+#include "lorvale/values/text.h"
 #include "mail/stores/AppendableBytes.h"
 #include "mail/stores/FetchLog.h"
 #include "mail/stores/MboxAppender.h"
@@ -18,19 +20,73 @@ namespace lorvale {
 
 namespace {
 
-/// Appends one message and makes its record; null, after a log line, when it cannot be had or written.
-std::shared_ptr<TOCMessage> appendMessage(Message& message, MboxAppender& file, bool unread) {
-    const auto bytes = AppendableBytes::ofMessage(message);
-    if (!bytes) return nullptr;
-    const auto range = file.append(bytes->header.view(), bytes->body.view());
-    if (!range) {
-        log("failed to append message %@ (%@)", message.description(), file.status().text());
-        return nullptr;
+/// Appends messages and makes their records.
+class Batch {
+public:
+    using Listed = std::vector<std::shared_ptr<TOCMessage>>;
+
+    Batch(MboxAppender& file, bool unread) : _file(file), _unread(unread) {}
+
+    void add(const std::shared_ptr<Message>& message) {
+        auto record = recordOf(*message);
+        _all = _all && record != nullptr;
+        if (record != nullptr) _waiting.emplace_back(message, std::move(record));
+        if (_file.isFull()) flush();
     }
-    auto record = std::make_shared<TOCMessage>(*range, TOCListing::ofHeaderBlock(bytes->header.view()));
-    record->setIsRead(!unread);
-    record->setIsDeleted(message.currentFlags()->isDeleted());
-    return record;
+    void flush() {
+        const bool written = _file.flush();
+        for (auto& [message, record] : _waiting) {
+            if (_fetchLog != nullptr) _fetchLog->add(*message, written);
+            if (written) {
+                records.push_back(std::move(record));
+            } else {
+                tellFailure(*message);
+            }
+        }
+        _waiting.clear();
+        _all = _all && written;
+    }
+    /// Whether every message is on disk, after the last flush().
+    bool all() const { return _all; }
+    void logTo(FetchLog* fetchLog) { _fetchLog = fetchLog; }
+
+    Listed records;  // of the messages that are on disk
+
+private:
+    /// Null, after a log line, when a message cannot be had or finds no room.
+    std::shared_ptr<TOCMessage> recordOf(Message& message) {
+        const auto bytes = AppendableBytes::ofMessage(message);
+        const auto range = bytes ? _file.append(bytes->header.view(), bytes->body.view()) : std::nullopt;
+        if (!range) {
+            if (bytes) tellFailure(message);
+            if (_fetchLog != nullptr) _fetchLog->add(message, false);
+            return nullptr;
+        }
+        auto record = std::make_shared<TOCMessage>(*range, TOCListing::ofHeaderBlock(bytes->header.view()));
+        record->setIsRead(!_unread);
+        record->setIsDeleted(message.currentFlags()->isDeleted());
+        return record;
+    }
+    void tellFailure(Message& message) const {
+        log("failed to append message %@ (%@)", message.description(), _file.status().text());
+    }
+
+    MboxAppender& _file;
+    const bool _unread;
+    FetchLog* _fetchLog = nullptr;
+    bool _all = true;
+    std::vector<std::pair<std::shared_ptr<Message>, std::shared_ptr<TOCMessage>>> _waiting;
+};
+
+/// Whether mail stands in an incoming file.  A kill may have left a piece that is not even the mark of a
+/// message.
+enum class Spool { mail, nothing, strange };
+Spool lookAtSpool(ReadableFile& file) {
+    const auto start = file.read(0, 4096);
+    if (!start) return Spool::strange;
+    const auto first = trimmed(start->view());
+    if (first.starts_with(trimmed(kEnvelopeMark))) return Spool::mail;
+    return kEnvelopeMark.starts_with(first) ? Spool::nothing : Spool::strange;
 }
 
 FileStatus removeIfThere(const std::string& path) {
@@ -47,27 +103,19 @@ bool TarnMbox::syncAppendMessages(const MessageList& messages, bool setUnread) {
     std::optional<FetchLog> fetchLog;
     if (setUnread) fetchLog.emplace(messages.size(), displayName());
     MboxAppender file(_mboxPath);
-    bool all = static_cast<bool>(file.status());
-    if (!all) log("%@", file.status().text());
-    Listed records;
-    for (const auto& message : messages) {
-        auto record = appendMessage(*message, file, setUnread);
-        if (fetchLog) fetchLog->add(*message, record != nullptr);
-        all = all && record != nullptr;
-        if (record != nullptr) records.push_back(std::move(record));
-    }
-    if (const auto finished = file.finish(); !finished) {
-        if (all) log("%@", finished.text());
-        all = false;
-    }
+    if (!file.status()) log("%@", file.status().text());
+    Batch batch(file, setUnread);
+    if (fetchLog) batch.logTo(&*fetchLog);
+    for (const auto& message : messages) batch.add(message);
+    batch.flush();
     MessageList added;
-    if (_listTail(records, setUnread, added)) {
+    if (_listTail(batch.records, setUnread, added)) {
         _appendDone(added);
     } else if (_rebuildInMemory()) {
         rebuildMessageLists();
         structureDidChange();
     }
-    return all;
+    return batch.all();
 }
 
 /// The table learns what the file holds from the file itself, so that the two agree whatever became of an
@@ -168,23 +216,16 @@ bool TarnMbox::_unpackSpoolCopy(const MessageList& messages) {
     auto table = isNew ? nullptr : TableOfContents::initWithPath(tablePath);
     if (table == nullptr) table = std::make_unique<TableOfContents>(tablePath);
     MboxAppender file(mailPath);
-    bool all = static_cast<bool>(file.status());
-    if (!all) log("%@", file.status().text());
-    std::vector<std::shared_ptr<Message>> records;
-    for (const auto& message : messages) {
-        if (auto record = appendMessage(*message, file, /*unread=*/true)) {
-            records.push_back(std::move(record));
-        } else {
-            all = false;
-        }
-    }
-    table->addMessages(records);
-    auto status = file.finish();
-    if (status && isNew) status = files.syncFolder(_storePath);
+    if (!file.status()) log("%@", file.status().text());
+    Batch batch(file, /*unread=*/true);
+    for (const auto& message : messages) batch.add(message);
+    batch.flush();
+    table->addMessages(std::vector<std::shared_ptr<Message>>(batch.records.begin(), batch.records.end()));
+    const auto status = isNew ? files.syncFolder(_storePath) : FileStatus();
     if (!status) log("%@", status.text());
     // The mail is on disk; without its table it is found by a scan.
     table->flushToFile();
-    return all && status;
+    return batch.all() && status;
 }
 
 void TarnMbox::_finishedFetchingInThread(const Notification& notification) {
@@ -213,11 +254,23 @@ bool TarnMbox::_takeInSpool(MessageList& added) {
     auto& files = FileSystem::current();
     FileStatus status;
     const auto mail = files.openForReading(mailPath, &status);
+    const auto contents = mail != nullptr ? lookAtSpool(*mail) : Spool::strange;
+    if (contents == Spool::nothing) {
+        for (const auto& path : {tablePath, mailPath})
+            if (const auto removed = removeIfThere(path); !removed) log("%@", removed.text());
+        return false;
+    }
+    if (mail != nullptr && contents == Spool::strange) {
+        // Whatever it is, it must stand neither in the mailbox nor in the way of mail to come.
+        const auto aside = uniquePath(mailPath + ".unreadable");
+        log("%@ holds no mail, and goes to %@", mailPath, aside);
+        if (const auto moved = files.rename(mailPath, aside); !moved) log("%@", moved.text());
+        return false;
+    }
     MboxAppender file(_mboxPath);
     const auto range = mail != nullptr ? file.appendFile(*mail) : std::nullopt;
-    if (mail != nullptr) status = file.status();
-    if (range) status = file.finish();
-    if (!range || !status) {
+    if (!range) {
+        if (mail != nullptr) status = file.status();
         // It stays where it is, and is taken in the next time.
         log("%@", status.text());
         MessageList unlisted;

@@ -87,7 +87,10 @@ TEST(MboxCheck, LooksIntoADirectoryMailbox) {
     writeFile(folder / "mbox", kGood);
     EXPECT_EQ(checkMailbox(folder.path().string()).messages, 1u);
     writeFile(folder / "Info.plist", "neither XML nor binary");
-    EXPECT_EQ(rulesBrokenIn(checkMailbox(folder.path().string())), "bad-attributes");
+    EXPECT_EQ(rulesBrokenIn(checkMailbox(folder.path().string())), "bad-attributes table-missing");
+    writeFile(folder / "table_of_contents", "neither");
+    writeFile(folder / "Incoming_Mail", kGood);
+    EXPECT_EQ(rulesBrokenIn(checkMailbox(folder.path().string())), "bad-attributes table-damaged! incoming");
     EXPECT_FALSE(checkMailbox((folder / "missing").string()));
 }
 

@@ -1,0 +1,211 @@
+/// A directory mailbox whose process is killed, or whose disk loses power or room, at every single change.
+#include <gmock/gmock.h>
+
+#include <set>
+
+#include "lorvale/platform/exception.h"
+#include "lorvale/platform/run_loop.h"
+#include "lorvale/platform/user_defaults.h"
+#include "tests/support/FailingFileSystem.h"
+#include "tests/support/StoreSupport.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+using namespace lorvale::testing;
+namespace fs = std::filesystem;
+
+const std::string kBody(3000, 'x');
+
+std::shared_ptr<Message> letter(std::string_view name) {
+    return Message::messageWithData(Data::copyOf(mboxMessage(name, kBody + "\n")));
+}
+
+/// What is done to a mailbox with the messages a* b cd e* (unread, deleted), and what must be there afterwards.
+struct Change {
+    const char* name;
+    std::function<bool(TarnMbox&)> make;  ///< whether it was reported as done
+    std::vector<std::string> added;       ///< there once that was reported
+    bool removesDeleted = false;
+    /// The names that only a power loss or kill in the middle of an overwriting may cost.
+    std::set<std::string> atRisk = {};
+    bool mayDouble = false;
+};
+
+bool compact(TarnMbox& store, const char* risky) {
+    UserDefaults::standard().setArgument("RiskyCompact", risky);
+    try {
+        store.doCompact();
+    } catch (const GenericException&) {
+        return false;
+    }
+    return store.totalCount() == 3;
+}
+
+const Change kChanges[] = {
+    {"ForegroundAppend",
+     [](TarnMbox& store) {
+         return store.syncAppendMessages({letter("new"), letter("newer")}, true);
+     },
+     {"new", "newer"}},
+    {"BackgroundAppend",
+     [](TarnMbox& store) {
+         return store.safeAppendMessages({letter("new")}) && store.safeAppendMessages({letter("newer")});
+     },
+     {"new", "newer"},
+     false,
+     {},
+     true},
+    {"Finalising",
+     [](TarnMbox& store) {
+         const bool reported = store.safeAppendMessages({letter("new"), letter("newer")});
+         store.finalizeAsyncAppend();
+         return reported;
+     },
+     {"new", "newer"},
+     false,
+     {},
+     true},
+    {"SafeCompaction", [](TarnMbox& store) { return compact(store, "NO"); }, {}, true},
+    {"RiskyCompaction", [](TarnMbox& store) { return compact(store, "YES"); }, {}, true, {"d", "e"}},
+    {"Rebuild",
+     [](TarnMbox& store) {
+         store.rebuildTableOfContents();
+         return true;
+     },
+     {}},
+    {"FlagFlush",
+     [](TarnMbox& store) {
+         store.close();
+         return true;
+     },
+     {}},
+};
+
+class DyingTarn : public ::testing::TestWithParam<Change> {
+protected:
+    static void make(const std::string& path) {
+        static const TemporaryFolder folder;
+        static const std::string original = [] {
+            auto first = (folder / "box.mbox").string();
+            const auto store = TarnMbox::initWithPath(first, true, false);
+            store->syncAppendMessages({letter("a")}, true);
+            store->syncAppendMessages({letter("b"), letter("c"), letter("d")}, false);
+            store->syncAppendMessages({letter("e")}, true);
+            store->deleteMessage(store->allMessages()[2]);
+            store->close();
+            return first;
+        }();
+        fs::copy(original, path, fs::copy_options::recursive);
+        fs::last_write_time(path + "/mbox", fs::last_write_time(original + "/mbox"));
+    }
+    void TearDown() override { UserDefaults::standard().removeArguments(); }
+
+    /// Opens the mailbox and looks at everything.
+    void examine(const std::string& path, bool reported, int allowed) const {
+        SCOPED_TRACE("at change " + std::to_string(allowed));
+        const auto store = TarnMbox::initWithPath(path);
+        ASSERT_TRUE(store && store->haveLock());
+        EXPECT_EQ(store->inconsistency(), "");
+        std::map<std::string, int> found;
+        for (const auto& message : store->allMessages()) {
+            const auto subject = message->headers()->subject();
+            if (!subject.starts_with("about ")) continue;  // a piece of what was never reported
+            const auto name = subject.substr(6);
+            if (bytesOf(*message) != mboxMessage(name, kBody + "\n")) continue;
+            ++found[name];
+            const auto flags = message->currentFlags();
+            const auto& risk = GetParam().atRisk;
+            if (std::string("abcde").find(name) == std::string::npos || risk.contains(name)) continue;
+            EXPECT_EQ(flags->isRead(), name != "a" && name != "e") << name;
+            EXPECT_EQ(flags->isDeleted(), name == "c") << name;
+        }
+        for (const auto* const name : {"a", "b", "d", "e"})
+            EXPECT_TRUE(found[name] == 1 || GetParam().atRisk.contains(name)) << name;
+        EXPECT_TRUE(found["c"] == 1 || GetParam().removesDeleted);
+        for (const auto& name : GetParam().added) {
+            EXPECT_TRUE(found[name] >= 1 || !reported) << name;
+            EXPECT_LE(found[name], GetParam().mayDouble ? 2 : 1) << name;
+        }
+        // It goes on from there.
+        EXPECT_TRUE(store->syncAppendMessages({letter("last")}, true));
+        EXPECT_EQ(bytesOf(*store->allMessages().back()), mboxMessage("last", kBody + "\n"));
+        EXPECT_EQ(store->inconsistency(), "");
+        store->close();
+    }
+};
+
+TEST_P(DyingTarn, LosesNothingWhenThePowerGoes) {
+    const LogCapture quiet;
+    bool done = false;
+    for (int allowed = 0; !done; ++allowed) {
+        const TemporaryFolder folder;
+        const std::string path = folder / "box.mbox";
+        make(path);
+        bool reported = false;
+        {
+            FailingFileSystem disk(static_cast<std::uint64_t>(allowed));
+            done = disk.survives([&] {
+                const auto store = TarnMbox::initWithPath(path);
+                disk.dieAtChange(allowed);
+                reported = GetParam().make(*store);
+                store->close();
+            });
+            disk.losePower();
+        }
+        fs::remove(path + "/.lock");  // of this very process, which lives
+        examine(path, reported, allowed);
+        ASSERT_LT(allowed, 100);
+    }
+}
+
+TEST_P(DyingTarn, LosesNothingWhenItsProcessIsKilled) {
+    const LogCapture quiet;
+    bool done = false;
+    for (int allowed = 0; !done; ++allowed) {
+        const TemporaryFolder folder;
+        const std::string path = folder / "box.mbox";
+        make(path);
+        done = survivesKillAtChange(allowed, [&] {
+            const auto store = TarnMbox::initWithPath(path);
+            if (store && GetParam().make(*store)) writeFile(folder / "reported", "");
+        });
+        examine(path, fs::exists(folder / "reported"), allowed);
+        ASSERT_LT(allowed, 100);
+    }
+}
+
+TEST_P(DyingTarn, ShowsWhatIsThereWhenTheDiskIsFull) {
+    int changes = 1;
+    for (int allowed = 0; allowed < changes; ++allowed) {
+        SCOPED_TRACE("full at change " + std::to_string(allowed));
+        const TemporaryFolder folder;
+        const std::string path = folder / "box.mbox";
+        const LogCapture log;
+        make(path);
+        auto store = TarnMbox::initWithPath(path);
+        bool reported = false;
+        {
+            FailingFileSystem disk;
+            if (allowed > 0) disk.failFromChange(allowed - 1, ENOSPC);
+            reported = GetParam().make(*store);
+            if (allowed == 0) changes = disk.changes() + 1;
+            if (!store->isClosed()) {
+                EXPECT_EQ(store->inconsistency(), "");
+                for (const auto& message : store->allMessages()) EXPECT_NE(bytesOf(*message), "(no bytes)");
+            }
+        }
+        store->close();
+        store = nullptr;
+        fs::remove(path + "/.lock");
+        examine(path, reported, allowed);
+    }
+    EXPECT_GT(changes, 2);
+}
+
+INSTANTIATE_TEST_SUITE_P(Changes, DyingTarn, ::testing::ValuesIn(kChanges),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+}  // namespace
+}  // namespace lorvale

@@ -1,0 +1,377 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <random>
+
+#include "lorvale/platform/exception.h"
+#include "lorvale/platform/run_loop.h"
+#include "lorvale/platform/user_defaults.h"
+#include "mail/stores/TOCMessage.h"
+#include "tests/mail/model/RealMail.h"
+#include "tests/support/PlainMbox.h"
+#include "tests/support/StoreSupport.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale {
+namespace {
+
+using namespace lorvale::testing;
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::shared_ptr<Message> letter(std::string_view name, std::string_view body = "hello\n") {
+    return Message::messageWithData(Data::copyOf(mboxMessage(name, body)));
+}
+
+/// "*d" behind the number in the subject: unread, deleted.
+std::string listing(MessageStore& store) {
+    std::string text;
+    for (const auto& message : store.allMessages()) {
+        const auto flags = message->currentFlags();
+        auto subject = message->headers()->subject();
+        text += (subject.size() > 6 ? subject.substr(6) : "?") + (flags->isRead() ? "" : "*") +
+                (flags->isDeleted() ? "d" : "") + " ";
+    }
+    return text;
+}
+
+class Tarn : public ::testing::Test {
+protected:
+    std::shared_ptr<TarnMbox> open(bool readOnly = false) { return TarnMbox::initWithPath(path, readOnly); }
+    std::shared_ptr<TarnMbox> made(std::initializer_list<const char*> names, bool unread = true) {
+        auto store = TarnMbox::initWithPath(path, true, false);
+        for (const auto* const name : names) EXPECT_TRUE(store->syncAppendMessages({letter(name)}, unread));
+        return store;
+    }
+    void append(std::string_view bytes) { std::ofstream(path + "/mbox", std::ios::app) << bytes; }
+    /// Until the store has taken in what was appended in the background.
+    static void runMainLoopUntil(MessageStore& store, std::size_t count) {
+        const auto deadline = RunLoop::Clock::now() + std::chrono::seconds(20);
+        while (store.totalCount() < count && RunLoop::Clock::now() < deadline)
+            RunLoop::main()->runOnce(deadline);
+        while (RunLoop::main()->dispatch()) continue;
+    }
+
+    const TemporaryFolder folder;
+    const std::string path = folder / "box.mbox";
+    LogCapture log;
+};
+
+TEST_F(Tarn, KeepsMailAndStatusFromOneOpeningToTheNext) {
+    {
+        const auto store = made({"a", "b", "c"});
+        EXPECT_EQ(MessageStore::storeForPath((folder / "other.mbox").string(), true)->className(), "TarnMbox");
+        EXPECT_EQ(store->displayName(), "box");
+        EXPECT_EQ(store->unreadCountAndSize().count, 3u);
+        store->setRead(true, store->allMessages()[1]);
+        store->deleteMessage(store->allMessages()[2]);
+        EXPECT_EQ(store->inconsistency(), "");
+        store->close();
+        EXPECT_FALSE(fs::exists(path + "/.lock"));
+    }
+    const auto info = *MessageStore::userInfoForPath(path);
+    EXPECT_EQ(info[MessageStoreUnreadCount].string(), "1");
+    EXPECT_EQ(info[MessageStoreDeletedCount].string(), "1");
+    EXPECT_EQ(info[MessageStoreTotalCount].string(), std::to_string(mboxMessage("c").size()))
+        << "where the size of what is deleted has always been written";
+    const auto store = open(/*readOnly=*/true);
+    EXPECT_EQ(listing(*store), "a* b cd ");
+    EXPECT_EQ(readFile(path + "/mbox"), mboxMessage("a") + mboxMessage("b") + mboxMessage("c"));
+    EXPECT_THAT(bytesOf(store->allMessages()),
+                ElementsAre(mboxMessage("a"), mboxMessage("b"), mboxMessage("c")));
+    EXPECT_EQ(store->allMessages()[0]->messageID(), "a@x.example_about a_1030020383");
+    EXPECT_EQ(store->messageForMessageID("a@x.example_about a_1030020383"), store->allMessages()[0]);
+    EXPECT_FALSE(store->haveLock());
+    EXPECT_FALSE(store->syncAppendMessages({letter("d")}, true));
+    store->deleteMessages(store->allMessages());
+    EXPECT_EQ(listing(*store), "a* b cd ") << "nothing changes without the lock";
+    EXPECT_THAT(log.take(), ElementsAre(HasSubstr("rebuilding table"), HasSubstr("rebuilding table")))
+        << "of two new mailboxes";
+}
+
+TEST_F(Tarn, OpensOnlyWhatItMay) {
+    EXPECT_EQ(open(), nullptr);
+    EXPECT_EQ(MessageStore::openingFailure().reason, OpeningFailure::Reason::missing);
+    EXPECT_EQ(TarnMbox::initWithPath(path, true, true), nullptr);
+    EXPECT_EQ(TarnMbox::willingnessToOpen(path), 0);
+    fs::create_directory(path);
+    EXPECT_FLOAT_EQ(TarnMbox::willingnessToOpen(path), 1.1F);
+    EXPECT_EQ(open(), nullptr) << "there is no mail in it";
+    EXPECT_FALSE(fs::exists(path + "/.lock")) << "a failed opening gives the lock back";
+    made({"a"})->close();
+    const auto first = open();
+    const auto second = open();
+    EXPECT_TRUE(second->isReadOnly());
+    {
+        WindowHost host;
+        EXPECT_EQ(open(), nullptr) << "the user would not";
+    }
+    first->syncAppendMessages({letter("b")}, true);
+    // So that the stamp is another one whatever the time of the day.
+    fs::last_write_time(path + "/mbox", fs::last_write_time(path + "/mbox") - std::chrono::seconds(5));
+    log.take();
+    EXPECT_EQ(open(true), nullptr) << "without the lock a stale table is not made anew";
+    EXPECT_THAT(log.take(), ElementsAre("No table of contents present, but mailbox is locked.  Can't open this "
+                                        "mailbox."));
+}
+
+TEST_F(Tarn, MakesItsTableAnewWhenThatIsStaleDamagedOrMissing) {
+    made({"a", "b"})->close();
+    const auto table = readFile(path + "/table_of_contents");
+    const auto reopenedWith = [&](const std::string& bytes) {
+        writeFile(path + "/table_of_contents", bytes);
+        const auto store = open();
+        EXPECT_EQ(store->inconsistency(), "");
+        return listing(*store);
+    };
+    EXPECT_EQ(reopenedWith(table), "a* b* ");
+    EXPECT_EQ(reopenedWith(table.substr(0, table.size() - 1)), "a b ");
+    EXPECT_EQ(reopenedWith(""), "a b ");
+    auto wild = table;
+    wild[32 + 4] = '\x7F';  // where the first message lies
+    EXPECT_EQ(reopenedWith(wild), "a* b* ") << "the record knows its status, if not the place";
+    auto few = table;
+    few[7] = '\1';
+    EXPECT_EQ(reopenedWith(few), "a* b ");
+    auto stale = table;
+    stale[8] = '\1';
+    append(mboxMessage("c"));
+    EXPECT_EQ(reopenedWith(stale), "a* b* c ") << "what has no record counts as read";
+    fs::remove(path + "/table_of_contents");
+    EXPECT_EQ(listing(*open()), "a b c ");
+    EXPECT_EQ(listing(*open(true)), "a b c ");
+}
+
+TEST_F(Tarn, ListsATailThatAKillLeft) {
+    made({"a"})->close();
+    const auto stamp = fs::last_write_time(path + "/mbox");
+    append(mboxMessage("b") + "From c@x.example Thu");
+    fs::last_write_time(path + "/mbox", stamp);
+    log.take();
+    const auto store = open();
+    EXPECT_THAT(log.take(), Not(::testing::Contains(HasSubstr("rebuilding")))) << "the tail alone was read";
+    EXPECT_EQ(store->totalCount(), 3u);
+    EXPECT_TRUE(store->syncAppendMessages({letter("d")}, true));
+    EXPECT_EQ(store->inconsistency(), "");
+    EXPECT_EQ(bytesOf(*store->allMessages()[2]), "From c@x.example Thu\n\n") << "no piece swallows the next";
+    EXPECT_EQ(bytesOf(*store->allMessages()[3]), mboxMessage("d"));
+}
+
+TEST_F(Tarn, TakesMailFromTheBackground) {
+    const auto store = made({"a"}, /*unread=*/false);
+    store->asyncAppendMessages({letter("b"), letter("c")}, true);
+    store->asyncAppendMessages({letter("d")}, true);
+    runMainLoopUntil(*store, 4);
+    EXPECT_EQ(store->totalCount(), 4u);
+    EXPECT_EQ(store->unreadCount(), 3u);
+    EXPECT_EQ(store->inconsistency(), "");
+    EXPECT_FALSE(fs::exists(path + "/Incoming_Mail"));
+    EXPECT_TRUE(store->safeAppendMessages({letter("e")}));
+    EXPECT_EQ(store->totalCount(), 4u) << "lists are the main thread's";
+    store->close();
+    const auto incoming = readFile(path + "/Incoming_Mail");
+    EXPECT_EQ(incoming, mboxMessage("e"));
+    fs::remove(path + "/Incoming_Table_of_Contents");
+    const auto again = open();
+    EXPECT_THAT(listing(*again), HasSubstr("e* ")) << "also without a table";
+    EXPECT_EQ(again->inconsistency(), "");
+    EXPECT_FALSE(fs::exists(path + "/Incoming_Mail"));
+    // An incoming table whose mail is gone must not speak for other mail.
+    writeFile(path + "/Incoming_Table_of_Contents", "");
+    EXPECT_TRUE(again->_createSpoolCopyFromMessages(again->allMessages()));
+    EXPECT_EQ(readFile(path + "/CopyOfSpoolFile"), readFile(path + "/mbox"));
+}
+
+class Compacting : public Tarn, public ::testing::WithParamInterface<bool> {
+protected:
+    void SetUp() override { UserDefaults::standard().setArgument("RiskyCompact", GetParam() ? "YES" : "NO"); }
+    void TearDown() override { UserDefaults::standard().removeArguments(); }
+};
+INSTANTIATE_TEST_SUITE_P(Ways, Compacting, ::testing::Bool(),
+                         [](const auto& each) { return each.param ? "Risky" : "Safe"; });
+
+TEST_P(Compacting, TakesOutWhatIsDeletedAndItsAttachments) {
+    const auto store = made({"a", "b", "c", "d"});
+    const auto withAttachment = [&](std::string_view name, std::string_view reference) {
+        auto bytes = mboxMessage(name);
+        bytes.insert(bytes.find("Subject"), "Mime-Reference: " + std::string(reference) + "\n");
+        store->syncAppendMessages({Message::messageWithData(Data::copyOf(bytes))}, false);
+    };
+    withAttachment("e", "own");
+    withAttachment("f", "../outside");
+    withAttachment("g", "shared");
+    withAttachment("h", "shared");
+    for (const auto* const name : {"box.mbox/own", "outside", "box.mbox/shared"})
+        fs::create_directories(folder / name / "x");
+    const auto all = store->allMessages();
+    const auto gone = all[1];
+    store->deleteMessages({all[6], all[1], all[4], all[5]});
+    store->deleteMessage(all[1]);
+    EXPECT_EQ(store->deletedCountAndSize().count, 4u) << "not counted twice";
+    store->doCompact();
+    EXPECT_EQ(listing(*store), "a* c* d* h ");
+    EXPECT_EQ(store->inconsistency(), "");
+    EXPECT_THAT(bytesOf(MessageList{all[0], all[2], all[3]}),
+                ElementsAre(mboxMessage("a"), mboxMessage("c"), mboxMessage("d")));
+    EXPECT_EQ(bytesOf(*gone), "(no store)");
+    EXPECT_EQ(store->deletedCountAndSize(), CountAndSize());
+    EXPECT_FALSE(store->undeleteLastDeletedMessages());
+    RunLoop::main()->runFor(std::chrono::milliseconds(GetParam() ? 1100 : 10));
+    EXPECT_FALSE(fs::exists(folder / "box.mbox/own"));
+    EXPECT_TRUE(fs::exists(folder / "outside") && fs::exists(folder / "box.mbox/shared"));
+    store->deleteMessage(all[0]);
+    store->doCompact();
+    EXPECT_EQ(readFile(path + "/mbox").substr(0, 12), "From c@x.exa");
+    store->close();
+    EXPECT_EQ(listing(*open(true)), "c* d* h ");
+}
+
+TEST_F(Tarn, RefusesBytesThatAreNotThereAnyMore) {
+    const auto store = made({"a", "b", "c"});
+    const auto whole = readFile(path + "/mbox");
+    const auto other = mboxMessage("x") + mboxMessage("b") + mboxMessage("z");
+    { std::fstream(path + "/mbox", std::ios::in | std::ios::out) << other; }
+    EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre("(no bytes)", mboxMessage("b"), "(no bytes)"));
+    fs::resize_file(path + "/mbox", whole.size() / 2);
+    EXPECT_EQ(bytesOf(*store->allMessages()[2]), "(no bytes)");
+    // What is on disk is what counts when the store writes the next time.
+    EXPECT_FALSE(store->syncAppendMessages({letter("d"), store->allMessages()[2]}, true));
+    EXPECT_EQ(store->inconsistency(), "");
+    EXPECT_THAT(listing(*store), HasSubstr("d* "));
+    fs::rename(path + "/mbox", path + "/away");
+    EXPECT_FALSE(store->syncAppendMessages({letter("e")}, true));
+    EXPECT_FALSE(fs::exists(path + "/mbox")) << "a mailbox is not begun beside one that went";
+}
+
+TEST_F(Tarn, RemembersStatusByIdentity) {
+    const auto store = made({"a", "same", "same", "b"});
+    store->setRead(true, store->allMessages()[1]);
+    const auto midnight = "From m@x.example Thu Jan  1 00:00:00 1970\nFrom: m\nSubject: about m\n\n";
+    store->syncAppendMessages({Message::messageWithData(Data::copyOf(midnight))}, true);
+    store->rebuildTableOfContents();
+    EXPECT_EQ(listing(*store), "a* same same* b* m* ");
+    append(mboxMessage("c"));
+    writeFile(path + "/mbox", mboxMessage("first") + readFile(path + "/mbox"));
+    store->rebuildTableOfContents();
+    EXPECT_EQ(listing(*store), "first a* same* same b* m* c ")
+        << "of two that are alike and moved the last wins";
+    EXPECT_EQ(store->inconsistency(), "");
+    EXPECT_THAT(log.lines(), ::testing::Contains("Warning: two messages in one mailbox have the same ID!"));
+}
+
+/// A model of what a mailbox should hold.
+struct Model {
+    struct Letter {
+        std::string bytes;
+        bool unread, deleted;
+    };
+    std::vector<Letter> letters;
+};
+
+TEST_F(Tarn, DoesWhatAPlainModelDoes) {
+    const auto seed = std::random_device()();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    Model model;
+    auto store = TarnMbox::initWithPath(path, true, false);
+    int serial = 0;
+    for (int step = 0; step < 150; ++step) {
+        const auto all = store->allMessages();
+        const auto pick = [&] { return random() % model.letters.size(); };
+        const auto kind = random() % 10;
+        if (kind < 3) {
+            const bool unread = random() % 2 != 0;
+            std::vector<std::shared_ptr<Message>> fresh;
+            for (auto count = 1 + random() % 3; count > 0; --count) {
+                const auto bytes =
+                    mboxMessage(std::to_string(serial++), std::string(random() % 2000, 'x') + "\n");
+                model.letters.push_back({bytes, kind == 0 || unread, false});
+                fresh.push_back(Message::messageWithData(Data::copyOf(bytes)));
+            }
+            if (kind == 0) {
+                store->asyncAppendMessages(fresh, true);
+                runMainLoopUntil(*store, model.letters.size());
+            } else {
+                ASSERT_TRUE(store->syncAppendMessages(fresh, unread));
+            }
+        } else if (kind == 8) {
+            UserDefaults::standard().setArgument("RiskyCompact", random() % 2 != 0 ? "YES" : "NO");
+            store->doCompact();
+            std::erase_if(model.letters, [](const auto& each) { return each.deleted; });
+        } else if (kind == 9) {
+            if (random() % 2 != 0) store->rebuildTableOfContents();
+            store->close();
+            store = open();
+            for (auto& each : model.letters) each.unread = each.unread && !each.deleted;
+        } else if (!model.letters.empty()) {
+            const auto index = pick();
+            auto& own = model.letters[index];
+            const MessageList one{all[index]};
+            if (kind < 5) {
+                own.unread = random() % 2 != 0;
+                store->setRead(!own.unread, one);
+            } else if (own.deleted) {
+                store->undeleteMessages(one);
+                own.deleted = false;
+            } else {
+                store->deleteMessages(one);
+                own.deleted = true;
+                own.unread = false;
+            }
+        }
+        ASSERT_EQ(store->inconsistency(), "") << "step " << step << " kind " << kind;
+        const auto now = store->allMessages();
+        ASSERT_EQ(now.size(), model.letters.size());
+        std::size_t unread = 0, deleted = 0;
+        for (std::size_t i = 0; i < now.size(); ++i) {
+            const auto& expected = model.letters[i];
+            ASSERT_EQ(bytesOf(*now[i]), expected.bytes);
+            ASSERT_EQ(now[i]->currentFlags()->isRead(), !expected.unread)
+                << "step " << step << " message " << i;
+            ASSERT_EQ(now[i]->currentFlags()->isDeleted(), expected.deleted);
+            unread += expected.unread && !expected.deleted ? 1 : 0;
+            deleted += expected.deleted ? 1 : 0;
+        }
+        ASSERT_EQ(store->unreadCount(), unread) << "step " << step << " kind " << kind;
+        ASSERT_EQ(store->deletedCountAndSize().count, deleted) << "step " << step << " kind " << kind;
+        ASSERT_EQ(store->filteredMessages().size(), now.size() - deleted);
+    }
+    UserDefaults::standard().removeArguments();
+}
+
+TEST_F(Tarn, KeepsRealMail) {
+    const auto shared = sharedData();
+    if (!shared) GTEST_SKIP() << "the folder of real mail is not there";
+    const std::string source = folder / "source";
+    writeFile(source, unpacked(*shared / "large/english-4k.mbox.xz"));
+    if (fs::file_size(source) == 0) GTEST_SKIP() << "xz is not there";
+    const auto from = BerkeleyMbox::initWithPath(source, true);
+    std::vector<std::string> expected;
+    {
+        const auto store = TarnMbox::initWithPath(path, true, false);
+        for (const std::size_t count : {4150u, 4150u, 1700u}) {
+            const auto all = from->allMessages().toVector();
+            const MessageList some(std::vector(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count)));
+            ASSERT_TRUE(store->syncAppendMessages(some, true));
+            for (auto& bytes : bytesOf(some)) expected.push_back(bytes + std::string(mboxPadding(bytes)));
+        }
+        std::vector<std::shared_ptr<Message>> read;
+        for (std::size_t i = 0; i < store->totalCount(); i += 3) read.push_back(store->allMessages()[i]);
+        store->setRead(true, MessageList(read));
+        EXPECT_EQ(store->inconsistency(), "");
+        store->close();
+    }
+    const auto store = open(true);
+    ASSERT_EQ(store->totalCount(), 10'000u);
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        ASSERT_EQ(bytesOf(*store->allMessages()[i]), expected[i]) << i;
+        ASSERT_EQ(store->allMessages()[i]->currentFlags()->isRead(), i % 3 == 0) << i;
+    }
+    EXPECT_EQ(store->inconsistency(), "");
+}
+
+}  // namespace
+}  // namespace lorvale
