@@ -54,7 +54,11 @@ protected:
 TEST_F(DamagedBTree, HeaderThatNoTreeHas) {
     Write({2, 32, 1, 1, 64}, {{2, 0, {{0, "a"}}}});
     EXPECT_EQ(FailureOfOpen(), "VSIV btree header out of range");
-    Write({2, 1, 1, 1, 64}, {});
+    Write({2, 31, 1, 1, 64}, {});
+    EXPECT_EQ(FailureOfOpen(), "VSIV btree root of the wrong kind");
+    Write({2, 1, 1, 1, 64}, {{2, 3, {}}});
+    EXPECT_EQ(FailureOfOpen(), "VSIV btree root of the wrong kind") << "an interior root without entries";
+    Write({2, 1, 1, 1, 64}, {{2, 0, {{0, "a"}}}});
     EXPECT_EQ(FailureOfOpen(), "VSIV btree root of the wrong kind");
     EXPECT_THAT(Violations(), Contains(HasSubstr("is a leaf above the lowest level")));
     Write({0, 0, 0, 0, 64}, {});

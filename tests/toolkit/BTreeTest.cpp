@@ -37,6 +37,11 @@ TEST_F(BTreeTest, LargestEntryIsHalfOfAPage) {
     EXPECT_FALSE(t.Put("k", value));
     EXPECT_EQ(failureOf([&] { t.Put("k", value + "!"); }), "VSBE Ordered Storable Set Entry Too Big");
     EXPECT_THAT(MembersOf(*t.tree), ElementsAre(Pair("k", value)));
+    t.Put("l", value);
+    t.Put("m", "12345");
+    EXPECT_EQ(t.tree->TotalSize(), 4096u + 20u) << "they fill one page to the last byte";
+    t.Put("m", "123456");
+    EXPECT_EQ(t.tree->TotalSize(), 3 * 4096u + 20u);
 }
 
 TEST_F(BTreeTest, ObjectThatLiesAboutItsSizeStaysOut) {
@@ -90,6 +95,9 @@ TEST_F(BTreeTest, DestroyLeavesNothingInTheStorage) {
     t.storage->Commit();
     EXPECT_EQ(t.storage->TotalSpace() - t.storage->FreeSpace(), usedBefore);
     EXPECT_EQ(failureOf([&] { second.Flush(); }), "QFLT invalid btree!");
+    EXPECT_EQ(second.Count(), 0u);
+    second.Initialize(t.storage.get(), t.storage->Allocate(), false);
+    EXPECT_EQ(second.Check().violations, std::vector<std::string>()) << "made anew";
 }
 
 TEST_F(BTreeTest, OpensOnceAndOnlyAsTheStreamAllows) {

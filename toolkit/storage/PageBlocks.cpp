@@ -1,6 +1,7 @@
 #include "toolkit/storage/PageBlocks.h"
 
 #include <algorithm>
+#include <array>
 #include <span>
 #include <utility>
 
@@ -13,33 +14,46 @@ namespace brindle {
 
 namespace {
 
-/// Reads the first `most` bytes of a block, as many as there are.  Its space is a claim until they have been
-/// read: the memory follows what the store really has, step by step.
-IAVector<std::uint8_t> ReadBlock(IAStorage& storage, std::uint32_t id, IAStoreStream& stream,
-                                 std::uint32_t most) {
-    std::uint32_t address = 0;
-    std::uint32_t size = 0;
-    {
-        const IALock lock(storage.GetMutex());
-        address = storage.GetReadAddress(id);
-        size = storage.GetBlockSize(id);
+/// The first bytes of a block, as many as there are.
+class BlockBytes {
+public:
+    BlockBytes(IAStorage& storage, std::uint32_t id, IAStoreStream& stream, std::uint32_t most) {
+        std::uint32_t address = 0;
+        std::uint32_t size = 0;
+        {
+            const IALock lock(storage.GetMutex());
+            address = storage.GetReadAddress(id);
+            size = storage.GetBlockSize(id);
+        }
+        const IALock lock(stream.GetMutex());
+        stream.SetPosition(address, size);  // what somebody's failed write left in the buffer comes first
+        const std::uint32_t wanted = std::min(size, most);
+        if (wanted <= usual.size())
+            bytes = std::span(usual).first(std::min(stream.Read(address, usual.data(), wanted), wanted));
+        else
+            ReadMany(stream, address, wanted);
     }
-    const IALock lock(stream.GetMutex());
-    stream.SetPosition(address, size);  // what somebody's failed write left in the buffer comes first
-    constexpr std::uint32_t kStep = 16 * IADiskBlockSize;
-    const std::uint32_t wanted = std::min(size, most);
-    IAVector<std::uint8_t> bytes;
-    std::uint32_t have = 0;
-    for (bool more = true; more && have < wanted;) {
-        const std::uint32_t want = std::min(wanted - have, std::max(kStep, have));
-        bytes.resize(have + want);
-        const std::uint32_t got = stream.Read(address + have, bytes.data() + have, want);
-        have += std::min(got, want);
-        more = got == want;
+    std::span<const std::uint8_t> Bytes() const { return bytes; }
+
+private:
+    /// The space of a block is a claim until its bytes have been read: the memory follows what the store really
+    /// has, step by step.
+    void ReadMany(IAStoreStream& stream, std::uint32_t address, std::uint32_t wanted) {
+        std::uint32_t have = 0;
+        for (bool more = true; more && have < wanted;) {
+            const std::uint32_t want = std::min(wanted - have, std::max(16 * IADiskBlockSize, have));
+            many.resize(have + want);
+            const std::uint32_t got = stream.Read(address + have, many.data() + have, want);
+            have += std::min(got, want);
+            more = got == want;
+        }
+        bytes = std::span(many).first(have);
     }
-    bytes.resize(have);
-    return bytes;
-}
+
+    std::array<std::uint8_t, IADiskBlockSize> usual;  // as large as pages are
+    IAVector<std::uint8_t> many;
+    std::span<const std::uint8_t> bytes;
+};
 
 }  // namespace
 
@@ -69,11 +83,9 @@ Page PageBlocks::Read(std::uint32_t id) const {
     return {id, prototype, std::move(image), memory};
 }
 
-/// Asks for the size of every object, which finds where each one begins.
 SharedPageImage PageBlocks::ReadImage(std::uint32_t id) const {
-    const IAVector<std::uint8_t> bytes = ReadBlock(*storage, id, *stream, pageSize);
-    return SharedPageImage(PageImage::Restore(bytes, typeid(*prototype),
-                                              [this](auto stored) { return prototype->StoredSize(stored); }));
+    const BlockBytes block(*storage, id, *stream, pageSize);
+    return SharedPageImage(PageImage::Restore(block.Bytes(), *prototype));
 }
 
 void PageBlocks::Write(Page& page) const {

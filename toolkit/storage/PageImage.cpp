@@ -1,6 +1,7 @@
 #include "toolkit/storage/PageImage.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "lorvale/toolkit/storage/exception.h"
@@ -99,7 +100,7 @@ void PageImage::InsertEntries(std::size_t at, const PageImage& source, std::size
 }
 
 std::unique_ptr<PageImage> PageImage::Restore(std::span<const std::uint8_t> stored,
-                                              const std::type_info& typeOfObjects, const ObjectSize& sizeOf) {
+                                              const IAOrderedStorable& prototype) {
     IAAssertion(stored.size() >= kEntriesAt, "passed EOF", StorePastEOF);
     const std::uint32_t count = Word(stored.data() + kCountAt);
     const bool isLeaf = Word(stored.data() + kRightChildAt) == 0;
@@ -107,7 +108,10 @@ std::unique_ptr<PageImage> PageImage::Restore(std::span<const std::uint8_t> stor
     // Entries take a byte at the least, but for one object that is stored as nothing.
     IAAssertion(count <= (stored.size() - kEntriesAt) / std::max<std::size_t>(overhead, 1) + 1,
                 "btree page entry count out of range", StorageInvalid);
-    IAVector<std::uint32_t> found(count);
+    // Nearly all pages have so few entries that their places find room without asking for memory.
+    std::array<std::uint32_t, 512> few;
+    IAVector<std::uint32_t> many(count <= few.size() ? 0 : count);
+    const auto found = many.empty() ? std::span(few).first(count) : std::span(many);
     std::size_t end = kEntriesAt;
     std::uint32_t largest = 0;
     for (std::uint32_t& offset : found) {
@@ -115,12 +119,12 @@ std::unique_ptr<PageImage> PageImage::Restore(std::span<const std::uint8_t> stor
         // A child of 0 would make a place with no way down in the middle of the tree.
         IAAssertion(isLeaf || Word(stored.data() + end) != 0, "btree page without a child", StorageInvalid);
         offset = static_cast<std::uint32_t>(end + overhead);
-        const std::uint32_t objectSize = sizeOf(stored.subspan(offset));
+        const std::uint32_t objectSize = prototype.StoredSize(stored.subspan(offset));
         IAAssertion(objectSize <= stored.size() - offset, "buffer position passed blockEnd", StorePastBlockEnd);
         largest = std::max(largest, objectSize);
         end = offset + objectSize;
     }
-    auto image = Make(isLeaf, typeOfObjects, {end - kEntriesAt, count});
+    auto image = Make(isLeaf, typeid(prototype), {end - kEntriesAt, count});
     image->largestObject = largest;
     image->count = count;
     image->size = end;

@@ -2,13 +2,12 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <span>
 #include <typeinfo>
 #include <utility>
 
-#include "lorvale/toolkit/storage/object.h"
+#include "lorvale/toolkit/storage/storable.h"
 
 namespace brindle {
 
@@ -76,6 +75,12 @@ public:
     void Prefetch(std::size_t at) const {
         if (at < count) __builtin_prefetch(bytes + offsets[at]);
     }
+    /// The same for the image itself and its first offsets, before the first look at any of them.
+    void PrefetchBeginning() const {
+        constexpr std::size_t kLine = 64, kLines = 8;
+        const auto* const at = reinterpret_cast<const char*>(this);
+        for (std::size_t line = 0; line < kLines; ++line) __builtin_prefetch(at + line * kLine);
+    }
     /// The same for the places of all objects.
     void PrefetchOffsets() const {
         constexpr std::size_t kLine = 64 / sizeof *offsets;
@@ -100,12 +105,11 @@ public:
         return {EntryStart(end) - EntryStart(begin), end - begin};
     }
 
-    using ObjectSize = std::function<std::uint32_t(std::span<const std::uint8_t>)>;
-    /// A page that was read, with the bytes that stand behind it in its block.  `sizeOf` tells the size of the
-    /// object that begins some bytes.  Raises StorageInvalid for what no page holds, what reading behind the
-    /// block raises, and what `sizeOf` does.
+    /// A page that was read, with the bytes that stand behind it in its block.  The prototype is asked for the
+    /// size of every object, which finds where the next one begins.  Raises StorageInvalid for what no page
+    /// holds, what reading behind the block raises, and what the prototype does.
     static std::unique_ptr<PageImage> Restore(std::span<const std::uint8_t> stored,
-                                              const std::type_info& typeOfObjects, const ObjectSize& sizeOf);
+                                              const IAOrderedStorable& prototype);
 
 private:
     friend class SharedPageImage;

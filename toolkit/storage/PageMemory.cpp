@@ -39,7 +39,8 @@ SharedPageImage PageMemory::Find(std::uint32_t id) {
     const std::lock_guard lock(mutex);
     Slot* const slot = SlotOf(id);
     if (slot == nullptr) return {};
-    slot->used = true;
+    slot->image->PrefetchBeginning();
+    if (!slot->used) slot->used = true;
     return slot->image;
 }
 
