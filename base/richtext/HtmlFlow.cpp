@@ -62,10 +62,22 @@ void HtmlFlow::beginPiece() {
     }
     const bool blank = std::exchange(_blank, false) && !beginsLine;
     const bool tab = std::exchange(_tab, false) && !beginsLine;
-    if (blank && !tab) _out.append(' ');  // under the attributes of the text before it
+    if (blank && !tab) addBlank();
     tellAttributes();
     if (tab) _out.append('\t');
     if (!_mark.empty()) _out.append(std::exchange(_mark, {}));
+}
+
+/// Between two words; of neither of two links.
+void HtmlFlow::addBlank() {
+    const auto& before = _out.attributes();
+    if (before.underline && before.link != _attributes.link) {
+        TextAttributes plain;
+        plain.paragraphStyle = _paragraph;
+        _out.setAttributes(plain);
+        _attributesChanged = true;
+    }
+    _out.append(' ');
 }
 
 void HtmlFlow::endLines() {

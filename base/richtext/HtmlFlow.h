@@ -35,6 +35,7 @@ public:
 
 private:
     void beginPiece();
+    void addBlank();
     void endLines();
     void tellAttributes();
 

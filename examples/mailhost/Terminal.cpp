@@ -18,6 +18,7 @@ namespace {
 
 constexpr int kColumnsOfAFile = 100;
 bool barIsDrawn = false;  // the main thread's
+int pagedColumns = 0;     // of the terminal behind a pager; 0 without one; the main thread's
 
 std::string escaped(char32_t character) {
     if (lorvale::isBadByte(character)) character -= lorvale::kBadByte;
@@ -43,11 +44,21 @@ bool isTerminal(int descriptor) {
     return ::isatty(descriptor) == 1;
 }
 
+bool outputIsTerminal() {
+    return pagedColumns > 0 || isTerminal(STDOUT_FILENO);
+}
+
+void setOutputIsPaged(bool paged) {
+    pagedColumns = 0;
+    if (paged) pagedColumns = outputColumns();
+}
+
 int outputColumns() {
     if (const char* const wanted = std::getenv("COLUMNS")) {
         constexpr int kMost = 10'000;
         if (const int columns = std::atoi(wanted); columns > 0) return std::min(columns, kMost);
     }
+    if (pagedColumns > 0) return pagedColumns;
     winsize size = {};
     if (!isTerminal(STDOUT_FILENO) || ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return kColumnsOfAFile;
     return size.ws_col == 0 ? kColumnsOfAFile : size.ws_col;
@@ -56,7 +67,7 @@ int outputColumns() {
 bool outputIsStyled() {
     const char* const noColour = std::getenv("NO_COLOR");
     const char* const terminal = std::getenv("TERM");
-    return isTerminal(STDOUT_FILENO) && (noColour == nullptr || *noColour == '\0') &&
+    return outputIsTerminal() && (noColour == nullptr || *noColour == '\0') &&
            (terminal == nullptr || std::string_view(terminal) != "dumb");
 }
 

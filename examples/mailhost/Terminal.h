@@ -13,6 +13,10 @@ namespace mailhost {
 void prepareLocale();
 
 bool isTerminal(int descriptor);
+/// Whether standard output is one, or leads to a pager on one.
+bool outputIsTerminal();
+/// Told by the pager, before standard output, still the terminal, becomes a pipe to it; and behind its end.
+void setOutputIsPaged(bool paged);
 /// $COLUMNS, else the columns of the terminal that standard output is; 100 for a file or a pipe.
 int outputColumns();
 /// Whether standard output may be given bold text and colours: a terminal that has them, and no $NO_COLOR.

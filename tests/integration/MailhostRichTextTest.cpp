@@ -1,0 +1,61 @@
+#include <gmock/gmock.h>
+
+#include "examples/mailhost/RichText.h"
+#include "examples/mailhost/Terminal.h"
+
+namespace mailhost {
+namespace {
+
+using lorvale::AttributedText;
+using lorvale::Data;
+
+AttributedText page(std::string_view html) {
+    return lorvale::attributedTextFromHTML(Data::copyOf(html), "utf-8");
+}
+
+TEST(MailhostRichText, WrapsIndentsAndAligns) {
+    const struct {
+        const char* why;
+        std::string_view html, out;
+    } rows[] = {
+        {"words go to the next line whole", "one two three four five six", "one two three four\nfive six\n"},
+        {"a line is filled to its end", "<i>12345 7890</i> 2345 7890<b>!</b>", "12345 7890 2345\n7890!\n"},
+        {"a word that is too long stands alone", "a aaaaaaaaaaaaaaaaaaaaaaaaaa b",
+         "a\naaaaaaaaaaaaaaaaaaaaaaaaaa\nb\n"},
+        {"wide characters take two columns", "日本日本日本日 本本 x", "日本日本日本日 本本\nx\n"},
+        {"lists", "<ul><li>one two three four</ul>", "  • one two three\n    four\n"},
+        {"alignment", "<p align=right>a</p><p align=center>bb</p>", "                   a\n\n         bb\n"},
+        {"tables", "<table><tr><td>a<td>b</table>", "a       b\n"},
+        {"blanks that count", "<pre>  a   b</pre>", "  a   b\n"},
+        {"links",
+         "<a href=http://a.example/>x <b>y</b></a>, <a href=mailto:z>z</a> <a href=http://a.example/>w</a>.",
+         "x y[1], z w[1].\n\n[1] http://a.example/\n"},
+        {"what could command the terminal", "a&#27;[2Jb<a href='\033]0;x'>c</a>",
+         "a[2Jbc[1]\n\n[1] \\x1B]0;x\n"},
+        {"nothing", "", ""},
+    };
+    prepareLocale();  // else no character is wide
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        EXPECT_EQ(richText(page(row.html), 20, false), row.out);
+    }
+}
+
+TEST(MailhostRichText, StylesEachLineByItself) {
+    EXPECT_EQ(richText(page("a <b>bb cc</b> d"), 5, true), "a \033[1mbb\033[0m\n\033[1mcc \033[0md\n");
+    EXPECT_EQ(richText(page("<u><font color=red>r</font><font color='#333'>g</font></u>"), 20, true),
+              "\033[4;38;5;196mr\033[0m\033[4mg\033[0m\n")
+        << "what is nearly black has the terminal's colour";
+}
+
+TEST(MailhostRichText, ShowsAttachmentsByNameAndSize) {
+    const auto file = lorvale::FileWrapper::regularFile(Data(std::string(12'345, 'x')));
+    ASSERT_TRUE(file->setPreferredFilename("a\033b.gif"));
+    AttributedText text("\033 see ");
+    text.append(AttributedText(file));
+    text.append(AttributedText(lorvale::FileWrapper::symbolicLink("/tmp/\n")));
+    EXPECT_EQ(richText(text, 70, false), "\\x1B see [a\\x1Bb.gif, 12,345 bytes][attachment, at /tmp/]\n");
+}
+
+}  // namespace
+}  // namespace mailhost
