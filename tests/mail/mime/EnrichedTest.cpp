@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <random>
+
 #include "lorvale/platform/exception.h"
 #include "mail/mime/EnrichedReader.h"
+#include "mail/mime/EnrichedWriter.h"
 #include "tests/support/LogCapture.h"
 
 namespace lorvale {
@@ -128,6 +131,91 @@ TEST(EnrichedReader, TakesTimeInProportionToTheSize) {
         EXPECT_EQ(attributedStringFromMimeEnrichedString(ends + "y").string()[0], 'x');
     }
     EXPECT_LE(log.lines().size(), 100u * 3 * 16) << "a letter does not fill the log";
+}
+
+TextAttributes withFont(Font font) {
+    TextAttributes attributes;
+    attributes.font = std::move(font);
+    return attributes;
+}
+
+/// The user's font with other properties.
+TextAttributes sized(double size, bool bold = false, bool italic = false) {
+    auto font = Font::user();
+    font.size = size, font.bold = bold, font.italic = italic;
+    return withFont(font);
+}
+
+std::string classic(const AttributedText& text) {
+    return enrichedString(text, MailDialect::classic);
+}
+
+TEST(EnrichedWriter, WritesTheCommandsThatDiffer) {
+    EXPECT_EQ(classic(AttributedText("a < b\nc\n\n\nd")), "a << b\n\nc\n\n\n\nd")
+        << "no attributes, no commands";
+    EXPECT_EQ(classic(AttributedText("a", sized(13))), "a") << "half a step";
+    EXPECT_EQ(classic(AttributedText("a", sized(14))), "<bigger>a");
+    AttributedText sizes("a", sized(18));
+    sizes.append("b", sized(8)), sizes.append("c", sized(12));
+    EXPECT_EQ(classic(sizes),
+              "<bigger><bigger><bigger>a</bigger></bigger></bigger><smaller><smaller>b</smaller></smaller>c");
+    AttributedText crossing("a", sized(12, true, true));
+    crossing.append("b", sized(12, false, true)), crossing.append("c\n"),
+        crossing.append("\nd", sized(12, true));
+    EXPECT_EQ(classic(crossing), "<bold><italic>a</italic></bold><italic>b</italic>c\n\n<bold>\n\nd");
+    EXPECT_EQ(enrichedString(crossing, MailDialect::standard), classic(crossing) + "</bold>");
+
+    TextAttributes all = withFont({"Brunt", 12});
+    all.foregroundColor = {1, 0.5, 0};
+    all.underline = 2;
+    all.paragraphStyle.emplace().alignment = ParagraphStyle::Alignment::center;
+    AttributedText text("a", all);
+    text.append("b");
+    EXPECT_EQ(classic(text),
+              "<underline><bigger><center><color><param>FFFF,7FFF,0000</param><fontfamily><param>Brunt</param>a"
+              "</fontfamily></color></center></bigger></underline><flushleft>b")
+        << "the larger family counts two points more";
+}
+
+TEST(EnrichedWriter, PutsAttachmentsOutsideOfAllFormatting) {
+    const auto file = FileWrapper::regularFile(Data());
+    ASSERT_TRUE(file->setPreferredFilename("a<b.gif"));
+    auto attributes = sized(14, true);
+    AttributedText text("x", attributes);
+    attributes.attachment = file;
+    text.append("\uFFFC\uFFFC", attributes);
+    const std::string one = "</bold></bigger><attachment>a<<b.gif</attachment><bold><bigger>";
+    EXPECT_EQ(classic(text), "<bold><bigger>x" + one + one);
+}
+
+TEST(EnrichedWriter, SurroundsTheTextWithRtfOnlyWhenAsked) {
+    MimeEnrichedWriter::setWriteRtfEnriched(true);
+    EXPECT_EQ(classic(AttributedText("a")), "<rtf><param>{</param></rtf>a<rtf><param>}</param></rtf>");
+    MimeEnrichedWriter::setWriteRtfEnriched(false);
+}
+
+TEST(EnrichedWriter, WritesWhatTheReaderReadsBack) {
+    std::mt19937 random(5);
+    const auto below = [&](std::size_t end) { return random() % end; };
+    for (int round = 0; round < 1000; ++round) {
+        AttributedText text;
+        for (auto count = below(8); count > 0; --count) {
+            auto attributes = sized(8 + 2 * static_cast<double>(below(6)), below(2) == 0, below(2) == 0);
+            if (below(3) == 0) attributes.font->family = below(2) == 0 ? "Courier" : "Times";
+            // The reader's fixed-pitch font is the user's plain one.
+            if (attributes.font->family == "Courier") attributes.font = Font::userFixedPitch();
+            if (below(3) == 0) attributes.underline = 1;
+            if (below(3) == 0) attributes.foregroundColor = Color();
+            attributes.paragraphStyle.emplace().alignment = static_cast<ParagraphStyle::Alignment>(below(3));
+            const std::string_view words[] = {"a", "<", " ", "\n", "\n\n\n", "x<<y\nz", "ä>"};
+            text.append(words[below(std::size(words))], attributes);
+        }
+        text.fixAttributes();
+        for (const auto dialect : {MailDialect::classic, MailDialect::standard}) {
+            const auto written = enrichedString(text, dialect);
+            ASSERT_EQ(attributedStringFromMimeEnrichedString(written), text) << written;
+        }
+    }
 }
 
 }  // namespace
