@@ -13,15 +13,26 @@ namespace brindle {
 
 namespace {
 
+template <class InClass>
+constexpr std::array<bool, 256> tableOf(InClass inClass) {
+    std::array<bool, 256> table{};
+    for (int i = 0; i < 256; ++i) table[static_cast<std::size_t>(i)] = inClass(static_cast<char>(i));
+    return table;
+}
+constexpr auto kVowel =
+    tableOf([](char c) { return c == 'a' || c == 'e' || c == 'i' || c == 'o' || c == 'u'; });
+constexpr auto kAlphanumeric = tableOf(IsAlphanumeric);
+
 constexpr bool isVowel(char c) {
-    return c == 'a' || c == 'e' || c == 'i' || c == 'o' || c == 'u';
+    return kVowel[static_cast<unsigned char>(c)];
 }
 
 /// Whether the measure of a word, the number of its changes from vowel to consonant, exceeds `limit`.
 /// A "y" is a vowel behind a consonant, and a consonant elsewhere.
 bool measureExceeds(std::string_view word, int limit) {
-    bool consonant = false;  // the letter before was one
-    bool vowel = false;      // or it was one of these; at the start neither
+    if (limit < 0) return true;  // most words that lose an ending lose an "s", for which no measure is asked
+    bool consonant = false;      // the letter before was one
+    bool vowel = false;          // or it was one of these; at the start neither
     for (const char c : word) {
         const bool nowVowel = isVowel(c) || (c == 'y' && consonant);
         limit -= vowel && !nowVowel;
@@ -52,6 +63,7 @@ private:
         tail = length >= 8   ? Bytes8(word + length - 8)
                : length == 0 ? 0
                              : BytesUpTo8(Text()) << (64 - 8 * length);
+        steps = kStepsByEnding[PlaceByEnding(static_cast<char>(tail >> 56), static_cast<char>(tail >> 48))];
     }
     template <std::size_t N>
     std::uint16_t Replace(const StemStep<N>& step);
@@ -63,17 +75,17 @@ private:
     char* const word;
     std::size_t length;
     std::uint64_t tail;  // the last bytes, the very last on top
-    // A word that lost "ed" or "ing" and was not made whole is left as it is: no later ending matches.  The
-    // same holds for a word that keeps its last "e".  So "hurrying" gives "hurry", while "hurry" gives "hurri".
-    // Every index holds stems made this way.
-    bool settled = false;
+    // Those that may have a rule for it; none for a settled word.  One that lost "ed" or "ing" and was not made
+    // whole is left as it is: no later ending matches.  The same holds for a word that keeps its last "e".  So
+    // "hurrying" gives "hurry", while "hurry" gives "hurri".  Every index holds stems made this way.
+    std::uint16_t steps = 0;
 };
 
 /// Whether consonant, vowel and consonant stand at the end, the last being none of w, x and y.  Before a rest
 /// of two letters a consonant is assumed.  A rest that has been looked at and left alone is settled.
 bool Stemming::EndsWithCVC(std::string_view rest) {
     if (rest.size() < 2) return false;
-    settled = true;
+    steps = 0;
     const char last = rest.back();
     const char middle = rest[rest.size() - 2];
     return !isVowel(last) && last != 'w' && last != 'x' && last != 'y' && (isVowel(middle) || middle == 'y') &&
@@ -97,7 +109,6 @@ bool Stemming::Replace(const StemRule& rule) {
     if (rule.oldEnding.size() >= length) return false;
     const std::string_view rest = Text().substr(0, length - rule.oldEnding.size());
     if (!measureExceeds(rest, rule.minimumRootMeasure) || !Holds(rule.condition, rest)) return false;
-    settled = false;
     std::copy(rule.newEnding.begin(), rule.newEnding.end(), word + rest.size());
     length = rest.size() + rule.newEnding.size();
     SetTail();
@@ -107,7 +118,7 @@ bool Stemming::Replace(const StemRule& rule) {
 /// Applies the first rule that fits and answers its number, or 0.
 template <std::size_t N>
 std::uint16_t Stemming::Replace(const StemStep<N>& step) {
-    if (settled) return 0;
+    if ((steps & step.bit) == 0) return 0;
     for (auto i = step.first[tail >> 56]; i != step.None; i = step.next[i]) {
         const auto& entry = step.rules[i];
         if (((tail ^ entry.tail) & entry.mask) == 0 && Replace(entry.rule)) return entry.rule.id;
@@ -118,7 +129,6 @@ std::uint16_t Stemming::Replace(const StemStep<N>& step) {
 /// Appends an "e" to what "ed" or "ing" were cut from, where it looks as if one had been there.
 bool Stemming::RestoreAnE() {
     if (!EndsWithCVC(Text())) return false;
-    settled = false;
     word[length++] = 'e';
     SetTail();
     return true;
@@ -136,12 +146,6 @@ void Stemming::CutSuffixes() {
     if (!restoredAnE) Replace(kStep5a);
     Replace(kStep5b);
 }
-
-constexpr auto kAlphanumeric = [] {
-    std::array<bool, 256> table{};
-    for (int i = 0; i < 256; ++i) table[static_cast<std::size_t>(i)] = IsAlphanumeric(static_cast<char>(i));
-    return table;
-}();
 
 /// Looks at all bytes, since nearly every word has no others: that is faster than to stop at the first one.
 bool isAlphanumeric(std::string_view word) {

@@ -92,7 +92,7 @@ bool IARunTokenizer::NextTerm(IATermView& next) {
     do {
         if (!FindStart()) return false;
         if (ReadRun(next)) PassOverRest(next);
-        CutTerm(next);
+        if (holdsZero || (trims && !bytes.begins[indexOf(word[next.length - 1])])) CutTerm(next);
     } while (next.length == 0);
     return true;
 }
