@@ -3,13 +3,12 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "bench/toolkit/MailboxBodies.h"
 #include "lorvale/toolkit/analysis.h"
 #include "lorvale/toolkit/corpus.h"
 
@@ -17,22 +16,6 @@ namespace {
 
 using namespace brindle;
 using Texts = std::vector<std::string>;
-
-/// What follows the first empty line of each message.
-Texts bodiesOf(const char* mailbox) {
-    std::ostringstream all;
-    all << std::ifstream(mailbox, std::ios::binary).rdbuf();
-    const std::string mail = "\n" + all.str();
-    Texts bodies;
-    for (std::size_t at = mail.find("\nFrom "); at != mail.npos;) {
-        const std::size_t next = mail.find("\nFrom ", at + 1);
-        const std::string_view letter = std::string_view(mail).substr(at, next - at);
-        const std::size_t head = letter.find("\n\n");
-        if (head != letter.npos) bodies.emplace_back(letter.substr(head + 2));
-        at = next;
-    }
-    return bodies;
-}
 
 Texts madeUp() {
     const std::string_view syllables[] = {"re",  "con", "mail", "box", "tion", "ing",

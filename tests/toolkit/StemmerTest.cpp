@@ -32,6 +32,7 @@ TEST(Stemmer, CutsSuffixesByItsRules) {
         {"falling", "fall"},
         {"hissing", "hiss"},
         {"filing", "file"},
+        {"using", "use"},
         {"happy", "happi"},
         {"sky", "sky"},
         {"relational", "relate"},
