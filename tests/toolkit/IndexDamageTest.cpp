@@ -4,6 +4,8 @@
 
 #include <random>
 
+#include "tests/support/FailureText.h"
+
 namespace brindle::testing {
 namespace {
 
@@ -34,6 +36,29 @@ TEST(IndexDamage, TheCheckNamesTheBrokenRule) {
                 ::testing::IsSupersetOf({::testing::HasSubstr("term \"all\" has 299 postings and says 300"),
                                          ::testing::HasSubstr("a highest frequency of 3 and says 1"),
                                          ::testing::HasSubstr("words in the lists and says")}));
+}
+
+TEST(IndexDamage, PostingsThatDoNotRiseAreFound) {
+    const IndexToDamage source;
+    IndexInMemory t(source.texts, std::make_shared<Bytes>(source.whole));
+    t.Open();
+    const IATerm term("all");
+    const auto info = t.index->TermIndex::GetTermInfo(&term);
+    const std::uint32_t block = static_cast<InvertedTermInfo&>(*info).FirstBlock();
+    const FreqPosting once{5, 1};
+    FreqPostingsStoreBlock(t.storage.get(), block, 100, std::span(&once, 1), block);
+    const auto stream = t.index->GetFreqPostings(info.get());
+    FreqPosting posting;
+    const auto readAll = [&] {
+        while (stream->Next(&posting)) continue;
+    };
+    EXPECT_EQ(failureOf(readAll), "VIIV postings damaged");
+    EXPECT_EQ(failureOf([&] { t.index->GetTermInfo(&term); }), "VIIV postings damaged");
+    const FreqPosting twice[] = {{5, 1}, {5, 1}};
+    FreqPostingsStoreBlock(t.storage.get(), block, 100, twice, 0);
+    EXPECT_EQ(failureOf([&] { t.index->GetTermInfo(&term); }), "VIIV postings damaged");
+    FreqPostingList list;
+    EXPECT_EQ(failureOf([&] { list.Append(twice); }), "QFLT postings out of order");
 }
 
 }  // namespace

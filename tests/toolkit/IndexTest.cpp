@@ -6,6 +6,7 @@
 #include "tests/support/FailureText.h"
 #include "tests/support/IndexFixture.h"
 #include "tests/support/TestSupport.h"
+#include "toolkit/index/RecordLimits.h"
 
 namespace brindle::testing {
 namespace {
@@ -118,10 +119,12 @@ TEST_F(IndexTest, DeletedPostingsGoWhenTheirTermIsLookedUp) {
     // Its number comes again only after a compaction.
     texts["c"] = "new";
     t.Add("c");
-    t.index->Flush();
+    t.index->SetBytesForUpdate(0);  // written with the next change, without the rest of a Flush()
+    EXPECT_EQ(failureOf([&] { t.Delete("nobody"); }), "VCID invalid document");
     const StringDoc c("c");
     EXPECT_EQ(t.index->GetDocInfo(&c, false)->GetDocID(), 3u);
     t.Delete("c");
+    EXPECT_TRUE(t.index->IsDocDeleted(3));
     t.index->Compact();
     EXPECT_EQ(t.index->GetDeletedDocCount(), 0u);
     EXPECT_EQ(t.index->GetMaxDocID(), 3u);
@@ -159,6 +162,8 @@ TEST_F(IndexTest, ReadOnlyIndexAnswersWithoutDeletedDocuments) {
 
 TEST_F(IndexTest, FlushComesWhenTheBudgetIsPassed) {
     t.Make();
+    EXPECT_EQ(t.index->GetBytesForUpdate(), 1'000'000u);
+    t.index->SetBytesForUpdate(999'960);  // 16,666 times 60: used up is not passed
     for (const auto& [count, flushed] : {std::pair(16'666u, false), std::pair(16'667u, true)}) {
         t.index->SetUpdateCount(count);
         AddDocuments(1);
@@ -195,13 +200,16 @@ TEST_F(IndexTest, RefusalsChangeNothing) {
     EXPECT_EQ(failureOf([&] { t.index->RenameDoc(&unknown, &unknown); }), "VCID invalid document");
     EXPECT_EQ(failureOf([&] { t.index->RenameDoc(&a, &endless); }).substr(0, 4), "VSBE");
     EXPECT_EQ(failureOf([&] { t.Add(endless.View()); }).substr(0, 4), "VSBE");
+    const std::string longest(kMaxDocumentStoreSize - 2, 'z');  // behind two bytes that tell its length
+    texts[longest] = "";
+    t.Add(longest);
     EXPECT_EQ(failureOf([&] { t.index->GetIDDoc(9); }), "VIID invalid docID");
     EXPECT_EQ(failureOf([&] { t.index->GetIDTerm(9); }), "VIIT invalid termID");
     IAIndex* const itself[] = {t.index.get()};
     EXPECT_EQ(failureOf([&] { t.index->Merge(itself); }), "VIIV invalid index");
     t.index->Flush();
     EXPECT_EQ(VerifyIndex(*t.index).violations, std::vector<std::string>());
-    EXPECT_EQ(t.index->GetDocCount(), 2u);
+    EXPECT_EQ(t.index->GetDocCount(), 3u);
 }
 
 TEST_F(IndexTest, UpdateBringsTheIndexInLineWithItsCorpus) {
@@ -276,13 +284,14 @@ TEST_F(IndexTest, OnlyTheSameKindOfIndexIsOpened) {
 
 TEST_F(IndexTest, HighFrequencyTermsComeHighestFirst) {
     t.Make();
-    texts = {{"a", "x y z"}, {"b", "y z"}, {"c", "z"}};
+    texts = {{"a", "x y z"}, {"b", "y z"}, {"c", "w y z"}};
     for (const auto& [name, text] : texts) t.Add(name);
     t.index->Flush();
     std::string found;
-    for (const auto& each : GetHighFreqTerms(t.index.get(), 2))
-        found += std::string(each.term->View()) + std::to_string(each.frequency) + " ";
-    EXPECT_EQ(found, "z3 y2 ");
+    for (const std::uint32_t most : {3u, 1u})
+        for (const auto& each : GetHighFreqTerms(t.index.get(), most))
+            found += std::string(each.term->View()) + std::to_string(each.frequency) + " ";
+    EXPECT_EQ(found, "z3 y3 x1 y3 ");  // of equal ones the first to come stays
     EXPECT_TRUE(GetHighFreqTerms(t.index.get(), 0).empty());
 }
 

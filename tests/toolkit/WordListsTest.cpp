@@ -135,9 +135,9 @@ TEST(LetterTree, StoresItsWordsInTheOrderOfTheirLetters) {
     for (const char* const word : {"", "b", "ba", "bets", "1st", "Bad", "a"})
         EXPECT_FALSE(tree.Contains(word)) << word;
     EXPECT_FALSE(tree.Contains(std::string(256, 'x')));
-    LetterTree words;  // 17 letters, of which the one in the middle tells them apart
-    words.Add("internationalized");
-    EXPECT_FALSE(words.Contains("internatxonalized"));
+    LetterTree other;  // 17 letters, of which the one in the middle tells them apart
+    other.Add("internationalized");
+    EXPECT_FALSE(other.Contains("internatxonalized"));
     ASSERT_EQ(tree.StoreSize(), 4 + 16 + 256u);
 
     MemoryStoreStream stream(std::make_shared<Bytes>());
