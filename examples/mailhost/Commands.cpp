@@ -8,9 +8,14 @@ namespace {
 
 constexpr auto kCommands = std::to_array<const Command*>({
     &checkCommand,
+    &compactCommand,
+    &flagCommand,
+    &importCommand,
     &infoCommand,
     &listCommand,
+    &rebuildCommand,
     &showCommand,
+    &undoCommand,
 });
 
 constexpr auto kOptions =
@@ -38,14 +43,17 @@ constexpr auto kExamples = std::to_array<Entry>({
      "what a sender wrote from March 2004 on, for a program"},
     {"mailhost show ~/inbox 12 --raw > letter.eml", "the very bytes of a message into a file"},
     {"mailhost check ~/inbox", "is the mailbox in order?"},
+    {"mailhost import ~/inbox ~/mail/inbox.mbox", "a directory mailbox, which keeps what was read"},
 });
 
 }  // namespace
 
 const Program program = {
     .name = "mailhost",
-    .summary = "look at mailboxes",
-    .description = "Reads mailboxes. Nothing is ever changed, locked or marked as read.",
+    .summary = "look at mailboxes, and keep them",
+    .description =
+        "Reads mailboxes: check, info, list and show change, lock and mark nothing. The other commands "
+        "keep directory mailboxes, under their lock.",
     .commands = kCommands,
     .options = kOptions,
     .exitStatuses = kExitStatuses,

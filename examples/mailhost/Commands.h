@@ -7,9 +7,14 @@
 namespace mailhost {
 
 extern const Command checkCommand;
+extern const Command compactCommand;
+extern const Command flagCommand;
+extern const Command importCommand;
 extern const Command infoCommand;
 extern const Command listCommand;
+extern const Command rebuildCommand;
 extern const Command showCommand;
+extern const Command undoCommand;
 
 inline constexpr auto kJson = flag("--json", "for programs: one JSON object a line");
 inline constexpr auto kVerbose = flag("--verbose", "show the library's log lines");

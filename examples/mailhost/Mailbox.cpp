@@ -19,6 +19,11 @@ namespace {
 /// The library's sentence; where no class of stores wants the path, what stands there is told.
 std::string whyNotOpened(const std::string& path, const std::string& file) {
     const auto& failure = lorvale::MessageStore::openingFailure();
+    std::error_code ignored;
+    if (failure.reason == lorvale::OpeningFailure::Reason::unreadable &&
+        std::filesystem::exists(file + "/mbox", ignored)) {
+        return path + ": the table of contents does not match the mail; \"mailhost rebuild\" makes it anew";
+    }
     if (failure.reason != lorvale::OpeningFailure::Reason::noClass) return failure.text;
     if (::access(file.c_str(), F_OK) != 0) return path + ": " + std::strerror(errno);
     std::error_code error;
@@ -48,6 +53,46 @@ Mailbox::Mailbox(const std::string& path) : _place(path) {
 
 Mailbox::~Mailbox() {
     if (_openStore != nullptr) _openStore->close();
+}
+
+ChangingMailbox::ChangingMailbox(const std::string& path, IfMissing ifMissing) {
+    const auto place = lorvale::standardizePath(path);
+    std::error_code error;
+    const bool isThere = std::filesystem::exists(place, error);
+    if (isThere && !std::filesystem::is_directory(place, error))
+        throw Failure(path +
+                      ": a flat mailbox, which keeps no status; \"mailhost import\" makes a directory "
+                      "mailbox of it");
+    if (!isThere && ifMissing == IfMissing::make && !place.ends_with(".mbox"))
+        throw Failure(path + ": the name of a directory mailbox ends in \".mbox\"");
+    std::shared_ptr<lorvale::MessageStore> opened;
+    workOn(path, 0, [&] {
+        opened = lorvale::MessageStore::storeForPath(place, ifMissing == IfMissing::make, /*readOnly=*/false);
+    });
+    if (opened == nullptr) throw Failure(whyNotOpened(path, place));
+    _store = std::dynamic_pointer_cast<lorvale::TarnMbox>(opened);
+    if (_store == nullptr) throw Failure(path + ": no directory mailbox");
+    if (_store->haveLock()) return;
+    // A mailbox that is open in this program already, or in another one.
+    _store = nullptr;
+    throw Failure(path + ": the mailbox is in use");
+}
+
+ChangingMailbox::~ChangingMailbox() {
+    if (_store != nullptr) _store->close();
+}
+
+lorvale::MessageList ChangingMailbox::messages(const std::vector<std::uint64_t>& numbers) const {
+    const auto all = _store->allMessages();
+    std::vector<std::shared_ptr<lorvale::Message>> wanted;
+    for (const auto number : numbers) {
+        if (number == 0 || number > all.size()) {
+            throw Failure("there is no message " + std::to_string(number) + "; the mailbox holds " +
+                          std::to_string(all.size()));
+        }
+        wanted.push_back(all[number - 1]);
+    }
+    return wanted;
 }
 
 std::shared_ptr<lorvale::Message> Mailbox::message(std::uint64_t number) const {

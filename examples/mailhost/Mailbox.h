@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Arguments.h"
 #include "Output.h"
@@ -13,6 +14,7 @@
 namespace mailhost {
 
 inline constexpr auto kMailbox = mailboxWord("MAILBOX", "the path of a mailbox");
+inline constexpr auto kDirectoryMailbox = mailboxWord("MAILBOX", "the path of a directory mailbox");
 
 /// A mailbox opened for reading only: no lock is taken and nothing is written.  Closed with this object.
 class Mailbox {
@@ -35,6 +37,25 @@ public:
 private:
     const std::string _place;  // as given
     std::shared_ptr<lorvale::MessageStore> _openStore;
+};
+
+/// A directory mailbox opened to be changed, under its lock.  Closed with this object, which writes what has
+/// changed.
+class ChangingMailbox {
+public:
+    enum class IfMissing { fail, make };
+    /// Throws Failure with the reason; also for a flat mailbox, which keeps no status, and a locked one.
+    explicit ChangingMailbox(const std::string& path, IfMissing ifMissing = IfMissing::fail);
+    ~ChangingMailbox();
+    ChangingMailbox(const ChangingMailbox&) = delete;
+    ChangingMailbox& operator=(const ChangingMailbox&) = delete;
+
+    lorvale::TarnMbox& store() { return *_store; }
+    /// The messages of these numbers, 1 for the first.  Throws Failure for one that no message has.
+    lorvale::MessageList messages(const std::vector<std::uint64_t>& numbers) const;
+
+private:
+    std::shared_ptr<lorvale::TarnMbox> _store;
 };
 
 [[noreturn]] void throwUnreadable(const std::string& what);

@@ -57,8 +57,25 @@ const Case kCases[] = {
     {"check",
      "mailhost check examples/mail/inbox\nmailhost check examples/mail/odd\n"
      "mailhost check examples/mail/odd examples/mail/lists no/such/mailbox --json"},
+    // The folder is its own for each command line, so the whole life of a mailbox is one.
+    {
+        "directory",
+        "cd $(mktemp -d) && mailhost import $OLDPWD/examples/mail/lists a.mbox --unread && "
+        "mailhost list a.mbox --limit 3 && mailhost flag a.mbox 2 --read && mailhost flag a.mbox 1 3 --delete "
+        "&& "
+        "mailhost flag a.mbox 4 --delete --json && mailhost undo a.mbox && mailhost list a.mbox --limit 4 && "
+        "mailhost compact a.mbox && mailhost undo a.mbox; mailhost check a.mbox; mailhost rebuild a.mbox "
+        "--json; "
+        "mailhost info a.mbox; mailhost show a.mbox 1 --headers | head -n 3; mailhost import a.mbox a.mbox; "
+        "mailhost flag a.mbox 99 --read; mailhost flag a.mbox 1; echo more >> a.mbox/mbox; "
+        "touch -d 2001-01-01 a.mbox/mbox; mailhost list a.mbox; mailhost check a.mbox | tail -n 1; rm -r $PWD",
+    },
+    {"directory-failures",
+     "mailhost flag examples/mail/inbox 1 --read\nmailhost compact no/such.mbox\n"
+     "mailhost import examples/mail/inbox /tmp/no-extension"},
     {"usage",
      "mailhost --help\nmailhost check -h\nmailhost list --help\nmailhost show --help\nmailhost info --help\n"
+     "for c in compact flag import rebuild undo; do mailhost $c --help | sed /^Options.of.every/,\\$d; done\n"
      "COLUMNS=60 mailhost show --help\nmailhost --version"},
     {"usage-errors",
      "mailhost\nmailhost lits x\nmailhost list\nmailhost show x\nmailhost show x 1x\n"

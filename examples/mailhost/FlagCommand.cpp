@@ -1,0 +1,106 @@
+#include <set>
+
+#include "Commands.h"
+#include "Json.h"
+#include "Mailbox.h"
+#include "Output.h"
+#include "Terminal.h"
+#include "UndoHistory.h"
+
+namespace mailhost {
+
+namespace {
+
+constexpr auto kNumbers = Typed<std::uint64_t>{{.name = "N",
+                                                .placeholder = {},
+                                                .help = "the number of a message",
+                                                .takes = Takes::number,
+                                                .repeats = true}};
+constexpr auto kRead = flag("--read", "mark as read", "reading");
+constexpr auto kUnread = flag("--unread", "mark as unread", "reading");
+constexpr auto kDelete = flag("--delete", "mark as deleted, and with that as read", "deleting");
+constexpr auto kUndelete = flag("--undelete", "take the mark away", "deleting");
+constexpr auto kFlagWords = std::to_array<Parameter>({kDirectoryMailbox, kNumbers});
+constexpr auto kFlagOptions = std::to_array<Parameter>({kRead, kUnread, kDelete, kUndelete});
+constexpr auto kUndoWords = std::to_array<Parameter>({kDirectoryMailbox});
+
+/// How the messages stand now.
+void print(lorvale::MessageStore& store, const lorvale::MessageList& messages, bool asJson) {
+    LineOutput output;
+    for (const auto& message : messages) {
+        const auto flags = message->currentFlags();
+        const auto number = store.numberOfMessage(*message);
+        if (asJson) {
+            JsonObject object;
+            object.add("number", number).add("read", flags->isRead()).add("deleted", flags->isDeleted());
+            output.write(object.text());
+        } else {
+            output.write(nameOfMessage(number) + ": " + (flags->isRead() ? "read" : "unread") +
+                         (flags->isDeleted() ? ", deleted" : ""));
+        }
+    }
+}
+
+int runFlag(const Arguments& arguments) {
+    const bool marksReading = arguments.has(kRead) || arguments.has(kUnread);
+    const bool marksDeleting = arguments.has(kDelete) || arguments.has(kUndelete);
+    if (!marksReading && !marksDeleting)
+        throw UsageError("flag needs one of --read, --unread, --delete and --undelete");
+    const auto given = arguments.values(kNumbers);
+    const std::set<std::uint64_t> sorted(given.begin(), given.end());
+    const std::vector<std::uint64_t> numbers(sorted.begin(), sorted.end());
+    ChangingMailbox mailbox(arguments[kDirectoryMailbox]);
+    auto& store = mailbox.store();
+    const auto messages = mailbox.messages(numbers);
+    if (arguments.has(kDelete)) {
+        std::vector<std::uint64_t> fresh;
+        for (const auto number : numbers)
+            if (!store.allMessages()[number - 1]->currentFlags()->isDeleted()) fresh.push_back(number);
+        store.deleteMessages(messages);
+        if (!fresh.empty()) noteDeletion(store, fresh);
+    } else if (arguments.has(kUndelete)) {
+        store.undeleteMessages(messages);
+    }
+    if (marksReading) store.setRead(arguments.has(kRead), messages);
+    print(store, messages, arguments.has(kJson));
+    return 0;
+}
+
+int runUndo(const Arguments& arguments) {
+    ChangingMailbox mailbox(arguments[kDirectoryMailbox]);
+    const auto numbers = takeLastDeletion(mailbox.store());
+    if (!numbers) throw Failure("there is nothing to take back");
+    const auto messages = mailbox.messages(*numbers);
+    mailbox.store().undeleteMessages(messages);
+    print(mailbox.store(), messages, arguments.has(kJson));
+    return 0;
+}
+
+}  // namespace
+
+const Command flagCommand = {
+    .name = "flag",
+    .summary = "marks messages as read, unread or deleted",
+    .description =
+        "Sets marks on messages of a directory mailbox, by their numbers. A deleted message stays in the "
+        "mailbox "
+        "until that is compacted.\n\n"
+        "In JSON there is a line for each message, with the members number, read and deleted.",
+    .words = kFlagWords,
+    .options = kFlagOptions,
+    .run = runFlag,
+};
+
+const Command undoCommand = {
+    .name = "undo",
+    .summary = "takes the last deletion back",
+    .description =
+        "Takes back what the last \"flag --delete\" has marked, and the time after that what the one before "
+        "it did. The messages stay marked as read. What was compacted is gone.\n\n"
+        "In JSON there is a line for each message, with the members number, read and deleted.",
+    .words = kUndoWords,
+    .options = {},
+    .run = runUndo,
+};
+
+}  // namespace mailhost
