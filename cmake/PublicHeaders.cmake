@@ -67,6 +67,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/index/postings.h
     include/lorvale/toolkit/index/records.h
     include/lorvale/toolkit/index/term_index.h
+    include/lorvale/toolkit/index/vector_index.h
     include/lorvale/toolkit/index/verify_index.h
     include/lorvale/toolkit/retrieval.h
     include/lorvale/toolkit/retrieval/accessor.h

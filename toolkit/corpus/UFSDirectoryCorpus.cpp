@@ -140,7 +140,7 @@ UFSDirectoryCorpus::UFSDirectoryCorpus(std::string_view root, std::uint32_t type
     : IACorpus(typeTag), mutex(IANewMutex()), fullPath(root) {}
 
 UFSDirectoryCorpus::UFSDirectoryCorpus(const UFSDirectoryCorpus& other)
-    : IACorpus(IATag("UFD0")),
+    : IACorpus(Type),
       mutex(IANewMutex()),
       fullPath(other.GetFullPath()),
       criteriaFunction(other.criteriaFunction) {

@@ -13,9 +13,7 @@ namespace brindle {
 namespace {
 
 std::uint8_t* Put(FreqPosting posting, std::uint32_t previous, std::uint8_t* to) {
-    const std::uint32_t delta = (posting.docID - previous) * 2;
-    if (posting.freq == 1) return PutVInt32(delta + 1, to);
-    return PutVInt32(posting.freq, PutVInt32(delta, to));
+    return PutPair(posting.docID, posting.freq, previous, to);
 }
 
 /// Reads `count` postings that rise from `previous`, to the front of `to`.  Answers the end of the bytes read,
@@ -25,16 +23,9 @@ const std::uint8_t* Take(std::uint32_t count, std::uint32_t previous, const std:
     std::uint32_t docID = previous;
     std::uint32_t base = 0;  // the first difference is to 0
     for (FreqPosting* const last = to + count; to != last; ++to) {
-        std::uint32_t delta = 0, freq = 1;
-        // Frequent words have gaps that fit one byte, and most stand once.
-        if (from != end && *from < 0x80)
-            delta = *from++;
-        else if ((from = TakeVInt32(from, end, delta)) == nullptr)
-            return nullptr;
-        if ((delta & 1) == 0) {
-            if ((from = TakeVInt32(from, end, freq)) == nullptr || freq == 0) return nullptr;
-        }
-        const std::uint32_t next = base + (delta >> 1);
+        std::uint32_t delta = 0, freq = 0;
+        if ((from = TakePair(from, end, delta, freq)) == nullptr) return nullptr;
+        const std::uint32_t next = base + delta;
         if (next <= docID || next >= kDocIDLimit) return nullptr;
         docID = base = next;
         *to = {docID, freq};

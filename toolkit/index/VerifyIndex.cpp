@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "lorvale/toolkit/index/vector_index.h"
 #include "lorvale/toolkit/storage/verify_btree.h"
 #include "toolkit/index/Probes.h"
 #include "toolkit/index/RecordLimits.h"
@@ -18,7 +19,8 @@ constexpr std::size_t kMostFindings = 100;
 
 class IndexChecker {
 public:
-    explicit IndexChecker(InvertedIndex& toCheck) : index(toCheck) {}
+    explicit IndexChecker(TermIndex& toCheck)
+        : index(toCheck), lists(InvertedIndex::IANarrow(&toCheck)), vectors(VectorIndex::IANarrow(&toCheck)) {}
 
     IndexReport Run() {
         const IALock lock(index.GetMutex());
@@ -30,6 +32,7 @@ public:
             Guarded("terms", [this] { CheckTerms(); });
             Guarded("term numbers", [this] { CheckTermIDs(); });
             CheckLengths();
+            CheckVectorTerms();
         }
         if (report.violations.size() == kMostFindings) report.violations.push_back("and more");
         return std::move(report);
@@ -57,9 +60,12 @@ private:
     void CheckDocuments();
     void CheckDocIDs();
     void CheckTerms();
-    void CheckTerm(const InvertedTermInfo& info);
+    void CheckTerm(const TermInfo& info, const std::string& name);
+    void CheckList(const InvertedTermInfo& info, const std::string& name);
+    void CheckVector(const VectorDocInfo& info);
     void CheckTermIDs();
     void CheckLengths();
+    void CheckVectorTerms();
     template <class Each>
     void WalkPostings(const InvertedTermInfo& info, const std::string& name, Each each);
 
@@ -68,11 +74,14 @@ private:
         std::uint64_t counted = 0;
     };
 
-    InvertedIndex& index;
+    TermIndex& index;
+    InvertedIndex* const lists;  // the same one, if it has lists
+    VectorIndex* const vectors;  // the same one, if it has vectors
     IndexReport report;
     std::unordered_map<std::uint32_t, Document> documents;     // by ID
     std::unordered_map<std::uint32_t, std::string> termsByID;  // of the records
-    std::unordered_set<std::uint32_t> blocks;                  // of all chains
+    std::unordered_set<std::uint32_t> blocks;                  // of all chains and vectors
+    std::unordered_map<std::uint32_t, std::uint32_t> holders;  // vectors with the term, by its ID
 };
 
 std::string Named(const TermInfo& info) {
@@ -87,9 +96,15 @@ void IndexChecker::CheckTables() {
         const BTreeReport tree = VerifyBTree(const_cast<IAStorage&>(storage), root, prototype);
         for (const std::string& finding : tree.violations) Violation(table, ": ", finding);
     };
-    check("documents", index.GetDocInfoSetRoot(), DocInfo(index.GetCorpus()->GetProtoDoc(), 0));
+    if (vectors != nullptr)
+        check("documents", index.GetDocInfoSetRoot(), VectorDocInfo(index.GetCorpus()->GetProtoDoc(), 0));
+    else
+        check("documents", index.GetDocInfoSetRoot(), DocInfo(index.GetCorpus()->GetProtoDoc(), 0));
     check("document numbers", index.GetIDDocMapRoot(), IDDoc(0, index.GetCorpus()->GetProtoDoc()));
-    check("terms", index.GetTermInfoSetRoot(), InvertedTermInfo(index.GetAnalysis()->GetProtoTerm(), 0));
+    if (lists != nullptr)
+        check("terms", index.GetTermInfoSetRoot(), InvertedTermInfo(index.GetAnalysis()->GetProtoTerm(), 0));
+    else
+        check("terms", index.GetTermInfoSetRoot(), TermInfo(index.GetAnalysis()->GetProtoTerm(), 0));
     check("term numbers", index.GetIDTermMapRoot(), IDTerm(0, index.GetAnalysis()->GetProtoTerm()));
 }
 
@@ -104,8 +119,26 @@ void IndexChecker::CheckDocuments() {
         const auto back = index.FindIDDoc(id);
         if (back == nullptr || !back->Equal(info->GetDocument()))
             Violation("document ", id, " is another one by its number");
-        if (index.IsDocDeleted(id)) Violation("document ", id, " is there but marked deleted");
+        if (lists != nullptr && lists->IsDocDeleted(id))
+            Violation("document ", id, " is there but marked deleted");
+        if (vectors != nullptr) {
+            const auto& record = static_cast<const VectorDocInfo&>(*info);
+            Guarded("vectors", [&] { CheckVector(record); });
+        }
     }
+}
+
+void IndexChecker::CheckVector(const VectorDocInfo& info) {
+    const std::uint32_t id = info.GetDocID();
+    if (!blocks.insert(info.GetVectorBlockID()).second)
+        Violation("document ", id, ": block ", info.GetVectorBlockID(), " is in two places");
+    const auto vector = vectors->ReadTFVector(info.GetVectorBlockID());
+    if (!vector->Validate(false)) Violation("document ", id, ": the terms of its vector do not rise");
+    if (vector->TotalFrequency() != info.GetDocumentLength())
+        Violation("document ", id, " has ", vector->TotalFrequency(), " words in its vector and says ",
+                  info.GetDocumentLength());
+    for (const TFComponent& component : vector->GetComponents()) ++holders[component.termID];
+    report.components += vector->GetDocumentLength();
 }
 
 void IndexChecker::CheckDocIDs() {
@@ -120,36 +153,47 @@ void IndexChecker::CheckDocIDs() {
 
 void IndexChecker::CheckTerms() {
     const auto infos = index.GetTermInfoIterator();
-    while (const auto info = RecordOf<InvertedTermInfo>(infos->Next())) {
+    while (const auto info = RecordOf<TermInfo>(infos->Next())) {
         ++report.terms;
-        Guarded(Named(*info).c_str(), [&] { CheckTerm(*info); });
+        const std::string name = Named(*info);
+        Guarded(name.c_str(), [&] { CheckTerm(*info, name); });
     }
 }
 
-void IndexChecker::CheckTerm(const InvertedTermInfo& info) {
-    const std::string name = Named(info);
+void IndexChecker::CheckTerm(const TermInfo& info, const std::string& name) {
     const std::uint32_t id = info.GetTermID();
     if (id == 0 || id >= index.GetMaxTermID()) Violation(name, " has a number never handed out: ", id);
     if (!termsByID.try_emplace(id, info.GetTerm()->View()).second)
         Violation(name, " has the number of another term: ", id);
     if (info.GetDocumentCount() == 0) Violation(name, " is in no document");
+    if (lists != nullptr)
+        CheckList(static_cast<const InvertedTermInfo&>(info), name);
+    else if (vectors != nullptr && holders[id] != info.GetDocumentCount())
+        Violation(name, " is in ", holders[id], " vectors and says ", info.GetDocumentCount());
+}
 
+void IndexChecker::CheckList(const InvertedTermInfo& info, const std::string& name) {
     std::uint64_t count = 0;
-    std::uint32_t highest = 0, previous = 0;
+    std::uint32_t highest = 0, previous = 0, alive = 0;
     WalkPostings(info, name, [&](FreqPosting posting) {
         ++count;
         highest = std::max(highest, posting.freq);
         if (posting.docID <= previous) Violation(name, ": document ", posting.docID, " out of order");
         previous = posting.docID;
         const auto document = documents.find(posting.docID);
-        if (document != documents.end())
+        if (document != documents.end()) {
             document->second.counted += posting.freq;
-        else if (!index.IsDocDeleted(posting.docID))
+            ++alive;
+        } else if (!lists->IsDocDeleted(posting.docID)) {
             Violation(name, ": document ", posting.docID, " is unknown and not marked deleted");
+        }
     });
     report.postings += count;
     if (count != info.GetDocumentCount())
         Violation(name, " has ", count, " postings and says ", info.GetDocumentCount());
+    if (vectors != nullptr && holders[info.GetTermID()] != alive)
+        Violation(name, " is in ", holders[info.GetTermID()], " vectors and in the list of ", alive,
+                  " documents");
     if (highest != info.GetMaxDocFreq())
         Violation(name, " has a highest frequency of ", highest, " and says ", info.GetMaxDocFreq());
 }
@@ -183,15 +227,21 @@ void IndexChecker::CheckTermIDs() {
 }
 
 void IndexChecker::CheckLengths() {
+    if (lists == nullptr) return;
     for (const auto& [id, document] : documents)
         if (document.stated != document.counted)
             Violation("document ", id, " has ", document.counted, " words in the lists and says ",
                       document.stated);
 }
 
+void IndexChecker::CheckVectorTerms() {
+    for (const auto& [id, count] : holders)
+        if (!termsByID.contains(id)) Violation(count, " vectors have the unknown term ", id);
+}
+
 }  // namespace
 
-IndexReport VerifyIndex(InvertedIndex& index) {
+IndexReport VerifyIndex(TermIndex& index) {
     return IndexChecker(index).Run();
 }
 

@@ -67,7 +67,9 @@ private:
 /// The corpus of the extents of one buffer, which it borrows for life.  They are given to the index one by one.
 class LORVALE_EXPORT IAExtentCorpus : public IACorpus {
 public:
-    explicit IAExtentCorpus(std::string_view ofBuffer, std::uint32_t typeTag = IATag("Ext0"))
+    static constexpr std::uint32_t Type = IATag("Ext0");
+
+    explicit IAExtentCorpus(std::string_view ofBuffer, std::uint32_t typeTag = Type)
         : IACorpus(typeTag), buffer(ofBuffer) {}
     ~IAExtentCorpus() override;
 

@@ -86,11 +86,12 @@ private:
 /// gone keeps its ID.  Any number of threads may ask it for texts while one iterates.
 class LORVALE_EXPORT UFSDirectoryCorpus : public IACorpus {
 public:
+    static constexpr std::uint32_t Type = IATag("UFD0");
     /// Whether the file of that path and name is a document.
     using CriteriaFunction = std::function<bool(const char* path, const char* name)>;
 
-    explicit UFSDirectoryCorpus(std::string_view root = {}, std::uint32_t typeTag = IATag("UFD0"));
-    /// Like all corpora that are made by copying it has the tag "UFD0".
+    explicit UFSDirectoryCorpus(std::string_view root = {}, std::uint32_t typeTag = Type);
+    /// Like all corpora that are made by copying it is of that Type.
     UFSDirectoryCorpus(const UFSDirectoryCorpus& other);
     UFSDirectoryCorpus& operator=(const UFSDirectoryCorpus&) = delete;
     ~UFSDirectoryCorpus() override;

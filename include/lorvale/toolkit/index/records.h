@@ -42,6 +42,19 @@ public:
     /// The sum of the frequencies.
     std::uint32_t TotalFrequency() const { return total; }
 
+    // Each component is stored as the difference of its ID to the one before, or to 0 for the first, in
+    // VInt32s:
+    //   freq 1          2 * difference + 1
+    //   another freq    2 * difference, freq
+    // Term 3 once and term 7 twice:  07 08 02
+
+    std::uint32_t ComponentsSize() const;
+    void ComponentsWrite(IAOutputBlock* output) const;
+    /// In place of those that there are.  Raises "term vector damaged" (IndexInvalid).
+    void ComponentsRead(std::uint32_t count, IAInputBlock* input);
+    /// Whether the IDs rise strictly.  With `raise` what is wrong raises.
+    bool Validate(bool raise) const;
+
 private:
     std::vector<TFComponent> components;  // by ascending term ID
     std::uint32_t total = 0;
