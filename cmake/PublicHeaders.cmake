@@ -70,18 +70,23 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/index/vector_index.h
     include/lorvale/toolkit/index/verify_index.h
     include/lorvale/toolkit/retrieval.h
+    include/lorvale/toolkit/retrieval/abstractor.h
     include/lorvale/toolkit/retrieval/accessor.h
     include/lorvale/toolkit/retrieval/boolean_query.h
     include/lorvale/toolkit/retrieval/hits.h
+    include/lorvale/toolkit/retrieval/invec_accessor.h
     include/lorvale/toolkit/retrieval/inverted_accessor.h
     include/lorvale/toolkit/retrieval/posting_queue.h
     include/lorvale/toolkit/retrieval/progress.h
     include/lorvale/toolkit/retrieval/query.h
     include/lorvale/toolkit/retrieval/query_parser.h
     include/lorvale/toolkit/retrieval/ranked_accessor.h
+    include/lorvale/toolkit/retrieval/router.h
     include/lorvale/toolkit/retrieval/sentence_parser.h
     include/lorvale/toolkit/retrieval/similarity.h
     include/lorvale/toolkit/retrieval/tf_map.h
+    include/lorvale/toolkit/retrieval/tw_vector.h
+    include/lorvale/toolkit/retrieval/vector_accessor.h
     include/lorvale/toolkit/storage.h
     include/lorvale/toolkit/storage/bit_array.h
     include/lorvale/toolkit/storage/block.h
@@ -89,6 +94,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/toolkit/storage/memory.h
     include/lorvale/toolkit/storage/mutex.h
     include/lorvale/toolkit/storage/object.h
+    include/lorvale/toolkit/storage/ram_stream.h
     include/lorvale/toolkit/storage/skip_list.h
     include/lorvale/toolkit/storage/sort.h
     include/lorvale/toolkit/storage/storable.h

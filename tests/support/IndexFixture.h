@@ -56,10 +56,11 @@ private:
     const Texts& texts;
 };
 
-/// An inverted index in memory over the texts, which it borrows.
-class IndexInMemory {
+/// An index in memory over the texts, which it borrows.
+template <class Index>
+class InMemory {
 public:
-    explicit IndexInMemory(const Texts& indexTexts, std::shared_ptr<Bytes> onBytes = nullptr)
+    explicit InMemory(const Texts& indexTexts, std::shared_ptr<Bytes> onBytes = nullptr)
         : texts(indexTexts), bytes(onBytes != nullptr ? std::move(onBytes) : std::make_shared<Bytes>()) {}
 
     void Make() {
@@ -75,8 +76,8 @@ public:
     void Attach(std::unique_ptr<IAStoreStream> stream) {
         index.reset();
         storage = IAMakeStorage(std::move(stream));
-        index = std::make_unique<InvertedIndex>(storage.get(), std::make_unique<TextsCorpus>(texts),
-                                                std::make_unique<OneByteAnalysis>());
+        index = std::make_unique<Index>(storage.get(), std::make_unique<TextsCorpus>(texts),
+                                        std::make_unique<OneByteAnalysis>());
     }
     void Add(std::string_view name) { index->AddDoc(std::make_unique<StringDoc>(std::string(name))); }
     void Delete(std::string_view name) {
@@ -106,10 +107,27 @@ public:
         return list;
     }
 
+    /// How many documents the term's record counts.
+    std::uint32_t CountOf(std::string_view word) {
+        const IATerm term(word);
+        const auto info = index->GetTermInfo(&term);
+        return info != nullptr ? info->GetDocumentCount() : 0;
+    }
+    /// The words of a document as its vector has them.
+    Words VectorOf(std::string_view name) {
+        Words words;
+        const StringDoc doc{std::string(name)};
+        const auto vector = index->GetTFVector(&doc);
+        for (const auto& [termID, freq] : vector->GetComponents())
+            words[std::string(index->GetIDTerm(termID)->View())] = freq;
+        return words;
+    }
+
     const Texts& texts;
     std::shared_ptr<Bytes> bytes;
     std::unique_ptr<IAStorage> storage;
-    std::unique_ptr<InvertedIndex> index;  // after the storage, which it uses to the end
+    std::unique_ptr<Index> index;  // after the storage, which it uses to the end
 };
+using IndexInMemory = InMemory<InvertedIndex>;
 
 }  // namespace brindle::testing

@@ -4,6 +4,7 @@
 #include <random>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "tests/support/IndexFixture.h"
@@ -12,9 +13,13 @@ namespace brindle::testing {
 
 /// Random changes of an index beside a model of plain maps.  The texts of all names there may ever be are drawn
 /// first; `indexed` says which name stands for which of them.
-class IndexHistory {
+template <class Index>
+class History {
 public:
-    explicit IndexHistory(unsigned seed, std::uint32_t bytesForUpdate = 3'000)
+    static constexpr bool kHasLists = std::is_base_of_v<InvertedIndex, Index>;
+    static constexpr bool kHasVectors = std::is_base_of_v<VectorIndex, Index>;
+
+    explicit History(unsigned seed, std::uint32_t bytesForUpdate = 3'000)
         : budget(bytesForUpdate), random(seed) {
         for (int i = 0; i < 400; ++i) texts["d" + std::to_string(i)] = RandomText();
         subject.Make();
@@ -41,12 +46,12 @@ public:
             case 2:
                 return subject.index->Flush();
             case 3:
-                subject.ListOf("w" + std::to_string(random() % 20));
+                subject.CountOf("w" + std::to_string(random() % 20));
                 return;
             case 4:
                 return random() % 4 == 0 ? subject.index->Compact() : subject.index->Purge();
             case 5:
-                return random() % 4 == 0 ? Reopen() : Delete();
+                return random() % 4 == 0 ? Reopen() : DeleteAndExpunge();
             case 6:
                 if (random() % 4 == 0) Merge();
                 return;
@@ -65,7 +70,7 @@ public:
         const IndexReport report = VerifyIndex(*subject.index);
         ASSERT_EQ(report.violations, std::vector<std::string>());
         ASSERT_EQ(subject.index->GetDocCount(), indexed.size());
-        std::map<std::string, IndexInMemory::List> lists;
+        std::map<std::string, typename InMemory<Index>::List> lists;
         for (const std::string& name : indexed) {
             std::uint32_t length = 0;
             for (const auto& [word, count] : WordsOf(TextOf(name))) {
@@ -77,10 +82,16 @@ public:
             }
             const StringDoc doc(name);
             ASSERT_EQ(subject.index->GetDocInfo(&doc, false)->GetDocumentLength(), length);
+            if constexpr (kHasVectors) {
+                ASSERT_EQ(subject.VectorOf(name), WordsOf(TextOf(name))) << name;
+            }
         }
         for (int i = 0; i < 130; ++i) {
             const std::string word = "w" + std::to_string(i);
-            ASSERT_EQ(subject.ListOf(word), lists[word]) << word;
+            ASSERT_EQ(subject.CountOf(word), lists[word].documentCount) << word;
+            if constexpr (kHasLists) {
+                ASSERT_EQ(subject.ListOf(word), lists[word]) << word;
+            }
         }
     }
 
@@ -101,6 +112,11 @@ public:
         subject.Delete(name);
         indexed.erase(name);
     }
+    void DeleteAndExpunge() {
+        Delete();
+        if constexpr (kHasLists && kHasVectors)
+            if (random() % 2 == 0) subject.index->ExpungeTermPostings();
+    }
     void Rename() {
         subject.index->Flush();
         const std::string to = NewName();
@@ -120,7 +136,7 @@ public:
     }
     /// Some new documents come by way of other indexes, in which others were deleted.
     void Merge() {
-        IndexInMemory sources[2] = {IndexInMemory(texts), IndexInMemory(texts)};
+        InMemory<Index> sources[2] = {InMemory<Index>(texts), InMemory<Index>(texts)};
         std::vector<IAIndex*> indices;
         for (auto& source : sources) {
             source.Make();
@@ -141,7 +157,7 @@ public:
     }
 
     Texts texts;
-    IndexInMemory subject{texts};
+    InMemory<Index> subject{texts};
 
 private:
     const std::uint32_t budget;
@@ -149,5 +165,6 @@ private:
     std::set<std::string> indexed;
     std::map<std::string, std::string> textNames;  // after renames
 };
+using IndexHistory = History<InvertedIndex>;
 
 }  // namespace brindle::testing

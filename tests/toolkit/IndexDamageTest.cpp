@@ -9,14 +9,20 @@
 namespace brindle::testing {
 namespace {
 
-TEST(IndexDamage, AnyByteRaisesAnIAExceptionAtMost) {
-    const IndexToDamage index;
+template <class Index>
+void DamageAnyBytes() {
+    const DamagedIndex<Index> index;
     std::mt19937 random(5);
     for (int round = 0; round < 80; ++round) {
         std::vector<std::uint8_t> changes(4 * (1 + random() % 4));
         for (std::uint8_t& byte : changes) byte = static_cast<std::uint8_t>(random());
         index.DamageAndUse(changes);
     }
+}
+
+TEST(IndexDamage, AnyByteRaisesAnIAExceptionAtMost) {
+    DamageAnyBytes<InvertedIndex>();
+    DamageAnyBytes<InVecIndex>();
 }
 
 TEST(IndexDamage, TheCheckNamesTheBrokenRule) {

@@ -8,19 +8,29 @@
 #include "tests/support/IndexHistory.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolkitThreads.h"
+#include "toolkit/index/VectorStream.h"
 
 namespace brindle::testing {
 namespace {
 
+/// A vector is that of its document, and may be gone a moment later.
+void ReadVectors(VectorIndex& index) {
+    for (VectorStream documents(index); documents.Next();) EXPECT_EQ(documents.Components().size(), 3u);
+    VectorAccessor accessor(&index);
+    accessor.InitializeAnew();
+    accessor.RankedSearch("all w3", {}, 5);
+}
+
 /// Three threads add documents, one deletes some and flushes, two read lists all the while.
-TEST(IndexThreads, AddersAndReadersShareAnIndex) {
+template <class Index>
+void ShareAnIndex() {
     const ToolkitThreads threads;
     const auto folder = lorvale::testing::TemporaryFolder();
     Texts texts;
     for (int i = 0; i < 1200; ++i)
         texts["d" + std::to_string(1000 + i)] =
             "all all w" + std::to_string(i % 7) + " own" + std::to_string(i);
-    IndexInMemory t(texts);
+    InMemory<Index> t(texts);
     t.Attach(std::make_unique<UFSStoreStream>((folder / "index").c_str()));
     t.storage->Initialize();
     t.index->Initialize();
@@ -43,6 +53,7 @@ TEST(IndexThreads, AddersAndReadersShareAnIndex) {
                 EXPECT_EQ(posting.freq, 2u);
             }
             t.index->GetDocCount();
+            if constexpr (std::is_base_of_v<VectorIndex, Index>) ReadVectors(*t.index);
         }
     };
     std::vector<std::thread> adders, readers;
@@ -127,6 +138,11 @@ TEST(AccessorThreads, SearchersShareAGrowingIndex) {
     done = true;
     for (auto& thread : searchers) thread.join();
     EXPECT_EQ(VerifyIndex(*t.index).violations, std::vector<std::string>());
+}
+
+TEST(IndexThreads, AddersAndReadersShareAnIndex) {
+    ShareAnIndex<InvertedIndex>();
+    ShareAnIndex<InVecIndex>();
 }
 
 }  // namespace

@@ -36,12 +36,12 @@ private:
     void ReadDirectory() {
         docs.clear();
         next = 0;
-        const std::string directory(files.GetDir());
+        const std::uint32_t directory = files.GetDir();
         for (; more && files.GetDir() == directory; more = files.Increment()) {
             const auto& fits = corpus.GetCriteriaFunction();
             if (fits != nullptr && !fits(files.GetPath().c_str(), files.GetFileName().c_str())) continue;
             docs.push_back(std::make_unique<UFSDirectoryDoc>(
-                corpus, directory, files.GetFileName(),
+                corpus, files.GetPath(), files.GetFileName(),
                 static_cast<std::int32_t>(
                     files.GetFileInfo().modificationTime)));  // seconds beyond 2038 wrap round
         }

@@ -64,8 +64,8 @@ void UFSIterator::SortDirectories(const std::function<bool(const std::string&, c
     std::ranges::stable_sort(directories, lessThan);
 }
 
-std::string_view UFSIterator::GetDir() const {
-    return fileName.empty() ? std::string_view() : directories[currentDirectory];
+std::string UFSIterator::GetFullPath() const {
+    return fileName.empty() ? std::string() : path + "/" + fileName;
 }
 
 bool UFSIterator::Increment() {
@@ -84,12 +84,12 @@ bool UFSIterator::Increment() {
 bool UFSIterator::NextEntry() {
     struct stat info {};
     while (const char* const name = openDirectory->NextName()) {
-        std::string found = directories[currentDirectory] + "/" + name;
+        const std::string found = directories[currentDirectory] + "/" + name;
         if (::lstat(found.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) continue;
         if (::access(found.c_str(), R_OK) != 0) continue;
         fileInfo = {static_cast<std::uint64_t>(info.st_size), info.st_mtime};
         fileName = name;
-        path = std::move(found);
+        path = directories[currentDirectory];
         return true;
     }
     return false;

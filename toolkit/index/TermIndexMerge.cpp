@@ -6,27 +6,9 @@
 #include "lorvale/toolkit/retrieval/progress.h"
 #include "toolkit/index/Probes.h"
 #include "toolkit/index/RecordLimits.h"
+#include "toolkit/index/TermHeads.h"
 
 namespace brindle {
-
-namespace {
-
-/// A source's next term.
-struct TermHead {
-    std::unique_ptr<TermInfo> info;  // null at the end
-    std::unique_ptr<IAOrderedStorableIterator> rest;
-};
-
-/// The first of the least terms, so that of equal terms the sources come in their order; null when all are
-/// through.
-TermHead* LeastOf(std::vector<TermHead>& heads) {
-    TermHead* least = nullptr;
-    for (TermHead& head : heads)
-        if (head.info != nullptr && (least == nullptr || head.info->LessThan(least->info.get()))) least = &head;
-    return least;
-}
-
-}  // namespace
 
 void TermIndex::Merge(std::span<IAIndex* const> sources) {
     CheckOpen();
@@ -87,16 +69,10 @@ std::vector<std::uint32_t> TermIndex::BasesFor(std::span<TermIndex* const> sourc
 
 void TermIndex::MergeTermInfos(std::span<TermIndex* const> sources, std::span<const std::uint32_t> bases,
                                Progress& progress) {
-    std::vector<TermHead> heads;
-    for (TermIndex* const source : sources) {
-        auto iterator = source->GetTermInfoIterator();
-        auto first = RecordOf<TermInfo>(iterator->Next());
-        heads.push_back({std::move(first), std::move(iterator)});
-    }
-    while (TermHead* const head = LeastOf(heads)) {
-        const auto number = static_cast<std::size_t>(head - heads.data());
-        MergeTerm(*head->info, *sources[number], number, bases[number]);
-        head->info = RecordOf<TermInfo>(head->rest->Next());
+    TermHeads heads(sources);
+    while (const TermHead* const head = heads.Least()) {
+        MergeTerm(*head->info, *sources[head->source], head->source, bases[head->source]);
+        heads.Advance(head->source);
         progress.StepCheck(MergeTermCost());
     }
     for (const auto& map : mergeMaps)

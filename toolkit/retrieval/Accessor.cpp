@@ -86,6 +86,12 @@ void IAAccessor::Initialize(IAStorage* storage, std::uint32_t block) {
     isInitialized = true;
 }
 
+void IAAccessor::InitializeAnew() {
+    IAAssertion(!isInitialized, "accessor already initialized!", IAAccessorAlreadyInitialized);
+    Initializing();
+    isInitialized = true;
+}
+
 bool IAAccessor::IsInitializationValid(IAStorage* storage, std::uint32_t block) {
     const Place place = FindPlace(storage, block);
     if (place.block == 0) return false;

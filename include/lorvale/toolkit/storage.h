@@ -7,6 +7,7 @@
 #include "lorvale/toolkit/storage/memory.h"
 #include "lorvale/toolkit/storage/mutex.h"
 #include "lorvale/toolkit/storage/object.h"
+#include "lorvale/toolkit/storage/ram_stream.h"
 #include "lorvale/toolkit/storage/skip_list.h"
 #include "lorvale/toolkit/storage/sort.h"
 #include "lorvale/toolkit/storage/storable.h"

@@ -87,7 +87,7 @@ private:
 class LORVALE_EXPORT UFSDirectoryCorpus : public IACorpus {
 public:
     static constexpr std::uint32_t Type = IATag("UFD0");
-    /// Whether the file of that path and name is a document.
+    /// Whether the file of that name in the directory of that path is a document.
     using CriteriaFunction = std::function<bool(const char* path, const char* name)>;
 
     explicit UFSDirectoryCorpus(std::string_view root = {}, std::uint32_t typeTag = Type);

@@ -3,7 +3,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "lorvale/export.h"
@@ -35,15 +34,17 @@ public:
     /// Goes to the next file; false at the end, and ever after.
     bool Increment();
 
-    // The current file.
+    // The current file; all are empty before the first and behind the last one.
 
-    /// Directory, "/", name.
+    /// The directory's path.
     const std::string& GetPath() const { return path; }
     const std::string& GetFileName() const { return fileName; }
-    /// The directory of the current file; empty before the first and behind the last one.
-    std::string_view GetDir() const;
+    /// Path, "/", name.
+    std::string GetFullPath() const;
     const UFSFileInfo& GetFileInfo() const { return fileInfo; }
 
+    /// The number of the current directory in GetDirInfos().
+    std::uint32_t GetDir() const { return static_cast<std::uint32_t>(currentDirectory); }
     std::uint32_t GetDirCount() const { return static_cast<std::uint32_t>(directories.size()); }
     const std::vector<std::string>& GetDirInfos() const { return directories; }
     /// Changes the order in which the directories will be walked.  Before the first Increment().

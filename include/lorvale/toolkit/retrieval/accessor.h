@@ -14,8 +14,8 @@ inline constexpr const char* IADefaultAccessorName = "IADefaultAccessor";
 /// The search side of a set of indexes.  It owns tables that are costly to compute, and can keep them in a
 /// storage: by default that of the first index, in the block IADefaultAccessorName.
 ///
-/// Exactly one of StoreInitialization(), Initialize() and Update() comes first, once.  IsInitializationValid()
-/// tells whether Initialize() will find stored tables that fit.  One thread at a time.
+/// Exactly one of StoreInitialization(), Initialize(), InitializeAnew() and Update() comes first, once.
+/// IsInitializationValid() tells whether Initialize() will find stored tables that fit.  One thread at a time.
 class LORVALE_EXPORT IAAccessor : public IAObject {
 public:
     IAAccessor(const IAAccessor&) = delete;
@@ -27,6 +27,8 @@ public:
     /// Reads the stored tables, or computes them where there are none.  Raises "invalid initialization"
     /// (IAAccessorInitInvalid) when the indexes have changed since.
     void Initialize(IAStorage* storage = nullptr, std::uint32_t block = 0);
+    /// Computes the tables, whether or not there are stored ones.
+    void InitializeAnew();
     bool IsInitializationValid(IAStorage* storage = nullptr, std::uint32_t block = 0);
     /// Reads tables that were stored before the indexes grew, and computes what the new documents add.  Raises
     /// "invalid update operation" (IAAccessorUpdateInvalid) for tables of other indexes.
@@ -45,6 +47,8 @@ protected:
     /// Does nothing the second time, so that every class with a shared base may call it.  Borrows the indexes.
     void Constructing(std::span<IAIndex* const> ofIndices, std::uint32_t type);
     void CheckInitialized() const;
+    /// For a subclass that computed its tables when it was made.
+    void SetInitialized() { isInitialized = true; }
 
     /// Computes the tables.
     virtual void Initializing() = 0;
