@@ -10,6 +10,7 @@
 
 #include "lorvale/platform/exception.h"
 #include "lorvale/values/encoding.h"
+#include "lorvale/values/text.h"
 #include "tests/support/StoreSupport.h"
 #include "tests/support/TestSupport.h"
 
@@ -36,6 +37,16 @@ std::string bytesOfListing(std::string_view listing) {
         }
     }
     return bytes;
+}
+
+/// The example in the documents: the numbers before the gap of each line.
+std::string bytesInDocument() {
+    const auto text = readFile(sourceFolder() / "docs/formats.md");
+    const auto start = text.find("```\n", text.find("<!-- table of contents -->")) + 4;
+    const auto block = text.substr(start, text.find("```", start) - start);
+    std::string digits;
+    for (const auto line : split(block, '\n')) digits += std::string(line.substr(0, line.find("   "))) + " ";
+    return bytesOfListing(digits);
 }
 
 class Table : public ::testing::Test {
@@ -94,12 +105,7 @@ TEST_F(Table, HasTheBytesOfItsFormat) {
     TableOfContents table(path);
     table.addMessage(*html, {0, 120});
     table.addMessage(*rich, {120, 80});
-    const auto expected = bytesOfListing(
-        "000dbba0 00000002 3d64dbaf 00000000 00000000 00000000 00000000 00000000"
-        "0000003c 00000000 00000078 000fa516 |*h  Ann <a@x.example>| 00 |caf|e9 00 00"
-        "00000000 00000000 00000000 3d64dd1f"
-        "00000032 00000078 00000050 000f6421 |dn  b| 00 00 |tea.attach| 00"
-        "00000000 00000000 00000000 0000a8c0");
+    const auto expected = bytesInDocument();
     EXPECT_EQ(table.cachedData(0x3d64dbaf).toString(), expected);
     const auto again = TableOfContents::ofBytes("", ExactCopy(expected));
     EXPECT_EQ(at(*again, 0).dateReceived(), Date(0x3d64dd1f));
