@@ -9,11 +9,13 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "base/files/FileSystem.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/store.h"
+#include "mail/stores/MboxNumbers.h"
 #include "mail/stores/MboxScan.h"
 
 namespace {
@@ -111,6 +113,31 @@ void BM_ScanInMemory(benchmark::State& state) {
     countBytes(state);
 }
 BENCHMARK(BM_ScanInMemory)->Unit(benchmark::kMillisecond);
+
+void BM_ScanOfTheMappedFile(benchmark::State& state) {
+    for (auto _ : state) {
+        const auto bytes = FileSystem::current().mapFile(Mailbox::shared().path());
+        benchmark::DoNotOptimize(mboxEntries(bytes->view()).size());
+    }
+    countBytes(state);
+}
+BENCHMARK(BM_ScanOfTheMappedFile)->Unit(benchmark::kMillisecond);
+
+/// The way that a mailbox is opened: copying the bytes is the price of surviving a file that gets shorter.
+void BM_ScanOfTheFileReadInBlocks(benchmark::State& state) {
+    const auto file = FileSystem::current().openForReading(Mailbox::shared().path());
+    std::vector<char> block(kMboxBlock);
+    for (auto _ : state) {
+        std::size_t found = 0;
+        MboxScanner scanner([&found](const MboxEntry&) { ++found; });
+        while (const auto count = file->readInto(block, scanner.size()).value_or(0))
+            scanner.add({block.data(), count});
+        scanner.finish();
+        benchmark::DoNotOptimize(found);
+    }
+    countBytes(state);
+}
+BENCHMARK(BM_ScanOfTheFileReadInBlocks)->Unit(benchmark::kMillisecond);
 
 void BM_Open(benchmark::State& state) {
     const auto& mailbox = Mailbox::shared();
