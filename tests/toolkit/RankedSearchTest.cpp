@@ -254,6 +254,9 @@ TEST_F(AccessorTest, CancellingAtAnyReportLeavesTheAccessorUsable) {
     }
     EXPECT_EQ(accessor.RankedSearch("all", {}, 10).size(), 10u);
     EXPECT_TRUE(accessor.RankedSearch("all", {}, 0).empty());
+    // A word of two terms stands for the documents of both, each of them once.
+    EXPECT_EQ(accessor.RankedSearchBoolean("w3-w4", 300).size(),
+              accessor.RankedSearch("w3 w4", {}, 300).size());
     EXPECT_TRUE(accessor.RankedSearch("absent", {}, 10).empty());
     EXPECT_EQ(failureOf([&] { accessor.RankedSearchBoolean("all &", 10); }), "VAIQ invalid query");
 }
@@ -272,6 +275,27 @@ TEST_F(AccessorTest, HitsNameTheirTermsAndDocumentsTheirTopics) {
     EXPECT_EQ(TermsOf(accessor.GetTermsRelated("own3", 2)), "w3 all ");
     const auto like = accessor.RankedSearch("", std::span(&example, 1), 3);
     EXPECT_EQ(static_cast<const StringDoc*>(like[0]->GetDocument())->View(), "d103");
+}
+
+TEST(RankedSearch, TablesOfAnEmptyIndexGrow) {
+    const Texts texts = {{"a", "x y"}};
+    IndexInMemory t(texts);
+    t.Make();
+    InvertedAccessor empty(t.index.get());
+    empty.StoreInitialization();
+    t.Add("a");
+    t.index->Flush();
+    InvertedAccessor grown(t.index.get());
+    grown.Update();
+    EXPECT_EQ(grown.RankedSearch("x", {}, 5).size(), 1u);
+    TermIndex* const indices[] = {t.index.get()};
+    IARankedQuery query;
+    query.SetIndices(indices);
+    query.SetSimilarity(grown.GetSimilarity());
+    query.SetTextQuery("x y");
+    query.Initialize();
+    const FreqPSQueue queue(query, *t.index, 0);  // of two heads for one document the one put last is first
+    EXPECT_EQ(queue.First().entry->term->View(), "y");
 }
 
 TEST_F(AccessorTest, LongQueriesAreTrimmed) {
@@ -321,11 +345,15 @@ TEST(RankedSearch, DocumentedExampleIsWhatIsFound) {
 TEST_F(AccessorTest, ExampleDocumentsCountLikeTheirTexts) {
     texts["e1"] = "w3 w3 own3 all";
     texts["e2"] = "w4 all";
+    texts["even"] = "uno due";
+    t.Add("even");
     t.Add("e1");
     t.Add("e2");
     t.index->Flush();
     InvertedAccessor accessor(t.index.get());
     accessor.Initialize();
+    const StringDoc even("even");
+    EXPECT_EQ(TermsOf(accessor.GetDocTopic({&even, t.index.get()}, 1)), "due ");  // of equals the first to come
     const StringDoc e1("e1"), e2("e2");
     const IADoc* const documents[] = {&e1, &e2};
     TFMap maps[2], moved;
@@ -352,6 +380,10 @@ TEST_F(AccessorTest, ExampleDocumentsCountLikeTheirTexts) {
         EXPECT_FLOAT_EQ(weightOf("all w4", examples, term),
                         weightOf(texts["e1"], {}, term) + 2 * weightOf("all w4", {}, term))
             << term;
+    t.index->SetMaxDocumentSize(2);
+    TFMap cut[2];
+    EXPECT_FALSE(t.index->GetTFMaps(documents, cut, nullptr));
+    EXPECT_EQ(cut[0].Entries().size(), 2u);
     const RankedQueryDoc nowhere{&e1, nullptr};
     EXPECT_EQ(failureOf([&] { accessor.RankedSearch("", std::span(&nowhere, 1), 5); }),
               "QFLT query document without an index");
