@@ -1,5 +1,9 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
+    include/lorvale/body.h
+    include/lorvale/body/mime_body.h
+    include/lorvale/body/mime_body_part.h
+    include/lorvale/body/plain_body.h
     include/lorvale/defaults.h
     include/lorvale/export.h
     include/lorvale/message.h

@@ -1,31 +1,15 @@
 #pragma once
-#include <map>
 #include <string>
-#include <string_view>
 
 #include "lorvale/message.h"
+#include "lorvale/values/attributed_text.h"
 
 namespace mailhost {
 
-/// The value of a "Content-Type:" header: "text/plain; charset=utf-8".  Type and parameter names are in lower
-/// case; quoted values are unquoted, comments dropped.
-struct ContentType {
-    std::string type = "text/plain";
-    std::map<std::string, std::string, std::less<>> parameters;
+/// The body of a message as text with its attachments.  Throws Failure when it cannot be had.
+lorvale::AttributedText decodedText(lorvale::Message& message);
 
-    static ContentType parse(std::string_view value);
-    bool isText() const { return type.starts_with("text/"); }
-};
-
-/// The body of a message as text.
-struct BodyText {
-    std::string text;     // UTF-8; of a body that is not text, its bytes
-    bool decoded = true;  // false: the body as it stands in the mailbox
-    std::string type, charset, transferEncoding;
-};
-
-/// Decodes a body in one part by its transfer encoding and charset.  A multipart body, and one that is not
-/// text, comes as it stands: the library does not tell parts apart yet.
-BodyText bodyText(lorvale::Message& message);
+/// The text with "[name, 12,345 bytes]" in the place of each attachment.
+std::string readableText(const lorvale::AttributedText& text);
 
 }  // namespace mailhost

@@ -2,10 +2,10 @@
 #include <cstdio>
 #include <map>
 
-#include "BodyText.h"
 #include "Commands.h"
 #include "Json.h"
 #include "Mailbox.h"
+#include "Parts.h"
 #include "Terminal.h"
 #include "Work.h"
 #include "lorvale/message/addresses.h"
@@ -38,11 +38,10 @@ void add(lorvale::Message& message, Statistics& statistics) {
     if (const auto sender = headers->sender(); !sender.empty()) {
         ++statistics.senders[lorvale::asciiLowered(lorvale::uncommentedAddress(sender))];
     }
-    const auto type = ContentType::parse(headers->firstTextForKey("content-type"));
-    ++statistics.types[type.type];
-    if (const auto charset = type.parameters.find("charset"); charset != type.parameters.end()) {
-        ++statistics.charsets[lorvale::asciiLowered(charset->second)];
-    }
+    const auto part = partOfHeaders(*headers);
+    ++statistics.types[typeOf(*part)];
+    if (const auto charset = part->mimeParameterForKey("charset"))
+        ++statistics.charsets[lorvale::asciiLowered(*charset)];
 }
 
 Statistics gather(lorvale::MessageStore& store) {

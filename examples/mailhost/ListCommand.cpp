@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "Mailbox.h"
 #include "MessageFilter.h"
+#include "Parts.h"
 #include "Summary.h"
 #include "Table.h"
 #include "Terminal.h"
@@ -23,8 +24,10 @@ constexpr auto kSortOrders = std::to_array<std::string_view>({
 constexpr auto kSort = choiceOption("--sort", "ORDER", kSortOrders, "the order of the lines");
 constexpr auto kReverse = flag("--reverse", "the other way round");
 constexpr auto kLimit = numberOption("--limit", "N", "end after N lines");
+constexpr auto kAttachments = flag("--attachments", "mark messages with attachments, for which all are read");
 constexpr auto kWords = std::to_array<Parameter>({kMailbox});
-constexpr auto kOptions = joined(std::to_array<Parameter>({kSort, kReverse, kLimit}), kFilterOptions);
+constexpr auto kOptions =
+    joined(std::to_array<Parameter>({kSort, kReverse, kLimit, kAttachments}), kFilterOptions);
 
 /// Reads what sorting asks for, under a progress bar.
 void readAll(lorvale::MessageStore& store) {
@@ -61,8 +64,9 @@ std::size_t largestSize(lorvale::MessageStore& store) {
 /// Where the lines go: a table for people, or JSON.
 class Listing {
 public:
-    Listing(lorvale::MessageStore& store, bool asJson)
+    Listing(lorvale::MessageStore& store, bool asJson, bool marksAttachments)
         : _json(asJson),
+          _marksAttachments(marksAttachments),
           _table({{.title = "No.", .numeric = true, .expected = width(std::to_string(store.totalCount()))},
                   {.title = "", .expected = 2},
                   {.title = "Date", .dispensable = 1},
@@ -75,7 +79,8 @@ public:
                  outputColumns(), outputIsStyled()) {}
 
     void add(lorvale::Message& message, std::size_t number) {
-        const Summary summary(message, number, _json ? Summary::Detail::json : Summary::Detail::row);
+        Summary summary(message, number, _json ? Summary::Detail::json : Summary::Detail::row);
+        if (_marksAttachments && !summary.unreadable) summary.attachments = attachmentCount(message);
         ++count;
         if (summary.unreadable) ++unreadable;
         if (_json) {
@@ -95,7 +100,8 @@ private:
         const std::string marks = std::string(summary.unreadable ? "!"
                                               : summary.read     ? ""
                                                                  : "U") +
-                                  (summary.deleted ? "D" : "");
+                                  (summary.deleted ? "D" : "") +
+                                  (summary.attachments.value_or(0) > 0 ? "A" : "");
         _table.addRow(
             {std::to_string(summary.number), marks, dateForPeople(summary.date),
              lorvale::addressComment(summary.from),
@@ -103,7 +109,7 @@ private:
             /*bright=*/!summary.read);
     }
 
-    const bool _json;
+    const bool _json, _marksAttachments;
     Table _table;
     LineOutput _output;
 };
@@ -112,7 +118,7 @@ int run(const Arguments& arguments) {
     Mailbox mailbox(arguments[kMailbox]);
     const MessageFilter filter(arguments);
     const auto messages = inOrder(mailbox, arguments);
-    Listing listing(mailbox.store(), arguments.has(kJson));
+    Listing listing(mailbox.store(), arguments.has(kJson), arguments.has(kAttachments));
     const auto limit = arguments.value(kLimit).value_or(messages.size());
     for (const auto& message : messages) {
         if (listing.count == limit) break;
@@ -134,14 +140,16 @@ const Command listCommand = {
     .name = "list",
     .summary = "one line for each message",
     .description =
-        "Prints one line for each message of a mailbox: its number there, marks (U unread, D deleted), the "
+        "Prints one line for each message of a mailbox: its number there, marks (U unread, D deleted, A with "
+        "attachments), the "
         "date of "
         "delivery, sender, subject and size. A message whose bytes cannot be had, since another program "
         "changed "
         "the mailbox meanwhile, is marked with an exclamation mark, and the exit status is 1.\n\n"
         "In JSON a line has the members number, id, from, recipients, subject, date (of delivery), size, read "
         "and "
-        "deleted; unreadable is there, and true, for a message whose bytes cannot be had.",
+        "deleted; attachments, their number, is there with --attachments; unreadable is there, and true, for a "
+        "message whose bytes cannot be had.",
     .words = kWords,
     .options = kOptions,
     .run = run,

@@ -3,10 +3,13 @@
 #include <cstdio>
 #include <map>
 
+#include "Attachments.h"
 #include "BodyText.h"
 #include "Commands.h"
 #include "Mailbox.h"
+#include "Parts.h"
 #include "Summary.h"
+#include "Table.h"
 #include "Terminal.h"
 #include "Work.h"
 #include "lorvale/mime.h"
@@ -16,14 +19,20 @@ namespace mailhost {
 
 namespace {
 
-enum class Part { summary, headers, raw, text };
+enum class Part { summary, headers, raw, text, parts, saved };
 
 constexpr auto kNumber = numberWord("N", "the number of a message");
 constexpr auto kHeaders = flag("--headers", "all headers, and nothing else", "part");
 constexpr auto kRaw = flag("--raw", "the very bytes", "part");
 constexpr auto kText = flag("--text", "the text alone", "part");
+constexpr auto kParts = flag("--parts", "the tree of parts, with their types, names and sizes", "part");
+constexpr auto kSave = Typed<std::string>{{.name = "--save",
+                                           .placeholder = "DIR",
+                                           .help = "write the attachments to files in a folder",
+                                           .takes = Takes::folder,
+                                           .group = "part"}};
 constexpr auto kWords = std::to_array<Parameter>({kMailbox, kNumber});
-constexpr auto kOptions = std::to_array<Parameter>({kHeaders, kRaw, kText});
+constexpr auto kOptions = std::to_array<Parameter>({kHeaders, kRaw, kText, kParts, kSave});
 
 struct HeaderLine {
     std::string name, value;
@@ -53,14 +62,17 @@ void printHeader(std::string_view name, std::string_view value) {
                 printableLine(value).c_str());
 }
 
-void printText(const BodyText& body) {
-    if (!body.decoded) {
-        std::fprintf(stderr, "mailhost: the body is %s; it is shown as it stands\n",
-                     printableLine(body.type).c_str());
-    }
-    const auto text = printableText(body.text);
+void printText(lorvale::Message& message) {
+    const auto text = printableText(readableText(decodedText(message)));
     std::fwrite(text.data(), 1, text.size(), stdout);
     if (!text.empty() && !text.ends_with('\n')) std::putchar('\n');
+}
+
+/// The tree, of a body that is one.
+std::shared_ptr<lorvale::MimeBodyPart> treeOf(lorvale::Message& message) {
+    auto root = partsOf(message);
+    if (!root) throw Failure("the body of the message has no parts: it is of another kind");
+    return root;
 }
 
 /// Decoding an encoded word drops the blank behind it, so that a name in other letters touches its address.
@@ -123,28 +135,46 @@ std::string base64(const lorvale::Data& bytes) {
     return text;
 }
 
-std::string messageAsJson(lorvale::Message& message, std::uint64_t number, Part part) {
+std::string savedAsJson(const std::vector<SavedFile>& files) {
+    std::vector<std::string> objects;
+    for (const auto& [path, size] : files)
+        objects.push_back(JsonObject().add("path", path).add("size", size).text());
+    return jsonArray(objects);
+}
+
+void addText(JsonObject& object, lorvale::Message& message) {
+    const auto part = partOfHeaders(*message.headers());
+    object.add("type", typeOf(*part)).add("charset", part->mimeParameterForKey("charset").value_or(""));
+    object.add("transferEncoding", part->mimeEncoding().value_or(""));
+    object.add("text", readableText(decodedText(message)));
+}
+
+std::string messageAsJson(lorvale::Message& message, std::uint64_t number, Part part,
+                          const std::string& folder) {
     JsonObject object = Summary(message, number, Summary::Detail::json).json();
     const bool summary = part == Part::summary;
-    if (summary || part == Part::headers) {
-        object.addJson("headers", headersAsJson(*message.headers()));
-    }
-    if (summary || part == Part::text) {
-        const auto body = bodyText(message);
-        object.add("type", body.type).add("charset", body.charset);
-        object.add("transferEncoding", body.transferEncoding)
-            .add("decoded", body.decoded)
-            .add("text", body.text);
-    }
+    if (summary || part == Part::headers) object.addJson("headers", headersAsJson(*message.headers()));
+    if (summary || part == Part::text) addText(object, message);
     if (part == Part::raw) object.add("base64", base64(rawBytes(message)));
+    if (part == Part::parts) object.addJson("body", partsAsJson(*treeOf(message)));
+    if (part == Part::saved)
+        object.addJson("saved", savedAsJson(saveAttachments(decodedText(message), folder)));
     return object.text();
 }
 
-void print(lorvale::Message& message, Part part) {
+void printSaved(const std::vector<SavedFile>& files) {
+    Table table({{.title = "File", .takesRest = true}, {.title = "Bytes", .numeric = true}}, outputColumns(),
+                outputIsStyled());
+    for (const auto& [path, size] : files) table.addRow({path, groupedNumber(size)});
+    table.finish();
+    if (files.empty()) LineOutput().write("No attachments.");
+}
+
+void print(lorvale::Message& message, Part part, const std::string& folder) {
     switch (part) {
         case Part::summary:
             printSummary(*message.headers());
-            printText(bodyText(message));
+            printText(message);
             break;
         case Part::headers:
             for (const auto& [name, value] : headerLines(*message.headers())) printHeader(name, value);
@@ -153,7 +183,13 @@ void print(lorvale::Message& message, Part part) {
             printRaw(rawBytes(message));
             break;
         case Part::text:
-            printText(bodyText(message));
+            printText(message);
+            break;
+        case Part::parts:
+            printParts(*treeOf(message));
+            break;
+        case Part::saved:
+            printSaved(saveAttachments(decodedText(message), folder));
             break;
     }
 }
@@ -161,6 +197,8 @@ void print(lorvale::Message& message, Part part) {
 Part wantedPart(const Arguments& arguments) {
     if (arguments.has(kHeaders)) return Part::headers;
     if (arguments.has(kRaw)) return Part::raw;
+    if (arguments.has(kParts)) return Part::parts;
+    if (arguments.has(kSave)) return Part::saved;
     return arguments.has(kText) ? Part::text : Part::summary;
 }
 
@@ -169,13 +207,14 @@ int run(const Arguments& arguments) {
     const auto number = arguments[kNumber];
     const auto message = mailbox.message(number);
     const auto part = wantedPart(arguments);
+    const auto folder = arguments.value(kSave).value_or("");
     workOn(nameOfMessage(number), message->messageSize(), [&] {
         message->headers()->allHeaders();
         if (message->bytesAreMissing()) throwUnreadable(nameOfMessage(number));
         if (arguments.has(kJson)) {
-            LineOutput().write(messageAsJson(*message, number, part));
+            LineOutput().write(messageAsJson(*message, number, part, folder));
         } else {
-            print(*message, part);
+            print(*message, part, folder);
         }
     });
     return 0;
@@ -187,11 +226,15 @@ const Command showCommand = {
     .name = "show",
     .summary = "the headers and the text of a message",
     .description =
-        "Prints message number N of a mailbox: its main headers and its text. A body in one part is decoded by "
-        "its "
-        "transfer encoding and charset. Control characters are shown and never obeyed, but for --raw into a "
-        "file "
-        "or a pipe, which gets the very bytes.",
+        "Prints message number N of a mailbox: its main headers and its text, the best of its alternatives, "
+        "with "
+        "the name and the size of each attachment in its place. Control characters are shown and never obeyed, "
+        "but for --raw into a file or a pipe, which gets the very bytes.\n\n"
+        "In JSON --parts gives the member body, an object with the members part (\"1.2\" for the second part "
+        "in "
+        "the first), type, charset, transferEncoding, name, size (in bytes, decoded), attachment and, for a "
+        "part "
+        "that holds others, parts; --save gives the member saved, a list of objects with path and size.",
     .words = kWords,
     .options = kOptions,
     .run = run,

@@ -64,6 +64,7 @@ JsonObject Summary::json() const {
         object.addNull("date");
     }
     object.add("size", size).add("read", read).add("deleted", deleted);
+    if (attachments) object.add("attachments", *attachments);
     if (unreadable) object.add("unreadable", true);
     return object;
 }

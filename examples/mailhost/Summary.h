@@ -24,7 +24,8 @@ struct Summary {
     std::optional<lorvale::Date> date;    // of delivery
     std::size_t size = 0;                 // bytes
     bool read = true, deleted = false;
-    bool unreadable = false;  // then there are only number, size and flags
+    std::optional<std::size_t> attachments;  // where somebody has counted them
+    bool unreadable = false;                 // then there are only number, size and flags
 
     JsonObject json() const;
 };

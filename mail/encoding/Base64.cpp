@@ -84,6 +84,37 @@ void appendDecodedBase64(ByteBuffer& out, std::string_view in) {
     appendDecodedBase64(out, in, base64Kernels().back());
 }
 
+/// The first padded group is the end: what stands behind it was put there by a list server or a filter.
+void appendStandardBase64(ByteBuffer& out, std::string_view in) {
+    auto* const to = out.reserve(in.size() / 4 * 3 + 3);
+    std::size_t written = 0, count = 0, pads = 0;
+    std::uint32_t bits = 0;
+    for (std::size_t i = 0; i < in.size(); ++i) {
+        if (count == 0) {
+            const auto clean = decodeCleanBase64(in.substr(i), to + written, base64Kernels().back());
+            written += clean.written;
+            i += clean.read;
+            if (i == in.size()) break;
+        }
+        const auto byte = static_cast<std::uint8_t>(in[i]);
+        if (byte == '=') {
+            if (count >= 2 && count + ++pads >= 4) break;
+            continue;
+        }
+        const auto value = byte < symbolValues.size() ? symbolValues[byte] : kNoSymbol;
+        if (value == kNoSymbol) continue;
+        pads = 0;
+        bits = bits << 6 | static_cast<std::uint8_t>(value);
+        if (++count < 4) continue;
+        for (const int shift : {16, 8, 0}) to[written++] = static_cast<std::uint8_t>(bits >> shift);
+        count = 0;
+    }
+    // Symbols that fill no group give the bytes that they hold whole.
+    for (std::size_t i = 0; i + 1 < count; ++i)
+        to[written++] = static_cast<std::uint8_t>(bits << (24 - 6 * count) >> (16 - 8 * i));
+    out.commit(written);
+}
+
 Data decodeBase64(const Data& data) {
     ByteBuffer out(3 * data.size() / 4);
     appendDecodedBase64(out, data.view());

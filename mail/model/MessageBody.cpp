@@ -1,4 +1,8 @@
+#include <algorithm>
+#include <map>
+
 #include "base/files/PathUtils.h"
+#include "lorvale/defaults.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"
@@ -6,6 +10,7 @@
 #include "lorvale/platform/notification.h"
 #include "lorvale/platform/paths.h"
 #include "mail/model/AttachmentPaths.h"
+#include "mail/model/ExceptionReason.h"
 
 namespace lorvale {
 
@@ -27,9 +32,14 @@ std::string usualAttachmentDirectory() {
     return standardizePath(stringByAppendingPathComponent(own, "mail"));
 }
 
-std::string reasonOf(const std::exception& exception) {
-    const auto* const named = dynamic_cast<const NamedException*>(&exception);
-    return named != nullptr ? std::string(named->reason()) : exception.what();
+struct ClassesByEncoding {
+    Mutex mutex;
+    std::map<std::string, MessageBodyClass, std::less<>> classes LORVALE_GUARDED_BY(mutex);
+};
+
+ClassesByEncoding& classesByEncoding() {
+    static ClassesByEncoding classes;
+    return classes;
 }
 
 }  // namespace
@@ -37,6 +47,33 @@ std::string reasonOf(const std::exception& exception) {
 WillingnessRegistry<MessageBodyClass>& MessageBody::bodyClasses() {
     static WillingnessRegistry<MessageBodyClass> classes;
     return classes;
+}
+
+void MessageBody::registerMessageClass(MessageBodyClass bodyClass, std::string_view forEncoding) {
+    auto& known = classesByEncoding();
+    const MutexLock lock(known.mutex);
+    known.classes.insert_or_assign(std::string(forEncoding), std::move(bodyClass));
+}
+
+void MessageBody::unregisterMessageClassForEncoding(std::string_view encoding) {
+    auto& known = classesByEncoding();
+    const MutexLock lock(known.mutex);
+    if (const auto found = known.classes.find(encoding); found != known.classes.end())
+        known.classes.erase(found);
+}
+
+std::optional<MessageBodyClass> MessageBody::bodyClassForMessageEncoding(std::string_view encoding) {
+    Message::initialize();
+    auto& known = classesByEncoding();
+    const MutexLock lock(known.mutex);
+    const auto found = known.classes.find(encoding);
+    return found == known.classes.end() ? std::nullopt : std::optional(found->second);
+}
+
+int MessageBody::lineLength() {
+    constexpr int kUsual = 76, kMost = 1'000'000;
+    const auto wanted = Defaults::sharedInstance().integerForKey("LineLength");
+    return wanted < 1 ? kUsual : static_cast<int>(std::min<std::int64_t>(wanted, kMost));
 }
 
 std::shared_ptr<MessageBody> MessageBody::bodyForMessage(const std::shared_ptr<Message>& message) {
@@ -84,24 +121,40 @@ void MessageBody::post(std::string_view name, std::string_view key, std::any val
                                                          {{std::string(key), std::move(value)}});
 }
 
+/// Null when the source has the bytes.
+std::shared_ptr<const AttributedText> MessageBody::textToEncode() const {
+    const auto owner = message();
+    const bool hasSource = owner && owner->messageSource();
+    const SmallMutexLock lock(_mutex);
+    return hasSource && _isOfSource ? nullptr : _decoded;
+}
+
 std::optional<Data> MessageBody::encodedBody() {
     if (auto held = _encodedBody()) return held;
-    std::optional<Data> made;
-    if (const auto text = _decodedBody()) {
-        try {
-            post(MessageBodyWillBeEncodedNotification, MessageDecodedBodyKey, *text);
-            made = encodeBody();
-            if (made) post(MessageBodyWasEncodedNotification, MessageEncodedBodyKey, *made);
-        } catch (const std::exception& exception) {
-            log("Exception raised during message encoding");
-            log("%@", reasonOf(exception));
-            return std::nullopt;
-        }
-    } else if (const auto owner = message()) {
-        made = owner->readBody();
+    if (const auto text = textToEncode()) return keep(encodedForm(*text), false);
+    const auto owner = message();
+    return keep(owner ? owner->readBody() : std::nullopt, true);
+}
+
+std::optional<Data> MessageBody::encodedForm(const AttributedText& text) {
+    try {
+        post(MessageBodyWillBeEncodedNotification, MessageDecodedBodyKey, text);
+        auto made = encodeBody();
+        if (made) post(MessageBodyWasEncodedNotification, MessageEncodedBodyKey, *made);
+        return made;
+    } catch (const std::exception& exception) {
+        log("Exception raised during message encoding");
+        log("%@", reasonOf(exception));
+        return std::nullopt;
     }
+}
+
+/// The first ones in are everybody's.
+std::optional<Data> MessageBody::keep(std::optional<Data> bytes, bool areOfSource) {
     const SmallMutexLock lock(_mutex);
-    if (!_encoded) _encoded = std::move(made);
+    if (_encoded || !bytes) return _encoded;
+    _encoded = std::move(bytes);
+    _isOfSource = areOfSource;
     return _encoded;
 }
 
@@ -128,6 +181,7 @@ std::shared_ptr<const AttributedText> MessageBody::decodedBody() {
 void MessageBody::setEncodedBody(std::optional<Data> bytes) {
     const SmallMutexLock lock(_mutex);
     _encoded.swap(bytes);
+    _isOfSource = false;
     _decoded.reset();
 }
 
@@ -135,6 +189,7 @@ void MessageBody::setDecodedBody(std::optional<AttributedText> text) {
     auto decoded = text ? std::make_shared<const AttributedText>(*std::move(text)) : nullptr;
     const SmallMutexLock lock(_mutex);
     _decoded.swap(decoded);
+    _isOfSource = false;
     _encoded.reset();
 }
 

@@ -59,7 +59,7 @@ const std::vector<MailRank> kMailRanks = {
     {{"encoding"}, {"lorvale/mime"}},
     {{"settings"}, {"lorvale/defaults"}},
     {{"model"}, {"lorvale/message"}},
-    {{"mime"}, {}},
+    {{"mime"}, {"lorvale/body"}},
     {{"stores"}, {"lorvale/store"}},
     {{"delivery", "fetch", "imap", "search"}, {"lorvale/delivery", "lorvale/search"}},
     {{"accounts"}, {"lorvale/account"}},

@@ -54,6 +54,14 @@ const Case kCases[] = {
      "mailhost show examples/mail/inbox 4 --text\nmailhost show examples/mail/inbox 4 --raw\n"
      "mailhost show examples/mail/odd 16 --json\nmailhost show examples/mail/odd 11 --json --text\n"
      "mailhost show examples/mail/odd 11 --json --raw"},
+    {"show-tree",
+     "for n in 11 14 17 23; do mailhost show examples/mail/inbox $n --parts; done\n"
+     "mailhost show examples/mail/inbox 11 --parts --json\nmailhost list examples/mail/inbox --attachments\n"
+     "mailhost list examples/mail/inbox --attachments --json --limit 1\n"
+     "d=$(mktemp -d); for n in 11 14 1; do mailhost show examples/mail/inbox $n --save $d; done | sed "
+     "s:$d:DIR:; "
+     "mailhost show examples/mail/inbox 11 --save $d --json | sed \"s:$d:DIR:;s:.*\\(.saved\\):\\1:\"; rm -r "
+     "$d"},
     {"check",
      "mailhost check examples/mail/inbox\nmailhost check examples/mail/odd\n"
      "mailhost check examples/mail/odd examples/mail/lists no/such/mailbox --json"},
@@ -185,6 +193,30 @@ TEST(Mailhost, ReadingTakesNoLockAndChangesNothing) {
     const auto check = runShell("mailhost check " + path("lists"));
     EXPECT_THAT(check.output, ::testing::HasSubstr("locked by nora on host elsewhere.example"));
     EXPECT_EQ(runShell("mailhost check " + path("box.mbox")).status, 1);  // of the flat file inside
+}
+
+TEST(Mailhost, SavesAttachmentsIntoTheFolderAndNowhereElse) {
+    const TemporaryFolder folder;
+    std::string letter = "From a@b Mon Jan  5 18:23:35 2004\nContent-Type: multipart/mixed; boundary=B\n\n";
+    const char* const names[] = {"../evil", "/tmp/../evil", "..", "a/b", "same", "same", "-rf"};
+    for (const auto* const name : names)
+        letter += "--B\nContent-Type: image/gif\nContent-Disposition: attachment; filename=\"" +
+                  std::string(name) + "\"\n\nx\n";
+    letter +=
+        "--B\nContent-Type: message/external-body; access-type=local-file; name=\"/etc/passwd\"\n\n\n--B--\n";
+    writeFile(folder / "box", letter);
+    for (const std::string dialect : {"classic", "standard"}) {
+        const auto target = folder / ("in/" + dialect);
+        const auto outcome =
+            runShell("mailhost show -o MailDialect=" + dialect + " " + shellWord((folder / "box").string()) +
+                     " 1 --save " + shellWord(target.string()));
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        for (const auto& entry : std::filesystem::directory_iterator(target))
+            EXPECT_TRUE(entry.is_regular_file());
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(target), {}), dialect == "classic" ? 7 : 8);
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 2);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder / "in"), {}), 2);
 }
 
 TEST(Mailhost, TakesAnyFileForAMailboxOrSaysWhyNot) {

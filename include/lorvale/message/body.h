@@ -43,8 +43,16 @@ inline constexpr std::string_view MessageDecodedBodyKey = "MessageDecodedBodyKey
 class LORVALE_EXPORT MessageBody : public std::enable_shared_from_this<MessageBody> {
 public:
     static WillingnessRegistry<MessageBodyClass>& bodyClasses();
+    /// Puts a class in charge of an encoding, by its name ("MIME"), in the place of the one before; no matter
+    /// whether it is in bodyClasses().
+    static void registerMessageClass(MessageBodyClass bodyClass, std::string_view forEncoding);
+    static void unregisterMessageClassForEncoding(std::string_view encoding);
+    static std::optional<MessageBodyClass> bodyClassForMessageEncoding(std::string_view encoding);
     /// A body of the most willing class, bound to the message; null when none is willing.
     static std::shared_ptr<MessageBody> bodyForMessage(const std::shared_ptr<Message>& message);
+
+    /// The column at which text that is sent is wrapped: the default "LineLength", 76 where that is below 1.
+    static int lineLength();
 
     /// Where attachments are laid out when nobody says otherwise: made on first use, only for the user.
     /// Nullopt, with a log line, when it cannot be made.
@@ -61,7 +69,8 @@ public:
     /// Only the first message counts: a body does not change hands.
     void setMessage(const std::shared_ptr<Message>& message);
 
-    /// The bytes: those held, else those made of the text, else those of the source, which are then held.
+    /// The bytes: those held, else those made of a text that was set, else those of the source, which are then
+    /// held.  A text that was itself made of the source's bytes leads back to these.
     /// Nullopt, after log lines, when they cannot be made.
     std::optional<Data> encodedBody();
     /// The text: that held, else one made of the bytes, which then go, since the source has them; null, after
@@ -97,11 +106,15 @@ protected:
 
 private:
     void post(std::string_view name, std::string_view key, std::any value);
+    std::shared_ptr<const AttributedText> textToEncode() const;
+    std::optional<Data> encodedForm(const AttributedText& text);
+    std::optional<Data> keep(std::optional<Data> bytes, bool areOfSource);
 
     mutable SmallMutex _mutex;
     std::weak_ptr<Message> _message LORVALE_GUARDED_BY(_mutex);
     std::optional<Data> _encoded LORVALE_GUARDED_BY(_mutex);
     std::shared_ptr<const AttributedText> _decoded LORVALE_GUARDED_BY(_mutex);
+    bool _isOfSource LORVALE_GUARDED_BY(_mutex) = false;  // whether what is held was read from the source
     std::optional<std::string> _attachPath LORVALE_GUARDED_BY(_mutex);
 };
 

@@ -41,6 +41,9 @@ public:
     /// knows better.
     virtual std::string messageIDForMessage(Message& message);
 
+    /// Where this lies on disk, for what a body lays out beside it; empty for what lies nowhere.
+    virtual std::string storePath() const;
+
     /// The mailbox that this is; null for a source that is none, and for a mailbox that is being destroyed.
     virtual std::shared_ptr<MessageStore> messageStore();
 

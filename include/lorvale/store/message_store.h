@@ -164,7 +164,7 @@ public:
     void messagesWillBeCompacted(const MessageList& messages);
 
     // What kind of store, and where.
-    virtual std::string storePath() const;
+    std::string storePath() const override;
     virtual std::string displayName() const;
     virtual std::string description() const;
     virtual std::string className() const;

@@ -5,9 +5,11 @@
 #include <map>
 
 #include "base/text/Ascii.h"
+#include "lorvale/body.h"
 #include "lorvale/message/addresses.h"
 #include "lorvale/message/mailboxes.h"
 #include "lorvale/mime.h"
+#include "lorvale/platform/exception.h"
 #include "lorvale/values/text.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/model/HeaderEncoding.h"
@@ -80,11 +82,39 @@ std::string parameter(std::string_view value, MailDialect dialect) {
     return mimeParameter("filename", value, dialect);
 }
 
+std::shared_ptr<MimeBodyPart> partOf(std::string_view bytes, MailDialect dialect) {
+    return MimeBodyPart::bodyPartWithData(Data::copyOf(bytes), dialect);
+}
+
+std::string shown(std::string_view bytes, MailDialect dialect) {
+    try {
+        return partOf(bytes, dialect)->decodeBodyPartInDirectory(std::nullopt).string();
+    } catch (const RangeException& exception) {
+        return exception.name();
+    }
+}
+
+std::string typesIn(MimeBodyPart& part) {
+    auto types = part.mimeType() ? *part.mimeType() + "/" + part.mimeSubtype().value_or("-") : "-";
+    const auto* const children = part.bodyParts();
+    if (children == nullptr) return types;
+    for (const auto& child : *children) types += (child == children->front() ? "(" : ",") + typesIn(*child);
+    return types + (children->empty() ? "()" : ")");
+}
+
+std::string parts(std::string_view bytes, MailDialect dialect) {
+    return typesIn(*partOf(bytes, dialect));
+}
+
+std::string file(std::string_view bytes, MailDialect dialect) {
+    return partOf(bytes, dialect)->givenFilename().value_or("");
+}
+
 TEST(Dialects, EveryRowOfTheTableIsTrue) {
     const testing::LogCapture silence;
     const std::map<std::string, std::string (*)(std::string_view, MailDialect)> operations = {
-        {"read", firstValue}, {"body", body},         {"write", written},
-        {"name", nameIn},     {"address", addressIn}, {"parameter", parameter},
+        {"read", firstValue},     {"body", body},  {"write", written}, {"name", nameIn}, {"address", addressIn},
+        {"parameter", parameter}, {"show", shown}, {"parts", parts},   {"file", file},
     };
     const auto document = testing::readFile(testing::sourceFolder() / "docs" / "dialects.md");
     std::size_t rows = 0;
@@ -98,7 +128,7 @@ TEST(Dialects, EveryRowOfTheTableIsTrue) {
         EXPECT_EQ(operation(example, standard), contentOfCell(cells[5]));
         ++rows;
     }
-    EXPECT_GT(rows, 30u);
+    EXPECT_GT(rows, 60u);
 }
 
 }  // namespace

@@ -19,12 +19,12 @@ namespace {
 using testing::LogCapture;
 using testing::StoredMessage;
 
-/// While it lives there is a class of bodies that takes any message.
+/// While it lives there is a class of bodies that takes any message before all others.
 struct OneBodyClass {
     template <class Body = MessageBody>
     explicit OneBodyClass(Body* = nullptr) {
         MessageBody::bodyClasses().registerClass(
-            {"One", [](MessageHeaders&) { return 0.1F; }, [] { return std::make_shared<Body>(); }});
+            {"One", [](MessageHeaders&) { return 2.0F; }, [] { return std::make_shared<Body>(); }});
     }
     ~OneBodyClass() { MessageBody::bodyClasses().unregisterClass("One"); }
 };
@@ -79,8 +79,11 @@ TEST(Message, BodyIsOfTheMostWillingClass) {
     EXPECT_EQ(stored.message->description(), "To: t\nFrom: f\nSubject: s\nBody is of class OwnBody\n");
     EXPECT_EQ(stored.message->messageBody()->message(), stored.message);
     const StoredMessage other("X: 1\n\n");
+    const auto mime = MessageBody::bodyClasses().classNamed("MimeBody");
+    MessageBody::bodyClasses().unregisterClass("MimeBody");
     EXPECT_EQ(other.message->messageBody(), nullptr) << "no class is willing";
     EXPECT_EQ(other.message->encodedBody()->view(), "body\n");
+    MessageBody::bodyClasses().registerClass(*mime);
     MessageBody::bodyClasses().unregisterClass("Own");
 }
 

@@ -1,0 +1,124 @@
+#include "Parts.h"
+
+#include <algorithm>
+
+#include "Json.h"
+#include "Mailbox.h"
+#include "Table.h"
+#include "Terminal.h"
+#include "lorvale/platform/exception.h"
+
+namespace mailhost {
+
+namespace {
+
+using lorvale::MimeBodyPart;
+
+std::string charsetOf(const MimeBodyPart& part) {
+    return part.isText() ? part.mimeParameterForKey("charset").value_or("") : "";
+}
+
+/// Behind the transfer encoding; of a part with parts, what these take in the message.
+std::size_t sizeOf(MimeBodyPart& part) {
+    const auto data = part.bodyParts() != nullptr ? part.encodedBodyData() : part.bodyData();
+    return data ? data->size() : 0;
+}
+
+/// "1.2" for the second part in the first one.
+std::string childNumber(const std::string& number, std::size_t index) {
+    return (number.empty() ? "" : number + ".") + std::to_string(index + 1);
+}
+
+void addRows(Table& table, MimeBodyPart& part, const std::string& number, std::size_t depth) {
+    table.addRow(
+        {number.empty() ? "-" : number, std::string(2 * depth, ' ') + typeOf(part), charsetOf(part),
+         part.mimeEncoding().value_or(""), part.givenFilename().value_or(""), groupedNumber(sizeOf(part))},
+        part.isAttachment());
+    const auto* const children = part.bodyParts();
+    for (std::size_t i = 0; children != nullptr && i < children->size(); ++i)
+        addRows(table, *(*children)[i], childNumber(number, i), depth + 1);
+}
+
+std::string asJson(MimeBodyPart& part, const std::string& number) {
+    JsonObject object;
+    object.add("part", number).add("type", typeOf(part)).add("charset", charsetOf(part));
+    object.add("transferEncoding", part.mimeEncoding().value_or(""));
+    object.add("name", part.givenFilename().value_or(""));
+    object.add("size", sizeOf(part)).add("attachment", part.isAttachment());
+    if (const auto* const children = part.bodyParts()) {
+        std::vector<std::string> inner;
+        for (std::size_t i = 0; i < children->size(); ++i)
+            inner.push_back(asJson(*(*children)[i], childNumber(number, i)));
+        object.addJson("parts", jsonArray(inner));
+    }
+    return object.text();
+}
+
+std::shared_ptr<lorvale::MimeBody> mimeBodyOf(lorvale::Message& message) {
+    return std::dynamic_pointer_cast<lorvale::MimeBody>(message.messageBody());
+}
+
+/// Null for one that cannot be read, as in the classic dialect one with an odd type.
+std::shared_ptr<MimeBodyPart> treeOf(lorvale::MimeBody& body) {
+    try {
+        return body.bodyPart();
+    } catch (const lorvale::RangeException&) {
+        return nullptr;
+    }
+}
+
+std::size_t countAttachments(MimeBodyPart& part) {
+    if (part.isAttachment()) return 1;
+    std::size_t count = 0;
+    if (const auto* const children = part.bodyParts())
+        for (const auto& child : *children) count += countAttachments(*child);
+    return count;
+}
+
+}  // namespace
+
+std::shared_ptr<MimeBodyPart> partsOf(lorvale::Message& message) {
+    const auto body = mimeBodyOf(message);
+    if (!body) return nullptr;
+    auto root = treeOf(*body);
+    if (!root || message.bytesAreMissing()) throwUnreadable("the body of the message");
+    return root;
+}
+
+std::optional<std::size_t> attachmentCount(lorvale::Message& message) {
+    const auto body = mimeBodyOf(message);
+    const auto root = body ? treeOf(*body) : nullptr;
+    return root ? std::optional(countAttachments(*root)) : std::nullopt;
+}
+
+std::shared_ptr<MimeBodyPart> partOfHeaders(lorvale::MessageHeaders& headers) {
+    auto block = headers.encodedHeaders().value_or(lorvale::Data());
+    const auto view = block.view();
+    if (view.starts_with("From "))
+        block = block.subdata(view.substr(std::min(view.find('\n'), view.size() - 1) + 1));
+    const auto part = MimeBodyPart::bodyPartWithData(block);
+    return part ? part : std::make_shared<MimeBodyPart>();
+}
+
+std::string typeOf(const MimeBodyPart& part) {
+    const auto& type = part.mimeType();
+    return type ? *type + "/" + part.mimeSubtype().value_or("") : "text/plain";
+}
+
+void printParts(MimeBodyPart& root) {
+    Table table({{.title = "Part"},
+                 {.title = "Type", .takesRest = true},
+                 {.title = "Charset", .dispensable = 2},
+                 {.title = "Encoding", .dispensable = 1},
+                 {.title = "Name", .widest = 40, .narrowest = 12},
+                 {.title = "Bytes", .numeric = true}},
+                outputColumns(), outputIsStyled());
+    addRows(table, root, "", 0);
+    table.finish();
+}
+
+std::string partsAsJson(MimeBodyPart& root) {
+    return asJson(root, "");
+}
+
+}  // namespace mailhost
