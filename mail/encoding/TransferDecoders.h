@@ -15,8 +15,9 @@ void appendDecodedQuotedPrintable(ByteBuffer& out, std::string_view in);
 /// RFC 2045, section 6.8, and RFC 4648, section 3.2: pads may be missing; bytes outside the alphabet are passed
 /// over, those above 0x7F too.
 void appendStandardBase64(ByteBuffer& out, std::string_view in);
-/// RFC 2045, section 6.7: lines end with CRLF or LF, "=" without two digits stands for itself, and white space
-/// in front of a line end goes, since it was put there on the way.
+/// RFC 2045, section 6.7: lines end with CRLF or LF, and "=" without two digits stands for itself.  White space
+/// in front of a line end stays, against that section, as in the other readers of today: no transport adds it
+/// any more, and flowed text lives by it.
 void appendStandardQuotedPrintable(ByteBuffer& out, std::string_view in);
 
 }  // namespace lorvale
