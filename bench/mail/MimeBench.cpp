@@ -189,7 +189,7 @@ std::size_t decodedByEtpan(struct mailmime* mime) {
     std::size_t size = 0;
     if (mime->mm_type == MAILMIME_SINGLE) {
         const auto* const data = mime->mm_data.mm_single;
-        if (data == nullptr || data->dt_type != mailmime_data::MAILMIME_DATA_TEXT) return 0;
+        if (data == nullptr || data->dt_type != MAILMIME_DATA_TEXT) return 0;
         const int encoding = mime->mm_mime_fields != nullptr
                                  ? mailmime_transfer_encoding_get(mime->mm_mime_fields)
                                  : static_cast<int>(MAILMIME_MECHANISM_8BIT);

@@ -17,15 +17,18 @@ lorvale::AttributedText decodedText(lorvale::Message& message) {
 
 std::string readableText(const lorvale::AttributedText& text) {
     std::string readable;
+    bool lineEnds = false;  // behind an attachment
     for (const auto& run : text.runs()) {
         const auto& file = run.attributes.attachment;
-        if (!file) {
+        if ((lineEnds && !run.text.starts_with('\n')) || (file && !readable.empty() && readable.back() != '\n'))
+            readable += '\n';
+        lineEnds = file != nullptr;
+        if (file) {
+            const auto size = groupedNumber(file->regularFileContents().size());
+            readable += "[" + file->preferredFilename() + ", " + size + " bytes]";
+        } else {
             readable += run.text;
-            continue;
         }
-        const auto size = groupedNumber(file->regularFileContents().size());
-        if (!readable.empty() && readable.back() != '\n') readable += '\n';
-        readable += "[" + file->preferredFilename() + ", " + size + " bytes]\n";
     }
     return readable;
 }

@@ -2,7 +2,7 @@
 #include <optional>
 
 #include "lorvale/body/mime_body_part.h"
-#include "mail/mime/RichParts.h"
+#include "lorvale/values/rich_text.h"
 
 /// From a part to attributed text, a room for each dialect.  Both call
 /// MimeBodyPart::decodeBodyPartInDirectory() for children.

@@ -7,6 +7,7 @@
 #include "lorvale/platform/log.h"
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/format.h"
+#include "lorvale/values/rich_text.h"
 #include "mail/mime/BodyText.h"
 #include "mail/mime/FileNames.h"
 #include "mail/mime/MessageHeaderText.h"
@@ -52,7 +53,7 @@ AttributedText ClassicBodyText::_convertArrayToAttributedString(const MimeBodyPa
     AttributedText text;
     for (const auto& child : children) {
         if (!child->isMultipart()) {
-            text = textFromRTF(child->bodyData().value_or(Data()));
+            text = attributedTextFromRTF(child->bodyData().value_or(Data()));
         } else if (const auto* const grandchildren = child->bodyParts()) {
             text.append(_convertArrayToAttributedString(*grandchildren));
         }
@@ -64,8 +65,8 @@ AttributedText ClassicBodyText::textOfText() {
     if (_part.mimeParameterForKey("name") && !inlinesTextAttachments()) return attachment();
     if (hasSubtype("richtext")) return textFromRichText(_part.body());
     if (hasSubtype("enriched")) return textFromEnriched(_part.body());
-    if (hasSubtype("html")) return textFromHTML(Data::copyOf(_part.body()), "utf-8");
-    if (hasSubtype("rtf")) return textFromRTF(_part.bodyData().value_or(Data()));
+    if (hasSubtype("html")) return attributedTextFromHTML(Data::copyOf(_part.body()), "utf-8");
+    if (hasSubtype("rtf")) return attributedTextFromRTF(_part.bodyData().value_or(Data()));
     const auto subtype = _part._mimeSubtype.value_or("(null)");
     if (!hasSubtype("plain") && !subtype.starts_with("x-tarn"))
         log("Unknown mime text subtype %@, treating as plain", subtype);
@@ -99,7 +100,8 @@ AttributedText ClassicBodyText::localFile(std::string_view path) {
 }
 
 AttributedText ClassicBodyText::textOfApplication() {
-    if (hasSubtype("rtf") && inlinesTextAttachments()) return textFromRTF(_part.bodyData().value_or(Data()));
+    if (hasSubtype("rtf") && inlinesTextAttachments())
+        return attributedTextFromRTF(_part.bodyData().value_or(Data()));
     if (hasSubtype("mac-binhex40")) {
         constexpr std::string_view kIntroduction = "(This file must be converted with BinHex 4.0)";
         const auto data = _part.bodyData().value_or(Data());

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/files/PathUtils.h"
 #include "lorvale/message.h"
 #include "lorvale/mime.h"
+#include "lorvale/platform/log.h"
 #include "lorvale/values/format.h"
 #include "mail/mime/MimeBodyTree.h"
 #include "mail/model/RegisteredClass.h"
@@ -91,7 +93,11 @@ void MimeBody::setMissingAttachmentString(std::string_view text) {
 
 MimeBody::MimeBody() = default;
 
-MimeBody::~MimeBody() = default;
+MimeBody::~MimeBody() {
+    const MutexLock lock(_treeMutex);
+    if (!_temporaryDirectory.empty() && !deletePath(_temporaryDirectory))
+        log("Could not delete %@", _temporaryDirectory);
+}
 
 std::shared_ptr<MimeBodyPart> MimeBody::_createMainBodyPart() {
     const auto owner = message();
@@ -143,13 +149,6 @@ std::size_t MimeBody::numberOfAlternatives() {
 void MimeBody::setPreferredAlternative(int index) {
     _preferredAlternative = index;
     flushCachedData();
-}
-
-std::shared_ptr<const AttributedText> MimeBody::decodeBody() {
-    const Tree tree(*this);
-    const auto part = tree.alternative();
-    return part ? std::make_shared<const AttributedText>(part->decodeBodyPartInDirectory(std::nullopt))
-                : nullptr;
 }
 
 void MimeBody::flushEncodedBodyCache() {

@@ -4,11 +4,11 @@
 
 #include "base/files/FileSystem.h"
 #include "base/text/ByteSet.h"
+#include "base/text/NamedCharset.h"
 #include "lorvale/mime.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
-#include "mail/encoding/NamedCharset.h"
 #include "mail/mime/Alternatives.h"
 #include "mail/mime/ContentType.h"
 #include "mail/mime/HeaderFields.h"

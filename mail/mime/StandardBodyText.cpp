@@ -2,6 +2,7 @@
 #include <array>
 
 #include "lorvale/mime.h"
+#include "lorvale/values/rich_text.h"
 #include "lorvale/values/text.h"
 #include "mail/mime/Alternatives.h"
 #include "mail/mime/BodyText.h"
@@ -9,6 +10,7 @@
 #include "mail/mime/FileNames.h"
 #include "mail/mime/FlowedText.h"
 #include "mail/mime/MessageHeaderText.h"
+#include "mail/mime/RichParts.h"
 #include "mail/mime/TextBlocks.h"
 
 namespace lorvale {
@@ -106,12 +108,13 @@ AttributedText StandardBodyText::textOfText() {
         if (hasSubtype("richtext")) return textFromRichText(_part.body());
         if (hasSubtype("calendar")) return fixedText(calendarText(_part.body()));
     }
-    if (hasSubtype("rtf")) return textFromRTF(_part.bodyData().value_or(Data()));
+    if (hasSubtype("rtf")) return attributedTextFromRTF(_part.bodyData().value_or(Data()));
     return fixedText(_part.body());
 }
 
 AttributedText StandardBodyText::textOfHTML(const AttachmentSource& pictures) {
-    return textFromHTML(_part.bodyData().value_or(Data()), _part.mimeParameterForKey("charset"), pictures);
+    return attributedTextFromHTML(_part.bodyData().value_or(Data()), _part.mimeParameterForKey("charset"),
+                                  pictures);
 }
 
 AttributedText StandardBodyText::plainText() {

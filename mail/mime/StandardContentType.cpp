@@ -3,9 +3,9 @@
 #include <vector>
 
 #include "base/text/Ascii.h"
+#include "base/text/NamedCharset.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/text.h"
-#include "mail/encoding/NamedCharset.h"
 #include "mail/mime/ContentType.h"
 
 namespace lorvale {

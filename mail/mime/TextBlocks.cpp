@@ -5,9 +5,9 @@
 #include "base/text/Ascii.h"
 #include "base/text/Cursor.h"
 #include "base/text/DataUtils.h"
+#include "base/text/NamedCharset.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/text.h"
-#include "mail/encoding/NamedCharset.h"
 
 namespace lorvale {
 

@@ -58,10 +58,9 @@ const Case kCases[] = {
      "for n in 11 14 17 23; do mailhost show examples/mail/inbox $n --parts; done\n"
      "mailhost show examples/mail/inbox 11 --parts --json\nmailhost list examples/mail/inbox --attachments\n"
      "mailhost list examples/mail/inbox --attachments --json --limit 1\n"
-     "d=$(mktemp -d); for n in 11 14 1; do mailhost show examples/mail/inbox $n --save $d; done | sed "
-     "s:$d:DIR:; "
-     "mailhost show examples/mail/inbox 11 --save $d --json | sed \"s:$d:DIR:;s:.*\\(.saved\\):\\1:\"; rm -r "
-     "$d"},
+     "box=$PWD/examples/mail/inbox; cd $(mktemp -d); for n in 11 14 1; do mailhost show $box $n --save x; "
+     "done; "
+     "mailhost show $box 11 --save x --json | sed 's:.*\\(.saved\\):\\1:'; rm -r x"},
     {"check",
      "mailhost check examples/mail/inbox\nmailhost check examples/mail/odd\n"
      "mailhost check examples/mail/odd examples/mail/lists no/such/mailbox --json"},

@@ -104,7 +104,7 @@ TEST_F(MailhostCommandLine, CompletesInBash) {
         {"mailhost list --sort s", {"subject", "size"}},
         {"mailhost list --sort = rec", {"received-date"}},
         {"mailhost --home = x list --sort =", {"number", "from", "subject", "received-date", "size"}},
-        {"mailhost show --s", {}},
+        {"mailhost show --si", {}},
         {"mailhost list --from -", {}},
     };
     for (const auto& row : rows) EXPECT_EQ(completions(row.line), row.offered) << row.line;

@@ -57,6 +57,14 @@ public:
     /// -1, as at first, is the library's choice; see MimeBodyPart::alternativeAtIndex().
     void setPreferredAlternative(int index);
 
+    /// The text; one with attachments is also laid out as RTFD: in a new directory in this one, which the
+    /// header "mime-reference" then names, or without a directory in attachmentDirectory(), where nothing is
+    /// there yet. Null, logged, when that did not work.  Standard: lays nothing out, since attachments hold
+    /// their bytes.
+    std::shared_ptr<const AttributedText> decodeBodyIntoDirectory(std::optional<std::string> directory);
+    /// Makes the directory for attachments; false when that did not work.
+    bool makeUniqueTemporaryAttachmentInDirectory(std::optional<std::string_view> directory);
+
     void flushEncodedBodyCache() override;
     void flushCachedData() override;
     void setDecodedBody(std::optional<AttributedText> text) override;
@@ -70,10 +78,16 @@ private:
 
     std::shared_ptr<MimeBodyPart> _createMainBodyPart();
     void dropTree();
+    std::shared_ptr<const AttributedText> textOfAlternative();
+    std::shared_ptr<const AttributedText> textInKnownDirectory();
+    std::shared_ptr<const AttributedText> textInNewDirectory(const std::string& directory);
+    std::optional<std::string> usualDirectory() const;
+    std::optional<std::string> uniqueAttachment(std::optional<std::string_view> directory);
 
     Mutex _treeMutex;
     std::shared_ptr<MimeBodyPart> _mainBodyPart LORVALE_GUARDED_BY(_treeMutex);  // null: not made, or taken
     int _treeVersion LORVALE_GUARDED_BY(_treeMutex) = 0;  // a tree taken before a flush does not come back
+    std::string _temporaryDirectory LORVALE_GUARDED_BY(_treeMutex);  // goes with this body; empty: none
     std::atomic<int> _preferredAlternative = -1;
 };
 

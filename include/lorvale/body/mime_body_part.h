@@ -41,8 +41,8 @@ public:
     static constexpr std::size_t kMostChildren = 100'000;
 
     /// A part from its bytes: header block, empty line, body.  Nullopt for the bytes gives an empty part.
-    /// Classic: null, with a log line, when the body cannot be decoded (uuencode without its first line); throws
-    /// RangeException where the content type ends in white space.
+    /// Classic: null, with a log line, when the body cannot be decoded (uuencode without its first line);
+    /// throws RangeException where the content type ends in white space.
     static std::shared_ptr<MimeBodyPart> bodyPartWithData(const std::optional<Data>& data,
                                                           MailDialect dialect = mailDialect());
     /// Null also when the file cannot be read.

@@ -99,7 +99,7 @@ std::string typesIn(MimeBodyPart& part) {
     const auto* const children = part.bodyParts();
     if (children == nullptr) return types;
     for (const auto& child : *children) types += (child == children->front() ? "(" : ",") + typesIn(*child);
-    return types + (children->empty() ? "()" : ")");
+    return types + (children->empty() ? "(nothing)" : ")");
 }
 
 std::string parts(std::string_view bytes, MailDialect dialect) {

@@ -8,6 +8,7 @@
 #include "lorvale/message.h"
 #include "lorvale/platform/user_defaults.h"
 #include "mail/encoding/LineWrapping.h"
+#include "mail/mime/LockedRTFD.h"
 #include "tests/mail/model/MemoryStore.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestSupport.h"
@@ -92,6 +93,44 @@ TEST(MimeBodies, ShowTheAlternativeThatIsPreferred) {
     EXPECT_EQ(body->decodedBody()->string(), "2");
     body->setPreferredAlternative(0);
     EXPECT_EQ(body->decodedBody()->string(), "1");
+}
+
+TEST(MimeBodies, LayOutTheirAttachmentsInTheClassicDialect) {
+    const LogCapture silence;
+    const testing::TemporaryFolder folder;
+    MessageBody::setDefaultAttachmentDirectory(folder.path().string());
+    const std::string_view bytes =
+        "Subject: Plan\nContent-Type: multipart/mixed; boundary=B\n\n"
+        "\n--B\nContent-Type: text/plain\n\na\n--B\nContent-Type: image/gif\n\nGIF\n--B--\n";
+    const auto place = (folder / "Plan.mimeattach").string();
+    auto message = Message::messageWithData(Data::copyOf(bytes));
+    const auto text = message->messageBody()->decodedBody();
+    ASSERT_TRUE(text);
+    EXPECT_EQ(text->string(), "a" + std::string(kAttachmentCharacter));
+    EXPECT_EQ(message->headers()->firstTextForKey("mime-reference"), "Plan.mimeattach");
+    EXPECT_EQ(message->messageBody()->attachmentDirectory(), place);
+    const auto kept = lockedAttributedStringFromRTFDFile(place);
+    ASSERT_TRUE(kept);
+    EXPECT_EQ(kept->attachments().at(0)->regularFileContents().view(), "GIF");
+    message.reset();
+    EXPECT_FALSE(std::filesystem::exists(place)) << "it went with its body";
+
+    const auto named = std::string(bytes).insert(0, "Mime-Reference: ../x/Plan.mimeattach\n");
+    message = Message::messageWithData(Data::copyOf(named));
+    EXPECT_TRUE(message->messageBody()->decodedBody());
+    EXPECT_EQ(message->messageBody()->attachmentDirectory(), place) << "never out of the directory";
+    message.reset();
+    EXPECT_TRUE(std::filesystem::exists(place));
+    testing::writeFile(folder / "Plan.mimeattach/TXT.rtf", "\xE9");
+    EXPECT_EQ(lockedAttributedStringFromRTFDFile((folder / "none").string()), std::nullopt);
+
+    const auto body = std::make_shared<MimeBody>();
+    EXPECT_FALSE(body->makeUniqueTemporaryAttachmentInDirectory(folder.path().string())) << "no message";
+    message = Message::messageWithData(Data::copyOf(bytes));
+    body->setMessage(message);
+    EXPECT_TRUE(body->makeUniqueTemporaryAttachmentInDirectory(folder.path().string()));
+    EXPECT_TRUE(std::filesystem::is_directory(*body->attachmentDirectory()));
+    MessageBody::setDefaultAttachmentDirectory({});
 }
 
 // Who works on the tree has it alone.

@@ -33,7 +33,7 @@ TEST(StandardPart, ReadsParametersAsTheyAreWritten) {
     } rows[] = {
         {"a token", "a/b; x=y", "x", "y"},
         {"names in any case", "a/b; X=Y", "x", "Y"},
-        {"quotes and what they hold", R"(a/b; x="y;\"z\\ (c)")", "x", R"(y;"z\ (c))"},
+        {"quotes and what they hold", R"x(a/b; x="y;\"z\\ (c)")x", "x", R"x(y;"z\ (c))x"},
         {"a path of another system", R"(a/b; x="C:\dir\f.txt")", "x", R"(C:\dir\f.txt)"},
         {"comments in comments", "(a(b)\\)) a/(c)b (d;e) ; (f) x (g) = (h) y (i)", "x", "y"},
         {"parentheses in a name", "a/b; x=y (1).txt", "x", "y (1).txt"},
