@@ -9,9 +9,9 @@
 #include "lorvale/values/format.h"
 #include "lorvale/values/rich_text.h"
 #include "mail/mime/BodyText.h"
+#include "mail/mime/EnrichedReader.h"
 #include "mail/mime/FileNames.h"
 #include "mail/mime/MessageHeaderText.h"
-#include "mail/mime/RichParts.h"
 
 namespace lorvale {
 
@@ -63,8 +63,8 @@ AttributedText ClassicBodyText::_convertArrayToAttributedString(const MimeBodyPa
 
 AttributedText ClassicBodyText::textOfText() {
     if (_part.mimeParameterForKey("name") && !inlinesTextAttachments()) return attachment();
-    if (hasSubtype("richtext")) return textFromRichText(_part.body());
-    if (hasSubtype("enriched")) return textFromEnriched(_part.body());
+    if (hasSubtype("richtext")) return attributedStringFromMimeRichTextString(_part.body());
+    if (hasSubtype("enriched")) return attributedStringFromMimeEnrichedString(_part.body());
     if (hasSubtype("html")) return attributedTextFromHTML(Data::copyOf(_part.body()), "utf-8");
     if (hasSubtype("rtf")) return attributedTextFromRTF(_part.bodyData().value_or(Data()));
     const auto subtype = _part._mimeSubtype.value_or("(null)");

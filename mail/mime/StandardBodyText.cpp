@@ -7,10 +7,10 @@
 #include "mail/mime/Alternatives.h"
 #include "mail/mime/BodyText.h"
 #include "mail/mime/CalendarText.h"
+#include "mail/mime/EnrichedReader.h"
 #include "mail/mime/FileNames.h"
 #include "mail/mime/FlowedText.h"
 #include "mail/mime/MessageHeaderText.h"
-#include "mail/mime/RichParts.h"
 #include "mail/mime/TextBlocks.h"
 
 namespace lorvale {
@@ -104,8 +104,8 @@ AttributedText StandardBodyText::textOfText() {
     if (_part.isText()) {
         if (hasSubtype("plain")) return plainText();
         if (hasSubtype("html")) return textOfHTML(nullptr);
-        if (hasSubtype("enriched")) return textFromEnriched(_part.body());
-        if (hasSubtype("richtext")) return textFromRichText(_part.body());
+        if (hasSubtype("enriched")) return attributedStringFromMimeEnrichedString(_part.body());
+        if (hasSubtype("richtext")) return attributedStringFromMimeRichTextString(_part.body());
         if (hasSubtype("calendar")) return fixedText(calendarText(_part.body()));
     }
     if (hasSubtype("rtf")) return attributedTextFromRTF(_part.bodyData().value_or(Data()));
