@@ -137,6 +137,7 @@ std::string base64(const lorvale::Data& bytes) {
 
 std::string savedAsJson(const std::vector<SavedFile>& files) {
     std::vector<std::string> objects;
+    objects.reserve(files.size());
     for (const auto& [path, size] : files)
         objects.push_back(JsonObject().add("path", path).add("size", size).text());
     return jsonArray(objects);

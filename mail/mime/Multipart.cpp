@@ -107,6 +107,7 @@ std::optional<std::vector<Data>> splitMultipartClassically(const Data& body,
     if (!pieces.empty())
         pieces.back() = pieces.back().substr(0, findBytes(pieces.back(), "\n--" + *boundary + "--\n"));
     std::vector<Data> parts;
+    parts.reserve(pieces.size());
     for (const auto piece : pieces) parts.push_back(body.subdata(piece));
     return parts;
 }
