@@ -64,7 +64,7 @@ AttributedText StandardBodyText::textOfMultipart(const MimeBodyPart::Parts& chil
 // RFC 2387: the root is the one that "start" names, else the first; the others are what it refers to.  What it
 // does not show in place stands behind it.
 AttributedText StandardBodyText::textOfRelated(const MimeBodyPart::Parts& children) {
-    const auto start = trimmed(_part.mimeParameterForKey("start").value_or(""), " \t<>");
+    const std::string start(trimmed(_part.mimeParameterForKey("start").value_or(""), " \t<>"));
     const auto named = std::ranges::find_if(
         children, [&](const auto& child) { return !start.empty() && contentID(*child) == start; });
     auto root = named == children.end() ? children.front() : *named;
