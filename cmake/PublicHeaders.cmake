@@ -4,6 +4,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/body/mime_body.h
     include/lorvale/body/mime_body_part.h
     include/lorvale/body/plain_body.h
+    include/lorvale/body/tarn_mail_body.h
     include/lorvale/defaults.h
     include/lorvale/export.h
     include/lorvale/message.h

@@ -12,6 +12,7 @@
 #include "Output.h"
 #include "Terminal.h"
 #include "Work.h"
+#include "lorvale/body.h"
 #include "lorvale/message.h"
 #include "lorvale/mime.h"
 #include "lorvale/platform.h"
@@ -33,6 +34,7 @@ void applySettings(const Arguments& arguments) {
     const auto dialect = lorvale::mailDialectNamed(name);
     if (!dialect) throw UsageError("MailDialect is \"classic\" or \"standard\", not \"" + name + "\"");
     lorvale::setMailDialect(*dialect);
+    lorvale::TarnMailBody::setTarCommand("/bin/tar");
 }
 
 int complain(std::string_view text, int status) {

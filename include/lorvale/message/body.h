@@ -72,7 +72,7 @@ public:
     /// The bytes: those held, else those made of a text that was set, else those of the source, which are then
     /// held.  A text that was itself made of the source's bytes leads back to these.
     /// Nullopt, after log lines, when they cannot be made.
-    std::optional<Data> encodedBody();
+    virtual std::optional<Data> encodedBody();
     /// The text: that held, else one made of the bytes, which then go, since the source has them; null, after
     /// log lines, when it cannot be made.
     std::shared_ptr<const AttributedText> decodedBody();

@@ -43,6 +43,8 @@ public:
 
     /// Where this lies on disk, for what a body lays out beside it; empty for what lies nowhere.
     virtual std::string storePath() const;
+    /// Whether nothing may be laid out there.  Yes, unless a subclass says otherwise.
+    virtual bool isReadOnly() const { return true; }
 
     /// The mailbox that this is; null for a source that is none, and for a mailbox that is being destroyed.
     virtual std::shared_ptr<MessageStore> messageStore();

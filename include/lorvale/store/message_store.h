@@ -169,7 +169,7 @@ public:
     virtual std::string description() const;
     virtual std::string className() const;
     /// True for a store that is locked by somebody else; not merely because it was opened for reading.
-    bool isReadOnly() const { return _isReadOnly; }
+    bool isReadOnly() const override { return _isReadOnly; }
     bool isClosed() const { return _isClosed; }
     /// That of the local machine for a store that was opened without one; null as long as there is none.
     std::shared_ptr<MailAccount> account() const;
