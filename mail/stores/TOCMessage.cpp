@@ -121,7 +121,7 @@ TOCMessage::TOCMessage(MboxRange range, const TOCListing& listing)
     : TOCMessage(range, cachedHeadersOf(listing), listing.refState, listing.attachment) {}
 
 TOCMessage::TOCMessage(MboxRange range, CachedHeaders listing, char refState, std::string_view attachment)
-    : _refState(refState), _mboxRange(range), _listing(std::move(listing)) {
+    : _refState(refState), _mboxRange(std::bit_cast<std::uint64_t>(range)), _listing(std::move(listing)) {
     if (!attachment.empty()) _attachment = std::make_unique<const std::string>(attachment);
 }
 

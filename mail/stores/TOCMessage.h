@@ -1,5 +1,6 @@
 #pragma once
 #include <atomic>
+#include <bit>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -48,7 +49,7 @@ class TOCMessage : public Message {
 public:
     TOCMessage() = default;
     /// A message that no table lists.
-    explicit TOCMessage(MboxRange range) : _mboxRange(range) {}
+    explicit TOCMessage(MboxRange range) : _mboxRange(std::bit_cast<std::uint64_t>(range)) {}
     TOCMessage(MboxRange range, const TOCListing& listing);
     /// With the cached headers "subject", "from" and "date" of a listing.
     TOCMessage(MboxRange range, CachedHeaders listing, char refState, std::string_view attachment);
@@ -61,10 +62,10 @@ public:
     /// same one.
     static std::string messageIDForSender(std::string_view sender, std::string_view subject, const Date& date);
 
-    MboxRange mboxRange() const { return _mboxRange; }
-    void setMboxRange(MboxRange range) { _mboxRange = range; }
+    MboxRange mboxRange() const { return std::bit_cast<MboxRange>(_mboxRange.load()); }
+    void setMboxRange(MboxRange range) { _mboxRange = std::bit_cast<std::uint64_t>(range); }
     /// For a message that was taken out of the file: it keeps its size, and no place.
-    void forgetPlace() { _mboxRange = MboxRange{kNowhere, messageSize()}; }
+    void forgetPlace() { setMboxRange({kNowhere, messageSize()}); }
     /// The length of its range.
     std::uint32_t messageSize() const override { return mboxRange().length; }
 
@@ -99,10 +100,9 @@ private:
 
     char _refState = ReferenceState::plain;
     std::atomic<std::uint8_t> _status = 0;
-    std::atomic<MboxRange> _mboxRange{MboxRange{}};
+    std::atomic<std::uint64_t> _mboxRange = 0;       // a whole one: no reader may see half of a change
     std::unique_ptr<const std::string> _attachment;  // null: none, as nearly always
     CachedHeaders _listing;                          // never changes
-    static_assert(std::atomic<MboxRange>::is_always_lock_free);
 };
 
 }  // namespace lorvale
