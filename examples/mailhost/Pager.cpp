@@ -37,7 +37,10 @@ std::string pagerCommand() {
     for (const char* const name : {"MAILHOST_PAGER", "PAGER"})
         if (const char* const command = std::getenv(name))
             return std::string_view(command) == "cat" ? std::string() : command;
-    return isInstalled("less") ? "less -FRX" : "";
+    // It cannot move about on a terminal without such commands, and asks before it goes on.
+    const char* const terminal = std::getenv("TERM");
+    const bool canMove = terminal != nullptr && *terminal != '\0' && std::string_view(terminal) != "dumb";
+    return canMove && isInstalled("less") ? "less -FRX" : "";
 }
 
 /// The signals of the terminal are the pager's: it ends when the user leaves it, and the host after it.

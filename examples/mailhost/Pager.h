@@ -4,7 +4,8 @@
 namespace mailhost {
 
 /// While it lives, what goes to standard output on a terminal goes through the user's pager: $MAILHOST_PAGER,
-/// else $PAGER, a command of the shell, else "less -FRX" where that is installed.  None for an empty command,
+/// else $PAGER, a command of the shell, else "less -FRX" where that is installed and the
+/// terminal can do more than print.  None for an empty command,
 /// for "cat", and where standard output is no terminal.  Its end waits for the pager to be left.  Leaving it
 /// early is no failure: the rest of the output is dropped.
 class Pager {

@@ -1,5 +1,3 @@
-#include <unistd.h>
-
 #include <cstdio>
 #include <map>
 
@@ -7,7 +5,9 @@
 #include "BodyText.h"
 #include "Commands.h"
 #include "Mailbox.h"
+#include "Pager.h"
 #include "Parts.h"
+#include "RichText.h"
 #include "Summary.h"
 #include "Table.h"
 #include "Terminal.h"
@@ -19,12 +19,13 @@ namespace mailhost {
 
 namespace {
 
-enum class Part { summary, headers, raw, text, parts, saved };
+enum class Part { summary, headers, raw, text, rich, parts, saved };
 
 constexpr auto kNumber = numberWord("N", "the number of a message");
 constexpr auto kHeaders = flag("--headers", "all headers, and nothing else", "part");
 constexpr auto kRaw = flag("--raw", "the very bytes", "part");
 constexpr auto kText = flag("--text", "the text alone", "part");
+constexpr auto kRich = flag("--rich", "the text alone, with its fonts, colours and links", "part");
 constexpr auto kParts = flag("--parts", "the tree of parts, with their types, names and sizes", "part");
 constexpr auto kSave = Typed<std::string>{{.name = "--save",
                                            .placeholder = "DIR",
@@ -32,7 +33,7 @@ constexpr auto kSave = Typed<std::string>{{.name = "--save",
                                            .takes = Takes::folder,
                                            .group = "part"}};
 constexpr auto kWords = std::to_array<Parameter>({kMailbox, kNumber});
-constexpr auto kOptions = std::to_array<Parameter>({kHeaders, kRaw, kText, kParts, kSave});
+constexpr auto kOptions = std::to_array<Parameter>({kHeaders, kRaw, kText, kRich, kParts, kSave});
 
 struct HeaderLine {
     std::string name, value;
@@ -66,6 +67,11 @@ void printText(lorvale::Message& message) {
     const auto text = printableText(readableText(decodedText(message)));
     std::fwrite(text.data(), 1, text.size(), stdout);
     if (!text.empty() && !text.ends_with('\n')) std::putchar('\n');
+}
+
+void printRichText(lorvale::Message& message) {
+    const auto text = richText(decodedText(message), outputColumns(), outputIsStyled());
+    std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
 /// The tree, of a body that is one.
@@ -106,7 +112,7 @@ void printSummary(lorvale::MessageHeaders& headers) {
 
 /// The very bytes into a file or pipe; a terminal gets what is harmless of them.
 void printRaw(const lorvale::Data& bytes) {
-    if (isTerminal(STDOUT_FILENO)) {
+    if (outputIsTerminal()) {
         const auto text = printableText(bytes.view());
         std::fwrite(text.data(), 1, text.size(), stdout);
     } else {
@@ -156,6 +162,7 @@ std::string messageAsJson(lorvale::Message& message, std::uint64_t number, Part 
     const bool summary = part == Part::summary;
     if (summary || part == Part::headers) object.addJson("headers", headersAsJson(*message.headers()));
     if (summary || part == Part::text) addText(object, message);
+    if (part == Part::rich) object.add("text", richText(decodedText(message), outputColumns(), false));
     if (part == Part::raw) object.add("base64", base64(rawBytes(message)));
     if (part == Part::parts) object.addJson("body", partsAsJson(*treeOf(message)));
     if (part == Part::saved)
@@ -186,6 +193,9 @@ void print(lorvale::Message& message, Part part, const std::string& folder) {
         case Part::text:
             printText(message);
             break;
+        case Part::rich:
+            printRichText(message);
+            break;
         case Part::parts:
             printParts(*treeOf(message));
             break;
@@ -198,6 +208,7 @@ void print(lorvale::Message& message, Part part, const std::string& folder) {
 Part wantedPart(const Arguments& arguments) {
     if (arguments.has(kHeaders)) return Part::headers;
     if (arguments.has(kRaw)) return Part::raw;
+    if (arguments.has(kRich)) return Part::rich;
     if (arguments.has(kParts)) return Part::parts;
     if (arguments.has(kSave)) return Part::saved;
     return arguments.has(kText) ? Part::text : Part::summary;
@@ -215,6 +226,7 @@ int run(const Arguments& arguments) {
         if (arguments.has(kJson)) {
             LineOutput().write(messageAsJson(*message, number, part, folder));
         } else {
+            const Pager pager;
             print(*message, part, folder);
         }
     });
@@ -231,6 +243,8 @@ const Command showCommand = {
         "with "
         "the name and the size of each attachment in its place. Control characters are shown and never obeyed, "
         "but for --raw into a file or a pipe, which gets the very bytes.\n\n"
+        "--rich wraps the text to the width of the output and shows its fonts, colours and links, unless "
+        "$NO_COLOR is set. On a terminal all this goes through $MAILHOST_PAGER, $PAGER or less.\n\n"
         "In JSON --parts gives the member body, an object with the members part (\"1.2\" for the second part "
         "in "
         "the first), type, charset, transferEncoding, name, size (in bytes, decoded), attachment and, for a "

@@ -61,6 +61,9 @@ const Case kCases[] = {
      "box=$PWD/examples/mail/inbox; cd $(mktemp -d); for n in 11 14 1; do mailhost show $box $n --save x; "
      "done; "
      "mailhost show $box 11 --save x --json | sed 's:.*\\(.saved\\):\\1:'; rm -r x"},
+    {"show-rich",
+     "COLUMNS=60; export COLUMNS; for n in 10 11 13; do mailhost show examples/mail/inbox $n --rich; done\n"
+     "mailhost show examples/mail/archive-2003 3 --rich\nmailhost show examples/mail/inbox 11 --rich --json"},
     {"check",
      "mailhost check examples/mail/inbox\nmailhost check examples/mail/odd\n"
      "mailhost check examples/mail/odd examples/mail/lists no/such/mailbox --json"},

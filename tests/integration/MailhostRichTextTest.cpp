@@ -2,6 +2,7 @@
 
 #include "examples/mailhost/RichText.h"
 #include "examples/mailhost/Terminal.h"
+#include "tests/integration/RunProgram.h"
 
 namespace mailhost {
 namespace {
@@ -55,6 +56,39 @@ TEST(MailhostRichText, ShowsAttachmentsByNameAndSize) {
     text.append(AttributedText(file));
     text.append(AttributedText(lorvale::FileWrapper::symbolicLink("/tmp/\n")));
     EXPECT_EQ(richText(text, 70, false), "\\x1B see [a\\x1Bb.gif, 12,345 bytes][attachment, at /tmp/]\n");
+}
+
+/// What the command prints on a terminal of 60 columns.
+lorvale::testing::Outcome onTerminal(const std::string& commandLine) {
+    using lorvale::testing::shellWord;
+    return lorvale::testing::runShell("export COLUMNS=60 TERM=xterm; script -qefc " + shellWord(commandLine) +
+                                      " /dev/null");
+}
+
+TEST(MailhostPager, ShowsWhatIsPrintedOnATerminal) {
+    const std::string show = "mailhost show examples/mail/inbox 1";
+    const auto paged = onTerminal("MAILHOST_PAGER='sed s/^/paged:/' PAGER=false " + show);
+    EXPECT_EQ(paged.status, 0);
+    EXPECT_THAT(paged.output, ::testing::StartsWith("paged:\033[1mFrom:\033[0m "))
+        << "as if there were no pager";
+    for (const auto* const none : {"MAILHOST_PAGER= PAGER=false ", "MAILHOST_PAGER=cat "})
+        EXPECT_THAT(onTerminal(none + show).output, ::testing::StartsWith("\033[1mFrom:"));
+    EXPECT_THAT(onTerminal("NO_COLOR=1 PAGER='tr F G' " + show).output, ::testing::StartsWith("Grom: "));
+    EXPECT_THAT(onTerminal("MAILHOST_PAGER=false " + show + " --json").output, ::testing::StartsWith("{"));
+    EXPECT_THAT(onTerminal("PATH=$(dirname $(command -v mailhost)); unset PAGER; " + show).output,
+                ::testing::StartsWith("\033[1mFrom:"))
+        << "without any pager";
+}
+
+TEST(MailhostPager, MayBeLeftEarly) {
+    const std::string large =
+        "{ echo 'From a Sat Jan  3 01:05:34 1996'; echo; seq 100000; } >$HOME/box; mailhost show $HOME/box 1";
+    for (const auto* const pager : {"head -n 2", "exit 3", "no-such-program"}) {
+        const auto outcome =
+            onTerminal("export MAILHOST_PAGER=" + lorvale::testing::shellWord(pager) + "; " + large);
+        EXPECT_EQ(outcome.status, 0) << pager;
+        EXPECT_THAT(outcome.output, ::testing::Not(::testing::HasSubstr("mailhost:"))) << pager;
+    }
 }
 
 }  // namespace
