@@ -105,7 +105,8 @@ bool convertIndexFor(std::string_view directory, bool outgoing) {
 
 /// Whether a text is more than its characters.
 bool isRich(const AttributedText& text) {
-    return std::ranges::any_of(text.runs(), [](const auto& run) { return !run.attributes.empty(); });
+    static const TextAttributes kNone;
+    return std::ranges::any_of(text.runs(), [](const auto& run) { return run.attributes != kNone; });
 }
 
 /// Of the files alone; links count for nothing.

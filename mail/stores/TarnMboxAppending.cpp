@@ -14,6 +14,7 @@
 #include "mail/stores/MboxAppender.h"
 #include "mail/stores/OpenMbox.h"
 #include "mail/stores/TableOfContents.h"
+#include "mail/stores/TarnConversion.h"
 #include "mail/stores/TarnNames.h"
 
 namespace lorvale {
@@ -25,10 +26,11 @@ class Batch {
 public:
     using Listed = std::vector<std::shared_ptr<TOCMessage>>;
 
-    Batch(MboxAppender& file, bool unread) : _file(file), _unread(unread) {}
+    Batch(MboxAppender& file, std::string mailbox, bool unread)
+        : _file(file), _mailbox(std::move(mailbox)), _unread(unread) {}
 
     void add(const std::shared_ptr<Message>& message) {
-        auto record = recordOf(*message);
+        auto record = recordOf(message);
         _all = _all && record != nullptr;
         if (record != nullptr) _waiting.emplace_back(message, std::move(record));
         if (_file.isFull()) flush();
@@ -54,8 +56,10 @@ public:
 
 private:
     /// Null, after a log line, when a message cannot be had or finds no room.
-    std::shared_ptr<TOCMessage> recordOf(Message& message) {
-        const auto bytes = AppendableBytes::ofMessage(message);
+    std::shared_ptr<TOCMessage> recordOf(const std::shared_ptr<Message>& shared) {
+        auto& message = *shared;
+        auto bytes = convertedForMailbox(shared, _mailbox);
+        if (!bytes) bytes = AppendableBytes::ofMessage(message);
         const auto range = bytes ? _file.append(bytes->header.view(), bytes->body.view()) : std::nullopt;
         if (!range) {
             if (bytes) tellFailure(message);
@@ -72,6 +76,7 @@ private:
     }
 
     MboxAppender& _file;
+    const std::string _mailbox;
     const bool _unread;
     FetchLog* _fetchLog = nullptr;
     bool _all = true;
@@ -104,7 +109,7 @@ bool TarnMbox::syncAppendMessages(const MessageList& messages, bool setUnread) {
     if (setUnread) fetchLog.emplace(messages.size(), displayName());
     MboxAppender file(_mboxPath);
     if (!file.status()) log("%@", file.status().text());
-    Batch batch(file, setUnread);
+    Batch batch(file, _storePath, setUnread);
     if (fetchLog) batch.logTo(&*fetchLog);
     for (const auto& message : messages) batch.add(message);
     batch.flush();
@@ -217,7 +222,7 @@ bool TarnMbox::_unpackSpoolCopy(const MessageList& messages) {
     if (table == nullptr) table = std::make_unique<TableOfContents>(tablePath);
     MboxAppender file(mailPath);
     if (!file.status()) log("%@", file.status().text());
-    Batch batch(file, /*unread=*/true);
+    Batch batch(file, _storePath, /*unread=*/true);
     for (const auto& message : messages) batch.add(message);
     batch.flush();
     table->addMessages(std::vector<std::shared_ptr<Message>>(batch.records.begin(), batch.records.end()));

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <random>
 
+#include "lorvale/body.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/run_loop.h"
 #include "lorvale/platform/user_defaults.h"
@@ -18,6 +19,7 @@ namespace {
 
 using namespace lorvale::testing;
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -207,7 +209,7 @@ TEST_P(Compacting, TakesOutWhatIsDeletedAndItsAttachments) {
     for (const auto* const name : {"box.mbox/own", "outside", "box.mbox/shared"})
         fs::create_directories(folder / name / "x");
     const auto all = store->allMessages();
-    const auto gone = all[1];
+    const auto& gone = all[1];
     store->deleteMessages({all[6], all[1], all[4], all[5]});
     store->deleteMessage(all[1]);
     EXPECT_EQ(store->deletedCountAndSize().count, 4u) << "not counted twice";
@@ -371,6 +373,37 @@ TEST_F(Tarn, KeepsRealMail) {
         ASSERT_EQ(store->allMessages()[i]->currentFlags()->isRead(), i % 3 == 0) << i;
     }
     EXPECT_EQ(store->inconsistency(), "");
+}
+
+TEST_F(Tarn, LaysOutDocumentsOfTheOlderRichFormatAndKeepsWhatItCannot) {
+    TarnMailBody::setTarCommand("/bin/tar");
+    const auto composed = Message::messageWithData(Data::ofStatic("Subject: doc\nX-Kept:\n folded\n\n"));
+    const auto body = std::make_shared<TarnMailBody>();
+    composed->setMessageBody(body);
+    body->setMessage(composed);
+    TextAttributes bold;
+    bold.font = Font{.family = "Times", .bold = true};
+    body->setDecodedBody(AttributedText("very bold", bold));
+    const auto packed = body->encodedBody()->toString();
+    const auto sent =
+        Message::messageWithData(Data::copyOf(composed->headers()->encodedHeaders()->toString() + packed));
+    const auto broken = Message::messageWithData(
+        Data::ofStatic("Subject: broken\ntarn-attachment: x, 0, 1/1, 0, 0\n\nno blob\n"));
+    const auto store = made({});
+    EXPECT_TRUE(store->syncAppendMessages({sent, broken}, true));
+    EXPECT_EQ(store->inconsistency(), "");
+    const auto all = store->allMessages();
+    EXPECT_THAT(bytesOf(*all[0]), HasSubstr("X-Kept: folded\nTarn-Reference: doc.attach, 1/1\n\n"));
+    EXPECT_THAT(bytesOf(*all[0]), Not(HasSubstr("arn-attachment")));
+    EXPECT_EQ(all[0]->messageBody()->decodedBody()->string(), "very bold");
+    EXPECT_THAT(bytesOf(*all[1]), HasSubstr("tarn-attachment: x, 0, 1/1, 0, 0\n\nno blob\n"));
+    EXPECT_THAT(log.take(), Contains(HasSubstr("failed to convert message\n")));
+    EXPECT_EQ(std::distance(fs::directory_iterator(path + "/doc.attach"), {}), 1);
+    store->deleteMessage(all[0]);
+    store->doCompact();
+    while (RunLoop::main()->dispatch()) continue;
+    EXPECT_FALSE(fs::exists(path + "/doc.attach"));
+    store->close();
 }
 
 }  // namespace
