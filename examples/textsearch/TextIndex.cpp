@@ -4,15 +4,11 @@
 
 using brindle::StringDoc;
 
-namespace {
-
 std::unique_ptr<brindle::IAAnalysis> analysisWith(const std::string& words) {
     if (words.empty()) return std::make_unique<brindle::EnglishAnalysis>();
     const std::string stopwords = words + "/EnglishStopwords", substitutions = words + "/EnglishSubstitutions";
     return std::make_unique<brindle::EnglishAnalysis>(stopwords.c_str(), substitutions.c_str());
 }
-
-}  // namespace
 
 TextIndex::TextIndex(const std::string& path, const std::string& words, bool forWriting) {
     const bool exists = std::filesystem::exists(path);

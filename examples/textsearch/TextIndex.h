@@ -39,5 +39,8 @@ private:
     std::unique_ptr<brindle::InvertedIndex> _index;
 };
 
+/// English, with the lists of the folder `words`, unless that is empty.
+std::unique_ptr<brindle::IAAnalysis> analysisWith(const std::string& words);
+
 /// What to call a document that was found.
 std::string nameOf(const brindle::RankedHit& hit);

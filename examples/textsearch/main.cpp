@@ -4,19 +4,30 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "FolderCommands.h"
+#include "FolderIndex.h"
 #include "TextIndex.h"
 
 namespace {
 
 constexpr const char* kUse =
-    R"(use: textsearch [OPTION...] index FILE SOURCE...   add a folder of text files, or a collection, to an index
-       textsearch [OPTION...] search FILE [WORD...]   search; without words, the lines of standard input
+    R"(use: textsearch [OPTION...] index FILE FOLDER      make an index of a folder of text files
+       textsearch [OPTION...] update FILE            bring it in line with its folder
+       textsearch [OPTION...] like FILE DOCUMENT     files like one of them
+       textsearch [OPTION...] terms FILE WORD        terms that stand where a word does
+       textsearch [OPTION...] topics FILE DOCUMENT   the terms that weigh most in a file
+       textsearch [OPTION...] abstract DOCUMENT      the most telling sentences of any file (-n: 3)
+       textsearch [OPTION...] route DOCUMENT... --into FOLDER...
+                                                     to which folder each file belongs
+       textsearch [OPTION...] index FILE SOURCE...   add collections, or several folders, to an index
+       textsearch [OPTION...] search FILE [WORD...]  search; without words, the lines of standard input
        textsearch [OPTION...] run FILE TOPICS         search each topic and print a run of six columns
        textsearch [OPTION...] check FILE              name what is wrong with an index
 
@@ -38,6 +49,7 @@ struct Options {
     std::string tag = "textsearch";
     std::string words = TEXTSEARCH_WORDS;
     std::vector<std::string> arguments;  // the command first
+    std::vector<std::string> folders;    // behind --into
 };
 
 std::uint32_t numberOf(const std::string& text) {
@@ -66,6 +78,8 @@ Options parse(int argc, char** argv) {
             options.tag = value();
         else if (name == "--words")
             options.words = value();
+        else if (name == "--into")
+            while (i + 1 < argc && argv[i + 1][0] != '-') options.folders.emplace_back(argv[++i]);
         else if (name.size() > 1 && name[0] == '-')
             throw WrongUse("unknown option " + std::string(name));
         else
@@ -76,6 +90,8 @@ Options parse(int argc, char** argv) {
 }
 
 int indexSources(const Options& options) {
+    if (options.arguments.size() == 3 && std::filesystem::is_directory(options.arguments[2]))
+        return indexFolder(options.arguments[1], options.words, options.arguments[2]), 0;
     TextIndex target(options.arguments[1], options.words, true);
     std::uint32_t added = 0, known = 0;
     for (std::size_t i = 2; i < options.arguments.size(); ++i) {
@@ -120,7 +136,34 @@ void searchAndPrint(brindle::InvertedAccessor& accessor, const Options& options,
     std::fflush(stdout);
 }
 
+int runOnFolder(const Options& options) {
+    const auto& arguments = options.arguments;
+    const auto& file = arguments[1];
+    const std::uint32_t most = options.hits != 0 ? options.hits : 10;
+    if (arguments.size() != (arguments[0] == "update" ? 2u : 3u)) throw WrongUse("wrong number of words");
+    if (arguments[0] == "update")
+        updateFolder(file, options.words);
+    else if (arguments[0] == "like")
+        printLike(file, options.words, arguments[2], most);
+    else if (arguments[0] == "terms")
+        printTerms(file, options.words, arguments[2], most);
+    else
+        printTopics(file, options.words, arguments[2], most);
+    return 0;
+}
+
+int routeFiles(const Options& options) {
+    if (options.folders.empty()) throw WrongUse("route needs folders behind --into");
+    route(options.words, {options.arguments.begin() + 1, options.arguments.end()}, options.folders);
+    return 0;
+}
+
 int searchIndex(const Options& options) {
+    std::string wanted;
+    for (std::size_t i = 2; i < options.arguments.size(); ++i) wanted += options.arguments[i] + " ";
+    if (!wanted.empty() && FolderIndex::isIn(options.arguments[1]))
+        return searchFolder(options.arguments[1], options.words, wanted, options.hits != 0 ? options.hits : 10),
+               0;
     TextIndex source(options.arguments[1], options.words, false);
     brindle::InvertedAccessor accessor(&source.index());
     accessor.Initialize();
@@ -154,8 +197,14 @@ int checkIndex(const Options& options) {
     const auto storage = brindle::VerifyStorageFile(options.arguments[1].c_str());
     for (const auto& finding : storage.violations) std::printf("broken: %s\n", finding.c_str());
     if (!storage.Sound()) return 1;
-    TextIndex source(options.arguments[1], options.words, false);
-    const auto report = brindle::VerifyIndex(source.index());
+    const bool isFolder = FolderIndex::isIn(options.arguments[1]);
+    std::unique_ptr<FolderIndex> folder;
+    std::unique_ptr<TextIndex> texts;
+    if (isFolder)
+        folder = std::make_unique<FolderIndex>(options.arguments[1], options.words, false);
+    else
+        texts = std::make_unique<TextIndex>(options.arguments[1], options.words, false);
+    const auto report = isFolder ? brindle::VerifyIndex(folder->index()) : brindle::VerifyIndex(texts->index());
     for (const auto& finding : report.violations) std::printf("broken: %s\n", finding.c_str());
     std::printf("%u terms, %u documents, %llu postings in %llu blocks and the records\n", report.terms,
                 report.documents, static_cast<unsigned long long>(report.postings),
@@ -169,6 +218,11 @@ int runCommand(const Options& options) {
     if (command == "search") return searchIndex(options);
     if (command == "run") return writeRun(options);
     if (command == "check") return checkIndex(options);
+    if (command == "update" || command == "like" || command == "terms" || command == "topics")
+        return runOnFolder(options);
+    if (command == "abstract")
+        return printAbstract(options.words, options.arguments[1], options.hits != 0 ? options.hits : 3), 0;
+    if (command == "route") return routeFiles(options);
     throw WrongUse("unknown command " + command);
 }
 
