@@ -15,7 +15,7 @@
 
 namespace lorvale {
 
-/// Reads one RTF document (Rich Text Format Specification 1.9).  Borrows the bytes.  A document is groups in
+/// Reads one RTF document (Rich Text Format 1.9).  Borrows the bytes.  A document is groups in
 /// braces, control words ("\b", "\fs24") and text; a group ends what was set in it.  Every group has a
 /// destination: the text itself, a table, a picture, or nothing that is shown.
 class RtfReader {

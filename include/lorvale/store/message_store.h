@@ -58,8 +58,9 @@ public:
 
     /// The open store for the path whatever else is asked for; else a new one of the most willing class, of
     /// equal ones that registered first; else, with `create`, one of the default class.  Null when there is
-    /// none or the opening fails; openingFailure() then tells why.  Any thread: one that asks while another opens
-    /// the same path waits for that, its question about a locked mailbox included, and gets the same store.
+    /// none or the opening fails; openingFailure() then tells why.  Any thread: one that asks while another
+    /// opens the same path waits for that, its question about a locked mailbox included, and gets the same
+    /// store.
     [[nodiscard]] static std::shared_ptr<MessageStore> storeForPath(std::string_view path, bool create = false,
                                                                     bool readOnly = false);
     /// Why the last storeForPath() or initWithPath() of this thread answered null; false after a success.
