@@ -7,6 +7,7 @@ namespace mailhost {
 namespace {
 
 constexpr auto kCommands = std::to_array<const Command*>({
+    &abstractCommand,
     &checkCommand,
     &compactCommand,
     &flagCommand,
@@ -15,6 +16,8 @@ constexpr auto kCommands = std::to_array<const Command*>({
     &listCommand,
     &rebuildCommand,
     &showCommand,
+    &similarCommand,
+    &sortCommand,
     &undoCommand,
 });
 
@@ -44,6 +47,8 @@ constexpr auto kExamples = std::to_array<Entry>({
     {"mailhost show ~/inbox 12 --raw > letter.eml", "the very bytes of a message into a file"},
     {"mailhost check ~/inbox", "is the mailbox in order?"},
     {"mailhost import ~/inbox ~/mail/inbox.mbox", "a directory mailbox, which keeps what was read"},
+    {"mailhost similar ~/inbox 12", "what else was written about that"},
+    {"mailhost sort ~/inbox --by ~/work ~/family --move", "puts each message where others like it are"},
 });
 
 }  // namespace
@@ -52,8 +57,8 @@ const Program program = {
     .name = "mailhost",
     .summary = "look at mailboxes, and keep them",
     .description =
-        "Reads mailboxes: check, info, list and show change, lock and mark nothing. The other commands "
-        "keep directory mailboxes, under their lock.",
+        "Reads mailboxes: abstract, check, info, list, show, similar, and sort without --move change, lock and "
+        "mark nothing. The other commands keep directory mailboxes, under their lock.",
     .commands = kCommands,
     .options = kOptions,
     .exitStatuses = kExitStatuses,

@@ -6,6 +6,7 @@
 
 namespace mailhost {
 
+extern const Command abstractCommand;
 extern const Command checkCommand;
 extern const Command compactCommand;
 extern const Command flagCommand;
@@ -14,6 +15,8 @@ extern const Command infoCommand;
 extern const Command listCommand;
 extern const Command rebuildCommand;
 extern const Command showCommand;
+extern const Command similarCommand;
+extern const Command sortCommand;
 extern const Command undoCommand;
 
 inline constexpr auto kJson = flag("--json", "for programs: one JSON object a line");

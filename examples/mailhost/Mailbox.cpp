@@ -42,12 +42,14 @@ void checkIsMailbox(const std::string& path, const std::string& file) {
 
 }  // namespace
 
-Mailbox::Mailbox(const std::string& path) : _place(path) {
+Mailbox::Mailbox(const std::string& path, Access access) : _place(path) {
     const auto file = lorvale::standardizePath(path);
     workOn(path, sizeOfFile(file), [&] {
-        _openStore = lorvale::MessageStore::storeForPath(file, /*create=*/false, /*readOnly=*/true);
+        _openStore =
+            lorvale::MessageStore::storeForPath(file, /*create=*/false, /*readOnly=*/access == Access::read);
     });
     if (_openStore == nullptr) throw Failure(whyNotOpened(path, file));
+    if (access == Access::change && _openStore->isReadOnly()) throw Failure(path + ": is locked");
     if (count() == 0) checkIsMailbox(path, file);
 }
 

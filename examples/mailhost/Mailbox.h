@@ -16,11 +16,17 @@ namespace mailhost {
 inline constexpr auto kMailbox = mailboxWord("MAILBOX", "the path of a mailbox");
 inline constexpr auto kDirectoryMailbox = mailboxWord("MAILBOX", "the path of a directory mailbox");
 
-/// A mailbox opened for reading only: no lock is taken and nothing is written.  Closed with this object.
+/// An open mailbox of any kind, closed with this object.
 class Mailbox {
 public:
-    /// Throws Failure with the reason, also for a file that is no mailbox.
-    explicit Mailbox(const std::string& path);
+    enum class Access {
+        read,   ///< no lock is taken and nothing is written
+        change  ///< the mailbox is locked
+    };
+
+    /// Throws Failure with the reason, also for a file that is no mailbox, and for one to be changed that
+    /// somebody else has locked.
+    explicit Mailbox(const std::string& path, Access access = Access::read);
     ~Mailbox();
     Mailbox(const Mailbox&) = delete;
     Mailbox& operator=(const Mailbox&) = delete;

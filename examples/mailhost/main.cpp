@@ -50,6 +50,8 @@ int runOnMainLoop(const Arguments& arguments) {
     loop->perform([&] {
         try {
             status = arguments.command()->run(arguments);
+        } catch (const UsageError& error) {
+            status = complain(error.what(), 2);
         } catch (const std::bad_alloc&) {
             status = complain("not enough memory", 1);
         } catch (const std::exception& failure) {

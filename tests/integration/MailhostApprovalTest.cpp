@@ -83,9 +83,26 @@ const Case kCases[] = {
     {"directory-failures",
      "mailhost flag examples/mail/inbox 1 --read\nmailhost compact no/such.mbox\n"
      "mailhost import examples/mail/inbox /tmp/no-extension"},
+    {"similar",
+     "mailhost similar examples/mail/inbox 3 --limit 4\nmailhost similar examples/mail/inbox 2 --limit 1 "
+     "--json\n"
+     "mailhost similar examples/mail/inbox 30\nmailhost similar examples/mail/inbox"},
+    {"abstract",
+     "for n in 2 3 11 14 13; do mailhost abstract examples/mail/inbox $n; done\n"
+     "mailhost abstract examples/mail/inbox 1 -n 1 --json\nmailhost abstract examples/mail/inbox 30\n"
+     "mailhost abstract examples/mail/inbox 1 -n 0"},
+    {"sort",
+     "mailhost sort examples/mail/inbox --by examples/mail/lists examples/mail/archive-2003\n"
+     "mailhost sort examples/mail/lists --by examples/mail/odd --by examples/mail/inbox --json | head -n 2\n"
+     "mailhost sort examples/mail/inbox --by examples/mail/lists examples/mail/../mail/inbox --move\n"
+     "mailhost sort examples/mail/inbox --by examples/mail/lists\n"
+     "cd $(mktemp -d) && cp $OLDPWD/examples/mail/inbox $OLDPWD/examples/mail/lists "
+     "$OLDPWD/examples/mail/archive-2003 . && mailhost sort inbox --by lists archive-2003 --move | tail -n 2; "
+     "for b in *; do mailhost check $b | tail -n 1; done; rm -r $PWD"},
     {"usage",
      "mailhost --help\nmailhost check -h\nmailhost list --help\nmailhost show --help\nmailhost info --help\n"
-     "for c in compact flag import rebuild undo; do mailhost $c --help | sed /^Options.of.every/,\\$d; done\n"
+     "for c in abstract compact flag import rebuild similar sort undo; do mailhost $c --help | sed "
+     "/^Options.of.every/,\\$d; done\n"
      "COLUMNS=60 mailhost show --help\nmailhost --version"},
     {"usage-errors",
      "mailhost\nmailhost lits x\nmailhost list\nmailhost show x\nmailhost show x 1x\n"
