@@ -24,11 +24,13 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/mime/dialect.h
     include/lorvale/platform.h
     include/lorvale/platform/exception.h
+    include/lorvale/platform/inter_thread.h
     include/lorvale/platform/localization.h
     include/lorvale/platform/log.h
     include/lorvale/platform/mutex.h
     include/lorvale/platform/notification.h
     include/lorvale/platform/paths.h
+    include/lorvale/platform/progressor.h
     include/lorvale/platform/run_loop.h
     include/lorvale/platform/small_mutex.h
     include/lorvale/platform/subprocess.h

@@ -1,11 +1,13 @@
 #pragma once
 /// The services of the platform that a host meets.
 #include "lorvale/platform/exception.h"
+#include "lorvale/platform/inter_thread.h"
 #include "lorvale/platform/localization.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/notification.h"
 #include "lorvale/platform/paths.h"
+#include "lorvale/platform/progressor.h"
 #include "lorvale/platform/run_loop.h"
 #include "lorvale/platform/subprocess.h"
 #include "lorvale/platform/thread.h"
