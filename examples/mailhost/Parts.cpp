@@ -86,6 +86,10 @@ std::shared_ptr<MimeBodyPart> partsOf(lorvale::Message& message) {
 }
 
 std::optional<std::size_t> attachmentCount(lorvale::Message& message) {
+    if (const auto older = std::dynamic_pointer_cast<lorvale::TarnMailBody>(message.messageBody())) {
+        const auto text = older->decodedBody();  // its files lie in no tree, but in the text
+        return text ? std::optional(text->attachments().size()) : std::nullopt;
+    }
     const auto body = mimeBodyOf(message);
     const auto root = body ? treeOf(*body) : nullptr;
     return root ? std::optional(countAttachments(*root)) : std::nullopt;

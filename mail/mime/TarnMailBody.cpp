@@ -109,6 +109,10 @@ bool isRich(const AttributedText& text) {
     return std::ranges::any_of(text.runs(), [](const auto& run) { return run.attributes != kNone; });
 }
 
+std::vector<std::string> namesIn(const std::string& path) {
+    return FileSystem::current().namesInFolder(path).value_or(std::vector<std::string>());
+}
+
 /// Of the files alone; links count for nothing.
 std::uint64_t sizeOfTree(const std::string& path) {
     auto& files = FileSystem::current();
@@ -116,8 +120,7 @@ std::uint64_t sizeOfTree(const std::string& path) {
     if (!attributes || attributes->isLink) return 0;
     if (!attributes->isDirectory) return static_cast<std::uint64_t>(attributes->size);
     std::uint64_t size = 0;
-    for (const auto& name : files.namesInFolder(path).value_or(std::vector<std::string>()))
-        size += sizeOfTree(stringByAppendingPathComponent(path, name));
+    for (const auto& name : namesIn(path)) size += sizeOfTree(stringByAppendingPathComponent(path, name));
     return size;
 }
 
@@ -160,9 +163,20 @@ TarnMailBody::~TarnMailBody() {
 }
 
 bool TarnMailBody::enztar(const std::string& directory, ByteBuffer& into) {
-    const PipeCommand pipe[] = {{tarCommand(), {"cf", "-", "-C", directory, "."}}, {compressCommand(), {"-f"}}};
+    const PipeCommand pack[] = {{tarCommand(), {"cf", "-", "-C", directory, "."}}},
+                      compress[] = {{compressCommand(), {"-f"}}};
+    ByteBuffer archive;
+    if (!runPipe(pack, nullptr, &archive, limits())) return false;
+    // What a program says of itself does not reach us; and we send what we would take.
+    std::string why;
+    const auto harmless = harmlessArchive(archive.view(), why);
+    if (!harmless || harmless->size() == archive.size()) {
+        log("The packed attachment holds %@", harmless ? "no end" : why);
+        return false;
+    }
     const auto before = into.size();
-    return runPipe(pipe, nullptr, &into, limits()) && into.size() > before;
+    const auto members = archive.data();
+    return runPipe(compress, &members, &into, limits()) && into.size() > before;
 }
 
 bool TarnMailBody::deztar(const Data& packed, const std::string& into) {
@@ -175,10 +189,13 @@ bool TarnMailBody::deztar(const Data& packed, const std::string& into) {
         log("An attachment holds %@, and is not unpacked", why);
         return false;
     }
-    const auto line = formatText("cd %@; %@ xf -", quotedForShell(into), quotedForShell(tarCommand()));
+    // Where "cd" fails tar would unpack wherever the host is; and the shell looks elsewhere for relative names.
+    if (!FileSystem::current().isDirectory(into)) return false;
+    const auto target = into.starts_with('/') ? into : "./" + into;
+    const auto line = formatText("cd %@; %@ xf -", quotedForShell(target), quotedForShell(tarCommand()));
     const PipeCommand unpack[] = {{shellCommand(), {"-c", line}}};
     const auto members = Data::copyOf(*harmless);
-    return runPipe(unpack, &members, nullptr, limits());
+    return runPipe(unpack, &members, nullptr, limits()) && !namesIn(into).empty();
 }
 
 std::optional<std::string> TarnMailBody::attachmentName() const {
@@ -291,7 +308,6 @@ bool TarnMailBody::unpackInto(const std::string& path) {
 /// Puts the document into a new directory below this one.
 bool TarnMailBody::layOut(std::string_view directory) {
     const auto text = referenceName() ? decodedBody() : nullptr;
-    const auto before = attachmentDirectory();
     const auto below = directory.empty() ? std::nullopt : std::optional(directory);
     if (!makeUniqueTemporaryAttachmentInDirectory(below)) return false;
     const auto path = *attachmentDirectory();
@@ -302,10 +318,14 @@ bool TarnMailBody::layOut(std::string_view directory) {
     } else {
         log("Could not save text in %@", path);
     }
-    deletePath(path);
+    return takeBack(), false;
+}
+
+/// Removes what layOut() has made.
+void TarnMailBody::takeBack() {
     _isTemporary = false;
-    setAttachmentDirectory(before);
-    return false;
+    deletePath(attachmentDirectory().value_or(""));
+    setAttachmentDirectory(std::nullopt);
 }
 
 std::shared_ptr<const AttributedText> TarnMailBody::decodeBodyIntoDirectory(
@@ -317,6 +337,7 @@ std::shared_ptr<const AttributedText> TarnMailBody::decodeBodyIntoDirectory(
     if (!text) {
         text = AttributedText(formatText("<Missing attachment: message contents could not be found in %@>",
                                          abbreviateWithTilde(path)));
+        if (directory) takeBack();
     }
     return std::make_shared<const AttributedText>(*std::move(text));
 }
@@ -326,7 +347,7 @@ std::shared_ptr<const AttributedText> TarnMailBody::decodeBody() {
     if (const auto reference = referenceName()) {
         // A name from a stranger leads nowhere but beside the mailbox.
         const auto base = mailboxDirectory();
-        if (FileWrapper::isFilename(*reference))
+        if (!base.empty() && FileWrapper::isFilename(*reference))
             setAttachmentDirectory(stringByAppendingPathComponent(base, *reference));
         return decodeBodyIntoDirectory(std::nullopt);
     }

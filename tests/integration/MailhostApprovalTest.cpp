@@ -64,6 +64,15 @@ const Case kCases[] = {
     {"show-rich",
      "COLUMNS=60; export COLUMNS; for n in 10 11 13; do mailhost show examples/mail/inbox $n --rich; done\n"
      "mailhost show examples/mail/archive-2003 3 --rich\nmailhost show examples/mail/inbox 11 --rich --json"},
+    {"older-rich",
+     "box=examples/mail/archive-1996; mailhost list $box --attachments; mailhost show $box 1; "
+     "COLUMNS=60 mailhost show $box 2 --rich; mailhost show $box 1 --parts; mailhost check $box\n"
+     "box=$PWD/examples/mail/archive-1996; cd $(mktemp -d); mailhost show $box 2 --save x; "
+     "mailhost show $box 1 --save x; cat x/*; mailhost import $box a.mbox --verbose 2>/dev/null; "
+     "mailhost list a.mbox --attachments; mailhost show a.mbox 1 --text; mailhost show a.mbox 2 --headers | "
+     "tail -n 1; "
+     "mailhost check a.mbox; (cd a.mbox; ls *); cp $box moved; mailhost show moved 2 --text | sed "
+     "s:$PWD:HERE:; rm -r $PWD"},
     {"check",
      "mailhost check examples/mail/inbox\nmailhost check examples/mail/odd\n"
      "mailhost check examples/mail/odd examples/mail/lists no/such/mailbox --json"},

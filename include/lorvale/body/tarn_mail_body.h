@@ -43,7 +43,8 @@ public:
     /// A new attachment directory, named after the subject; without a directory to make it in, one that goes
     /// with this object.  False, after a log line, when it cannot be made.
     bool makeUniqueTemporaryAttachmentInDirectory(std::optional<std::string_view> directory);
-    /// The name under which the attachment is sent: from the header "tarn-attachment", which is made where it
+    /// The name under which the attachment is sent, and what is packed is its directory: the text that was set
+    /// counts for a body without one.  From the header "tarn-attachment", which is made where it
     /// is missing.  Throws a NamedException "TarnMailBody" when the text cannot be written to disk.
     std::string prepareAttachmentForUuencoding();
 
@@ -54,7 +55,7 @@ public:
     std::optional<Data> encodedBody() override;
     /// Lays the document out in a new directory below this one and reads it; without a directory, reads what
     /// is laid out already.  Null, after a log line, when there is nothing to lay out; text that says so when
-    /// the document is missing.
+    /// the document is missing, and nothing is left behind then.
     std::shared_ptr<const AttributedText> decodeBodyIntoDirectory(std::optional<std::string_view> directory);
     std::string className() const override { return "TarnMailBody"; }
 
@@ -67,6 +68,7 @@ private:
     std::string mailboxDirectory() const;
     std::string directoryToUnpackIn() const;
     bool layOut(std::string_view directory);
+    void takeBack();
     bool unpackInto(const std::string& path);
     void writeTextInto(const std::string& path, const AttributedText& text) const;
     void dropTemporaryDirectory();

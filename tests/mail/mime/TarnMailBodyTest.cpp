@@ -144,30 +144,45 @@ TEST_F(TarnMail, PlainTextIsNotPacked) {
     EXPECT_FALSE(message->headers()->objectsForKey("tarn-attachment"));
 }
 
-TEST_F(TarnMail, ReadsWhatLiesBesideTheMailbox) {
-    const auto mailbox = (folder / "saved").string();
-    writeFile(mailbox,
-              "From a@x.example Thu Aug 22 12:46:23 2002\nSubject: s\ntarn-reference: Note.attach, 3\n\n\n"
-              "From a@x.example Thu Aug 22 12:46:23 2002\nSubject: s\ntarn-reference: ../saved\n\n\n");
-    fs::create_directory(folder / "Note.attach");
-    writeFile(folder / "Note.attach" / "index.rtf", "{\\rtf1 by its {\\b older} name}");
-    const auto store = MessageStore::storeForPath(mailbox, false, true);
+TEST_F(TarnMail, StoredOnesOpenForEver) {
+    const auto store =
+        MessageStore::storeForPath((sourceFolder() / "tests/data/older_rich/mailbox").string(), false, true);
+    ASSERT_NE(store, nullptr);
+    const char* const texts[] = {"Plan of the stage\nDear Nora,\nthe boards go", "kept beside the mailbox",
+                                 "by its older name"};
     const auto all = store->allMessages();
-    EXPECT_EQ(all[0]->messageBody()->decodedBody()->string(), "by its older name");
-    EXPECT_EQ(bodyOf(*all[0])->attachmentSize(), 30U);
-    EXPECT_EQ(all[0]->messageBody()->encodedBody()->toString(), "\n");
-    EXPECT_THAT(all[1]->messageBody()->decodedBody()->string(),
-                HasSubstr("<Missing attachment: message contents"));
-    EXPECT_EQ(bodyOf(*all[1])->attachmentSize(), 0U);
-    fs::remove_all(folder / "Note.attach");
-    all[0]->messageBody()->flushCachedData();
-    EXPECT_EQ(all[0]->messageBody()->decodedBody()->string(),
-              "<Missing attachment: message contents could not be found in " +
-                  abbreviateWithTilde((folder / "Note.attach").string()) + ">");
+    ASSERT_EQ(all.size(), std::size(texts));
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        const auto text = all[i]->messageBody()->decodedBody();
+        ASSERT_NE(text, nullptr);
+        EXPECT_TRUE(text->string().starts_with(texts[i])) << text->string();
+        EXPECT_TRUE(std::ranges::any_of(
+            text->runs(), [](const auto& run) { return run.attributes.font && run.attributes.font->bold; }));
+        EXPECT_EQ(text->attachments().size(), i == 0 ? 1U : 0U);
+        EXPECT_EQ(all[i]->messageBody()->encodedBody()->toString() == "\n", i > 0);
+        EXPECT_EQ(bodyOf(*all[i])->attachmentSize() > 0, i > 0);
+    }
     store->close();
 }
 
-TEST_F(TarnMail, BrokenOnesSayWhatIsMissing) {
+TEST_F(TarnMail, WhatIsNotBesideTheMailboxIsMissing) {
+    const auto mailbox = (folder / "saved").string();
+    std::string letters;
+    for (const auto* const reference : {"Note.attach", "../saved"})
+        letters +=
+            "From a@x.example Thu Aug 22 12:46:23 2002\ntarn-reference: " + std::string(reference) + "\n\n\n";
+    writeFile(mailbox, letters);
+    const auto store = MessageStore::storeForPath(mailbox, false, true);
+    const auto all = store->allMessages();
+    const std::string start = "<Missing attachment: message contents could not be found in ";
+    EXPECT_EQ(all[0]->messageBody()->decodedBody()->string(),
+              start + abbreviateWithTilde((folder / "Note.attach").string()) + ">");
+    EXPECT_EQ(all[1]->messageBody()->decodedBody()->string(), start + ">");
+    EXPECT_EQ(bodyOf(*all[1])->attachmentSize(), 0U);
+    store->close();
+}
+
+TEST_F(TarnMail, BrokenOnesSayWhatIsMissingAndLeaveNothing) {
     const auto textOf = [](std::string_view body) -> std::string {
         const auto message = Message::messageWithData(
             Data::copyOf("Subject: s\ntarn-attachment: .tar.1.s, 0, 1/1, 0, 0\n\n" + std::string(body)));
@@ -176,15 +191,48 @@ TEST_F(TarnMail, BrokenOnesSayWhatIsMissing) {
     };
     EXPECT_EQ(textOf("no blob\n"), "(null)");
     EXPECT_THAT(log.take(), Contains("Errors during uudecoding"));
-    const auto blob = uuencodedDataWithFile(Data::ofStatic("not compressed"), "x", 0600);
-    EXPECT_THAT(textOf(blob.view()), HasSubstr("<Missing attachment"));
-    EXPECT_THAT(log.take(), Contains(HasSubstr("Could not uncompress/untar attachment for ")));
-    TarnMailBody::setCompressCommand("/no/such/program");
-    EXPECT_THAT(textOf(blob.view()), HasSubstr("<Missing attachment"));
-    EXPECT_EQ(composed(AttributedText("caf\xC3\xA9"))->messageBody()->encodedBody(), std::nullopt);
-    EXPECT_THAT(log.take(), Contains("Could not tar & compress & uuencode message"));
-    TarnMailBody::setCompressCommand("/usr/bin/compress");
-    EXPECT_EQ(filesLeft(), 0U);
+    const AttributedText text("caf\xC3\xA9");
+    const auto fine = composed(text)->messageBody()->encodedBody()->toString();
+    const auto noise = uuencodedDataWithFile(Data::ofStatic("not compressed"), "x", 0600).toString();
+    EXPECT_EQ(textOf(fine), text.string());
+    const std::string none = "/no/such/program", no = "/bin/false", tar = "/bin/tar", sh = "/bin/sh",
+                      compress = "/usr/bin/compress";
+    const struct {
+        std::string tar, compress, shell;
+        bool packs;
+        const std::string& packed;
+    } rows[] = {{tar, compress, sh, true, noise}, {none, compress, sh, false, fine},
+                {no, compress, sh, false, fine},  {tar, none, sh, false, fine},
+                {tar, no, sh, false, fine},       {tar, compress, none, true, fine},
+                {tar, compress, no, true, fine}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.tar + row.compress + row.shell);
+        TarnMailBody::setTarCommand(row.tar);
+        TarnMailBody::setCompressCommand(row.compress);
+        TarnMailBody::setShellCommand(row.shell);
+        log.take();
+        EXPECT_THAT(textOf(row.packed), HasSubstr("<Missing attachment"));
+        EXPECT_THAT(log.take(), Contains(HasSubstr("Could not uncompress/untar attachment for ")));
+        EXPECT_EQ(composed(text)->messageBody()->encodedBody().has_value(), row.packs);
+        EXPECT_EQ(std::ranges::count(log.take(), "Could not tar & compress & uuencode message") > 0,
+                  !row.packs);
+        EXPECT_EQ(filesLeft(), 0U);
+        // In a mailbox of directories, too, where documents lie for good.
+        fs::create_directory(folder / "box");
+        const auto message =
+            Message::messageWithData(Data::copyOf("tarn-attachment: .tar.1.s, 0, 1/1, 0, 0\n\n" + row.packed));
+        EXPECT_TRUE(bodyOf(*message)->decodeBodyIntoDirectory((folder / "box").string()) != nullptr);
+        EXPECT_TRUE(fs::is_empty(folder / "box"));
+    }
+    TarnMailBody::setCompressCommand(compress);
+    TarnMailBody::setShellCommand(sh);
+    TarnMailBody::setTarCommand(tar);
+    fs::create_symlink("/etc", folder / "box" / "link");
+    ByteBuffer packed;
+    EXPECT_FALSE(TarnMailBody::enztar((folder / "box").string(), packed)) << "nobody would unpack it";
+    const auto archive = uudecodedDataIntoFile(Data::copyOf(fine), nullptr, nullptr);
+    EXPECT_FALSE(TarnMailBody::deztar(*archive, (folder / "not there").string()));
+    EXPECT_FALSE(fs::exists("TXT.rtf"));
 }
 
 TEST_F(TarnMail, HostileArchivesDoNothing) {
