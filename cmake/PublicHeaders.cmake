@@ -33,6 +33,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/progressor.h
     include/lorvale/platform/run_loop.h
     include/lorvale/platform/small_mutex.h
+    include/lorvale/platform/socket.h
     include/lorvale/platform/subprocess.h
     include/lorvale/platform/thread.h
     include/lorvale/platform/user_agent.h

@@ -9,6 +9,7 @@
 #include "lorvale/platform/paths.h"
 #include "lorvale/platform/progressor.h"
 #include "lorvale/platform/run_loop.h"
+#include "lorvale/platform/socket.h"
 #include "lorvale/platform/subprocess.h"
 #include "lorvale/platform/thread.h"
 #include "lorvale/platform/user_agent.h"

@@ -43,8 +43,9 @@ const std::vector<std::vector<BaseFolder>> kBaseRanks = {
     {{"files", {}}},
     {{"platform",
       {"lorvale/platform/inter_thread.h", "lorvale/platform/notification.h", "lorvale/platform/paths.h",
-       "lorvale/platform/progressor.h", "lorvale/platform/run_loop.h",
-       "lorvale/platform/subprocess.h", "lorvale/platform/thread.h", "lorvale/platform/user_"}},
+       "lorvale/platform/progressor.h", "lorvale/platform/run_loop.h", "lorvale/platform/socket.h",
+       "lorvale/platform/subprocess.h", "lorvale/platform/thread.h", "lorvale/platform/tls.h",
+       "lorvale/platform/user_"}},
      {"richtext",
       {"lorvale/values/attributed_text.h", "lorvale/values/file_wrapper.h", "lorvale/values/rich_text.h"}}},
 };
