@@ -85,24 +85,24 @@ bool isAgain(int error) {
 }
 
 void makeNonBlocking(const Descriptor& descriptor) {
-    if (!descriptor.isOpen()) return;
-    ::fcntl(descriptor.number(), F_SETFL, ::fcntl(descriptor.number(), F_GETFL) | O_NONBLOCK);
+    if (!descriptor) return;
+    ::fcntl(descriptor.get(), F_SETFL, ::fcntl(descriptor.get(), F_GETFL) | O_NONBLOCK);
 }
 
 /// Writes what the pipe takes; closes it behind the last byte, or when nobody reads.  False in that case.
 bool writeSome(Descriptor& input, std::string_view& bytes) {
-    const auto written = ::write(input.number(), bytes.data(), bytes.size());
+    const auto written = ::write(input.get(), bytes.data(), bytes.size());
     if (written < 0 && isAgain(errno)) return true;
     if (written >= 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-    if (written < 0 || bytes.empty()) input.close();
+    if (written < 0 || bytes.empty()) input.reset();
     return written >= 0;
 }
 
 void readSome(Descriptor& output, ByteBuffer* received) {
     std::array<char, kBlock> block;
-    const auto count = ::read(output.number(), block.data(), block.size());
+    const auto count = ::read(output.get(), block.data(), block.size());
     if (count < 0 && isAgain(errno)) return;
-    if (count <= 0) return output.close();
+    if (count <= 0) return output.reset();
     if (received != nullptr) received->append(std::string_view(block.data(), static_cast<std::size_t>(count)));
 }
 
@@ -114,10 +114,6 @@ int millisecondsTo(ChildProcess::Clock::time_point deadline) {
 }
 
 }  // namespace
-
-void Descriptor::close() {
-    if (isOpen()) ::close(std::exchange(_number, -1));
-}
 
 Pipe::Pipe() {
     int ends[2];
@@ -173,7 +169,7 @@ bool ChildProcess::waitUntil(Clock::time_point deadline) {
     // The C library's name for it has no C linkage before version 2.37.
     const Descriptor process(static_cast<int>(::syscall(SYS_pidfd_open, _pid, 0)));
     for (;;) {
-        pollfd end{process.number(), POLLIN, 0};
+        pollfd end{process.get(), POLLIN, 0};
         ::poll(&end, 1, millisecondsTo(deadline));
         if (!isRunning()) return true;
         if (Clock::now() >= deadline) return false;
@@ -193,11 +189,11 @@ Exchange exchangeBytes(Descriptor input, std::string_view bytes, Descriptor outp
     const WithoutPipeSignal guard;
     makeNonBlocking(input);
     makeNonBlocking(output);
-    if (bytes.empty()) input.close();
+    if (bytes.empty()) input.reset();
     auto result = Exchange::done;
     const auto before = received != nullptr ? received->size() : 0;
-    while (input.isOpen() || output.isOpen()) {
-        pollfd ends[] = {{input.number(), POLLOUT, 0}, {output.number(), POLLIN, 0}};
+    while (input || output) {
+        pollfd ends[] = {{input.get(), POLLOUT, 0}, {output.get(), POLLIN, 0}};
         if (::poll(ends, 2, millisecondsTo(limits.deadline)) < 0) continue;  // a signal
         if (ends[0].revents != 0 && !writeSome(input, bytes)) result = Exchange::inputNotRead;
         if (ends[1].revents != 0) readSome(output, received);

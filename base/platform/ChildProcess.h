@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/files/Descriptor.h"
 #include "lorvale/platform/subprocess.h"
 #include "lorvale/values/data.h"
 
@@ -15,30 +16,10 @@
 
 namespace lorvale {
 
-/// An open descriptor that is closed with its owner.
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : _number(number) {}
-    Descriptor(Descriptor&& other) noexcept : _number(std::exchange(other._number, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept {
-        std::swap(_number, other._number);
-        return *this;
-    }
-    ~Descriptor() { close(); }
-
-    bool isOpen() const { return _number >= 0; }
-    int number() const { return _number; }
-    void close();
-
-private:
-    int _number = -1;
-};
-
 /// Both ends above the standard descriptors and closed in every child; not open when there are none left.
 struct Pipe {
     Pipe();
-    bool isOpen() const { return read.isOpen() && write.isOpen(); }
+    bool isOpen() const { return read && write; }
 
     Descriptor read, write;
 };

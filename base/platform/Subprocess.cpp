@@ -25,7 +25,7 @@ constexpr std::size_t kOutputBuffer = 2048;
 /// Both sides of a pseudo-terminal, not open when there is none to be had.
 struct PseudoTerminal {
     PseudoTerminal();
-    bool isOpen() const { return master.isOpen() && slave.isOpen(); }
+    bool isOpen() const { return master && slave; }
 
     Descriptor master, slave;  // the slave stays open until the child has it, or the master would read its end
     std::string slaveName;
@@ -34,7 +34,7 @@ struct PseudoTerminal {
 /// Lines with the usual editing keys, carriage returns read as newlines and written in front of them, no echo.
 void setModes(const Descriptor& slave) {
     termios modes{};
-    if (::tcgetattr(slave.number(), &modes) != 0) return;
+    if (::tcgetattr(slave.get(), &modes) != 0) return;
     modes.c_iflag = ICRNL | IXON | BRKINT | IGNPAR;
     modes.c_oflag = OPOST | ONLCR;
     modes.c_cflag = CS8 | CREAD | HUPCL;
@@ -47,16 +47,16 @@ void setModes(const Descriptor& slave) {
         {VLNEXT, 0x16},
     };
     for (const auto& [key, character] : kKeys) modes.c_cc[key] = character;
-    ::tcsetattr(slave.number(), TCSANOW, &modes);
+    ::tcsetattr(slave.get(), TCSANOW, &modes);
 }
 
 PseudoTerminal::PseudoTerminal() : master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
     std::array<char, 128> name;
-    if (!master.isOpen() || ::grantpt(master.number()) != 0 || ::unlockpt(master.number()) != 0) return;
-    if (::ptsname_r(master.number(), name.data(), name.size()) != 0) return;
+    if (!master || ::grantpt(master.get()) != 0 || ::unlockpt(master.get()) != 0) return;
+    if (::ptsname_r(master.get(), name.data(), name.size()) != 0) return;
     slaveName = name.data();
     slave = Descriptor(::open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    if (slave.isOpen()) setModes(slave);
+    if (slave) setModes(slave);
 }
 
 }  // namespace
@@ -95,14 +95,14 @@ void Subprocess::start(std::string_view command, PtySupport pty, StdErr withStdE
         terminal.emplace();
         if (!terminal->isOpen()) return showError("Error grabbing ptys for subprocess.", errno);
         setup.terminal = terminal->slaveName;
-        in.write = Descriptor(::fcntl(terminal->master.number(), F_DUPFD_CLOEXEC, 3));
+        in.write = Descriptor(::fcntl(terminal->master.get(), F_DUPFD_CLOEXEC, 3));
         out.read = std::move(terminal->master);
         setup.error = withStdErr == StdErr::yes ? STDOUT_FILENO : -1;
     } else {
         if (!in.isOpen() || !out.isOpen()) return showError("Error creating pipes to subprocess.", errno);
-        setup.input = in.read.number();
-        setup.output = out.write.number();
-        setup.error = withStdErr == StdErr::yes ? out.write.number() : -1;
+        setup.input = in.read.get();
+        setup.output = out.write.get();
+        setup.error = withStdErr == StdErr::yes ? out.write.get() : -1;
         setup.hasOwnGroup = true;
     }
     auto child = ChildProcess::launch(setup);
@@ -111,7 +111,7 @@ void Subprocess::start(std::string_view command, PtySupport pty, StdErr withStdE
     _state->child = std::move(child);
     _state->toChild = std::move(in.write);
     _state->fromChild = std::move(out.read);
-    _state->outputWatch = RunLoop::current()->watch(_state->fromChild.number(), {.readable = true},
+    _state->outputWatch = RunLoop::current()->watch(_state->fromChild.get(), {.readable = true},
                                                     [this](RunLoop::Ready) { readOutput(); });
 }
 
@@ -139,7 +139,7 @@ void Subprocess::showError(std::string_view text, int error) const {
 void Subprocess::readOutput() {
     const auto self = shared_from_this();  // a delegate may drop us
     std::array<char, kOutputBuffer> buffer;
-    const auto count = ::read(_state->fromChild.number(), buffer.data(), buffer.size());
+    const auto count = ::read(_state->fromChild.get(), buffer.data(), buffer.size());
     if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
     // A terminal whose other side was closed fails instead of ending.
     if (count <= 0) return childDidExit();
@@ -150,8 +150,8 @@ void Subprocess::readOutput() {
 void Subprocess::childDidExit() {
     if (_state->childPid == 0) return;
     _state->outputWatch.reset();
-    _state->fromChild.close();
-    _state->toChild.close();
+    _state->fromChild.reset();
+    _state->toChild.reset();
     _state->childPid = 0;
     _state->child.reset();
     if (_state->delegate != nullptr) _state->delegate->subprocessDone();
@@ -162,7 +162,7 @@ bool Subprocess::send(std::string_view text, bool withNewline) {
     std::string bytes(text);
     if (withNewline) bytes += '\n';
     for (std::string_view rest = bytes; !rest.empty();) {
-        const auto written = ::write(_state->toChild.number(), rest.data(), rest.size());
+        const auto written = ::write(_state->toChild.get(), rest.data(), rest.size());
         if (written < 0 && errno != EINTR) return false;
         if (written > 0) rest.remove_prefix(static_cast<std::size_t>(written));
     }
@@ -170,7 +170,7 @@ bool Subprocess::send(std::string_view text, bool withNewline) {
 }
 
 void Subprocess::terminateInput() {
-    _state->toChild.close();
+    _state->toChild.reset();
 }
 
 void Subprocess::terminate() {

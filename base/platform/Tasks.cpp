@@ -67,12 +67,12 @@ bool runCommand(const std::string& path, std::span<const std::string> withArgume
     auto& [in, out] = pipes;
     if (!areOpen(pipes)) return true;
     ChildProcess::Setup setup{path, {withArguments.begin(), withArguments.end()}};
-    if (in) setup.input = in->read.number();
-    if (out) setup.output = out->write.number();
+    if (in) setup.input = in->read.get();
+    if (out) setup.output = out->write.get();
     const auto child = launched(setup);
     if (!child) return true;
-    if (in) in->read.close();
-    if (out) out->write.close();
+    if (in) in->read.reset();
+    if (out) out->write.reset();
     exchangeBytes(taken(in, &Pipe::write), withInputFrom != nullptr ? withInputFrom->view() : "",
                   taken(out, &Pipe::read), andOutputTo);
     return true;
@@ -90,13 +90,13 @@ bool runPipe(std::span<const PipeCommand> commands, const Data* withInputFrom, B
     std::vector<ChildProcess> tasks;  // the last one first
     for (auto i = commands.size(); i-- > 0;) {
         ChildProcess::Setup setup{commands[i].command, commands[i].arguments};
-        if (pipes[i]) setup.input = pipes[i]->read.number();
-        if (pipes[i + 1]) setup.output = pipes[i + 1]->write.number();
+        if (pipes[i]) setup.input = pipes[i]->read.get();
+        if (pipes[i + 1]) setup.output = pipes[i + 1]->write.get();
         auto task = launched(setup);
         if (!task) return false;  // the ends of the pipes go, and with them what runs already
         tasks.push_back(std::move(*task));
-        if (pipes[i]) pipes[i]->read.close();
-        if (pipes[i + 1]) pipes[i + 1]->write.close();
+        if (pipes[i]) pipes[i]->read.reset();
+        if (pipes[i + 1]) pipes[i + 1]->write.reset();
     }
     const auto exchange =
         exchangeBytes(taken(pipes.front(), &Pipe::write), withInputFrom != nullptr ? withInputFrom->view() : "",
