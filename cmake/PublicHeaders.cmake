@@ -36,6 +36,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/socket.h
     include/lorvale/platform/subprocess.h
     include/lorvale/platform/thread.h
+    include/lorvale/platform/tls.h
     include/lorvale/platform/user_agent.h
     include/lorvale/platform/user_defaults.h
     include/lorvale/platform/user_interface.h

@@ -170,7 +170,8 @@ bool startsWithOneOf(const std::string& path, const Texts& starts) {
 }
 
 bool isOfALibrary(const std::string& path) {
-    return startsWithOneOf(path, {"fmt/", "plist/", "utf8proc", "libxml/", "gtest", "gmock", "benchmark"});
+    return startsWithOneOf(
+        path, {"fmt/", "plist/", "utf8proc", "libxml/", "openssl/", "gtest", "gmock", "benchmark"});
 }
 
 TEST(Layers, IncludesRunDownwards) {

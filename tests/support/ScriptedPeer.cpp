@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
@@ -36,9 +37,10 @@ bool isAsExpected(std::string_view line, std::string_view expected) {
 
 }  // namespace
 
-ScriptedPeer::ScriptedPeer(std::vector<std::string> script, Pace pace)
+ScriptedPeer::ScriptedPeer(std::vector<std::string> script, Pace pace, TestIdentity identity)
     : _script(std::move(script)),
       _pace(pace),
+      _identity(std::move(identity)),
       _listener(listenOnFreePort(_port)),
       _stop(::eventfd(0, EFD_CLOEXEC)),
       _thread([this] { play(); }) {}
@@ -72,6 +74,11 @@ void ScriptedPeer::waitUntilDone() {
 }
 
 void ScriptedPeer::play() {
+    // Of this thread only: TLS writes without asking for no signal.
+    sigset_t pipe;
+    ::sigemptyset(&pipe);
+    ::sigaddset(&pipe, SIGPIPE);
+    ::pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
     std::string surprise;
     const auto finish = [&] {
         const std::lock_guard lock(_mutex);
@@ -87,7 +94,7 @@ void ScriptedPeer::play() {
     } catch (const std::runtime_error& error) {
         surprise = error.what();
     }
-    _client.reset();
+    hangUp();
     _listener.reset();
     finish();
 }
@@ -96,8 +103,12 @@ void ScriptedPeer::step(const std::string& line) {
     const auto text = line.size() > 3 ? line.substr(3) : "";
     if (line.starts_with("S: ")) return send(text + "\r\n");
     if (line.starts_with("s: ")) return send(text);
+    if (line == "T") {
+        _secured = std::make_unique<TlsServerSide>(_client.get(), _identity);
+        return;
+    }
     if (line == "W") return readOn();
-    if (line == "X") return _client.reset();
+    if (line == "X") return hangUp();
     if (line == "A") return accept();
     if (line == ".") {
         auto whole = textUpToDot();
@@ -110,8 +121,13 @@ void ScriptedPeer::step(const std::string& line) {
     if (!isAsExpected(said, text)) throw std::runtime_error("\"" + said + "\" instead of \"" + text + "\"");
 }
 
-void ScriptedPeer::accept() {
+void ScriptedPeer::hangUp() {
+    _secured.reset();
     _client.reset();
+}
+
+void ScriptedPeer::accept() {
+    hangUp();
     _received.clear();
     if (!waitFor(_listener.get(), POLLIN)) throw std::runtime_error("nobody has connected");
     _client.reset(::accept4(_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -123,7 +139,9 @@ void ScriptedPeer::send(std::string_view bytes) {
     while (!bytes.empty()) {
         const auto piece = bytes.substr(0, _pace == Pace::byteByByte ? 1 : bytes.size());
         if (!waitFor(_client.get(), POLLOUT)) throw std::runtime_error("the client does not read");
-        const auto sent = ::send(_client.get(), piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        const auto sent = _secured
+                              ? _secured->write(piece)
+                              : ::send(_client.get(), piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (sent < 0) throw std::runtime_error("hung up while it was sent " + std::string(bytes.substr(0, 80)));
         bytes.remove_prefix(static_cast<std::size_t>(sent));
         if (_pace == Pace::byteByByte) std::this_thread::yield();
@@ -163,8 +181,8 @@ void ScriptedPeer::readOn() {
 /// False at the end of the stream, and after too long a silence.
 bool ScriptedPeer::receive() {
     std::array<char, 64 * 1024> block;
-    if (!waitFor(_client.get(), POLLIN)) return false;
-    const auto count = ::recv(_client.get(), block.data(), block.size(), 0);
+    if (!(_secured && _secured->hasMore()) && !waitFor(_client.get(), POLLIN)) return false;
+    const auto count = _secured ? _secured->read(block) : ::recv(_client.get(), block.data(), block.size(), 0);
     if (count <= 0) return false;
     _received.append(block.data(), static_cast<std::size_t>(count));
     return true;

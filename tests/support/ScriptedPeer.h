@@ -10,6 +10,7 @@
 
 #include "base/files/Descriptor.h"
 #include "lorvale/platform/socket.h"
+#include "tests/support/TestAuthority.h"
 
 namespace lorvale::testing {
 
@@ -19,6 +20,7 @@ namespace lorvale::testing {
 ///     "s: bytes"         sends just those bytes, CRLF and NUL where they stand
 ///     "C: USER anna"     expects that line; a "*" at its end stands for anything
 ///     "."                expects lines up to one that is a single dot, and keeps them as texts()
+///     "T"                does the server's part of a TLS handshake
 ///     "W"                is silent until the client hangs up
 ///     "A"                hangs up and takes the next connection
 ///     "X"                hangs up
@@ -28,7 +30,7 @@ namespace lorvale::testing {
 class ScriptedPeer {
 public:
     enum class Pace { whole, byteByByte };  ///< of what it sends
-    explicit ScriptedPeer(std::vector<std::string> script, Pace pace = Pace::whole);
+    explicit ScriptedPeer(std::vector<std::string> script, Pace pace = Pace::whole, TestIdentity identity = {});
     ~ScriptedPeer();
     ScriptedPeer(const ScriptedPeer&) = delete;
     ScriptedPeer& operator=(const ScriptedPeer&) = delete;
@@ -48,6 +50,7 @@ private:
     void play();
     void step(const std::string& line);
     void accept();
+    void hangUp();
     void send(std::string_view bytes);
     std::string nextLine(std::string_view expected);
     std::string textUpToDot();
@@ -58,8 +61,10 @@ private:
 
     const std::vector<std::string> _script;
     const Pace _pace;
+    const TestIdentity _identity;
     std::uint16_t _port = 0;
     Descriptor _listener, _client, _stop;
+    std::unique_ptr<TlsServerSide> _secured;
     std::string _received;  // and not yet looked at
     std::mutex _mutex;
     std::condition_variable _changed;

@@ -52,7 +52,7 @@ public:
     virtual std::size_t writeSome(std::span<const std::string_view> pieces) = 0;
     /// How many bytes a read gives at once because they lie here already.  Those in the system do not count.
     virtual std::size_t pending() const = 0;
-    /// Says good-bye where the transport has a way to.  Throws nothing, waits for nobody.
+    /// Says good-bye where the transport has a way to.  Throws nothing; waits a second at most.
     virtual void close() noexcept = 0;
     /// How long one wait for the peer may take; 0: for ever.
     virtual void setTimeout(std::chrono::milliseconds timeout);
