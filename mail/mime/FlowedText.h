@@ -1,4 +1,5 @@
 #pragma once
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -7,5 +8,10 @@ namespace lorvale {
 /// Text of "format=flowed" (RFC 3676) with its paragraphs on one line each.  Quoted lines keep their marks.
 /// `deletesSpace`: the parameter "delsp=yes", by which the blank at a soft line end goes.
 std::string unflowedText(std::string_view text, bool deletesSpace);
+
+/// The same text with its paragraphs in lines of up to 72 characters where blanks allow it, so that
+/// unflowedText() without `deletesSpace` gives it back.  Nullopt for a text with a blank at the end of a line,
+/// for which the format has no form.
+std::optional<std::string> flowedText(std::string_view text);
 
 }  // namespace lorvale

@@ -101,9 +101,10 @@ MimeBody::~MimeBody() {
 
 std::shared_ptr<MimeBodyPart> MimeBody::_createMainBodyPart() {
     const auto owner = message();
-    const auto header = owner ? owner->headers()->encodedHeaders() : std::nullopt;
+    if (!owner) return nullptr;
+    const auto bytes = encodedBody().value_or(Data());  // first: composing them changes the headers
+    const auto header = owner->headers()->encodedHeaders();
     if (!header) return nullptr;
-    const auto bytes = encodedBody().value_or(Data());
     const auto block = withoutEnvelopeLine(*header);
     ByteBuffer whole(block.size() + bytes.size());
     whole.append(block);
@@ -137,8 +138,7 @@ bool MimeBody::isHTML() {
 
 bool MimeBody::isRich() {
     const auto part = Tree(*this).alternative();
-    const bool isText = part && part->isText();
-    return !isText || (part->mimeSubtype() && isKeyEqual(*part->mimeSubtype(), "enriched"));
+    return !part || part->isRichBody();
 }
 
 std::size_t MimeBody::numberOfAlternatives() {

@@ -1,6 +1,7 @@
 #include "lorvale/body/mime_body_part.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "base/files/FileSystem.h"
 #include "base/text/ByteSet.h"
@@ -192,6 +193,18 @@ void MimeBodyPart::setMimeParameter(std::string_view value, std::string_view for
     _mimeParams.insert_or_assign(keyOf(forKey), std::string(value));
 }
 
+/// Whether there is more than characters in the text, as far as the type tells.
+bool MimeBodyPart::isRichBody() const {
+    return !isText() || (_mimeSubtype && isKeyEqual(*_mimeSubtype, "enriched"));
+}
+
+void MimeBodyPart::setMimeEncoding(std::string_view encoding) {
+    bodyData();  // behind the encoding that it came in
+    if (_bodyData && !isMultipart()) _encodedData.reset();
+    _mimeEncoding = encoding;
+    _choseEncoding = false;
+}
+
 std::optional<Data> MimeBodyPart::bodyData() const {
     if (!_bodyData && _encodedData) _bodyData = decodeTransferEncoding(*_encodedData, _mimeEncoding, _dialect);
     return _bodyData;
@@ -201,6 +214,15 @@ void MimeBodyPart::setBodyData(std::optional<Data> data) {
     _encodedData.reset();
     _bodyData = std::move(data);
     _bodyString.reset();
+    // What was chosen for other bytes.
+    if (std::exchange(_choseEncoding, false)) _mimeEncoding.reset();
+    if (std::exchange(_choseCharset, false)) _mimeParams.erase("charset");
+}
+
+void MimeBodyPart::setBodyParts(Parts parts) {
+    setBodyData(std::nullopt);
+    _bodyParts = std::move(parts);
+    _hasBodyParts = true;
 }
 
 const std::string& MimeBodyPart::body() {

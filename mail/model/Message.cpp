@@ -169,10 +169,9 @@ std::optional<Data> Message::readBody() {
 }
 
 std::optional<Data> Message::messageData() {
+    const auto body = encodedBody();  // first: encoding a text tells the headers what the bytes are
     const auto head = headers()->encodedHeaders();
-    if (!head) return std::nullopt;
-    const auto body = encodedBody();
-    if (!body) return head;
+    if (!head || !body) return head;
     ByteBuffer bytes(head->size() + body->size());
     bytes.append(*head);
     bytes.append(*body);

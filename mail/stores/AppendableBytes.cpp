@@ -15,10 +15,10 @@ namespace {
 /// would be taken for a message.
 std::optional<AppendableBytes> bytesForMailbox(Message& message) {
     const auto headers = message.headers();
+    auto body = message.encodedBody();  // first: encoding a text tells the headers what the bytes are
+    if (!body) return std::nullopt;
     auto header = headers->encodedHeaders();
     if (!header) return std::nullopt;
-    auto body = message.encodedBody();
-    if (!body) return std::nullopt;
     if (!header->view().starts_with(kEnvelopeMark)) {
         headers->appendFromSpaceIfMissing();
         header = headers->encodedHeaders();

@@ -36,6 +36,12 @@ public:
     /// From the files named "MimeFileTypes" of the user, the site and the resources; read once.
     static const std::vector<MimeFileType>& mimeTypeMap();
 
+    /// A boundary of the classic dialect, another one at each call.
+    static std::string makeMimeBoundary();
+    /// The default "MimeAlternatives": a classic letter with attributes or attachments brings plain text too.
+    static bool autoAlternative();
+    static void setAutoAlternative(bool on);
+
     MimeBody();
     ~MimeBody() override;
 
@@ -65,6 +71,9 @@ public:
     /// Makes the directory for attachments; false when that did not work.
     bool makeUniqueTemporaryAttachmentInDirectory(std::optional<std::string_view> directory);
 
+    /// Files that go with the text that was set, or will be, and have no place in it.
+    void setFiles(MimeBodyPart::Files files);
+
     void flushEncodedBodyCache() override;
     void flushCachedData() override;
     void setDecodedBody(std::optional<AttributedText> text) override;
@@ -72,6 +81,8 @@ public:
 
 protected:
     std::shared_ptr<const AttributedText> decodeBody() override;
+    /// Composes the text that was set, and tells the headers of the message what the bytes are.
+    std::optional<Data> encodeBody() override;
 
 private:
     class Tree;
@@ -89,6 +100,11 @@ private:
     int _treeVersion LORVALE_GUARDED_BY(_treeMutex) = 0;  // a tree taken before a flush does not come back
     std::string _temporaryDirectory LORVALE_GUARDED_BY(_treeMutex);  // goes with this body; empty: none
     std::atomic<int> _preferredAlternative = -1;
+
+    // Bytes and headers of a letter name the same boundary, so it is composed by one thread.  Taken before any
+    // other lock, also while the headers are read.
+    Mutex _composingMutex;
+    MimeBodyPart::Files _files LORVALE_GUARDED_BY(_composingMutex);
 };
 
 }  // namespace lorvale

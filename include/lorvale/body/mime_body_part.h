@@ -16,6 +16,8 @@
 
 namespace lorvale {
 
+class MessageHeaders;
+
 /// What "Content-Disposition:" says of a part (RFC 2183).  Only the standard dialect looks at it.
 enum class ContentDisposition : std::uint8_t {
     none,        ///< no such header
@@ -32,10 +34,14 @@ enum class ContentDisposition : std::uint8_t {
 /// below kDeepestLevel, and children beyond the first kMostChildren of one part, stay undivided bytes.
 ///
 /// Names and values are UTF-8.  Types, subtypes, transfer encodings and charsets compare by isKeyEqual().
+///
+/// A part is also what a letter is composed of: docs/composing.md tells the way from a text to its bytes.  A
+/// composed part writes in its dialect.
 class LORVALE_EXPORT MimeBodyPart : public std::enable_shared_from_this<MimeBodyPart> {
 public:
     using Parts = std::vector<std::shared_ptr<MimeBodyPart>>;
     using Parameters = std::map<std::string, std::string, std::less<>>;  ///< by lower-case name
+    using Files = std::vector<std::shared_ptr<const FileWrapper>>;
 
     static constexpr std::size_t kDeepestLevel = 100;
     static constexpr std::size_t kMostChildren = 100'000;
@@ -74,8 +80,11 @@ public:
 
     /// Nullopt: none was given.
     const std::optional<std::string>& mimeEncoding() const { return _mimeEncoding; }
-    void setMimeEncoding(std::string_view encoding) { _mimeEncoding = encoding; }
+    /// For writing: what bodyData() tells does not change.  An empty name leaves the choice to the writer.
+    void setMimeEncoding(std::string_view encoding);
     ContentDisposition disposition() const { return _disposition; }
+    /// Standard, for writing: with the name of a file, which may hold any text; empty for none.
+    void setDisposition(ContentDisposition disposition, std::string_view filename = {});
     /// The file name that the part gives itself, as it stands: it may hold anything, slashes too.
     std::optional<std::string> givenFilename() const;
     /// The same, made fit for being the name of a file in a directory; never empty.
@@ -86,6 +95,9 @@ public:
     /// The body behind its transfer encoding; nullopt when it was never set or has been flushed.
     std::optional<Data> bodyData() const;
     void setBodyData(std::optional<Data> data);
+    /// The body as text, in the simplest charset that holds it: bestMIMEStringEncoding() in the classic
+    /// dialect, UTF-8 in the standard one.  The type stays as it is.
+    void setBodyString(std::string_view text);
     /// The body as it stands in the message.
     const std::optional<Data>& encodedBodyData() const { return _encodedData; }
     /// The body as text.  Bytes that are not valid in the encoding are read as well as they can be.
@@ -99,6 +111,8 @@ public:
     /// The children of a multipart part; in the standard dialect also the one message in a "message/rfc822".
     /// Null for other parts, and where the body cannot be divided.  Made at the first call.
     const Parts* bodyParts();
+    /// In the place of the body.  The caller sees to the type.
+    void setBodyParts(Parts parts);
     /// Divides the body anew, whatever the type.
     std::optional<Parts> decodeMultipartBody() const;
 
@@ -124,6 +138,47 @@ public:
     /// each child.  Obeys the parameter "x-unix-mode".  False, logged, when something could not be written.
     [[nodiscard]] bool saveBodyToFile(std::optional<std::string_view> path = std::nullopt);
 
+    /// The part, or tree of parts, for a text with attachments.  `files` go with it without a place in the
+    /// text.
+    ///
+    /// Classic: "text/plain" for ASCII without attributes; else "text/enriched" and attachments in turns, the
+    /// files behind them, and with MimeBody::autoAlternative() plain text beside all of it.  What an attachment
+    /// is called must be its preferred file name, or it is left out, after a log line.
+    ///
+    /// Standard: the whole text as one "text/plain" of flowed lines in UTF-8; one with attributes also as HTML.
+    /// Attachments stand behind the text.
+    ///
+    /// Throws InvalidArgumentException for directories that lie deeper in each other than kDeepestFolder, since
+    /// no reader would find what is in them.
+    static std::shared_ptr<MimeBodyPart> bodyPartFromAttributedString(const AttributedText& text,
+                                                                      MailDialect dialect = mailDialect());
+    static std::shared_ptr<MimeBodyPart> bodyPartFromAttributedString(const AttributedText& text,
+                                                                      const Files& files,
+                                                                      MailDialect dialect = mailDialect());
+    /// The part for a file; its name is the preferred one unless another is given.  Throws as above.
+    /// Standard: a directory becomes an archive, "name.zip".
+    static std::shared_ptr<MimeBodyPart> bodyPartWithFileWrapper(
+        const FileWrapper& file, std::optional<std::string_view> filename = std::nullopt,
+        MailDialect dialect = mailDialect());
+    static constexpr std::size_t kDeepestFolder = 90;
+
+    /// The type for the extension of a path, by MimeBody::mimeTypeMap(); "application/octet-stream" without
+    /// one.  Letters count as they stand in the classic dialect, in any case in the standard one.
+    void setMimeTypeFromFile(std::string_view path);
+    /// Whether the text of the part may have more than characters.
+    bool isRichBody() const;
+
+    /// The headers that tell what the part is, with those that were set, into the headers of a message: charset
+    /// and transfer encoding are chosen now where they were not said.
+    void appendHeadersToMessageHeaders(MessageHeaders& headers, bool withMimeVersion = true);
+    /// The header block with its empty line.
+    void appendHeadersToData(ByteBuffer& data, bool withMimeVersion = true);
+    /// The body in its transfer encoding, or in another one.
+    void appendBodyToData(ByteBuffer& data);
+    void appendBodyToData(ByteBuffer& data, std::string_view usingMimeEncoding);
+    /// Header block and body.
+    void appendToData(ByteBuffer& data, bool withMimeVersion = true);
+
     /// Drops the bytes and the text of this part and those below it.  The types stay, and so do the children.
     void flushCachedData();
     /// For logs.
@@ -131,6 +186,7 @@ public:
 
 private:
     friend class ClassicBodyText;
+    friend class ClassicComposer;
     friend class StandardBodyText;
 
     static std::shared_ptr<MimeBodyPart> make(const std::optional<Data>& data, MailDialect dialect,
@@ -142,6 +198,12 @@ private:
     const std::map<std::string, std::string, std::less<>>& loadedHeaders() const;
     std::string textOfBody();
     std::string textOfBytes(std::string_view bytes) const;
+    void addMimeHeadersWithMimeVersion(bool withMimeVersion);
+    void chooseClassically();
+    void chooseByStandard();
+    std::string contentTypeValue() const;
+    std::string dispositionValue() const;
+    void appendChildren(ByteBuffer& data, std::string_view boundary);
     void forgetBodyFile();
     bool saveChildren(const std::string& path);
     bool writeBody(const std::string& path);
@@ -150,7 +212,9 @@ private:
     const MailDialect _dialect;
     ContentDisposition _disposition = ContentDisposition::none;
     bool _bodyFileOwner = false;
-    bool _hasBodyParts = false;  // whether _bodyParts was looked for
+    bool _hasBodyParts = false;   // whether _bodyParts was looked for
+    bool _choseEncoding = false;  // by ourselves, for the body that was there
+    bool _choseCharset = false;
     std::size_t _level = 0;
     std::optional<std::string> _mimeEncoding, _mimeType, _mimeSubtype;
     StringEncoding _bodyEncoding = StringEncoding::unknown;
