@@ -9,8 +9,9 @@ namespace brindle::testing {
 namespace {
 
 /// The tree with all its parentheses; "-" for a query without a tree; else the failure.
-std::string parsed(const std::string& text) {
+std::string parsed(const std::string& text, bool unicodeWords = false) {
     IABooleanQuery query;
+    query.SetUnicodeWords(unicodeWords);
     std::string tree = "-";
     const std::string failure = failureOf([&] {
         if (query.Initialize(text)) tree = query.GetTree()->Describe();
@@ -75,6 +76,20 @@ TEST(QueryParser, ReadsTheLanguage) {
     }
     EXPECT_EQ(parsed(words(50, "&")).substr(0, 50), std::string(49, '(') + "w");
     EXPECT_EQ(parsed(words(99, " ")).size(), words(99, "|").size() + 2 * 98);
+}
+
+TEST(QueryParser, ReadsUnicodeWords) {
+    const std::string e = "\xC3\xA9", han = "\xE6\x97\xA5";
+    const auto times = [](int count, const std::string& text) {
+        std::string all;
+        while (count-- > 0) all += text;
+        return all;
+    };
+    EXPECT_EQ(parsed("a " + e + "t" + e + " & " + han, true), "(a|(" + e + "t" + e + "&" + han + "))");
+    EXPECT_EQ(parsed(times(17, han), true), "(" + times(16, han) + "|" + han + ")");
+    EXPECT_EQ(parsed(times(26, e), true), "(" + times(25, e) + "|" + e + ")");
+    EXPECT_EQ(parsed("a" + times(25, e), true), "(a" + times(24, e) + "|" + e + ")");
+    EXPECT_EQ(parsed(times(51, "\x80"), true), "(" + times(50, "\x80") + "|\x80)");
 }
 
 TEST(QueryParser, TakesOtherOperators) {

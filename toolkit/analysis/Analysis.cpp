@@ -85,12 +85,14 @@ EnglishAnalysis::EnglishAnalysis(const char* stopwordPath, const char* substitut
 EnglishAnalysis::~EnglishAnalysis() = default;
 
 std::unique_ptr<IATokenStream> EnglishAnalysis::MakeTokenStream(std::unique_ptr<IADocText> text) const {
-    std::unique_ptr<IATokenStream> stream =
-        std::make_unique<OneByteASCIITokenizer>(charactersOf(std::move(text)), kEnglishExtraChars);
-    if (stopwords != nullptr) stream = std::make_unique<StopwordFilter>(std::move(stream), stopwords.get());
-    if (dictionary != nullptr)
-        stream = std::make_unique<DictionaryStemmer>(std::move(stream), dictionary.get());
-    return std::make_unique<EnglishStemmer>(std::move(stream));
+    return FilterWords(
+        std::make_unique<OneByteASCIITokenizer>(charactersOf(std::move(text)), kEnglishExtraChars));
+}
+
+std::unique_ptr<IATokenStream> EnglishAnalysis::FilterWords(std::unique_ptr<IATokenStream> words) const {
+    if (stopwords != nullptr) words = std::make_unique<StopwordFilter>(std::move(words), stopwords.get());
+    if (dictionary != nullptr) words = std::make_unique<DictionaryStemmer>(std::move(words), dictionary.get());
+    return std::make_unique<EnglishStemmer>(std::move(words));
 }
 
 std::unique_ptr<IATerm> EnglishAnalysis::GetProtoTerm() const {

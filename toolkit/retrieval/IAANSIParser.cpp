@@ -52,7 +52,7 @@ public:
         while (length < std::min(rest.size(), IAParser::MaxWordLength) && !OperatorType(rest[length]) &&
                TypeOf(rest[length]) != CharType::space)
             ++length;
-        return {TokenType::word, Take(length)};
+        return {TokenType::word, Take(WholeCharacters(length))};
     }
 
 private:
@@ -61,7 +61,7 @@ private:
     /// A byte of none of these classes counts as one of the class before it.  So behind a blank it ends a word
     /// before that has begun, and with it the whole query.  Programs know queries that do so as empty ones.
     CharType TypeOf(char c) {
-        if (IsAlphanumeric(c)) return last = CharType::alphanumeric;
+        if (IsAlphanumeric(c) || (IsHigh(c) && parser.HasUnicodeWords())) return last = CharType::alphanumeric;
         if (IsSpace(c)) return last = CharType::space;
         if (IsGraphic(c)) return last = CharType::punctuation;
         return last;
@@ -75,6 +75,17 @@ private:
         if (code == parser.GetLeftFence() || code == parser.GetRightFence()) return TokenType::fence;
         return std::nullopt;
     }
+
+    /// A word of the greatest length loses the first bytes of a character that goes on behind it.
+    std::size_t WholeCharacters(std::size_t length) const {
+        if (!parser.HasUnicodeWords() || length < IAParser::MaxWordLength) return length;
+        std::size_t end = length;
+        while (end < rest.size() && length - end < 3 && IsContinuation(rest[end])) --end;
+        return end < rest.size() && IsContinuation(rest[end]) ? length : end;
+    }
+
+    static bool IsHigh(char c) { return (c & 0x80) != 0; }
+    static bool IsContinuation(char c) { return (c & 0xC0) == 0x80; }
 
     std::string_view Take(std::size_t count) {
         const std::string_view taken = rest.substr(0, count);

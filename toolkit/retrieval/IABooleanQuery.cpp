@@ -64,7 +64,9 @@ bool IABooleanQuery::SetUpQuery(std::span<InvertedIndex* const> indices, const S
         if (query.Initialize()) return false;
     }
     WeighNodes(termIndices);
-    for (std::uint32_t n = 0; n < termNodes->Count(); ++n) trim(*(*termNodes)[n].rankedQuery);
+    // A term that was trimmed from a word would be missing in every document.
+    for (std::uint32_t n = 0; n < termNodes->Count() && !parser.HasUnicodeWords(); ++n)
+        trim(*(*termNodes)[n].rankedQuery);
     return true;
 }
 
@@ -86,7 +88,8 @@ void IABooleanQuery::WeighNodes(std::span<TermIndex* const> indices) {
 void IABooleanQuery::InitializeQuery(InvertedIndex& index, std::uint32_t i) {
     for (std::uint32_t n = 0; n < termNodes->Count(); ++n) {
         IABooleanQueryTermNode& node = (*termNodes)[n];
-        node.postings = std::make_unique<WordPostings>(*node.rankedQuery, index, i, *similarity);
+        node.postings =
+            std::make_unique<WordPostings>(*node.rankedQuery, index, i, *similarity, parser.HasUnicodeWords());
         node.alreadyTrue = false;
     }
     tree->ResetMins();

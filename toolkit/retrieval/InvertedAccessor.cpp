@@ -200,6 +200,9 @@ bool InvertedAccessor::SetUpBoolean(Progress& progress) {
 RankedHits InvertedAccessor::RankedSearchBoolean(std::string_view text, std::uint32_t maxHits,
                                                  const RankedProgressFn& fn, std::uint32_t frequency) {
     CheckInitialized();
+    booleanQuery.SetUnicodeWords(std::ranges::any_of(invertedIndices, [](const InvertedIndex* index) {
+        return index->GetQueryAnalysis()->HasUnicodeWords();
+    }));
     if (maxHits == 0 || !booleanQuery.Initialize(text)) return {};
     RankedSearchRun run(*this, maxHits, 0, fn, frequency);
     {

@@ -61,6 +61,7 @@ void IAQuery::RemoveIf(const std::function<bool(const RQEntry&)>& goes) {
 /// A map for each example document and, behind them, one for the text.
 bool IAQuery::Initialize() {
     entries.clear();
+    sourceTermCount = 0;
     if (indexList.empty()) return false;
     std::vector<TFMap> maps(GetQueryDocs().size() + 1);
     CountText(maps.back());
@@ -117,6 +118,7 @@ void IAQuery::AddTerms(std::span<TFMap> maps) {
     terms.erase(std::unique(terms.begin(), terms.end()), terms.end());
     for (const std::string_view term : terms)
         entries.push_back(std::make_unique<RQEntry>(std::make_unique<IATerm>(term)));
+    sourceTermCount = Count();
 }
 
 bool IAQuery::ComputeTermScaleFactors() {

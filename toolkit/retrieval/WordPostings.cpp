@@ -9,11 +9,14 @@ WordPostings::Run::Run(const RQEntry& entry, InvertedIndex& index, const Inverte
     : stream(index, IADeepCopyOf(info)), weights(entry, similarity) {}
 
 WordPostings::WordPostings(const IAQuery& query, InvertedIndex& index, std::uint32_t i,
-                           const Similarity& ofSimilarity)
+                           const Similarity& ofSimilarity, bool allTerms)
     : similarity(ofSimilarity) {
     const auto isHere = [i](const auto& entry) { return entry->InfoIn(i) != nullptr; };
     const auto& entries = query.GetEntries();
-    if (std::ranges::count_if(entries, isHere) > 1) {
+    const auto here = static_cast<std::uint32_t>(std::ranges::count_if(entries, isHere));
+    if (allTerms && here < query.GetSourceTermCount()) return;
+    if (here > 1) {
+        if (allTerms) together = here;
         many = std::make_unique<FreqPSQueue>(query, index, i);
     } else if (const auto at = std::ranges::find_if(entries, isHere); at != entries.end()) {
         const auto& info = static_cast<const InvertedTermInfo&>(*(*at)->InfoIn(i));
@@ -24,10 +27,18 @@ WordPostings::WordPostings(const IAQuery& query, InvertedIndex& index, std::uint
 }
 
 void WordPostings::Show() {
+    if (together != 0) return ShowCommon();
     if (many != nullptr)
         next = many->IsEmpty() ? NoMore : many->First().posting.docID;
     else
         next = ahead.empty() ? NoMore : ahead.front().docID;
+}
+
+/// The queue holds each term until its end, so that the first and the last one in it tell whether all agree.
+void WordPostings::ShowCommon() {
+    while (many->Count() == together && many->First().posting.docID != many->Last().posting.docID)
+        many->AdvanceFirst();
+    next = many->Count() == together ? many->First().posting.docID : NoMore;
 }
 
 void WordPostings::Drop(std::size_t count) {
@@ -62,10 +73,16 @@ double WordPostings::Take() {
         Drop(1);
         return weight;
     }
+    double weight = TakeFirst();
+    for (std::uint32_t taken = 1; taken < together; ++taken) weight += TakeFirst();
+    Show();
+    return weight;
+}
+
+double WordPostings::TakeFirst() {
     const FreqPSHead& head = many->First();
     const double weight = TermWeights(*head.entry, similarity).Of(head.posting.freq);
     many->AdvanceFirst();
-    Show();
     return weight;
 }
 

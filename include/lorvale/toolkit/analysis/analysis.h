@@ -34,6 +34,9 @@ public:
     virtual std::unique_ptr<IATokenStream> MakeTokenStream(std::unique_ptr<IADocText> text) const = 0;
     /// A new, empty term, through which stored terms are restored.
     virtual std::unique_ptr<IATerm> GetProtoTerm() const = 0;
+    /// Whether bytes above 0x7F are letters, and a word may be cut into several terms that belong together.
+    /// Then boolean queries hold such words, and a document fulfils one if it has all of its terms.
+    virtual bool HasUnicodeWords() const { return false; }
 
     std::uint32_t GetAnalysisType() const { return analysisType; }
 
@@ -74,6 +77,8 @@ public:
 
     std::unique_ptr<IATokenStream> MakeTokenStream(std::unique_ptr<IADocText> text) const override;
     std::unique_ptr<IATerm> GetProtoTerm() const override;
+    /// What stands behind the tokenizer: stopwords, irregular forms, suffixes.  For words in lower case.
+    std::unique_ptr<IATokenStream> FilterWords(std::unique_ptr<IATokenStream> words) const;
 
 private:
     std::unique_ptr<const LetterTree> stopwords;           // may be null

@@ -108,6 +108,8 @@ public:
     ~IABooleanQuery() override;
 
     IAParser& GetParser() { return parser; }
+    /// Whether words are those of an analysis with HasUnicodeWords(); false at the start.
+    void SetUnicodeWords(bool unicode) { parser.SetUnicodeWords(unicode); }
     /// Parses and validates the text; false if it is empty.  Raises what IAParser::Parse() and
     /// IAQueryTree::Validate() raise.
     bool Initialize(std::string_view text);

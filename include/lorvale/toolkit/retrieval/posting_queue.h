@@ -32,6 +32,7 @@ public:
     bool IsEmpty() const { return heads.empty(); }
     std::uint32_t Count() const { return static_cast<std::uint32_t>(heads.size()); }
     const FreqPSHead& First() const { return heads.back(); }
+    const FreqPSHead& Last() const { return heads.front(); }
     FreqPSHead Pop();
     void Put(FreqPSHead head);
     /// Moves the first head to its next posting, and to its new place; drops it at its end.

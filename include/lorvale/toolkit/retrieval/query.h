@@ -70,6 +70,8 @@ public:
 
     /// In the order of terms.
     const Entries& GetEntries() const { return entries; }
+    /// How many different terms the sources have, those included that no index knows.
+    std::uint32_t GetSourceTermCount() const { return sourceTermCount; }
     std::uint32_t Count() const { return static_cast<std::uint32_t>(entries.size()); }
     /// The entry of a term, or null.
     RQEntry* Find(std::string_view term) const;
@@ -93,6 +95,7 @@ private:
     void AddWeights(TFMap& map);
 
     Entries entries;
+    std::uint32_t sourceTermCount = 0;
     std::vector<TermIndex*> indexList;
     const Similarity* similarity = nullptr;
     Progress* progress = nullptr;

@@ -47,6 +47,11 @@ public:
     std::uint16_t GetRightFence() const { return rightFence; }
     void SetRightFence(std::uint16_t c) { rightFence = c; }
 
+    /// Whether bytes above 0x7F are letters, as they are in UTF-8; false at the start.  A word is then cut
+    /// between characters.
+    bool HasUnicodeWords() const { return unicodeWords; }
+    void SetUnicodeWords(bool unicode) { unicodeWords = unicode; }
+
     /// Copies the text.
     void SetText(std::string_view newText) { text = newText; }
     /// Reads the text; its words become nodes of the list, from left to right.  Null for an empty text, and
@@ -64,6 +69,7 @@ private:
     std::uint16_t notOperator = '!';
     std::uint16_t leftFence = '(';
     std::uint16_t rightFence = ')';
+    bool unicodeWords = false;
 };
 
 }  // namespace brindle
