@@ -40,6 +40,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/user_agent.h
     include/lorvale/platform/user_defaults.h
     include/lorvale/platform/user_interface.h
+    include/lorvale/search/unicode_analysis.h
     include/lorvale/store.h
     include/lorvale/store/berkeley_mbox.h
     include/lorvale/store/check.h

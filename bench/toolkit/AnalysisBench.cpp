@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bench/toolkit/MailboxBodies.h"
+#include "lorvale/search/unicode_analysis.h"
 #include "lorvale/toolkit/analysis.h"
 #include "lorvale/toolkit/corpus.h"
 
@@ -84,6 +85,12 @@ void BM_English(benchmark::State& state) {
             EnglishAnalysis(resource("EnglishStopwords").c_str(), resource("EnglishSubstitutions").c_str()));
 }
 BENCHMARK(BM_English)->Unit(benchmark::kMillisecond);
+
+void BM_Unicode(benchmark::State& state) {
+    analyse(state, lorvale::UnicodeAnalysis(resource("EnglishStopwords").c_str(),
+                                            resource("EnglishSubstitutions").c_str()));
+}
+BENCHMARK(BM_Unicode)->Unit(benchmark::kMillisecond);
 
 /// One object a token, as a caller gets them who keeps some.
 void BM_EnglishTokens(benchmark::State& state) {

@@ -116,7 +116,10 @@ std::vector<Layer> layers() {
     Texts families = services, folders = {"base/"};  // those that may be seen so far
     for (const auto& rank : kMailRanks) {
         families.insert(families.end(), rank.families.begin(), rank.families.end());
-        for (const auto& family : rank.families) all.push_back({"include/" + family, families});
+        for (const auto& family : rank.families) {
+            all.push_back({"include/" + family, families});
+            if (family == "lorvale/search") all.back().mayInclude.push_back("lorvale/toolkit");
+        }
         for (const auto& folder : rank.folders) {
             Texts allowed = families;
             allowed.insert(allowed.end(), folders.begin(), folders.end());

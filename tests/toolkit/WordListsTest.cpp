@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "lorvale/search/unicode_analysis.h"
 #include "lorvale/toolkit/analysis.h"
 #include "lorvale/toolkit/corpus.h"
 #include "lorvale/toolkit/retrieval.h"
@@ -112,6 +113,9 @@ TEST(SearchDocument, ShowsWhatTextsQueriesAndSentencesBecome) {
     const EnglishAnalysis english(resource("EnglishStopwords").c_str(),
                                   resource("EnglishSubstitutions").c_str());
     for (const auto& [text, terms] : documented("terms")) EXPECT_EQ(termsOf(english, text), terms) << text;
+    const lorvale::UnicodeAnalysis unicode(resource("EnglishStopwords").c_str(),
+                                           resource("EnglishSubstitutions").c_str());
+    for (const auto& [text, terms] : documented("unicode")) EXPECT_EQ(termsOf(unicode, text), terms) << text;
     for (const auto& [text, tree] : documented("queries")) {
         IABooleanQuery query;
         ASSERT_TRUE(query.Initialize(text));
