@@ -47,6 +47,7 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/store/constants.h
     include/lorvale/store/mail_account.h
     include/lorvale/store/mailbox_index.h
+    include/lorvale/store/mbox_reader.h
     include/lorvale/store/message_cache.h
     include/lorvale/store/message_store.h
     include/lorvale/store/opening_failure.h

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <limits>
+#include <optional>
 
 #include "Commands.h"
 #include "Mailbox.h"
@@ -64,10 +66,66 @@ std::size_t largestSize(lorvale::MessageStore& store) {
 /// Where the lines go: a table for people, or JSON.
 class Listing {
 public:
-    Listing(lorvale::MessageStore& store, bool asJson, bool marksAttachments)
-        : _json(asJson),
-          _marksAttachments(marksAttachments),
-          _table({{.title = "No.", .numeric = true, .expected = width(std::to_string(store.totalCount()))},
+    Listing(const Arguments& arguments, std::optional<Table> table)
+        : _filter(arguments),
+          _limit(arguments.value(kLimit).value_or(std::numeric_limits<std::uint64_t>::max())),
+          _marksAttachments(arguments.has(kAttachments)),
+          _table(std::move(table)) {}
+
+    /// Unless the filter holds it back.
+    void add(lorvale::Message& message, std::size_t number) {
+        workOn(nameOfMessage(number), message.messageSize(), [&] {
+            if (_filter.accepts(message)) addAccepted(message, number);
+        });
+        forget(message);
+    }
+    bool isFull() const { return _count >= _limit; }
+    /// Answers how many messages could not be read.
+    std::size_t finish(bool mailboxIsEmpty) {
+        if (_table) _table->finish();
+        if (_table && _count == 0) LineOutput().write(mailboxIsEmpty ? "No messages." : "No such messages.");
+        return _unreadable;
+    }
+
+private:
+    void addAccepted(lorvale::Message& message, std::size_t number) {
+        Summary summary(message, number, _table ? Summary::Detail::row : Summary::Detail::json);
+        if (_marksAttachments && !summary.unreadable) summary.attachments = attachmentCount(message);
+        ++_count;
+        if (summary.unreadable) ++_unreadable;
+        if (_table) {
+            addRow(summary);
+        } else {
+            _output.write(summary.json().text());
+        }
+    }
+    void addRow(const Summary& summary) {
+        const std::string marks = std::string(summary.unreadable ? "!"
+                                              : summary.read     ? ""
+                                                                 : "U") +
+                                  (summary.deleted ? "D" : "") +
+                                  (summary.attachments.value_or(0) > 0 ? "A" : "");
+        _table->addRow(
+            {std::to_string(summary.number), marks, dateForPeople(summary.date),
+             lorvale::addressComment(summary.from),
+             summary.unreadable ? "(cannot be read any more)" : summary.subject, groupedNumber(summary.size)},
+            /*bright=*/!summary.read);
+    }
+
+    const MessageFilter _filter;
+    const std::uint64_t _limit;
+    const bool _marksAttachments;
+    std::optional<Table> _table;
+    LineOutput _output;
+    std::size_t _count = 0, _unreadable = 0;
+};
+
+int width(const std::string& text) {
+    return static_cast<int>(text.size());
+}
+
+Table tableFor(lorvale::MessageStore& store) {
+    return Table({{.title = "No.", .numeric = true, .expected = width(std::to_string(store.totalCount()))},
                   {.title = "", .expected = 2},
                   {.title = "Date", .dispensable = 1},
                   {.title = "From", .widest = 24, .narrowest = 10},
@@ -76,62 +134,47 @@ public:
                    .numeric = true,
                    .dispensable = 2,
                    .expected = width(groupedNumber(largestSize(store)))}},
-                 outputColumns(), outputIsStyled()) {}
+                 outputColumns(), outputIsStyled());
+}
 
-    void add(lorvale::Message& message, std::size_t number) {
-        Summary summary(message, number, _json ? Summary::Detail::json : Summary::Detail::row);
-        if (_marksAttachments && !summary.unreadable) summary.attachments = attachmentCount(message);
-        ++count;
-        if (summary.unreadable) ++unreadable;
-        if (_json) {
-            _output.write(summary.json().text());
-        } else {
-            addRow(summary);
-        }
+int listStore(const Arguments& arguments) {
+    Mailbox mailbox(arguments[kMailbox]);
+    const auto messages = inOrder(mailbox, arguments);
+    Listing listing(arguments, arguments.has(kJson) ? std::nullopt : std::optional(tableFor(mailbox.store())));
+    for (const auto& message : messages) {
+        if (listing.isFull()) break;
+        listing.add(*message, mailbox.store().indexOfMessage(*message) + 1);
     }
-    void finish() { _table.finish(); }
+    return tellUnreadable(mailbox.path(), listing.finish(mailbox.count() == 0));
+}
 
-    std::size_t count = 0, unreadable = 0;
-
-private:
-    static int width(const std::string& text) { return static_cast<int>(text.size()); }
-
-    void addRow(const Summary& summary) {
-        const std::string marks = std::string(summary.unreadable ? "!"
-                                              : summary.read     ? ""
-                                                                 : "U") +
-                                  (summary.deleted ? "D" : "") +
-                                  (summary.attachments.value_or(0) > 0 ? "A" : "");
-        _table.addRow(
-            {std::to_string(summary.number), marks, dateForPeople(summary.date),
-             lorvale::addressComment(summary.from),
-             summary.unreadable ? "(cannot be read any more)" : summary.subject, groupedNumber(summary.size)},
-            /*bright=*/!summary.read);
+/// Lines in JSON need nothing but their message: each can go out while the next ones are still looked for.
+/// Nullopt, and nothing is printed, for a mailbox that has to be opened first.
+std::optional<int> listWhileReading(const Arguments& arguments) {
+    const auto& path = arguments[kMailbox];
+    const auto reader = lorvale::MboxReader::readerForPath(path);
+    if (reader == nullptr) return std::nullopt;
+    Listing listing(arguments, std::nullopt);
+    std::size_t number = 0;
+    while (!listing.isFull()) {
+        const auto message = reader->nextMessage();
+        if (message == nullptr) break;
+        listing.add(*message, ++number);
     }
-
-    const bool _json, _marksAttachments;
-    Table _table;
-    LineOutput _output;
-};
+    if (number == 0 && !reader->hasReadAll()) return std::nullopt;
+    if (number == 0) checkIsMailbox(path);
+    const auto unreadable = listing.finish(number == 0);
+    if (listing.isFull() || reader->hasReadAll()) return tellUnreadable(path, unreadable);
+    throw Failure(path + ": another program has changed the mailbox while it was read, from message " +
+                  groupedNumber(number + 1) + " on");
+}
 
 int run(const Arguments& arguments) {
-    Mailbox mailbox(arguments[kMailbox]);
-    const MessageFilter filter(arguments);
-    const auto messages = inOrder(mailbox, arguments);
-    Listing listing(mailbox.store(), arguments.has(kJson), arguments.has(kAttachments));
-    const auto limit = arguments.value(kLimit).value_or(messages.size());
-    for (const auto& message : messages) {
-        if (listing.count == limit) break;
-        const auto number = mailbox.store().indexOfMessage(*message) + 1;
-        workOn(nameOfMessage(number), message->messageSize(), [&] {
-            if (filter.accepts(*message)) listing.add(*message, number);
-        });
-        forget(*message);
-    }
-    listing.finish();
-    if (listing.count == 0 && !arguments.has(kJson))
-        LineOutput().write(mailbox.count() == 0 ? "No messages." : "No such messages.");
-    return mailbox.tellUnreadable(listing.unreadable);
+    const auto order = arguments.value(kSort).value_or(std::string(lorvale::MessageStoreSortByNumber));
+    const bool mayStream =
+        arguments.has(kJson) && !arguments.has(kReverse) && order == lorvale::MessageStoreSortByNumber;
+    const auto status = mayStream ? listWhileReading(arguments) : std::nullopt;
+    return status ? *status : listStore(arguments);
 }
 
 }  // namespace

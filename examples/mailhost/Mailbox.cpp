@@ -30,16 +30,6 @@ std::string whyNotOpened(const std::string& path, const std::string& file) {
     return path + (std::filesystem::is_directory(file, error) ? ": a folder, not a mailbox" : ": no mailbox");
 }
 
-/// Any file opens as a mailbox; one with bytes and without messages is none.
-void checkIsMailbox(const std::string& path, const std::string& file) {
-    if (sizeOfFile(file) == 0) return;
-    for (const auto& finding : lorvale::checkMailbox(file).findings) {
-        const bool aboutMailbox =
-            finding.message == 0 && finding.severity == lorvale::MailboxFinding::Severity::error;
-        if (aboutMailbox) throw Failure(path + ": not a mailbox: " + finding.text);
-    }
-}
-
 }  // namespace
 
 Mailbox::Mailbox(const std::string& path, Access access) : _place(path) {
@@ -50,7 +40,7 @@ Mailbox::Mailbox(const std::string& path, Access access) : _place(path) {
     });
     if (_openStore == nullptr) throw Failure(whyNotOpened(path, file));
     if (access == Access::change && _openStore->isReadOnly()) throw Failure(path + ": is locked");
-    if (count() == 0) checkIsMailbox(path, file);
+    if (count() == 0) checkIsMailbox(path);
 }
 
 Mailbox::~Mailbox() {
@@ -106,11 +96,21 @@ std::shared_ptr<lorvale::Message> Mailbox::message(std::uint64_t number) const {
     return all[number - 1];
 }
 
-int Mailbox::tellUnreadable(std::size_t messages) const {
+int tellUnreadable(const std::string& path, std::size_t messages) {
     if (messages == 0) return 0;
-    say("mailhost: " + _place + ": " + groupedNumber(messages) + (messages == 1 ? " message" : " messages") +
+    say("mailhost: " + path + ": " + groupedNumber(messages) + (messages == 1 ? " message" : " messages") +
         " cannot be read any more: another program has changed the mailbox");
     return 1;
+}
+
+void checkIsMailbox(const std::string& path) {
+    const auto file = lorvale::standardizePath(path);
+    if (sizeOfFile(file) == 0) return;
+    for (const auto& finding : lorvale::checkMailbox(file).findings) {
+        const bool aboutMailbox =
+            finding.message == 0 && finding.severity == lorvale::MailboxFinding::Severity::error;
+        if (aboutMailbox) throw Failure(path + ": not a mailbox: " + finding.text);
+    }
 }
 
 std::uint64_t sizeOfFile(const std::string& path) {

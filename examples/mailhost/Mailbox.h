@@ -16,6 +16,9 @@ namespace mailhost {
 inline constexpr auto kMailbox = mailboxWord("MAILBOX", "the path of a mailbox");
 inline constexpr auto kDirectoryMailbox = mailboxWord("MAILBOX", "the path of a directory mailbox");
 
+/// Says on standard error that so many messages of a mailbox could not be read, and gives the exit status.
+int tellUnreadable(const std::string& path, std::size_t messages);
+
 /// An open mailbox of any kind, closed with this object.
 class Mailbox {
 public:
@@ -37,8 +40,7 @@ public:
     /// 1 is the first.  Throws Failure for a number that no message has.
     std::shared_ptr<lorvale::Message> message(std::uint64_t number) const;
 
-    /// Says on standard error that so many messages could not be read, and gives the exit status.
-    int tellUnreadable(std::size_t messages) const;
+    int tellUnreadable(std::size_t messages) const { return mailhost::tellUnreadable(_place, messages); }
 
 private:
     const std::string _place;  // as given
@@ -63,6 +65,9 @@ public:
 private:
     std::shared_ptr<lorvale::TarnMbox> _store;
 };
+
+/// Any file opens as a mailbox; for one with bytes and without messages this throws Failure.
+void checkIsMailbox(const std::string& path);
 
 [[noreturn]] void throwUnreadable(const std::string& what);
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <ctime>
 #include <thread>
 #include <utility>
 
@@ -17,42 +16,8 @@ namespace {
 // How often to begin anew when other programs change the file under our hands.
 constexpr int kAttempts = 3;
 
-bool sameTime(const FileAttributes& a, const FileAttributes& b) {
-    return a.modified == b.modified && a.modifiedNanoseconds == b.modifiedNanoseconds;
-}
-
 bool sameBytes(const MboxEntry& a, const MboxEntry& b) {
     return a.hasBytesOf(b);
-}
-
-std::uint64_t sizeOf(const FileAttributes& attributes) {
-    return static_cast<std::uint64_t>(attributes.size);
-}
-
-/// Feeds a file to a scanner up to its end, from where that stands; false when it cannot be read.
-bool scanToEnd(ReadableFile& file, MboxScanner& scanner) {
-    const auto block = std::make_unique_for_overwrite<char[]>(kMboxBlock);
-    while (scanner.size() <= kLargestMbox) {
-        const auto count = file.readInto({block.get(), kMboxBlock}, scanner.size());
-        if (!count) return false;
-        scanner.add({block.get(), *count});
-        if (*count < kMboxBlock) break;
-    }
-    return true;
-}
-
-/// Waits until the next change of a file would show in its times, which come from a clock that ticks every few
-/// milliseconds.
-void letClockTick(const FileAttributes& file) {
-    const auto changed = std::chrono::seconds(file.changed) + std::chrono::nanoseconds(file.changedNanoseconds);
-    for (int waited = 0; waited < 20; ++waited) {
-        struct timespec time {};
-        ::clock_gettime(CLOCK_REALTIME_COARSE, &time);
-        const auto now = std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-        // A time in the future comes from another machine's clock, for which there is no waiting.
-        if (now > changed || changed > now + std::chrono::seconds(1)) return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
 }
 
 /// The file at a path just before it is copied.  A mailbox that was there and is missing may be between two
@@ -68,23 +33,14 @@ std::optional<FileAttributes> stateBeforeCopying(const std::string& path, bool w
 
 }  // namespace
 
-MboxContents::Reading::Outcome MboxContents::Reading::read(ReadableFile& file) {
-    const auto before = file.attributes();
-    if (!before) return Outcome::failed;
-    attributes = *before;
-    if (sizeOf(*before) > kLargestMbox) return Outcome::tooLarge;
-    letClockTick(*before);
-    MboxScanner scanner([this](const MboxEntry& entry) { entries.push_back(entry); });
-    if (!scanToEnd(file, scanner)) return Outcome::failed;
-    scanner.finish();
+MboxPass::Outcome MboxContents::Reading::read(ReadableFile& file) {
+    MboxPass pass(file, [this](const MboxEntry& entry) { entries.push_back(entry); });
+    while (pass.step()) continue;
     entries.shrink_to_fit();
-    size = scanner.size();
-    isMbox = scanner.isMbox();
-    const auto after = file.attributes();
-    if (!after) return Outcome::failed;
-    attributes = *after;
-    if (sizeOf(*after) > sizeOf(*before) && sizeOf(*after) >= size) return Outcome::grown;
-    return sizeOf(*after) == size && sameTime(*after, *before) ? Outcome::done : Outcome::disturbed;
+    attributes = pass.attributes();
+    size = pass.size();
+    isMbox = pass.isMbox();
+    return pass.outcome();
 }
 
 bool MboxContents::Reading::keepWhatStoodIn(const Reading& earlier) {
@@ -107,22 +63,22 @@ std::shared_ptr<const MboxContents> MboxContents::ofFile(const std::string& path
         if (file == nullptr) return nullptr;
         Reading reading;
         switch (reading.read(*file)) {
-            case Reading::Outcome::done:
+            case MboxPass::Outcome::done:
                 return std::make_shared<MboxContents>(path, std::move(file), std::move(reading));
-            case Reading::Outcome::failed:
+            case MboxPass::Outcome::failed:
                 reason = FileStatus::failed("read", path).text();
                 return nullptr;
-            case Reading::Outcome::tooLarge:
+            case MboxPass::Outcome::tooLarge:
                 reason = formatText("%@ has %@ bytes, more than the 4 GB a flat mailbox may have", path,
                                     reading.attributes.size);
                 return nullptr;
-            case Reading::Outcome::grown:
+            case MboxPass::Outcome::grown:
                 // Who adds may have overwritten, too; what is found twice was not.
                 if (earlier && reading.keepWhatStoodIn(*earlier))
                     return std::make_shared<MboxContents>(path, std::move(file), std::move(reading));
                 earlier = std::move(reading);
                 break;
-            case Reading::Outcome::disturbed:
+            case MboxPass::Outcome::disturbed:
                 break;
         }
         reason = formatText("%@ is being changed by another program", path);
@@ -156,13 +112,7 @@ std::optional<std::size_t> MboxContents::readInto(std::span<char> buffer, std::u
 }
 
 std::optional<Data> MboxContents::bytes(MboxRange range, std::uint32_t digest) const {
-    ByteBuffer buffer(range.length);
-    const auto count =
-        readInto({reinterpret_cast<char*>(buffer.reserve(range.length)), range.length}, range.location);
-    if (count != range.length) return std::nullopt;
-    buffer.commit(range.length);
-    if (digestOf(buffer.view()) != digest) return std::nullopt;
-    return buffer.data();
+    return _file != nullptr ? readMboxBytes(*_file, range, digest) : std::nullopt;
 }
 
 FileStatus MboxContents::copyTo(WritableFile& file) const {

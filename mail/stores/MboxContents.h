@@ -8,7 +8,7 @@
 
 #include "base/files/FileSystem.h"
 #include "lorvale/values/data.h"
-#include "mail/stores/MboxScan.h"
+#include "mail/stores/MboxPass.h"
 
 namespace lorvale {
 
@@ -41,14 +41,7 @@ public:
 
     /// One reading of a file from its beginning to its end.
     struct Reading {
-        enum class Outcome {
-            done,
-            grown,      ///< another program has added to the file meanwhile, and perhaps done more
-            disturbed,  ///< it has shortened or overwritten the file
-            failed,
-            tooLarge,
-        };
-        Outcome read(ReadableFile& file);
+        MboxPass::Outcome read(ReadableFile& file);
         /// Leaves only the messages that an earlier reading found, too; false when some of its complete ones,
         /// all but the last, are not there any more.
         bool keepWhatStoodIn(const Reading& earlier);

@@ -70,6 +70,11 @@ std::optional<StoreClass> MessageStore::defaultStoreClass() {
     return holder.storeClass;
 }
 
+std::optional<StoreClass> MessageStore::storeClassForPath(std::string_view path) {
+    Message::initialize();
+    return path.empty() ? std::nullopt : storeClasses().mostWilling(std::string(path));
+}
+
 float MessageStore::willingnessToOpen(std::string_view) {
     return 0;
 }
@@ -78,9 +83,8 @@ std::shared_ptr<MessageStore> MessageStore::storeForPath(std::string_view path, 
     noteOpening({});
     const OpenStores::Turn turn(OpenStores::table(), _standarizedStorePath(path));
     if (auto open = currentlyOpenStoreForPath(path)) return open;
-    Message::initialize();
     const std::string place(path);
-    auto chosen = place.empty() ? std::nullopt : storeClasses().mostWilling(place);
+    auto chosen = storeClassForPath(place);
     if (!chosen && create && !place.empty()) chosen = defaultStoreClass();
     if (!chosen) {
         noteOpening(place.empty()

@@ -53,11 +53,13 @@ public:
     /// The class that makes a new mailbox where no class is willing.
     static void registerDefaultStoreClass(StoreClass storeClass);
     static std::optional<StoreClass> defaultStoreClass();
+    /// The most willing class, of equal ones that registered first; nullopt where none is willing.
+    static std::optional<StoreClass> storeClassForPath(std::string_view path);
     /// The answer of a class that opens nothing: 0.
     static float willingnessToOpen(std::string_view path);
 
-    /// The open store for the path whatever else is asked for; else a new one of the most willing class, of
-    /// equal ones that registered first; else, with `create`, one of the default class.  Null when there is
+    /// The open store for the path whatever else is asked for; else a new one of storeClassForPath(); else, with
+    /// `create`, one of the default class.  Null when there is
     /// none or the opening fails; openingFailure() then tells why.  Any thread: one that asks while another
     /// opens the same path waits for that, its question about a locked mailbox included, and gets the same
     /// store.
