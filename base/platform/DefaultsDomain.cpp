@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/files/PathUtils.h"
 #include "base/files/PropertyListFile.h"
 #include "lorvale/platform/log.h"
 
@@ -47,13 +48,14 @@ DefaultsDomain::Values readDefaultsFile(const std::string& path, FileStatus& sta
     return *dictionary;
 }
 
-std::optional<DefaultsDomain::Values> updateDefaultsFile(const std::string& path,
-                                                         const DefaultsDomain::Changes& changes) {
+std::optional<DefaultsDomain::Values> updateDefaultsFile(
+    const std::string& path, const DefaultsDomain::Changes& changes,
+    const std::function<void(DefaultsDomain::Values&)>& edit) {
     FileStatus status;
     auto values = readDefaultsFile(path, status);
-    if (changes.empty()) return values;
+    if (changes.empty() && !edit) return values;
     if (status.code() == EBADMSG)
-        status = replaceFile(path, path + ".damaged");
+        status = replaceFile(path, uniquePath(path + ".damaged"));
     else if (status)
         status = makeDirectories(folderOf(path), 0700);
     for (const auto& [key, change] : changes) {
@@ -62,6 +64,7 @@ std::optional<DefaultsDomain::Values> updateDefaultsFile(const std::string& path
         else
             values.erase(key);
     }
+    if (edit) edit(values);
     // Settings may hold passwords: nobody else reads them.
     if (status) status = writePropertyListFile(path, PropertyList(values), 0600);
     if (status) return values;

@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -47,10 +48,12 @@ private:
 /// logged and gives no values, and `status` says why.
 DefaultsDomain::Values readDefaultsFile(const std::string& path, FileStatus& status);
 
-/// Reads the file again, so that what other processes wrote since stays, puts the changes in and writes it.
-/// nullopt, with a line in the log, when that failed: the file is then as it was.  A damaged file is kept as
-/// "path.damaged" before a new one takes its place.
-std::optional<DefaultsDomain::Values> updateDefaultsFile(const std::string& path,
-                                                         const DefaultsDomain::Changes& changes);
+/// Reads the file again, so that what other processes wrote since stays, puts the changes in, gives it to
+/// `edit` where there is one, and writes it.  nullopt, with a line in the log, when that failed: the file is
+/// then as it was.  A damaged file is kept as "path.damaged", or under a name like that, before a new one takes
+/// its place.
+std::optional<DefaultsDomain::Values> updateDefaultsFile(
+    const std::string& path, const DefaultsDomain::Changes& changes,
+    const std::function<void(DefaultsDomain::Values&)>& edit = {});
 
 }  // namespace lorvale

@@ -102,8 +102,13 @@ public:
     bool synchronize() {
         const MutexLock oneAtATime(_synchronizing);
         bool good = true;
-        for (const auto& name : searchList()) good = synchronize(name) && good;
+        for (const auto& name : searchList()) good = synchronize(name, {}) && good;
         return good;
+    }
+
+    bool update(const Change& change) {
+        const MutexLock oneAtATime(_synchronizing);
+        return synchronize(searchList().front(), change);
     }
 
 private:
@@ -130,16 +135,16 @@ private:
     }
 
     /// Touches the file without the lock on the values, so that nobody who reads a setting waits for the disk.
-    bool synchronize(const std::string& name) LORVALE_REQUIRES(_synchronizing) {
+    bool synchronize(const std::string& name, const Change& edit) LORVALE_REQUIRES(_synchronizing) {
         const auto path = pathOf(name);
         const auto changes = changesOf(name);
         std::optional<DefaultsDomain::Values> values;
-        if (changes.empty()) {
+        if (changes.empty() && !edit) {
             values = updateDefaultsFile(path, changes);
         } else {
             static_cast<void>(makeDirectories(folderOf(path), 0700));  // told of when the file is written
             const FolderLock others(folderOf(path));
-            values = updateDefaultsFile(path, changes);
+            values = updateDefaultsFile(path, changes, edit);
         }
         if (!values) return false;
         const MutexLock lock(_mutex);
@@ -248,6 +253,10 @@ void UserDefaults::removeArguments() {
 
 bool UserDefaults::synchronize() {
     return _implementation->synchronize();
+}
+
+bool UserDefaults::update(const Change& change) {
+    return _implementation->update(change);
 }
 
 }  // namespace lorvale

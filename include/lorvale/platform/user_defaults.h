@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -68,6 +69,13 @@ public:
     /// file.  False, with a line in the log, when a file could not be written; the changes are kept for the
     /// next time.
     [[nodiscard]] bool synchronize();
+
+    /// Changes values of the first application domain in one step among all processes: `change` gets what its
+    /// file holds now, with what was set here on top, and what it makes of that is written before another
+    /// process may write.  It runs under a lock: it calls neither this nor synchronize().  False, with a line
+    /// in the log, when the file could not be written; nothing has changed then.
+    using Change = std::function<void(PropertyList::Dictionary& values)>;
+    [[nodiscard]] bool update(const Change& change);
 
 private:
     class Implementation;

@@ -178,7 +178,7 @@ TEST(StoreAccount, AnswersForTheStoresOpenedWithoutOne) {
               "Account name: Home\nMailbox name: Not specified\n\nNo.");
     store->setAccount(nullptr);
     EXPECT_EQ(store->storePathRelativeToAccount(), store->storePath());
-    EXPECT_EQ(ListStore::initWithPath(std::string(folder / "mail"))->account(), nullptr);
+    EXPECT_EQ(ListStore::initWithPath(std::string(folder / "mail"))->account(), MailAccount::defaultAccount());
 }
 
 TEST(StoreIndex, StandsBehindTheStoreFromOpeningToClosing) {

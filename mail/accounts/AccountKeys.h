@@ -1,0 +1,24 @@
+#pragma once
+#include <string_view>
+
+/// The keys of an account's settings, and of the registry.
+
+namespace lorvale {
+
+inline constexpr std::string_view kAccountNameKey = "AccountName";
+inline constexpr std::string_view kHostnameKey = "Hostname";
+inline constexpr std::string_view kUsernameKey = "Username";
+inline constexpr std::string_view kPasswordKey = "Password";
+inline constexpr std::string_view kSessionPasswordKey = "MailAccountPreviouslyEnteredPassword";  // never saved
+inline constexpr std::string_view kAutoFetchKey = "AutoFetch";
+inline constexpr std::string_view kSecurityKey = "ConnectionSecurity";
+inline constexpr std::string_view kPortKey = "Port";
+inline constexpr std::string_view kIncomingSpoolKey = "IncomingSpoolDirectory";
+
+inline constexpr std::string_view kMailAccountsDefault = "MailAccounts";
+/// What once stood under kMailAccountsDefault and was no list of accounts.
+inline constexpr std::string_view kDamagedAccountsDefault = "MailAccountsSetAside";
+inline constexpr std::string_view kAccountPathKey = "AccountPath";
+inline constexpr std::string_view kAccountTypeKey = "AccountType";
+
+}  // namespace lorvale
