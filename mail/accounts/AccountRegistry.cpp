@@ -133,6 +133,7 @@ std::vector<AccountEntry> AccountRegistry::merged(const std::vector<AccountEntry
                                                   const std::vector<Known>& before,
                                                   const std::vector<Known>& now) {
     std::vector<const AccountEntry*> theirs;  // of `current`, until they are found to be ours
+    theirs.reserve(current.size());
     for (const auto& entry : current) theirs.push_back(&entry);
     const auto take = [&](const AccountEntry& wanted) -> const AccountEntry* {
         const auto found = std::ranges::find_if(theirs, [&](const AccountEntry* entry) {

@@ -222,6 +222,9 @@ TEST_F(LocalAccountTest, AppendsCopies) {
 
 TEST_F(LocalAccountTest, NothingButTheMailboxIsLostWhereverTheDiskDies) {
     const LogCapture quiet;
+    fill(mail / "f/a.mbox", 3);
+    fill(mail / "kept.mbox", 2);
+    fs::rename(mail, folder / "Before");
     const std::function<void()> changes[] = {
         [this] { account->removeMailbox(item("f/a.mbox")); },
         [this] { account->removeMailbox(item("f")); },
@@ -232,8 +235,7 @@ TEST_F(LocalAccountTest, NothingButTheMailboxIsLostWhereverTheDiskDies) {
         for (int allowed = 0; !done; ++allowed) {
             SCOPED_TRACE(std::to_string(change) + " died at " + std::to_string(allowed));
             fs::remove_all(mail);
-            fill(mail / "f/a.mbox", 3);
-            fill(mail / "kept.mbox", 2);
+            fs::copy(folder / "Before", mail, fs::copy_options::recursive);
             account->setPath(mail.string());
             {
                 FailingFileSystem disk(static_cast<std::uint64_t>(allowed));
@@ -251,6 +253,7 @@ TEST_F(LocalAccountTest, NothingButTheMailboxIsLostWhereverTheDiskDies) {
                 continue;
             }
             EXPECT_TRUE(!done || change >= 2);
+            fs::remove(mail / "f/a.mbox/.lock");  // of a process that is dead
             const auto other = MessageStore::storeForPath((mail / "f/a.mbox").string());
             ASSERT_TRUE(other);
             EXPECT_EQ(bytesOf(other->allMessages()), std::vector(3, mboxMessage("m")));
