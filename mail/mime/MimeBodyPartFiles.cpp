@@ -61,6 +61,8 @@ std::string MimeBodyPart::filename() const {
                              isKeyEqual(*_mimeSubtype, "external-body");
     const auto given = isElsewhere ? std::nullopt : givenFilename();
     const auto name = safeFilename(given.value_or(std::string(kNamelessFile)));
+    // Whoever gave a name with an extension today meant it.
+    if (_dialect == MailDialect::standard && !pathExtension(name).empty()) return name;
     // The extension may come out of the type, which is a stranger's word as well.
     return safeFilename(
         withExtension(name, extensionForType(MimeBody::mimeTypeMap(), _mimeType, _mimeSubtype, name)));

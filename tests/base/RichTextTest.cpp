@@ -279,6 +279,78 @@ TEST(Html, KnowsItsCharset) {
     }
 }
 
+std::string pageOf(const AttributedText& text) {
+    const auto page = htmlFromAttributedText(text, [](const auto& file) {
+        return file->preferredFilename() == "out" ? std::nullopt
+                                                  : std::optional("cid:" + file->preferredFilename());
+    });
+    constexpr std::string_view kHead = "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"></head><body>\n";
+    EXPECT_TRUE(page.view().starts_with(kHead));
+    return std::string(page.view().substr(kHead.size(), page.size() - kHead.size() - 15));
+}
+
+TEST(Html, WritesCleanPages) {
+    TextAttributes centered, linked;
+    centered.paragraphStyle.emplace().alignment = ParagraphStyle::Alignment::center;
+    linked.link = "http://a/?b&\"c\"";
+    linked.font = Font::user();
+    linked.font->bold = true;
+    AttributedText text("a <b>\n\n", centered);
+    text.append("x  y\n");
+    text.append("here", linked);
+    EXPECT_EQ(pageOf(text),
+              "<div style=\"text-align: center\">a &lt;b&gt;<br>\n<br></div>\n"
+              "<div><span style=\"white-space: pre-wrap\">x  y</span><br>\n"
+              "<a href=\"http://a/?b&amp;&quot;c&quot;\"><b>here</b></a></div>\n");
+    linked.link = " JavaScript:alert()";
+    linked.font->family = "x';\"}<";
+    EXPECT_EQ(pageOf(AttributedText("a", linked)),
+              "<div><span style=\"font-family: 'x   }&lt;'\"><b>a</b></span></div>\n");
+    for (const std::string_view name : {"p", "out"}) {
+        const auto picture = FileWrapper::regularFile(Data());
+        ASSERT_TRUE(picture->setPreferredFilename(name));
+        EXPECT_EQ(pageOf(AttributedText(picture)),
+                  name == "p" ? "<div><img src=\"cid:p\" alt=\"p\"></div>\n" : "<div><br></div>\n");
+    }
+}
+
+/// The attributes that a page keeps, of a character that shows them.
+std::string shownAttributes(TextAttributes all) {
+    const auto usual = all.font && all.font->fixedPitch ? Font::userFixedPitch() : Font::user();
+    all.font = all.font.value_or(usual);
+    if (all.font->family.empty()) all.font->family = usual.family;
+    all.font->family = trimmed(all.font->family);
+    std::ranges::replace(all.font->family, ';', ' ');
+    all.font->size = std::max(all.font->size, 4.0);  // the reader's smallest
+    const auto alignment = all.paragraphStyle ? all.paragraphStyle->alignment : ParagraphStyle::Alignment::left;
+    all.paragraphStyle.emplace().alignment = alignment;
+    if (all.link) all.underline = 1;
+    if (all.link && !all.foregroundColor) all.foregroundColor = Color::named("blue");
+    all.foregroundColor = all.foregroundColor.value_or(Color());
+    return described(all);
+}
+
+TEST(Html, ReadsBackWhatItWrote) {
+    for (unsigned seed = 0; seed < 3000; ++seed) {
+        const auto text = RandomText(seed).text();
+        if (text.string().find("\uFFFF") != std::string::npos) continue;  // no character to a page
+        const auto page = htmlFromAttributedText(text);
+        const auto back = attributedTextFromHTML(page);
+        std::string shown = text.string();
+        std::ranges::replace_if(
+            shown, [](char c) { return std::string_view("\f\x7F\x01\r\0", 5).find(c) < 5; }, ' ');
+        ASSERT_EQ(back.string(), trimmed(shown, "\n")) << "seed " << seed << "\n" << page.view();
+        const auto skipped = shown.find_first_not_of('\n');
+        for (std::size_t i = 0; i < back.length(); ++i) {
+            const auto was = text.runAtIndex(i + skipped), is = back.runAtIndex(i);
+            if (trimmed(back.attributedSubstring({i, 1}).string()).empty()) continue;
+            ASSERT_EQ(shownAttributes(is.attributes), shownAttributes(was.attributes))
+                << "seed " << seed << " at " << i << "\n"
+                << page.view();
+        }
+    }
+}
+
 std::string repeated(std::string_view text, std::size_t size) {
     std::string all;
     while (all.size() < size) all += text;

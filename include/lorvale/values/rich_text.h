@@ -2,6 +2,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "lorvale/export.h"
@@ -57,5 +58,16 @@ using AttachmentSource = std::function<std::shared_ptr<const FileWrapper>(std::s
 [[nodiscard]] LORVALE_EXPORT AttributedText
 attributedTextFromHTML(const Data& html, std::optional<std::string_view> charset = std::nullopt,
                        const AttachmentSource& pictures = nullptr);
+
+/// The address under which a page finds an attachment as a picture ("cid:..."); nullopt leaves it out.
+using AttachmentAddress =
+    std::function<std::optional<std::string>(const std::shared_ptr<const FileWrapper>& attachment)>;
+
+/// A page in UTF-8 for a text, for other programs to show: no scripts, and no link that runs one.  Reading it
+/// gives the text back with its fonts, colours, underlining, links and alignment, but: line ends at its start
+/// and end go, control characters become blanks, attributes of blanks and line ends may change, a link looks
+/// like one, colours have 256 steps.  Indents are written and not read, tab stops are left out.
+[[nodiscard]] LORVALE_EXPORT Data htmlFromAttributedText(const AttributedText& text,
+                                                         const AttachmentAddress& addressOf = nullptr);
 
 }  // namespace lorvale

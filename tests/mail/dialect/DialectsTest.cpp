@@ -110,11 +110,34 @@ std::string file(std::string_view bytes, MailDialect dialect) {
     return partOf(bytes, dialect)->givenFilename().value_or("");
 }
 
+std::string saved(std::string_view bytes, MailDialect dialect) {
+    return partOf(bytes, dialect)->filename();
+}
+
+/// A letter of this text, without its headers but the type.
+std::string composed(std::string_view text, MailDialect dialect) {
+    const auto part = MimeBodyPart::bodyPartFromAttributedString(AttributedText(text), dialect);
+    ByteBuffer body;
+    part->appendBodyToData(body);
+    return *part->mimeType() + "/" + *part->mimeSubtype() + " " + *part->mimeParameterForKey("charset") + " " +
+           *part->mimeEncoding() + ": " + body.data().toString();
+}
+
+/// How a file of this name goes out.
+std::string attached(std::string_view name, MailDialect dialect) {
+    const auto file = FileWrapper::regularFile(Data());
+    const auto part = MimeBodyPart::bodyPartWithFileWrapper(*file, name, dialect);
+    ByteBuffer block;
+    part->appendHeadersToData(block, false);
+    return block.data().toString();
+}
+
 TEST(Dialects, EveryRowOfTheTableIsTrue) {
     const testing::LogCapture silence;
     const std::map<std::string, std::string (*)(std::string_view, MailDialect)> operations = {
-        {"read", firstValue},     {"body", body},  {"write", written}, {"name", nameIn}, {"address", addressIn},
-        {"parameter", parameter}, {"show", shown}, {"parts", parts},   {"file", file},
+        {"read", firstValue},   {"body", body},           {"write", written},     {"name", nameIn},
+        {"address", addressIn}, {"parameter", parameter}, {"show", shown},        {"parts", parts},
+        {"file", file},         {"saved", saved},         {"composed", composed}, {"attached", attached},
     };
     const auto document = testing::readFile(testing::sourceFolder() / "docs" / "dialects.md");
     std::size_t rows = 0;

@@ -1,13 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <thread>
 
 #include "lorvale/body.h"
 #include "lorvale/message.h"
 #include "lorvale/mime.h"
 #include "lorvale/platform/exception.h"
-#include "lorvale/platform/user_defaults.h"
+#include "lorvale/values/text.h"
 #include "mail/mime/FlowedText.h"
 #include "mail/mime/PlainOrRich.h"
 #include "mail/mime/TransferChoice.h"
@@ -288,6 +290,155 @@ TEST(FlowedText, ReadsBackAsItWas) {
     }
     EXPECT_FALSE(flowedText("a \nb"));
     EXPECT_FALSE(flowedText("> "));
+}
+
+std::string unfolded(std::string text) {
+    for (auto at = text.find("\n "); at != std::string::npos; at = text.find("\n ")) text.erase(at, 1);
+    return text;
+}
+
+std::string standardPart(const FileWrapper& wrapper) {
+    return unfolded(bytesOf(*MimeBodyPart::bodyPartWithFileWrapper(wrapper, std::nullopt, standard)));
+}
+
+TEST(StandardComposer, MakesTheTree) {
+    const auto types = [](const AttributedText& text) {
+        return typesIn(*MimeBodyPart::bodyPartFromAttributedString(text, standard));
+    };
+    EXPECT_EQ(composed(AttributedText("\u00E9\r\nFrom"), standard),
+              "Content-Transfer-Encoding: base64\nContent-Type: text/plain; charset=utf-8; format=flowed\n\n"
+              "w6kKRnJvbQ==\n");
+    EXPECT_EQ(composed(AttributedText("a \nb"), standard),
+              "Content-Transfer-Encoding: 7bit\nContent-Type: text/plain; charset=utf-8\n\na \nb");
+    AttributedText text("a");
+    text.append(AttributedText(file("p.PNG")));
+    text.append(AttributedText(file("b.pdf")));
+    EXPECT_EQ(types(text), "multipart/mixed(text/plain,image/png,application/pdf)");
+    text.append(bold("c"));
+    text.append(text);
+    EXPECT_EQ(types(text),
+              "multipart/mixed(multipart/alternative(text/plain,multipart/related(text/html,"
+              "image/png)),application/pdf,application/pdf)");
+    const auto part = MimeBodyPart::bodyPartFromAttributedString(text, standard);
+    EXPECT_EQ(part->bodyParts()->front()->bodyParts()->front()->body(), "a[p.PNG]ca[p.PNG]c");
+    const auto read = MimeBodyPart::bodyPartWithData(Data::copyOf(bytesOf(*part)), standard);
+    EXPECT_EQ(read->decodeBodyPartInDirectory(std::nullopt).string(), "a\uFFFCca\uFFFCc\n\uFFFC\n\uFFFC");
+    EXPECT_EQ(MimeBodyPart::bodyPartFromAttributedString(with(&TextAttributes::link, "x:", "a"), standard)
+                  ->bodyParts()
+                  ->front()
+                  ->body(),
+              "a <x:>");
+}
+
+TEST(StandardComposer, MakesPartsOfFiles) {
+    EXPECT_EQ(
+        standardPart(*file("\u00E9.html", "<p>\xC3\xA9")),
+        "Content-Disposition: attachment; filename=\"_.html\"; filename*=utf-8''%C3%A9.html\n"
+        "Content-Transfer-Encoding: base64\n"
+        "Content-Type: text/html; charset=utf-8; name=\"_.html\"; name*=utf-8''%C3%A9.html\n\nPHA+w6k=\n");
+    EXPECT_THAT(standardPart(*file("a.txt", "\xE9")), HasSubstr("Content-Type: text/plain; name=a.txt\n"));
+    EXPECT_THAT(standardPart(*FileWrapper::regularFile(Data())), HasSubstr("filename=mime-attachment\n"));
+
+    // A message goes as one where it may stand as it is, and those around it say so.
+    AttributedText letter("a");
+    letter.append(AttributedText(file("m.eml", "A: b\n\n\xE9\n")));
+    const auto bytes = composed(letter, standard);
+    EXPECT_THAT(bytes, ::testing::StartsWith("Content-Transfer-Encoding: 8bit\nContent-Type: multipart/mixed"));
+    EXPECT_THAT(bytes, HasSubstr("Content-Transfer-Encoding: 8bit\nContent-Type: message/rfc822"));
+    EXPECT_THAT(standardPart(*file("m.eml", "A: b\n\nc\n")), HasSubstr("Encoding: 7bit"));
+    EXPECT_THAT(standardPart(*file("m.eml", "A: b\r\n\r\nc\r\n")), HasSubstr("octet-stream; name=m.eml"));
+
+    const auto link = FileWrapper::symbolicLink("/etc/motd");
+    ASSERT_TRUE(link->setPreferredFilename("l.txt"));
+    EXPECT_THAT(standardPart(*link),
+                HasSubstr("message/external-body; access-type=local-file; name=\"/etc/motd\""));
+    const auto folder = FileWrapper::directory();
+    ASSERT_TRUE(folder->setPreferredFilename("d"));
+    folder->addFileWrapper(link);
+    EXPECT_THAT(standardPart(*folder), HasSubstr("application/zip; name=d.zip\n"));
+}
+
+TEST(StandardComposer, LooksAnewAtPartsOfOtherLetters) {
+    const auto written = [](std::string_view bytes) {
+        return bytesOf(*MimeBodyPart::bodyPartWithData(Data::copyOf(bytes), standard));
+    };
+    const std::string head = "Content-Transfer-Encoding: ";
+    EXPECT_EQ(written(head + "7bit\nX-A: b\n\n\xE9"),
+              head + "base64\nContent-Type: text/plain\nX-A: b\n\n6Q==\n");
+    EXPECT_EQ(written(head + "8BIT\n\n\xE9"), head + "8BIT\nContent-Type: text/plain\n\n\xE9");
+    EXPECT_EQ(written(head + "uuencode\n\nbegin 644 f\n!80``\n`\nend\n"),
+              head + "7bit\nContent-Type: text/plain\n\na");
+    EXPECT_EQ(written("Content-Type: multipart/mixed; boundary=B\n\nx\n--B\n\n\xE9\n--B--\ny"),
+              head + "7bit\nContent-Type: multipart/mixed; boundary=B\n\n--B\n" + head +
+                  "base64\nContent-Type: text/plain\n\n6Q==\n\n--B--\n");
+    MimeBodyPart part(standard);
+    part.setBodyData(Data::ofStatic("a"));
+    part.setMimeEncoding("binary");
+    EXPECT_EQ(bytesOf(part), head + "7bit\nContent-Type: text/plain\n\na");
+}
+
+/// Texts with attributes and attachments.
+AttributedText randomText(std::mt19937& random, std::vector<std::string>& names) {
+    const auto below = [&](std::size_t end) { return random() % end; };
+    static const std::string words[] = {"a",   "\u65E5\u672C", "< ",           " ",
+                                        "\n",  "\n\n",         "x<<y\nFrom z", std::string(90, 'w'),
+                                        "> q", "-- ",          "\u00E9=E9"};
+    static const std::string extensions[] = {"", ".png", ".TXT", ".pdf"};
+    AttributedText text;
+    const bool isPlain = below(2) == 0;
+    for (auto count = below(8); count > 0; --count) {
+        TextAttributes attributes;
+        if (!isPlain)
+            attributes.font = Font{Font::user().family, 12.0 + 2 * static_cast<double>(below(3)), below(2) == 0,
+                                   below(2) == 0, false};
+        text.append(words[below(std::size(words))], attributes);
+        if (below(3) != 0) continue;
+        names.push_back("\u65E5 " + std::to_string(names.size()) + extensions[below(4)]);
+        std::string bytes(below(400), '\0');
+        std::ranges::generate(bytes, [&] { return static_cast<char>(below(256)); });
+        text.append("|");  // "<" in front of a marker hides it from classic readers
+        text.append(AttributedText(file(names.back(), bytes)));
+    }
+    return text;
+}
+
+TEST(Composers, WriteWhatTheReaderReadsBack) {
+    const LogCapture silence;
+    std::mt19937 random(7);
+    for (int round = 0; round < 1500; ++round) {
+        SCOPED_TRACE(round);
+        std::vector<std::string> names;
+        const auto text = randomText(random, names);
+        for (const auto dialect : {classic, standard}) {
+            const auto bytes = composed(text, dialect);
+            const auto read = MimeBodyPart::bodyPartWithData(Data::copyOf(bytes), dialect)
+                                  ->decodeBodyPartInDirectory(std::nullopt);
+            auto was = text.attachments();
+            std::string wanted = text.string(), got = read.string();
+            if (dialect == standard) {
+                AttributedText alone(text), readAlone(read);
+                alone.removeAllAttachments();
+                readAlone.removeAllAttachments();
+                wanted = trimmed(alone.string(), "\n");  // a page begins and ends with its text
+                got = trimmed(readAlone.string(), "\n");
+            }
+            ASSERT_EQ(got, wanted) << bytes;
+            const auto is = read.attachments();
+            ASSERT_EQ(is.size(), was.size()) << bytes;
+            const auto byName = [](const auto& a, const auto& b) {
+                return a->preferredFilename() < b->preferredFilename();
+            };
+            if (dialect == standard) std::ranges::sort(was, byName);
+            auto sorted = is;
+            if (dialect == standard) std::ranges::sort(sorted, byName);
+            for (std::size_t i = 0; i < is.size(); ++i) {
+                ASSERT_EQ(sorted[i]->regularFileContents().view(), was[i]->regularFileContents().view())
+                    << bytes;
+                ASSERT_TRUE(dialect == classic || sorted[i]->preferredFilename() == was[i]->preferredFilename())
+                    << bytes;
+            }
+        }
+    }
 }
 
 std::shared_ptr<Message> newMessage(const AttributedText& text) {
