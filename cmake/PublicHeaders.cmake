@@ -8,6 +8,10 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/body/plain_body.h
     include/lorvale/body/tarn_mail_body.h
     include/lorvale/defaults.h
+    include/lorvale/delivery.h
+    include/lorvale/delivery/mail_delivery.h
+    include/lorvale/delivery/smtp_connection.h
+    include/lorvale/delivery/smtp_delivery.h
     include/lorvale/export.h
     include/lorvale/message.h
     include/lorvale/message/address_manager.h
