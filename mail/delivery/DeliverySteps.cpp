@@ -19,16 +19,25 @@ using Texts = std::vector<std::string>;
 
 constexpr std::string_view kBlindKey = "bcc";
 
+void setWhereMissing(MessageHeaders& headers, std::string_view name, const std::string& value) {
+    if (headers.allHeaders()->contains(asciiLowered(name))) return;
+    headers.setObject(value, name);
+}
+
 }  // namespace
 
-void setMailer(Message& message, bool askForReadReceipt) {
-    message.headers()->setObject(formatText("%@ Corvane (2.%@%@)", "by Orrin", Message::frameworkVersion(),
-                                            askForReadReceipt ? ".RR" : ""),
-                                 "X-Mailer");
+void completeHeaders(Message& message, bool askForReadReceipt, MailDialect dialect) {
+    const auto headers = message.headers();
+    headers->setObject(formatText("%@ Corvane (2.%@%@)", "by Orrin", Message::frameworkVersion(),
+                                  askForReadReceipt ? ".RR" : ""),
+                       "X-Mailer");
+    if (dialect == MailDialect::classic) return;
+    setWhereMissing(*headers, "From", loginName() + '@' + hostName());
+    setWhereMissing(*headers, "Date", dateHeaderText(Date::now()));
+    setWhereMissing(*headers, "Message-ID", makeMessageID());
 }
 
 Data dataOfMessage(Message& message, std::string_view deliveryClass) {
-    message.encodedBody();  // first: what is composed says of itself in the headers what it has become
     const auto data = message.messageData();
     if (!data) throw GenericException(formatText("%@ deliverMessage: messageData returned nil", deliveryClass));
     return *data;

@@ -15,8 +15,9 @@ namespace lorvale {
 
 class Message;
 
-/// Says in "X-Mailer:" who has sent it, and whether a receipt is asked for.
-void setMailer(Message& message, bool askForReadReceipt);
+/// Says in "X-Mailer:" who has sent it, and whether a receipt is asked for.  Standard also puts in "From:",
+/// "Date:" and "Message-ID:" where they are missing, which no mail may do without (RFC 5322, section 3.6).
+void completeHeaders(Message& message, bool askForReadReceipt, MailDialect dialect = mailDialect());
 
 /// Headers and body.  Throws GenericException in the name of a delivery class where there are none.
 Data dataOfMessage(Message& message, std::string_view deliveryClass);

@@ -1,5 +1,3 @@
-#include <ranges>
-
 #include "lorvale/body/plain_body.h"
 #include "lorvale/delivery/mail_delivery.h"
 #include "lorvale/delivery/smtp_delivery.h"
@@ -67,9 +65,10 @@ bool KTMailDelivery::deliverMessage(const AttributedText& message, const Headers
     const auto bodyClass = bodyClassForFormat(format);
     if (!bodyClass) return false;
     const auto composed = Message::emptyMessageWithBodyClass(*bodyClass);
-    for (const auto& [key, value] : std::views::reverse(headers)) {
+    for (auto header = headers.rbegin(); header != headers.rend(); ++header) {  // the order of old
+        const auto& [key, value] = *header;
         auto values = valuesOf(value);
-        if (!values) return false;
+        if (!values || key.find_first_of("\r\n") != std::string::npos) return false;
         composed->headers()->setObject(std::move(*values), nameAsWritten(key));
     }
     composed->messageBody()->setDecodedBody(message);

@@ -234,7 +234,7 @@ bool SMTPDelivery::deliverMessage(const std::shared_ptr<Message>& message, bool 
             LVLocalizedString("Alert"));
         return false;
     }
-    setMailer(*message, askForReadReceipt);
+    completeHeaders(*message, askForReadReceipt);
     if (!sizeIsWanted(dataOfMessage(*message, "SMTPDelivery").size())) return false;
     for (Sending sending(*message, to->shown, to->hidden); host;) {
         const auto connection = SMTPConnection::init(settings());

@@ -59,7 +59,7 @@ bool SendmailDelivery::deliverMessage(const std::shared_ptr<Message>& message, b
                                       const std::vector<std::string>& privateRecipients) {
     const auto to = message ? recipientsOf(*message, privateRecipients) : std::nullopt;
     if (!to) return false;
-    setMailer(*message, askForReadReceipt);
+    completeHeaders(*message, askForReadReceipt);
     const auto data = dataOfMessage(*message, "SendmailDelivery");
     if (!sizeIsWanted(data.size())) return false;
     const bool isClassic = mailDialect() == MailDialect::classic;

@@ -1,9 +1,10 @@
 #pragma once
 #include <cstdint>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
+
+#include "tests/support/ServerScript.h"
 
 namespace lorvale::testing {
 
@@ -21,11 +22,11 @@ public:
 
     /// False where the server is not installed; one that does not start although it is there throws
     /// std::runtime_error.
-    bool runs() const { return _whyNot.empty(); }
-    const std::string& whyNot() const { return _whyNot; }
+    bool runs() const { return whyNot().empty(); }
+    const std::string& whyNot() const { return _script.whyNot(); }
     /// "pop3", "pop3s", "imap", "imaps".
-    std::uint16_t port(const std::string& protocol) const;
-    std::filesystem::path folder() const { return _told.at("folder"); }
+    std::uint16_t port(const std::string& protocol) const { return _script.port(protocol); }
+    std::filesystem::path folder() const { return _script.told("folder"); }
     std::filesystem::path certificate() const { return folder() / "cert.pem"; }
     std::string log() const;
 
@@ -37,9 +38,7 @@ public:
     std::vector<std::filesystem::path> messagesOf(const std::string& user) const;
 
 private:
-    std::string _whyNot;
-    std::map<std::string, std::string> _told;
-    int _process = 0, _input = -1;  // the script, and what it reads
+    const ServerScript _script;
     int _delivered = 0;
 };
 

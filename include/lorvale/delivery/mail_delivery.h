@@ -62,7 +62,8 @@ public:
 
     /// Plain text, by the default class.
     static bool deliverMessage(std::string_view message, std::string_view subject, std::string_view to);
-    /// False for another format, and for a header value that is neither text nor an array of texts; nothing is
+    /// False for another format, and for a header value that is neither text nor an array of
+    /// texts, and for a name with a line end in it; nothing is
     /// sent then.  Another protocol means the default class.  Classic writes names, and values that are texts,
     /// in lower case; standard as they are.
     static bool deliverMessage(const AttributedText& message, const Headers& headers, std::string_view format,

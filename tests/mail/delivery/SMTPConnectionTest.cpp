@@ -16,7 +16,6 @@ namespace lorvale::testing {
 namespace {
 
 using namespace std::chrono_literals;
-using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 constexpr auto kClassic = MailDialect::classic, kStandard = MailDialect::standard;
