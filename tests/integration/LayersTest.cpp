@@ -63,7 +63,7 @@ const std::vector<MailRank> kMailRanks = {
     {{"model"}, {"lorvale/message"}},
     {{"mime"}, {"lorvale/body"}},
     {{"stores"}, {"lorvale/store"}},
-    {{"delivery", "fetch", "imap", "search"}, {"lorvale/delivery", "lorvale/search"}},
+    {{"delivery", "fetch", "imap", "search"}, {"lorvale/delivery", "lorvale/imap", "lorvale/search"}},
     {{"accounts"}, {"lorvale/account"}},
 };
 

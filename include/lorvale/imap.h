@@ -1,0 +1,6 @@
+#pragma once
+/// Mail that stays on an IMAP server: the protocol's client, and mailboxes over it.
+#include "lorvale/imap/connection.h"
+#include "lorvale/imap/delegate.h"
+#include "lorvale/imap/value.h"
+#include "lorvale/imap/words.h"

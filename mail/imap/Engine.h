@@ -1,0 +1,127 @@
+#pragma once
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "lorvale/imap/connection.h"
+#include "lorvale/platform/mutex.h"
+#include "lorvale/platform/socket.h"
+#include "mail/imap/CommandText.h"
+#include "mail/imap/ResponseReader.h"
+
+namespace lorvale {
+
+/// Sends commands and sorts what comes back: tagged answers under their tags, all else under its key, until
+/// somebody takes it.  Knows no command; the state of the connection is kept here, since a failure of the
+/// socket changes it.
+///
+/// Its lock is held while a line is read or written, never while the delegate is called.  interrupt() and
+/// state() may be called by any thread; the rest of an exchange belongs to one.
+class IMAPEngine {
+public:
+    using State = IMAPConnection::State;
+    using Result = IMAPConnection::Result;
+    using Untagged = IMAPConnection::Untagged;
+
+    explicit IMAPEngine(MailDialect dialect) : _dialect(dialect), _reader(dialect) {}
+
+    MailDialect dialect() const { return _dialect; }
+    bool isStandard() const { return _dialect == MailDialect::standard; }
+    State state() const { return _state; }
+    void setState(State state) { _state = state; }
+    /// Changes the state unless the connection is gone meanwhile.
+    void setStateIfConnected(State state);
+
+    void open(std::shared_ptr<KTSocket> socket);
+    /// Puts a layer of security under the conversation; false, and the connection is gone, where that fails.
+    bool secure(const std::function<void(KTSocket&)>& start);
+    void interrupt();
+    /// Drops the socket and all that was read, and starts with the first tag again.
+    void disconnect();
+    void setTimeout(std::chrono::milliseconds timeout);
+    void setLimits(std::size_t responseBytes, std::size_t waitingBytes);
+
+    std::shared_ptr<IMAPConnectionDelegate> delegate() const;
+    void setDelegate(std::weak_ptr<IMAPConnectionDelegate> delegate);
+    /// How commands are written to this server.
+    void setManner(bool literalPlus, bool utf8);
+
+    std::uint32_t nextCommandNumber();
+    /// In the standard dialect waits between the pieces until the server asks for the next one; when it answers
+    /// instead, the rest is not sent.
+    std::uint32_t send(std::string_view word, std::span<const CommandArgument> arguments);
+    /// For what follows a continuation request.
+    bool write(std::initializer_list<std::string_view> pieces);
+    Result readLine();
+    Result wait(std::uint32_t tag);
+
+    struct Answer {
+        Result result = Result::other;
+        std::optional<std::string> text;  ///< behind the status; nullopt without any
+        bool isOK() const { return result == Result::ok; }
+    };
+    /// What a command that was waited for was answered.
+    Answer answer(std::uint32_t tag, Result result) const;
+    /// Ends a command that was sent: forgets its answer, then didFinishCommand().
+    void finish(std::uint32_t tag, std::string_view word);
+    /// send() and wait(), without an end.
+    Answer ask(std::string_view word, std::span<const CommandArgument> arguments);
+    /// ask(), then `look` at the answer, then didFinishCommand().
+    Answer run(std::string_view word, std::span<const CommandArgument> arguments,
+               const std::function<void(const Answer&)>& look = {});
+    /// Hands what is left of the untagged data to the delegate.
+    void didFinishCommand(std::string_view word);
+
+    Untagged untagged() const;
+    /// Takes all texts under a key; none where there are none.
+    std::vector<Data> take(std::string_view key);
+    /// Takes them all and gives the last one.
+    std::optional<Data> takeLast(std::string_view key);
+    /// The texts under a key, which stay.
+    std::vector<Data> look(std::string_view key) const;
+    /// Everything under keys that are numbers, for answers that are told apart by what is in them.
+    std::vector<std::pair<std::string, Data>> takeNumbered();
+    /// Whether the command was sent and its answer is still to come.
+    bool isWaitedFor(std::uint32_t tag) const;
+
+private:
+    Result note(const ParsedResponse& response, const ResponseLine& line) LORVALE_REQUIRES(_lock);
+    void keep(std::string_view key, std::string_view text, const ResponseLine& line) LORVALE_REQUIRES(_lock);
+    void count(std::size_t bytes) LORVALE_REQUIRES(_lock);
+    void lose(std::string_view why);
+    bool isOutstanding(std::uint32_t tag) const;
+    bool isAnswered(std::uint32_t tag) const;
+    void forget(std::uint32_t tag);
+    std::shared_ptr<KTSocket> socket() const;
+    template <class Write>
+    bool writeLocked(Write write);
+    bool sendPieces(const CommandText& text, std::uint32_t tag);
+
+    const MailDialect _dialect;
+    std::atomic<State> _state = State::notConnected;
+
+    mutable Mutex _socketMutex;  // held for moments only; taken inside _lock, never around it
+    std::shared_ptr<KTSocket> _socket LORVALE_GUARDED_BY(_socketMutex);
+    std::weak_ptr<IMAPConnectionDelegate> _delegate LORVALE_GUARDED_BY(_socketMutex);
+    std::chrono::milliseconds _timeout LORVALE_GUARDED_BY(_socketMutex){0};
+
+    mutable Mutex _lock;
+    ResponseReader _reader LORVALE_GUARDED_BY(_lock);
+    std::uint32_t _commandNumber LORVALE_GUARDED_BY(_lock) = 0;
+    bool _literalPlus LORVALE_GUARDED_BY(_lock) = false, _utf8 LORVALE_GUARDED_BY(_lock) = false;
+    std::set<std::string, std::less<>> _outstandingCommands LORVALE_GUARDED_BY(_lock);
+    std::map<std::string, Answer, std::less<>> _commandResponses LORVALE_GUARDED_BY(_lock);  // by tag
+    Untagged _untaggedResponses LORVALE_GUARDED_BY(_lock);
+    std::size_t _waitingBytes LORVALE_GUARDED_BY(_lock) = 0;  // of these two, roughly
+    std::size_t _waitingLimit LORVALE_GUARDED_BY(_lock) = ResponseReader::kResponseLimit;
+};
+
+}  // namespace lorvale
