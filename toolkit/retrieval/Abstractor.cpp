@@ -19,6 +19,7 @@ public:
         return borrowed.MakeTokenStream(std::move(text));
     }
     std::unique_ptr<IATerm> GetProtoTerm() const override { return borrowed.GetProtoTerm(); }
+    bool HasUnicodeWords() const override { return borrowed.HasUnicodeWords(); }
 
 private:
     const IAAnalysis& borrowed;

@@ -91,18 +91,12 @@ void InVecAccessor::ExtendingInits() {
     ForEachNewTerm([this](std::span<const TermInfo* const> infos) { CacheMaxWeight(infos); });
 }
 
-RankedHits InVecAccessor::RankedSearch(std::string_view text, std::span<const RankedQueryDoc> docs,
-                                       std::uint32_t maxHits, std::uint32_t topTerms,
-                                       const RankedProgressFn& fn, std::uint32_t frequency) {
-    if (text.empty() && areInOneIndex(docs)) return SearchByVectors(docs, maxHits, topTerms, fn, frequency);
-    return InvertedAccessor::RankedSearch(text, docs, maxHits, topTerms, fn, frequency);
-}
-
-RankedHits InVecAccessor::RankedSearch(const IADocText* text, std::span<const RankedQueryDoc> docs,
-                                       std::uint32_t maxHits, std::uint32_t topTerms,
-                                       const RankedProgressFn& fn, std::uint32_t frequency) {
-    if (text == nullptr && areInOneIndex(docs)) return SearchByVectors(docs, maxHits, topTerms, fn, frequency);
-    return InvertedAccessor::RankedSearch(text, docs, maxHits, topTerms, fn, frequency);
+RankedHits InVecAccessor::Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms,
+                                 const RankedProgressFn& fn, std::uint32_t frequency) {
+    const auto docs = query.GetQueryDocs();
+    if (query.HasQueryText() || !areInOneIndex(docs))
+        return InvertedAccessor::Search(query, maxHits, topTerms, fn, frequency);
+    return SearchByVectors(docs, maxHits, topTerms, fn, frequency);
 }
 
 RankedHit::Terms InVecAccessor::GetDocTopic(const RankedQueryDoc& doc, std::uint32_t most,

@@ -7,6 +7,7 @@
 #include "lorvale/toolkit/storage/block.h"
 #include "toolkit/index/Probes.h"
 #include "toolkit/retrieval/RankedSearchRun.h"
+#include "toolkit/retrieval/TablesProgress.h"
 
 namespace brindle {
 
@@ -26,13 +27,7 @@ std::uint8_t InvertedAccessor::DocNormByte(std::uint32_t documentLength) {
 
 void InvertedAccessor::Initializing() {
     IAAssertion(docNorms.empty(), "docNorms alreay allocated!", IAAssertionFailure);
-    InvertedIndex& first = *invertedIndices.front();
-    const auto fn = first.GetFlushProgressFn();
-    Progress progress(
-        first.GetFlushProgressFreq(), fn == nullptr ? Progress::Function() : [&](float percent) {
-            fn(percent);
-            return false;
-        });
+    TablesProgress progress(*invertedIndices.front());
     std::uint32_t total = 0;
     for (InvertedIndex* const index : invertedIndices) total += index->GetDocCount();
     const Phase phase(total, progress);
@@ -155,24 +150,6 @@ void InvertedAccessor::TrimRankedQuery(IAQuery& query) const {
     for (std::size_t i = size; i < powers.size(); ++i) gone.push_back(powers[i].second);
     std::ranges::sort(gone);
     query.RemoveIf([&](const RQEntry& entry) { return std::ranges::binary_search(gone, &entry); });
-}
-
-RankedHits InvertedAccessor::RankedSearch(std::string_view text, std::span<const RankedQueryDoc> docs,
-                                          std::uint32_t maxHits, std::uint32_t topTerms,
-                                          const RankedProgressFn& fn, std::uint32_t frequency) {
-    IARankedQuery query;
-    query.SetTextQuery(text);
-    query.SetQueryDoc(docs);
-    return Search(query, maxHits, topTerms, fn, frequency);
-}
-
-RankedHits InvertedAccessor::RankedSearch(const IADocText* text, std::span<const RankedQueryDoc> docs,
-                                          std::uint32_t maxHits, std::uint32_t topTerms,
-                                          const RankedProgressFn& fn, std::uint32_t frequency) {
-    IADocTextQuery query;
-    query.SetDocTextQuery(text);
-    query.SetQueryDoc(docs);
-    return Search(query, maxHits, topTerms, fn, frequency);
 }
 
 RankedHits InvertedAccessor::Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms,

@@ -27,6 +27,24 @@ void RankedAccessor::Constructing(std::span<TermIndex* const> ofIndices, std::ui
     similarity = std::make_unique<Similarity>(termIndices);
 }
 
+RankedHits RankedAccessor::RankedSearch(std::string_view text, std::span<const RankedQueryDoc> docs,
+                                        std::uint32_t maxHits, std::uint32_t topTerms,
+                                        const RankedProgressFn& fn, std::uint32_t frequency) {
+    IARankedQuery query;
+    query.SetTextQuery(text);
+    query.SetQueryDoc(docs);
+    return Search(query, maxHits, topTerms, fn, frequency);
+}
+
+RankedHits RankedAccessor::RankedSearch(const IADocText* text, std::span<const RankedQueryDoc> docs,
+                                        std::uint32_t maxHits, std::uint32_t topTerms,
+                                        const RankedProgressFn& fn, std::uint32_t frequency) {
+    IADocTextQuery query;
+    query.SetDocTextQuery(text);
+    query.SetQueryDoc(docs);
+    return Search(query, maxHits, topTerms, fn, frequency);
+}
+
 bool RankedAccessor::IsHit(IAIndex*, const IADoc*) {
     return true;
 }

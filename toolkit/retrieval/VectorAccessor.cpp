@@ -7,6 +7,7 @@
 #include "lorvale/toolkit/storage/block.h"
 #include "toolkit/index/TermHeads.h"
 #include "toolkit/retrieval/HitQueue.h"
+#include "toolkit/retrieval/TablesProgress.h"
 #include "toolkit/retrieval/VectorSearchRun.h"
 
 namespace brindle {
@@ -78,13 +79,7 @@ void VectorAccessor::Initializing() {
     IAAssertion(termScaleFactors.empty(), "termScaleFactors already initialized", IAAssertionFailure);
     MakeScaleFactorCodec(*GetSimilarity());
     termScaleFactors = MakeTables();
-    TermIndex& first = *vectorIndices.front();
-    const auto fn = first.GetFlushProgressFn();
-    Progress progress(
-        first.GetFlushProgressFreq(), fn == nullptr ? Progress::Function() : [&](float percent) {
-            fn(percent);
-            return false;
-        });
+    TablesProgress progress(*vectorIndices.front());
     std::uint32_t total = 0;
     for (VectorIndex* const index : vectorIndices) total += index->GetTermCount();
     const Phase phase(total, progress);
@@ -184,26 +179,8 @@ void VectorAccessor::ForEachNewTerm(const std::function<void(std::span<const Ter
     }
 }
 
-RankedHits VectorAccessor::RankedSearch(std::string_view text, std::span<const RankedQueryDoc> docs,
-                                        std::uint32_t maxHits, std::uint32_t topTerms,
-                                        const RankedProgressFn& fn, std::uint32_t frequency) {
-    IARankedQuery query;
-    query.SetTextQuery(text);
-    query.SetQueryDoc(docs);
-    return RunSearch(query, maxHits, topTerms, fn, frequency);
-}
-
-RankedHits VectorAccessor::RankedSearch(const IADocText* text, std::span<const RankedQueryDoc> docs,
-                                        std::uint32_t maxHits, std::uint32_t topTerms,
-                                        const RankedProgressFn& fn, std::uint32_t frequency) {
-    IADocTextQuery query;
-    query.SetDocTextQuery(text);
-    query.SetQueryDoc(docs);
-    return RunSearch(query, maxHits, topTerms, fn, frequency);
-}
-
-RankedHits VectorAccessor::RunSearch(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms,
-                                     const RankedProgressFn& fn, std::uint32_t frequency) {
+RankedHits VectorAccessor::Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms,
+                                  const RankedProgressFn& fn, std::uint32_t frequency) {
     CheckInitialized();
     if (maxHits == 0) return {};
     VectorSearchRun run(*this, maxHits, topTerms, fn, frequency);

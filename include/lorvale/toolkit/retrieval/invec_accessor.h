@@ -27,14 +27,6 @@ public:
         : InVecAccessor(std::span(&index, 1), type) {}
     ~InVecAccessor() override;
 
-    /// By the vectors of the examples, if there is no text and all of them stand in one index; else as
-    /// InvertedAccessor does.  Raises "index offset equal count" (IAAssertionFailure) for another index.
-    RankedHits RankedSearch(std::string_view text, std::span<const RankedQueryDoc> docs, std::uint32_t maxHits,
-                            std::uint32_t topTerms = 0, const RankedProgressFn& fn = nullptr,
-                            std::uint32_t frequency = 0) override;
-    RankedHits RankedSearch(const IADocText* text, std::span<const RankedQueryDoc> docs, std::uint32_t maxHits,
-                            std::uint32_t topTerms = 0, const RankedProgressFn& fn = nullptr,
-                            std::uint32_t frequency = 0) override;
     RankedHit::Terms GetDocTopic(const RankedQueryDoc& doc, std::uint32_t maxTerms,
                                  const RankedProgressFn& fn = nullptr, std::uint32_t frequency = 0) override;
     RankedHit::Terms GetTermsRelated(std::string_view term, std::uint32_t maxTerms,
@@ -51,6 +43,10 @@ public:
     void TrimQueryVector(TWVector& vector, std::uint32_t indexNumber) const;
 
 protected:
+    /// By the vectors of the examples, if there is no text and all of them stand in one index; else as
+    /// InvertedAccessor does.  Raises "index offset equal count" (IAAssertionFailure) for another index.
+    RankedHits Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms, const RankedProgressFn& fn,
+                      std::uint32_t frequency) override;
     void CacheTermStats(std::span<const TermInfo* const> termInfos) override;
     void Initializing() override;
     std::uint32_t InitsSize() override;

@@ -34,12 +34,6 @@ public:
         : InvertedAccessor(std::span(&index, 1), type) {}
     ~InvertedAccessor() override;
 
-    RankedHits RankedSearch(std::string_view text, std::span<const RankedQueryDoc> docs, std::uint32_t maxHits,
-                            std::uint32_t topTerms = 0, const RankedProgressFn& fn = nullptr,
-                            std::uint32_t frequency = 0) override;
-    RankedHits RankedSearch(const IADocText* text, std::span<const RankedQueryDoc> docs, std::uint32_t maxHits,
-                            std::uint32_t topTerms = 0, const RankedProgressFn& fn = nullptr,
-                            std::uint32_t frequency = 0) override;
     /// The best of the documents that fulfil a query in the language of IAParser.  Raises
     /// IAAccessorInvalidQuery for what is no query.  The hits name no terms.
     RankedHits RankedSearchBoolean(std::string_view text, std::uint32_t maxHits,
@@ -76,6 +70,8 @@ public:
     static std::uint8_t DocNormByte(std::uint32_t documentLength);
 
 protected:
+    RankedHits Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms, const RankedProgressFn& fn,
+                      std::uint32_t frequency) override;
     void Initializing() override;
     std::uint32_t InitsSize() override;
     void StoringInits(IAOutputBlock* output) override;
@@ -86,8 +82,6 @@ protected:
 private:
     friend class RankedSearchRun;
 
-    RankedHits Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms, const RankedProgressFn& fn,
-                      std::uint32_t frequency);
     bool SetUpBoolean(Progress& progress);
     using Norms = std::vector<std::vector<std::uint8_t>>;
     static std::vector<std::uint8_t> ReadNorms(IAInputBlock* input, std::uint32_t stored, std::uint32_t room);

@@ -82,6 +82,8 @@ public:
     void RemoveIf(const std::function<bool(const RQEntry&)>& goes);
 
     virtual std::unique_ptr<IADocText> GetQueryText() const;
+    /// False for a query by example documents alone.
+    virtual bool HasQueryText() const { return false; }
     virtual std::span<const RankedQueryDoc> GetQueryDocs() const;
     /// Looks all terms up.  True if it was cancelled.
     virtual bool ComputeTermScaleFactors();
@@ -109,6 +111,7 @@ public:
     void SetTextQuery(std::string_view text) { queryText = text; }
     void SetQueryDoc(std::span<const RankedQueryDoc> docs) { queryDocs = docs; }
     std::unique_ptr<IADocText> GetQueryText() const override;
+    bool HasQueryText() const override { return !queryText.empty(); }
     std::span<const RankedQueryDoc> GetQueryDocs() const override { return queryDocs; }
 
 private:
@@ -124,6 +127,7 @@ public:
     void SetDocTextQuery(const IADocText* text) { queryText = text; }
     void SetQueryDoc(std::span<const RankedQueryDoc> docs) { queryDocs = docs; }
     std::unique_ptr<IADocText> GetQueryText() const override;
+    bool HasQueryText() const override { return queryText != nullptr; }
     std::span<const RankedQueryDoc> GetQueryDocs() const override { return queryDocs; }
 
 private:

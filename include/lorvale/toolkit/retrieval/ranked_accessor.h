@@ -22,11 +22,11 @@ public:
     /// `frequency` ticks of clock().
     virtual RankedHits RankedSearch(std::string_view text, std::span<const RankedQueryDoc> docs,
                                     std::uint32_t maxHits, std::uint32_t topTerms = 0,
-                                    const RankedProgressFn& fn = nullptr, std::uint32_t frequency = 0) = 0;
+                                    const RankedProgressFn& fn = nullptr, std::uint32_t frequency = 0);
     /// The same for a text of any kind; null for none.
     virtual RankedHits RankedSearch(const IADocText* text, std::span<const RankedQueryDoc> docs,
                                     std::uint32_t maxHits, std::uint32_t topTerms = 0,
-                                    const RankedProgressFn& fn = nullptr, std::uint32_t frequency = 0) = 0;
+                                    const RankedProgressFn& fn = nullptr, std::uint32_t frequency = 0);
     /// The terms that weigh most in a document.
     virtual RankedHit::Terms GetDocTopic(const RankedQueryDoc& doc, std::uint32_t maxTerms,
                                          const RankedProgressFn& fn = nullptr, std::uint32_t frequency = 0);
@@ -54,6 +54,10 @@ public:
 
 protected:
     RankedAccessor() = default;
+    /// What each kind of accessor does its own way: fills the query from its sources, and answers with the best
+    /// documents.
+    virtual RankedHits Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms,
+                              const RankedProgressFn& fn, std::uint32_t frequency) = 0;
     /// The indexes are open.
     void Constructing(std::span<TermIndex* const> ofIndices, std::uint32_t type);
     std::span<TermIndex* const> TermIndices() const { return termIndices; }

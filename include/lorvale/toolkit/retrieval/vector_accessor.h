@@ -33,12 +33,6 @@ public:
     VectorAccessor(VectorIndex* index, TermIndex* background);
     ~VectorAccessor() override;
 
-    RankedHits RankedSearch(std::string_view text, std::span<const RankedQueryDoc> docs, std::uint32_t maxHits,
-                            std::uint32_t topTerms = 0, const RankedProgressFn& fn = nullptr,
-                            std::uint32_t frequency = 0) override;
-    RankedHits RankedSearch(const IADocText* text, std::span<const RankedQueryDoc> docs, std::uint32_t maxHits,
-                            std::uint32_t topTerms = 0, const RankedProgressFn& fn = nullptr,
-                            std::uint32_t frequency = 0) override;
     /// From its vector.  Raises "term weight vector is null" (IAAssertionFailure) for a document of another
     /// index.
     RankedHit::Terms GetDocTopic(const RankedQueryDoc& doc, std::uint32_t maxTerms,
@@ -69,6 +63,8 @@ protected:
     /// The same for a term that came later.
     void UpdateCacheTermStats(std::span<const TermInfo* const> termInfos);
 
+    RankedHits Search(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms, const RankedProgressFn& fn,
+                      std::uint32_t frequency) override;
     void Initializing() override;
     std::uint32_t InitsSize() override;
     void StoringInits(IAOutputBlock* output) override;
@@ -99,8 +95,6 @@ private:
     std::uint8_t EncodeScaleFactor(std::uint32_t documentCount, const Similarity& statistics) const;
     /// Raises for an index that is not searched here.
     std::uint32_t NumberOf(const IAIndex* index) const;
-    RankedHits RunSearch(IAQuery& query, std::uint32_t maxHits, std::uint32_t topTerms,
-                         const RankedProgressFn& fn, std::uint32_t frequency);
 
     std::vector<VectorIndex*> vectorIndices;   // borrowed
     ByteTables termScaleFactors;               // empty before it is initialized
