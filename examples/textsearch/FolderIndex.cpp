@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "IndexFile.h"
 #include "TextIndex.h"
 
 namespace fs = std::filesystem;
@@ -15,19 +16,16 @@ constexpr int kMostAttempts = 20;
 }  // namespace
 
 FolderIndex::FolderIndex(const std::string& path, const std::string& words, const std::string& folder)
-    : _path(path), _storage(brindle::MakeFileStorage(path.c_str())) {
-    _storage->Initialize();
+    : _path(path), _storage(makeIndexFile(path)) {
     attach(words, fs::canonical(folder).string());
     _index->Initialize();
 }
 
 FolderIndex::FolderIndex(const std::string& path, const std::string& words, bool forWriting)
-    : _path(path), _storage(brindle::MakeFileStorage(path.c_str())) {
-    if (!fs::exists(path)) throw std::runtime_error(path + ": there is no such index");
+    : _path(path), _storage(openIndexFile(path, forWriting)) {
     if (!isIn(path)) throw std::runtime_error(path + ": is not the index of a folder");
-    _storage->Open(forWriting);
     attach(words, "");
-    _index->Open();
+    withIndexFile(path, [&] { _index->Open(); });
 }
 
 void FolderIndex::attach(const std::string& words, const std::string& folder) {
@@ -44,8 +42,7 @@ void FolderIndex::attach(const std::string& words, const std::string& folder) {
 }
 
 bool FolderIndex::isIn(const std::string& path) {
-    const auto storage = brindle::MakeFileStorage(path.c_str());
-    storage->Open(false);
+    const auto storage = openIndexFile(path, false);
     const auto root = storage->TOC_Get(brindle::IADefaultIndexName);
     if (root == 0) return false;
     brindle::IAIndexTypes types;
@@ -54,6 +51,8 @@ bool FolderIndex::isIn(const std::string& path) {
 }
 
 void FolderIndex::update() {
+    if (!fs::is_directory(_corpus->GetFullPath()))
+        throw std::runtime_error(_corpus->GetFullPath() + ": the folder of this index is gone");
     for (int attempt = 1;; ++attempt) {
         try {
             _index->Update();

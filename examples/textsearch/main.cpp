@@ -13,6 +13,7 @@
 
 #include "FolderCommands.h"
 #include "FolderIndex.h"
+#include "IndexFile.h"
 #include "TextIndex.h"
 
 namespace {
@@ -90,6 +91,12 @@ Options parse(int argc, char** argv) {
 }
 
 int indexSources(const Options& options) {
+    if (options.arguments.size() == 2) throw WrongUse("index needs a folder or collections");
+    // Nothing is made for a name that was mistyped, or without the word lists.
+    for (std::size_t i = 2; i < options.arguments.size(); ++i)
+        if (!std::filesystem::exists(options.arguments[i]))
+            throw std::runtime_error(options.arguments[i] + ": there is no such file or folder");
+    analysisWith(options.words);
     if (options.arguments.size() == 3 && std::filesystem::is_directory(options.arguments[2]))
         return indexFolder(options.arguments[1], options.words, options.arguments[2]), 0;
     TextIndex target(options.arguments[1], options.words, true);
@@ -194,6 +201,7 @@ int writeRun(const Options& options) {
 }
 
 int checkIndex(const Options& options) {
+    requireIndexFile(options.arguments[1]);
     const auto storage = brindle::VerifyStorageFile(options.arguments[1].c_str());
     for (const auto& finding : storage.violations) std::printf("broken: %s\n", finding.c_str());
     if (!storage.Sound()) return 1;
