@@ -99,7 +99,12 @@ const Case kCases[] = {
     {"abstract",
      "for n in 2 3 11 14 13; do mailhost abstract examples/mail/inbox $n; done\n"
      "mailhost abstract examples/mail/inbox 1 -n 1 --json\nmailhost abstract examples/mail/inbox 30\n"
-     "mailhost abstract examples/mail/inbox 1 -n 0"},
+     "mailhost abstract examples/mail/inbox 1 -n 0\n"
+     // A rule of the writer's own stays, and what two lists have added goes.
+     "cd $(mktemp -d) && printf '%s\\n' 'From a@b.example Mon Jan  1 00:00:00 2024' 'Subject: boats' '' 'The "
+     "boats are blue. Boats float.' '----------' 'We paint our boats on Monday.' '__________' 'boats mailing "
+     "list' 'http://boats.example/mailman/listinfo/boats' '==========' 'To UNSUBSCRIBE from boats, write to' "
+     "'boats-request@ferry.example' > boats && mailhost abstract boats 1 -n 9; rm -r $PWD"},
     {"sort",
      "mailhost sort examples/mail/inbox --by examples/mail/lists examples/mail/archive-2003\n"
      "mailhost sort examples/mail/lists --by examples/mail/odd --by examples/mail/inbox --json | head -n 2\n"
