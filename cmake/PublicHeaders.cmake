@@ -51,6 +51,10 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/platform/user_agent.h
     include/lorvale/platform/user_defaults.h
     include/lorvale/platform/user_interface.h
+    include/lorvale/search.h
+    include/lorvale/search/index_check.h
+    include/lorvale/search/index_manager.h
+    include/lorvale/search/query_matches.h
     include/lorvale/search/unicode_analysis.h
     include/lorvale/store.h
     include/lorvale/store/berkeley_mbox.h

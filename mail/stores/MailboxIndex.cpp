@@ -2,16 +2,18 @@
 
 #include <utility>
 
+#include "lorvale/message.h"
 #include "lorvale/store/message_store.h"
 #include "mail/stores/RegisteredMaker.h"
 
 namespace lorvale {
 
-void MailboxIndex::registerMaker(Maker make) {
-    RegisteredMaker<MailboxIndex>::set(std::move(make));
+MailboxIndex::Maker MailboxIndex::registerMaker(Maker make) {
+    return RegisteredMaker<MailboxIndex>::set(std::move(make));
 }
 
 std::shared_ptr<MailboxIndex> MailboxIndex::indexForStore(const std::shared_ptr<MessageStore>& store) {
+    Message::initialize();
     return RegisteredMaker<MailboxIndex>::make(store);
 }
 

@@ -8,6 +8,10 @@ bool MessageStore::canBeIndexed() const {
     return true;
 }
 
+bool MessageStore::mayWriteIndex() const {
+    return !isReadOnly();
+}
+
 bool MessageStore::isIndexed() const {
     return _index && _index->isIndexed();
 }

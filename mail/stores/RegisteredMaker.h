@@ -11,11 +11,11 @@ namespace lorvale {
 template <class Class>
 class RegisteredMaker {
 public:
-    /// Empty: none.
-    static void set(typename Class::Maker make) {
+    /// Empty: none.  Answers the one before.
+    static typename Class::Maker set(typename Class::Maker make) {
         auto& holder = instance();
         const MutexLock lock(holder._mutex);
-        holder._make.swap(make);  // the old one goes without the lock
+        return std::exchange(holder._make, std::move(make));
     }
     /// Null when none is registered.
     template <class... Arguments>

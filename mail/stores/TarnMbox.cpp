@@ -62,9 +62,9 @@ bool TarnMbox::openAtPath(std::string_view path, bool create, bool readOnly,
     _mboxPath = followLinks(pathOf(kMboxName));
     if (!_openFiles(create, readOnly) || !_openTable()) return false;
     if (!MessageStore::openAtPath(path, create, readOnly, account)) return false;
-    updateIndex();
     _isOpen = true;
     rebuildMessageLists();
+    updateIndex();  // which compares it with the lists
     if (mayChange()) {
         _fetchObserver = NotificationCenter::defaultCenter().addObserver(
             weak_from_this(), [this](const Notification& each) { _finishedFetchingInThread(each); },

@@ -17,8 +17,9 @@ class MessageStore;
 class LORVALE_EXPORT MailboxIndex {
 public:
     using Maker = std::function<std::shared_ptr<MailboxIndex>(const std::shared_ptr<MessageStore>&)>;
-    /// Serves the stores that are opened afterwards.  An empty function registers none.  Any thread.
-    static void registerMaker(Maker make);
+    /// Serves the stores that are opened afterwards.  An empty function registers none.  Answers the one
+    /// before. Any thread.
+    static Maker registerMaker(Maker make);
     /// The index of a store that is being opened, before its file is looked at; null when there is no maker.
     static std::shared_ptr<MailboxIndex> indexForStore(const std::shared_ptr<MessageStore>& store);
 

@@ -193,6 +193,11 @@ public:
 
     // Search.  Without an index isIndexed() answers false and the others do nothing.
     virtual bool canBeIndexed() const;
+    /// Whether the store may write beside its mail, where its index lies; one that may not is searched with the
+    /// index that is there.  Any thread.
+    virtual bool mayWriteIndex() const;
+    /// What is behind these; null without search.  Any thread.
+    const std::shared_ptr<MailboxIndex>& index() const { return _index; }
     virtual bool isIndexed() const;
     virtual void setIsIndexed(bool indexed);
     virtual void updateIndex();
@@ -245,8 +250,6 @@ protected:
     void setReadOnly(bool readOnly) { _isReadOnly = readOnly; }
     /// As given to openAtPath(); empty before that.
     const std::string& path() const { return _path; }
-    /// Null without search.
-    const std::shared_ptr<MailboxIndex>& index() const { return _index; }
 
     /// Whether to open although a lock file is there; a stale one is removed.  May ask the user.
     bool shouldOpenDespiteLock(const std::string& lockPath);

@@ -96,6 +96,7 @@ public:
     /// Makes the table anew from the mail; status stays with the messages that had a record.
     void rebuildTableOfContents() override;
     bool canCompact() const override;
+    bool mayWriteIndex() const override { return mayChange(); }
     /// Throws GenericException, with the mailbox as it was, when the new file cannot be written.  With the user
     /// default "RiskyCompact" it writes over the mailbox from the first deleted message on: quicker for a large
     /// one, but a crash meanwhile damages what stands there.

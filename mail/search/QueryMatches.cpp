@@ -1,0 +1,38 @@
+#include "lorvale/search/query_matches.h"
+
+#include <memory>
+#include <set>
+#include <string>
+
+#include "lorvale/toolkit/analysis/token_stream.h"
+#include "mail/search/IndexAnalysis.h"
+#include "mail/search/MboxDoc.h"
+#include "mail/search/ToolkitHooks.h"
+
+namespace lorvale {
+
+namespace {
+
+template <class Use>
+void forEachTerm(const brindle::IAAnalysis& analysis, std::string_view text, Use use) {
+    const auto terms =
+        analysis.MakeTokenStream(std::make_unique<MboxDocText>(std::make_shared<const std::string>(text)));
+    for (brindle::IATermView term; terms->NextTerm(term);) use(term);
+}
+
+}  // namespace
+
+std::vector<Range> queryMatches(std::string_view query, std::string_view text) {
+    installToolkitHooks();
+    const auto analysis = chosenIndexAnalysis().make();
+    std::set<std::string, std::less<>> wanted;
+    forEachTerm(*analysis, query, [&](const auto& term) { wanted.emplace(term.View()); });
+    std::vector<Range> matches;
+    forEachTerm(*analysis, text, [&](const auto& term) {
+        if (!wanted.contains(term.View())) return;
+        matches.push_back({term.startPosition, term.endPosition - term.startPosition});
+    });
+    return matches;
+}
+
+}  // namespace lorvale

@@ -1,0 +1,187 @@
+/// The thread that keeps an index in line with its mailbox.
+#include <algorithm>
+#include <functional>
+#include <stdexcept>
+#include <utility>
+
+#include "lorvale/message.h"
+#include "lorvale/platform/localization.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/platform/user_agent.h"
+#include "lorvale/search/index_manager.h"
+#include "lorvale/store/message_store.h"
+#include "mail/search/MboxCorpus.h"
+#include "mail/search/MboxIndex.h"
+#include "mail/search/StoreIndexer.h"
+
+namespace lorvale {
+
+namespace {
+
+void showStatus(MessageStore& store, std::string_view status) {
+    if (auto* const agent = currentUserAgent()) agent->displayStatus(status, &store);
+}
+
+}  // namespace
+
+void StoreIndexer::updateIndexInBackground() {
+    setThreadRuns(true);
+    run(std::stop_token());
+}
+
+void StoreIndexer::run(const std::stop_token& stop) {
+    while (const auto batch = nextBatch(stop)) {
+        const auto store = _store.lock();
+        if (store == nullptr) break;
+        workOn(store, batch->messages);
+        workIsDone(batch->asked);
+    }
+    _isUpdating = false;
+    closeIndex();
+    _indexLock.lock();
+    _messagesToBeIndexed.reset();
+    _indexLock.unlockWithCondition(kThreadEnded);
+    setThreadRuns(false);
+}
+
+std::optional<StoreIndexer::Batch> StoreIndexer::nextBatch(const std::stop_token& stop) {
+    if (!_indexLock.lockWhenCondition(kWorkWaiting, stop)) return std::nullopt;
+    Batch batch{std::exchange(_messagesToBeIndexed, std::nullopt).value_or(MessageList()), workAsked()};
+    _isUpdating = true;
+    _indexLock.unlockWithCondition(kIdle);
+    if (stop.stop_requested()) return std::nullopt;
+    return batch;
+}
+
+bool StoreIndexer::goesOn(const MessageStore& store) const {
+    return _isUpdating && store.shouldProcessInBackground() && !store.isClosed();
+}
+
+void StoreIndexer::workOn(const std::shared_ptr<MessageStore>& store, const MessageList& batch) {
+    const bool done = runLoggingExceptions("Indexing", [&] {
+        if (_opened != nullptr && _opened->isDamaged()) throw std::runtime_error("the index is damaged");
+        const bool wasOpen = _opened != nullptr;
+        if (!wasOpen && !openIndex(store)) return;
+        if (wasOpen && !batch.empty()) {
+            if (!add(*store, batch, 0)) _mayDiffer = true;
+        } else {
+            catchUp(*store);
+        }
+        finishBatch(*store);
+        _failures = 0;
+    });
+    if (!done) startAnew(*store);
+    _isUpdating = false;
+}
+
+bool StoreIndexer::openIndex(const std::shared_ptr<MessageStore>& store) {
+    const auto access = store->mayWriteIndex() ? MboxIndex::Access::write : MboxIndex::Access::read;
+    const MutexLock bigLock(MboxIndex::bigIndexingLock());
+    _opened = MboxIndex::initWithStore(store, access);
+    if (_opened == nullptr && access == MboxIndex::Access::write) {
+        // What could not be opened is gone now.
+        _opened = MboxIndex::initWithStore(store, access);
+        if (_opened != nullptr) IndexManager::indexManager().registerIndexedStore(store);
+    }
+    _mayDiffer = true;
+    return _opened != nullptr;
+}
+
+/// An index that may not be written is searched as it is.
+void StoreIndexer::catchUp(MessageStore& store) {
+    if (!_opened->isWritable()) return;
+    const auto all = store.allMessages();
+    const auto count = _opened->count();
+    if (count > all.size()) update();
+    if (_mayDiffer) {
+        compareAll(store, all);
+    } else if (count < all.size() && !add(store, all, count)) {
+        _mayDiffer = true;
+    }
+}
+
+void StoreIndexer::update() {
+    const MutexLock bigLock(MboxIndex::bigIndexingLock());
+    _opened->update();
+}
+
+/// Adds what is missing anywhere, and takes out what is in the index alone.
+void StoreIndexer::compareAll(MessageStore& store, const MessageList& all) {
+    std::vector<std::size_t> found;  // digests of the IDs that are in the index
+    found.reserve(all.size());
+    _mayDiffer = false;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (!goesOn(store)) {
+            _mayDiffer = true;
+            return;
+        }
+        if (_opened->hasMessage(*all[i]) || addOne(store, all[i], i + 1, all.size()))
+            found.push_back(std::hash<std::string>()(all[i]->messageID()));
+    }
+    std::ranges::sort(found);
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    if (_opened->count() > found.size()) update();
+    // An update that is stopped ends as if the mailbox did: what comes behind that has left the index.
+    if (!goesOn(store)) _mayDiffer = true;
+}
+
+bool StoreIndexer::add(MessageStore& store, const MessageList& messages, std::size_t first) {
+    for (auto i = first; i < messages.size(); ++i) {
+        if (!goesOn(store)) return false;
+        addOne(store, messages[i], i + 1, messages.size());
+    }
+    return true;
+}
+
+bool StoreIndexer::addOne(MessageStore& store, const std::shared_ptr<Message>& message, std::size_t number,
+                          std::size_t total) {
+    const MutexLock bigLock(MboxIndex::bigIndexingLock());
+    _reached = number;
+    _batchSize = total;
+    showIndexingStatus(store, *message, number, total);
+    return _opened->addMessage(message) != MboxIndex::Added::unreadable;
+}
+
+void StoreIndexer::finishBatch(MessageStore& store) {
+    showStatus(store, LVLocalizedString("Saving index..."));
+    {
+        const MutexLock bigLock(MboxIndex::bigIndexingLock());
+        _opened->flushToDisk();
+    }
+    {
+        const ConditionLockGuard lock(_indexLock);
+        publish(_opened);
+        _isUpdating = false;
+    }
+    showStatus(store, "");
+}
+
+void StoreIndexer::closeIndex() {
+    publish(nullptr);
+    if (_opened == nullptr) return;
+    if (!_opened->isDamaged()) {
+        const MutexLock bigLock(MboxIndex::bigIndexingLock());
+        runLoggingExceptions("Saving an index", [&] { _opened->flushToDisk(); });
+    }
+    _opened->close();
+    _opened.reset();
+}
+
+/// After a failure of the index: it is thrown away, and made anew if this was the first in a row.
+void StoreIndexer::startAnew(MessageStore& store) {
+    if (_opened == nullptr) return;
+    const bool isWritable = _opened->isWritable();
+    _opened->noteDamage();
+    closeIndex();
+    if (!isWritable) return;
+    log("Removing index for mailbox: %@", store.storePath());
+    _file.remove();
+    if (_failures++ > 0) {
+        log("The mailbox %@ is not indexed any more", store.storePath());
+        IndexManager::indexManager().unregisterIndexedStore(store);
+        return;
+    }
+    updateIndex();
+}
+
+}  // namespace lorvale

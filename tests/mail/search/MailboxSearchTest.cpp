@@ -1,0 +1,226 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "lorvale/defaults.h"
+#include "lorvale/platform/run_loop.h"
+#include "tests/support/IndexedMailbox.h"
+#include "tests/support/LogCapture.h"
+#include "tests/support/StoreSupport.h"
+
+namespace lorvale {
+namespace {
+
+using namespace lorvale::testing;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+TEST(MailboxSearch, FindsWhatWasAppendedBeforeAndAfterItWasTurnedOn) {
+    IndexedMailbox box(/*indexed=*/false);
+    ASSERT_TRUE(box.append(numberedLetters(1, 3)));
+    EXPECT_THAT(box.find("rare2"), ElementsAre("(no index)"));
+    box.turnOn();
+    EXPECT_THAT(box.find("rare2"), ElementsAre("about 2"));
+    ASSERT_TRUE(box.append({numberedLetter(4)}));
+    ASSERT_TRUE(box.wait());
+    EXPECT_THAT(box.find("rare4"), ElementsAre("about 4"));
+    EXPECT_THAT(box.find("letter"), UnorderedElementsAre("about 1", "about 2", "about 3", "about 4"));
+    EXPECT_EQ(IndexManager::indexedCount(*box.store), 4u);
+    box.reopen();
+    ASSERT_TRUE(box.wait());
+    EXPECT_THAT(box.find("rare3 | rare4", true), UnorderedElementsAre("about 3", "about 4"));
+}
+
+TEST(MailboxSearch, ForgetsWhatACompactionTakesOut) {
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append(numberedLetters(1, 5)));
+    ASSERT_TRUE(box.wait());
+    box.store->deleteMessages({box.store->allMessages()[1], box.store->allMessages()[3]});
+    EXPECT_THAT(box.find("rare2"), ElementsAre("about 2"));
+    box.store->doCompact();
+    EXPECT_THAT(box.find("rare2"), IsEmpty());
+    ASSERT_TRUE(box.wait());
+    EXPECT_EQ(IndexManager::indexedCount(*box.store), 3u);
+    EXPECT_THAT(box.find("letter"), UnorderedElementsAre("about 1", "about 3", "about 5"));
+}
+
+TEST(MailboxSearch, TurningOffTakesTheFileAwayASecondLaterUnlessItIsTurnedOnAgain) {
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append(numberedLetters(1, 2)));
+    ASSERT_TRUE(box.wait());
+    ASSERT_TRUE(std::filesystem::exists(box.indexPath()));
+    box.store->setIsIndexed(false);
+    EXPECT_THAT(box.find("letter"), ElementsAre("(no index)"));
+    box.turnOn();
+    RunLoop::main()->runFor(std::chrono::milliseconds(1200));
+    EXPECT_THAT(box.find("rare1"), ElementsAre("about 1"));
+    box.store->setIsIndexed(false);
+    box.store->setIsIndexed(false);
+    RunLoop::main()->runFor(std::chrono::milliseconds(1200));
+    EXPECT_FALSE(std::filesystem::exists(box.indexPath()));
+    EXPECT_FALSE(box.store->isIndexed());
+}
+
+TEST(MailboxSearch, ThrowsAwayADamagedIndexAndMakesItAnew) {
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append(numberedLetters(1, 30)));
+    ASSERT_TRUE(box.wait());
+    box.close();
+    const auto sound = readFile(box.indexPath());
+    LogCapture log;
+    for (const auto damage : {"", "no index at all", "Bud1"}) {
+        SCOPED_TRACE(damage);
+        writeFile(box.indexPath(), damage);
+        box.open();
+        ASSERT_TRUE(box.wait());
+        EXPECT_THAT(box.find("rare7"), ElementsAre("about 7"));
+        EXPECT_EQ(IndexManager::indexedCount(*box.store), 30u);
+        EXPECT_THAT(log.take(), ::testing::Contains(HasSubstr("Removing index for mailbox: ")));
+        box.close();
+    }
+    writeFile(box.indexPath(), sound);
+    box.open();
+    ASSERT_TRUE(box.wait());
+    EXPECT_THAT(box.find("rare7"), ElementsAre("about 7"));
+    EXPECT_THAT(log.take(), ::testing::Not(::testing::Contains(HasSubstr("Removing"))));
+}
+
+TEST(MailboxSearch, CatchesUpWithWhatChangedWhileNoIndexWasKept) {
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append(numberedLetters(1, 6)));
+    ASSERT_TRUE(box.wait());
+    box.close();
+    const auto old = readFile(box.indexPath());
+    // As many messages as before, but other ones.
+    box.open();
+    box.store->deleteMessages({box.store->allMessages()[1], box.store->allMessages()[2]});
+    box.store->doCompact();
+    ASSERT_TRUE(box.append(numberedLetters(7, 2)));
+    box.close();
+    writeFile(box.indexPath(), old);
+    box.open();
+    ASSERT_TRUE(box.wait());
+    EXPECT_THAT(box.find("letter"),
+                UnorderedElementsAre("about 1", "about 4", "about 5", "about 6", "about 7", "about 8"));
+    EXPECT_THAT(box.find("rare2"), IsEmpty());
+}
+
+TEST(MailboxSearch, IndexesOneOfSeveralMessagesWithOneID) {
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append({numberedLetter(1), numberedLetter(1), numberedLetter(2)}));
+    ASSERT_TRUE(box.wait());
+    EXPECT_EQ(IndexManager::indexedCount(*box.store), 2u);
+    box.store->deleteMessage(box.store->allMessages()[0]);
+    box.store->doCompact();
+    ASSERT_TRUE(box.wait());
+    EXPECT_THAT(box.find("rare1"), ElementsAre("about 1")) << "the other one is still there";
+}
+
+TEST(MailboxSearch, IsOnlyReadWhereTheMailboxMayNotBeChanged) {
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append(numberedLetters(1, 2)));
+    ASSERT_TRUE(box.wait());
+    box.reopen();  // which writes the table for others
+    ASSERT_TRUE(box.wait());
+    const auto before = std::filesystem::last_write_time(box.indexPath());
+    const auto reader = TarnMbox::initWithPath(box.path(), /*readOnly=*/true);
+    ASSERT_NE(reader, nullptr);
+    ASSERT_TRUE(IndexManager::waitUntilIdle(*reader, std::chrono::steady_clock::now() + kPatience));
+    auto& manager = IndexManager::indexManager();
+    EXPECT_EQ(manager.messagesInStore(reader, "rare2")->size(), 1u);
+    EXPECT_EQ(std::filesystem::last_write_time(box.indexPath()), before);
+    // It notices what the other one writes.
+    ASSERT_TRUE(box.append({numberedLetter(3, "common common")}));
+    ASSERT_TRUE(box.wait());
+    std::vector<float> ranks;
+    EXPECT_EQ(manager.messagesInStore(reader, "rare3", &ranks)->size(), 0u) << "it has not listed that one";
+    EXPECT_THAT(ranks, ElementsAre(1.0F));
+    reader->close();
+}
+
+TEST(MailboxSearch, AnswersForAllMailboxesWhereNoneIsNamed) {
+    auto& manager = IndexManager::indexManager();
+    EXPECT_EQ(manager.messagesInStore(nullptr, "letter"), std::nullopt);
+    IndexedMailbox one, two, none(/*indexed=*/false);
+    ASSERT_TRUE(one.append(numberedLetters(1, 2)) && two.append(numberedLetters(3, 1)));
+    ASSERT_TRUE(one.wait() && two.wait());
+    EXPECT_EQ(manager.messagesInStore(nullptr, "letter")->size(), 3u);
+    EXPECT_EQ(manager.messagesInStore(one.store, "letter")->size(), 2u);
+    EXPECT_EQ(manager.messagesInStore(none.store, "letter")->size(), 3u);
+    std::string error;
+    EXPECT_EQ(manager.messagesInStore(one.store, "a and and b", nullptr, true, &error)->size(), 0u);
+    EXPECT_EQ(error, "invalid query");
+    for (const auto* const limit : {"0", "-3", "1"}) {
+        UserDefaults::standard().setArgument("MaximumSearchHits", limit);
+        EXPECT_EQ(manager.messagesInStore(nullptr, "letter")->size(), limit == std::string("1") ? 1u : 3u);
+    }
+    UserDefaults::standard().removeArguments();
+}
+
+TEST(MailboxSearch, RewritesWhatPeopleTypeForTheParser) {
+    const struct {
+        const char *why, *typed, *query;
+    } rows[] = {
+        {"words and case", "Mail and search", "mail & search "},
+        {"groups", "a or (b and c)", "a | (b & c) "},
+        {"a keyword at a parenthesis stays", "a and (not b)", "a & (not b) "},
+        {"a keyword in last place is a word", "and", "and "},
+        {"so is one before an operator", "x and & b", "x and & b "},
+        {"the second is an operator, too", "a and and b", "a & & b "},
+        {"unbalanced parentheses go", "(a", "a "},
+        {"signs stay", "a&b | c !d", "a &b | c !d "},
+        {"an operator in first place has an end", "& a", "& a "},
+        {"nothing but operators", " !! ", "!! "},
+        {"white space", " \t\n ", ""},
+        {"not in ASCII", "M\xC3\x9CLLER", "m\xC3\xBCller "},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(IndexManager::processBooleanSearchString(row.typed), row.query) << row.why;
+}
+
+TEST(MailboxSearch, IsMadeAnewForAnotherAnalysis) {
+    const LogCapture quiet;
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append(
+        {numberedLetter(1, "Herr M\xC3\xBCller war da.\n"), numberedLetter(2, "Die M\xC3\xBChle\n")}));
+    ASSERT_TRUE(box.wait());
+    EXPECT_EQ(box.find("M\xC3\xBCller").size(), 2u) << "stumps: both have an M";
+    UserDefaults::standard().setArgument("IndexAnalysis", "Uni1");
+    box.reopen();
+    ASSERT_TRUE(box.wait());
+    for (const auto* const word : {"m\xC3\xBCller", "Muller", "M\xC3\x9CLLER"}) {
+        EXPECT_THAT(box.find(word), ElementsAre("about 1")) << word;
+        EXPECT_THAT(box.find(word, true), ElementsAre("about 1")) << word;
+    }
+    UserDefaults::standard().removeArguments();
+}
+
+/// What the user is asked when the default "AlwaysCreateIndex" is on.
+TEST(MailboxSearch, AsksWhetherToIndexAMailbox) {
+    UserDefaults::standard().setArgument("AlwaysCreateIndex", "YES");
+    const struct {
+        AlertChoice choice;
+        bool isIndexed, remembers;
+    } rows[] = {{AlertChoice::alternateButton, false, false},
+                {AlertChoice::defaultButton, true, false},
+                {AlertChoice::otherButton, false, true}};
+    for (const auto& row : rows) {
+        WindowHost host(row.choice);
+        IndexedMailbox box(/*indexed=*/false);
+        ASSERT_TRUE(box.wait());
+        EXPECT_THAT(host.asked,
+                    ElementsAre("Create Index", HasSubstr("box.mbox is not currently indexed.  Would"), "Yes",
+                                "No", "No Forever"));
+        EXPECT_EQ(box.store->isIndexed(), row.isIndexed);
+        host.asked.clear();
+        box.reopen();
+        EXPECT_EQ(host.asked.empty(), row.isIndexed || row.remembers);
+    }
+    UserDefaults::standard().removeArguments();
+    Defaults::sharedInstance().setObject({}, "NeverCreateIndexes");
+}
+
+}  // namespace
+}  // namespace lorvale
