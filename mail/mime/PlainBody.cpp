@@ -61,9 +61,21 @@ bool PlainBody::shouldDecodeSoftLinebreaks() {
     });
 }
 
+/// The text alone, as MimeBody would send it.
+Data PlainBody::encodeByStandard(const AttributedText& text) {
+    AttributedText alone(text);
+    alone.removeAllAttachments();
+    const auto part = MimeBodyPart::bodyPartFromAttributedString(AttributedText(alone.string()));
+    if (const auto owner = message()) part->appendHeadersToMessageHeaders(*owner->headers());
+    ByteBuffer bytes(alone.string().size());
+    part->appendBodyToData(bytes);
+    return bytes.data();
+}
+
 std::optional<Data> PlainBody::encodeBody() {
     const auto text = _decodedBody();
     if (!text) return std::nullopt;
+    if (mailDialect() == MailDialect::standard) return encodeByStandard(*text);
     const auto encoding = bestMIMEStringEncoding(text->string());
     const auto bytes = encode(text->string(), encoding, Lossy::yes).value_or(Data());
     ByteBuffer out(bytes.size());

@@ -27,6 +27,7 @@ protected:
 
 private:
     bool shouldDecodeSoftLinebreaks();
+    Data encodeByStandard(const AttributedText& text);
 };
 
 }  // namespace lorvale
