@@ -201,7 +201,8 @@ private:
             css.add("font-family", quotedFamily(font.family) + (font.fixedPitch ? ", monospace" : ""));
         if (font.size != usual.size && font.size > 0) css.add("font-size", points(font.size));
         const auto& color = attributes.foregroundColor;
-        if (color && (*color != Color() || attributes.link)) css.add("color", hexadecimal(*color));
+        if (color && *color != (attributes.link ? Color::named("blue") : Color()))
+            css.add("color", hexadecimal(*color));
         if (attributes.link && attributes.underline && *attributes.underline == 0)
             css.add("text-decoration", "none");
         return css;

@@ -48,6 +48,7 @@ std::string bashAction(const Parameter& option) {
         case Takes::choice:
             return "_mailhost_words '" + joined(option.choices, " ") + "'; ";
         case Takes::mailbox:
+        case Takes::file:
             return "compopt -o default 2>/dev/null; ";
         case Takes::folder:
             return "compopt -o dirnames 2>/dev/null; ";

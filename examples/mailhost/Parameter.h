@@ -26,7 +26,7 @@ struct Period {
 };
 
 /// How the text of a parameter is read, and what a shell offers for it.
-enum class Takes { nothing, text, choice, number, bytes, period, setting, mailbox, folder };
+enum class Takes { nothing, text, choice, number, bytes, period, setting, mailbox, folder, file };
 
 /// An option, or one of the words that a command needs.
 struct Parameter {

@@ -137,6 +137,7 @@ Value valueOf(const Parameter& parameter, std::string_view text) {
             return setting(parameter, text);
         case Takes::mailbox:
         case Takes::folder:
+        case Takes::file:
             return place(parameter, text);
     }
     return true;

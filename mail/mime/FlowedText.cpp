@@ -10,15 +10,15 @@ namespace {
 
 constexpr std::string_view kSignature = "-- ";  // section 4.3: never flows
 
-/// How many bytes of a paragraph go on one line: up to the last blank that still fits, which is where the line
-/// ends, or up to the first where none does; all of it where it fits.  No line is cut so that it would read as
-/// a signature.
-std::size_t lineLength(std::string_view text, std::size_t mostCharacters) {
+/// How many bytes of a paragraph go on one line: all of it where it fits; else up to the last blank within the
+/// width that lines are cut to, which is where the line then ends, or up to the first behind it.  No line is
+/// cut so that it would read as a signature.
+std::size_t lineLength(std::string_view text, std::size_t mostCharacters, std::size_t width) {
     std::size_t cut = 0, characters = 0;
     for (std::size_t at = 0; at < text.size(); ++at) {
         const bool mayCut =
             at > 0 && text[at - 1] == ' ' && text[at] != ' ' && text.substr(0, at) != kSignature;
-        if (mayCut && (characters <= mostCharacters || cut == 0)) cut = at;
+        if (mayCut && (characters <= width || cut == 0)) cut = at;
         if (characters > mostCharacters && cut > 0) return cut;
         characters += (text[at] & 0xC0) != 0x80;  // the bytes behind the first of a character count nothing
     }
@@ -37,12 +37,16 @@ std::string_view quoteMarks(std::string_view line) {
 }
 
 void appendFlowedLine(std::string& out, std::string_view line) {
-    constexpr std::size_t kWidth = 72, kNarrowest = 20;
+    // Lines that somebody has cut already stay as they are; new ones leave room for an escaped blank.
+    constexpr std::size_t kMost = 76, kWidth = 66, kNarrowest = 20;
     const auto marks = quoteMarks(line);
     line.remove_prefix(marks.empty() ? 0 : std::min(marks.size() + 1, line.size()));
-    const auto width = marks.size() + kNarrowest < kWidth ? kWidth - marks.size() : kNarrowest;
+    const auto beside = [&](std::size_t width) {
+        return marks.size() + kNarrowest < width ? width - marks.size() : kNarrowest;
+    };
     do {
-        const auto piece = line.substr(0, line == kSignature ? line.size() : lineLength(line, width));
+        const auto piece =
+            line.substr(0, line == kSignature ? line.size() : lineLength(line, beside(kMost), beside(kWidth)));
         out += marks;
         if (marks.empty() ? needsStuffing(piece) : !piece.empty()) out += ' ';
         out += piece;

@@ -126,14 +126,19 @@ AttributedText textOf(Message& original) {
     return text ? *text : AttributedText();
 }
 
+/// What people call the sender.
+std::string senderName(MessageHeaders& original) {
+    const auto senders = mailboxesUnder(original, "from");
+    if (senders.empty()) return headerText(original, "from");
+    const auto& [name, address, comment, group] = senders.front();
+    return !name.empty() ? name : !comment.empty() ? comment : address;
+}
+
 std::string introduction(MessageHeaders& original) {
-    const auto sender = mailboxesUnder(original, "from");
-    const auto name = sender.empty()                ? headerText(original, "from")
-                      : sender.front().name.empty() ? sender.front().address
-                                                    : sender.front().name;
     const auto date = dateInCommonFormatsWithString(headerText(original, "date"));
-    if (!date) return formatText("%@ wrote:\n", name);
-    return formatText("On %@, %@ wrote:\n", date->descriptionWithCalendarFormat("%a, %d %b %Y at %H:%M"), name);
+    if (!date) return formatText("%@ wrote:\n", senderName(original));
+    return formatText("On %@, %@ wrote:\n", date->descriptionWithCalendarFormat("%a, %d %b %Y at %H:%M"),
+                      senderName(original));
 }
 
 /// A value as one line of text.

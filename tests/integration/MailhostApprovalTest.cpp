@@ -73,6 +73,28 @@ const Case kCases[] = {
      "tail -n 1; "
      "mailhost check a.mbox; (cd a.mbox; ls *); cp $box moved; mailhost show moved 2 --text | sed "
      "s:$PWD:HERE:; rm -r $PWD"},
+    // What is different each time goes.
+    {"letters",
+     "echo 'Grüße, bis morgen um acht.' | mailhost send --from me@x --to '\"Ré, X\" <a@x>,b@x' --to c@x --bcc "
+     "d@x "
+     "--subject \"$(printf 'a\\nBcc: e@x')\" --dry-run | sed -E 's/^Date: .* 20[2-9].*/Date: D/; "
+     "s/[a-z0-9]{26}/ID/g; s/(ID@)[^>\\\"]*/\\1HOST/'\n"
+     "mailhost reply examples/mail/inbox 14 --from nora@harbour.example --all --body /dev/null --format plain "
+     "--dry-run | sed -E 's/^Date: .* 20[2-9].*/Date: D/; s/[a-z0-9]{26}/ID/g; s/(ID@)[^>\\\"]*/\\1HOST/'\n"
+     "mailhost forward examples/mail/inbox 11 --from me@x --to b@x --attach examples/mail/odd --output "
+     "/dev/stdout | sed -E 's/^Date: .* 20[2-9].*/Date: D/; s/[a-z0-9]{26}/ID/g; s/(ID@)[^>\\\"]*/\\1HOST/' | "
+     "head -n 40\n"
+     "cd $(mktemp -d); printf '<p>A <b>map</b>: <img src=m.png><img src=../m.png alt=far>' > p.html; printf "
+     "PNG > m.png; "
+     "mkdir d; ln -s m.png l.png; mailhost send --from me@x --to b@x --subject s --html p.html --attach d "
+     "--attach l.png "
+     "--dry-run | sed -E 's/^Date: .* 20[2-9].*/Date: D/; s/[a-z0-9]{26}/ID/g; s/(ID@)[^>\\\"]*/\\1HOST/' | "
+     "grep -v '^UEsD'; mailhost send --to a@x --subject s --attach none --body p.html --dry-run; "
+     "mailhost send --to a@x --subject s --body none --dry-run; mailhost send --to , --subject s --dry-run; "
+     "mailhost send --subject s --dry-run < p.html; mailhost send --to a@x; "
+     "mailhost send --to a@x --subject s --format plain --attach d --body p.html --dry-run; "
+     "mailhost send --from me@x --to b@x --subject s --body p.html --json --dry-run | sed "
+     "'s/,.date.*,.size/,\"size/; s/base64.*/base64.../'; rm -r $PWD"},
     {"check",
      "mailhost check examples/mail/inbox\nmailhost check examples/mail/odd\n"
      "mailhost check examples/mail/odd examples/mail/lists no/such/mailbox --json"},
@@ -115,7 +137,8 @@ const Case kCases[] = {
      "for b in *; do mailhost check $b | tail -n 1; done; rm -r $PWD"},
     {"usage",
      "mailhost --help\nmailhost check -h\nmailhost list --help\nmailhost show --help\nmailhost info --help\n"
-     "for c in abstract compact flag import rebuild similar sort undo; do mailhost $c --help | sed "
+     "for c in abstract compact flag forward import rebuild reply send similar sort undo; do mailhost $c "
+     "--help | sed "
      "/^Options.of.every/,\\$d; done\n"
      "COLUMNS=60 mailhost show --help\nmailhost --version"},
     {"usage-errors",
