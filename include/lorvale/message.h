@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 
 #include "lorvale/export.h"
 #include "lorvale/message/address_manager.h"
@@ -140,6 +141,9 @@ private:
         std::shared_ptr<MessageBody> body;
     };
     Parts parts() const;
+    void dropHeaders();
+    /// Of headers that were dropped; empty otherwise.
+    CachedHeaders keptHeaders() const;
     friend class MessageBody;
     std::optional<Data> readBody();
 
@@ -147,7 +151,8 @@ private:
     // In this order, so that they go in the order headers, body, flags.
     std::shared_ptr<MessageFlags> _flags LORVALE_GUARDED_BY(_mutex);
     std::shared_ptr<MessageBody> _body LORVALE_GUARDED_BY(_mutex);
-    std::shared_ptr<MessageHeaders> _headers LORVALE_GUARDED_BY(_mutex);
+    // Of flushed headers that nobody shares their cached ones alone are left, which take a third of the room.
+    std::variant<std::shared_ptr<MessageHeaders>, CachedHeaders> _headers LORVALE_GUARDED_BY(_mutex);
     mutable std::atomic<std::uint32_t> _listHint = kNoHint;  // where a MessageList found it last
     std::atomic<std::uint8_t> _missing = 0;                  // one bit a MessagePart
     mutable SmallMutex _mutex;

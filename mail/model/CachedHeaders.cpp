@@ -173,11 +173,14 @@ CachedHeaders CachedHeaders::withLowerCaseKeys() const {
     bool changesNothing = true;
     for (auto each = begin(); each != end(); ++each) {
         const auto record = Record::at(each._record);
-        changesNothing = changesNothing && record.key < kCachedKeys.size() && record.spelling == record.key;
+        changesNothing = changesNothing && record.key < kCachedKeys.size();
     }
     if (changesNothing) return *this;
     CachedHeaders lower;
-    for (const auto& [key, value] : *this) lower.set(lowercased(key), key, value);
+    for (auto each = begin(); each != end(); ++each) {
+        const auto [key, value] = *each;
+        lower.set(lowercased(key), keyName(Record::at(each._record).spelling), value);
+    }
     return lower;
 }
 

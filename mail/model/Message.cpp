@@ -97,20 +97,41 @@ void Message::noteMissing(MessagePart part, bool missing) {
 // Each part is made without the lock, since that may read; then the first one in is everybody's.  What a setter
 // replaces goes after the lock, for its destructor may do anything.
 
-std::shared_ptr<MessageHeaders> Message::headers() {
-    {
-        const SmallMutexLock lock(_mutex);
-        if (_headers) return _headers;
-    }
-    auto made = MessageHeaders::headersForMessage(weak_from_this().lock());
+CachedHeaders Message::keptHeaders() const {
     const SmallMutexLock lock(_mutex);
-    if (!_headers) _headers = std::move(made);
-    return _headers;
+    const auto* const kept = std::get_if<CachedHeaders>(&_headers);
+    return kept != nullptr ? *kept : CachedHeaders();
+}
+
+std::shared_ptr<MessageHeaders> Message::headers() {
+    if (auto held = parts().headers) return held;
+    const auto kept = keptHeaders();
+    auto made = MessageHeaders::headersForMessage(weak_from_this().lock());
+    if (!kept.empty()) made->setCachedHeaders(kept);
+    const SmallMutexLock lock(_mutex);
+    const auto* const held = std::get_if<std::shared_ptr<MessageHeaders>>(&_headers);
+    if (held != nullptr && *held) return *held;
+    _headers = made;
+    return made;
 }
 
 void Message::setHeaders(std::shared_ptr<MessageHeaders> headers) {
+    decltype(_headers) next(std::move(headers));
     const SmallMutexLock lock(_mutex);
-    _headers.swap(headers);
+    _headers.swap(next);
+}
+
+/// Where the source can give them again, and no one else has them.
+void Message::dropHeaders() {
+    if (!messageSource()) return;
+    decltype(_headers) next;
+    const SmallMutexLock lock(_mutex);
+    const auto* const held = std::get_if<std::shared_ptr<MessageHeaders>>(&_headers);
+    if (held == nullptr || *held == nullptr || held->use_count() > 1) return;
+    const auto remains = (*held)->remains();
+    if (!remains) return;
+    if (!remains->empty()) next = *remains;
+    _headers.swap(next);
 }
 
 std::shared_ptr<MessageFlags> Message::messageFlags() {
@@ -153,7 +174,8 @@ void Message::setMessageBody(std::shared_ptr<MessageBody> body) {
 
 Message::Parts Message::parts() const {
     const SmallMutexLock lock(_mutex);
-    return {_headers, _body};
+    const auto* const headers = std::get_if<std::shared_ptr<MessageHeaders>>(&_headers);
+    return {headers != nullptr ? *headers : nullptr, _body};
 }
 
 std::optional<Data> Message::encodedBody() {
@@ -187,18 +209,23 @@ std::optional<std::string> Message::messageTypeImageName() const {
 }
 
 void Message::flushCachedData() {
-    const auto [headers, body] = parts();
-    if (headers) headers->flushCachedData();
-    if (body) body->flushCachedData();
+    {
+        const auto [headers, body] = parts();
+        if (headers) headers->flushCachedData();
+        if (body) body->flushCachedData();
+    }
+    dropHeaders();
 }
 
 std::size_t Message::cachedDataSize() const {
     const auto [headers, body] = parts();
-    return (headers ? headers->cachedDataSize() : 0) + (body ? body->cachedDataSize() : 0);
+    const auto ofHeaders = headers ? headers->cachedDataSize() : 10 * keptHeaders().size();
+    return ofHeaders + (body ? body->cachedDataSize() : 0);
 }
 
 std::string Message::description() {
-    const auto [headers, body] = parts();
+    auto [headers, body] = parts();
+    if (!headers && !keptHeaders().empty()) headers = this->headers();
     auto text = headers ? formatText("To: %@\nFrom: %@\nSubject: %@\n", headers->firstTextForKey("to"),
                                      headers->firstTextForKey("from"), headers->firstTextForKey("subject"))
                         : std::string("<headers not yet loaded> ");

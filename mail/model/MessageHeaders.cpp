@@ -419,6 +419,11 @@ std::size_t MessageHeaders::cachedDataSize() const {
     return 10 * _cachedHeaders.size();
 }
 
+std::optional<CachedHeaders> MessageHeaders::remains() const {
+    const SmallMutexLock lock(_mutex);
+    return _headersChanged ? std::nullopt : std::optional(_cachedHeaders);
+}
+
 std::string MessageHeaders::description() const {
     const MessageHeaders now(*this);
     const SmallMutexLock lock(now._mutex);

@@ -7,8 +7,11 @@
 #include <utility>
 
 #include "base/files/PathUtils.h"
+#include "lorvale/defaults.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"
+#include "lorvale/platform/progressor.h"
+#include "lorvale/platform/run_loop.h"
 #include "lorvale/store/berkeley_mbox.h"
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/format.h"
@@ -192,13 +195,48 @@ private:
     std::unordered_set<const TOCMessage*> _taken;
 };
 
+namespace {
+
+/// A panel on the rebuilding of a table, where there is somebody to look at it.
+class RebuildingPanel {
+public:
+    RebuildingPanel(const std::string& table, std::size_t count) {
+        constexpr std::size_t kSoonDone = 10;
+        if (count <= kSoonDone || !RunLoop::isMainThread() || !Defaults::sharedInstance().canUseWindowKit())
+            return;
+        const auto mailbox = stringByDeletingPathExtension(lastPathComponent(folderOf(table)));
+        _progress = Progressor::newWithTitle(
+            "Open Mailbox", formatText("Upgrading table of contents for %@.  Please wait...", mailbox));
+        _progress->setMaxValue(static_cast<double>(count));
+        _progress->setButtonEnabled(false);
+        _progress->beginModalSession();
+    }
+    ~RebuildingPanel() {
+        if (_progress) _progress->endModalSession();
+    }
+    RebuildingPanel(const RebuildingPanel&) = delete;
+    RebuildingPanel& operator=(const RebuildingPanel&) = delete;
+
+    void step() {
+        if (_progress) _progress->setDoubleValue(++_done);
+    }
+
+private:
+    std::shared_ptr<Progressor> _progress;  // null: nobody looks
+    double _done = 0;
+};
+
+}  // namespace
+
 std::optional<TableOfContents::Rebuilt> TableOfContents::rebuiltFromStore(BerkeleyMbox& store) const {
     OldRecords old(_messages);
     std::vector<std::shared_ptr<Message>> messages;
     const auto found = store.allMessages();
     std::vector<MboxRange> places;
     messages.reserve(found.size());
+    RebuildingPanel panel(_path, found.size());
     for (const auto& message : found) {
+        panel.step();
         auto fresh = TOCMessage::TOCMessageFromMessage(*message);
         if (fresh == nullptr) return std::nullopt;
         const bool hasDate = message->headers()->knownDateReceived().has_value();

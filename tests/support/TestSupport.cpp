@@ -1,5 +1,6 @@
 #include "tests/support/TestSupport.h"
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -12,6 +13,26 @@
 namespace lorvale::testing {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+/// Whatever a test program or its children leave in the temporary directory goes with it: attachments that were
+/// laid out, for one.
+class OwnTemporaryDirectory : public ::testing::Environment {
+public:
+    void SetUp() override {
+        _folder = std::make_unique<TemporaryFolder>();
+        ::setenv("TMPDIR", _folder->path().c_str(), 1);
+    }
+    void TearDown() override { _folder.reset(); }
+
+private:
+    std::unique_ptr<TemporaryFolder> _folder;
+};
+
+const auto* const kOwnTemporaryDirectory = ::testing::AddGlobalTestEnvironment(new OwnTemporaryDirectory);
+
+}  // namespace
 
 TemporaryFolder::TemporaryFolder() {
     auto name = (fs::temp_directory_path() / "lorvale-test-XXXXXX").string();

