@@ -22,6 +22,8 @@ class OwnTemporaryDirectory : public ::testing::Environment {
 public:
     void SetUp() override {
         _folder = std::make_unique<TemporaryFolder>();
+        // Servers that tests start have processes of other users, who look for their folders below.
+        fs::permissions(_folder->path(), fs::perms::group_exec | fs::perms::others_exec, fs::perm_options::add);
         ::setenv("TMPDIR", _folder->path().c_str(), 1);
     }
     void TearDown() override { _folder.reset(); }
