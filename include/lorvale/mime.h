@@ -47,8 +47,8 @@ LORVALE_EXPORT std::string quotedMimeString(std::string_view text);
 /// Classic: the value as quotedMimeString() has it, whatever it holds.
 ///
 /// Standard: a value in ASCII as a token or a quoted string (RFC 2045, section 5.1), every other one as RFC
-/// 2231 has it, with a plain form in front for readers that do not know it, in which "_" stands for what is not
-/// ASCII: `filename="_.txt"; filename*=utf-8''%C3%A9.txt`.  Long values are cut ("filename*0*=...;
+/// 2231 has it, with a plain form behind for readers that do not know it, in which "_" stands for what is not
+/// ASCII: `filename*=utf-8''%C3%A9.txt; filename="_.txt"`.  Long values are cut ("filename*0*=...;
 /// filename*1*=..."), so that the header can be folded.  Control characters become blanks.
 LORVALE_EXPORT std::string mimeParameter(std::string_view name, std::string_view value,
                                          MailDialect dialect = mailDialect());

@@ -83,8 +83,9 @@ std::string mimeParameter(std::string_view name, std::string_view value, MailDia
     const auto text = harmlessText(value);
     if (isToken(text) && text.size() <= kLongestPlain) return start + text;
     if (isAscii(text) && text.size() <= kLongestPlain) return start + quoted(text);
-    return start + quoted(plainForm(text.substr(0, byteOffset(text, kLongestPlain)))) +
-           extendedForm(name, text);
+    // Readers that know both forms but not which one counts take the first.
+    return extendedForm(name, text).substr(2) + "; " + start +
+           quoted(plainForm(text.substr(0, byteOffset(text, kLongestPlain))));
 }
 
 }  // namespace lorvale

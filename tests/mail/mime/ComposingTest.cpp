@@ -334,9 +334,9 @@ TEST(StandardComposer, MakesTheTree) {
 TEST(StandardComposer, MakesPartsOfFiles) {
     EXPECT_EQ(
         standardPart(*file("\u00E9.html", "<p>\xC3\xA9")),
-        "Content-Disposition: attachment; filename=\"_.html\"; filename*=utf-8''%C3%A9.html\n"
+        "Content-Disposition: attachment; filename*=utf-8''%C3%A9.html; filename=\"_.html\"\n"
         "Content-Transfer-Encoding: base64\n"
-        "Content-Type: text/html; charset=utf-8; name=\"_.html\"; name*=utf-8''%C3%A9.html\n\nPHA+w6k=\n");
+        "Content-Type: text/html; charset=utf-8; name*=utf-8''%C3%A9.html; name=\"_.html\"\n\nPHA+w6k=\n");
     EXPECT_THAT(standardPart(*file("a.txt", "\xE9")), HasSubstr("Content-Type: text/plain; name=a.txt\n"));
     EXPECT_THAT(standardPart(*FileWrapper::regularFile(Data())), HasSubstr("filename=mime-attachment\n"));
 
