@@ -19,6 +19,10 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/imap/delegate.h
     include/lorvale/imap/value.h
     include/lorvale/imap/words.h
+    include/lorvale/fetch.h
+    include/lorvale/fetch/fetch_store.h
+    include/lorvale/fetch/message_router.h
+    include/lorvale/fetch/spool_fetch_store.h
     include/lorvale/message.h
     include/lorvale/message/address_manager.h
     include/lorvale/message/addresses.h

@@ -185,6 +185,7 @@ void TarnMbox::close() {
     _attributeObserver.reset();
     _fetchObserver.reset();
     _appends.clear();  // waits for those that are under way; the next opening takes their mail in
+    _tellTaken(false);
     if (_isOpen) _storeAttributes();
     MessageStore::close();
     if (_isOpen && mayChange()) {

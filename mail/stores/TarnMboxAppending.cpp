@@ -6,6 +6,7 @@
 #include "lorvale/message.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/log.h"
+#include "lorvale/platform/thread.h"
 #include "lorvale/platform/user_agent.h"
 #include "lorvale/store/tarn_mbox.h"
 #include "lorvale/values/text.h"
@@ -41,6 +42,7 @@ public:
             if (_fetchLog != nullptr) _fetchLog->add(*message, written);
             if (written) {
                 records.push_back(std::move(record));
+                taken.push_back(message);
             } else {
                 tellFailure(*message);
             }
@@ -52,7 +54,8 @@ public:
     bool all() const { return _all; }
     void logTo(FetchLog* fetchLog) { _fetchLog = fetchLog; }
 
-    Listed records;  // of the messages that are on disk
+    Listed records;                               // of the messages that are on disk
+    std::vector<std::shared_ptr<Message>> taken;  // those messages
 
 private:
     /// Null, after a log line, when a message cannot be had or finds no room.
@@ -101,10 +104,14 @@ FileStatus removeIfThere(const std::string& path) {
 
 }  // namespace
 
-bool TarnMbox::syncAppendMessages(const MessageList& messages, bool setUnread) {
-    if (!mayChange()) return false;
-    if (messages.empty()) return true;
-    if (!_catchUp()) return false;
+bool TarnMbox::syncAppendMessages(const MessageList& messages, bool setUnread, const Taken& taken) {
+    const auto tell = [&](const MessageList& which) {
+        if (taken) taken(which);
+    };
+    if (!mayChange() || messages.empty() || !_catchUp()) {
+        tell({});
+        return mayChange() && messages.empty();
+    }
     std::optional<FetchLog> fetchLog;
     if (setUnread) fetchLog.emplace(messages.size(), displayName());
     MboxAppender file(_mboxPath);
@@ -113,6 +120,7 @@ bool TarnMbox::syncAppendMessages(const MessageList& messages, bool setUnread) {
     if (fetchLog) batch.logTo(&*fetchLog);
     for (const auto& message : messages) batch.add(message);
     batch.flush();
+    tell(batch.taken);
     MessageList added;
     if (_listTail(batch.records, setUnread, added)) {
         _appendDone(added);
@@ -177,39 +185,72 @@ void TarnMbox::_appendDone(const MessageList& added) {
     NotificationCenter::defaultCenter().postNotification(MessageStoreAppendDone, weak_from_this().lock());
 }
 
-void TarnMbox::asyncAppendMessages(const MessageList& messages, bool) {
+void TarnMbox::asyncAppendMessages(const MessageList& messages, bool, Taken taken) {
+    if (taken && (!mayChange() || messages.empty())) std::exchange(taken, nullptr)({});
     if (!mayChange()) return;
     // Without messages nothing ever counts this down again, so that mail from the background waits for the next
     // opening.  Callers never append nothing; a count that is too high loses no mail, one that is too low would
     // take it in too early.
     ++_numberOfAppends;
+    const auto number = ++_lastAppend;
+    if (taken) _untold[number] = std::move(taken);
+    const auto append = [this, messages, number] {
+        MessageList onDisk;
+        _safeAppend(messages, onDisk);
+        const MutexLock lock(_lock);
+        _onDisk[number] = std::move(onDisk);
+    };
+    const auto tellMain = [path = _storePath] {
+        userAgentOrAbsent().postNotificationNameInMainThread(kThreadFetchFinished,
+                                                             std::make_shared<const std::string>(path));
+    };
     try {
-        _appends.emplace_back("append",
-                              [this, messages](const std::stop_token&) { safeAppendMessages(messages); });
+        _appends.emplace_back("append", [append, tellMain, any = !messages.empty()](const std::stop_token&) {
+            append();
+            if (any) tellMain();
+        });
     } catch (const GenericException& exception) {
         log("%@", exception.reason());
-        safeAppendMessages(messages);  // no thread is left, so in this one
+        append();  // no thread is left, so in this one
+        if (!messages.empty()) tellMain();
     }
 }
 
 bool TarnMbox::safeAppendMessages(const MessageList& messages) {
     if (!mayChange()) return false;
     if (messages.empty()) return true;
-    bool done = false;
-    {
-        const MutexLock lock(_lock);
-        try {
-            done = _unpackSpoolCopy(messages);
-        } catch (const std::exception& exception) {
-            log("fatal exception during append: %@", exception.what());
-        }
-    }
+    MessageList onDisk;
+    const bool done = _safeAppend(messages, onDisk);
     userAgentOrAbsent().postNotificationNameInMainThread(kThreadFetchFinished,
                                                          std::make_shared<const std::string>(_storePath));
     return done;
 }
 
-bool TarnMbox::_unpackSpoolCopy(const MessageList& messages) {
+bool TarnMbox::_safeAppend(const MessageList& messages, MessageList& onDisk) {
+    if (!mayChange() || messages.empty()) return false;
+    const MutexLock lock(_lock);
+    try {
+        return _unpackSpoolCopy(messages, onDisk);
+    } catch (const std::exception& exception) {
+        log("fatal exception during append: %@", exception.what());
+        return false;
+    }
+}
+
+/// Tells those who wait for their appends, of which all mail on disk has been listed or none.
+void TarnMbox::_tellTaken(bool listed) {
+    const auto untold = std::exchange(_untold, {});
+    std::map<std::uint64_t, MessageList> onDisk;
+    {
+        const MutexLock lock(_lock);
+        onDisk.swap(_onDisk);
+    }
+    for (const auto& [number, taken] : untold)
+        runLoggingExceptions("telling of an append",
+                             [&, &tell = taken, &all = onDisk[number]] { tell(listed ? all : MessageList()); });
+}
+
+bool TarnMbox::_unpackSpoolCopy(const MessageList& messages, MessageList& onDisk) {
     const auto mailPath = pathOf(kIncomingMailName), tablePath = pathOf(kIncomingTableName);
     auto& files = FileSystem::current();
     const bool isNew = !files.exists(mailPath);
@@ -230,6 +271,7 @@ bool TarnMbox::_unpackSpoolCopy(const MessageList& messages) {
     if (!status) log("%@", status.text());
     // The mail is on disk; without its table it is found by a scan.
     table->flushToFile();
+    if (status) onDisk = batch.taken;
     return batch.all() && status;
 }
 
@@ -243,14 +285,16 @@ void TarnMbox::_finishedFetchingInThread(const Notification& notification) {
 }
 
 void TarnMbox::finalizeAsyncAppend() {
-    if (!mayChange() || !FileSystem::current().exists(pathOf(kIncomingMailName)) || !_catchUp()) return;
     MessageList added;
     bool done = false;
-    {
+    runLoggingExceptions("taking in fetched mail", [&] {
+        if (!mayChange() || !FileSystem::current().exists(pathOf(kIncomingMailName)) || !_catchUp()) return;
         // No thread may add to the incoming files between their being read and removed.
         const MutexLock lock(_lock);
         done = _takeInSpool(added);
-    }
+    });
+    // Before anybody else hears of it: who does may append again.
+    if (_numberOfAppends == 0) _tellTaken(done);
     if (done) _appendDone(added);
 }
 

@@ -64,6 +64,7 @@ const std::vector<MailRank> kMailRanks = {
     {{"mime"}, {"lorvale/body"}},
     {{"stores"}, {"lorvale/store"}},
     {{"delivery", "fetch", "imap", "search"}, {"lorvale/delivery", "lorvale/imap", "lorvale/search"}},
+    {{"delivery", "fetch", "imap", "search"}, {"lorvale/delivery", "lorvale/fetch", "lorvale/search"}},
     {{"accounts"}, {"lorvale/account"}},
 };
 

@@ -1,6 +1,8 @@
 #pragma once
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -80,10 +82,16 @@ public:
 
     /// True when every one of them is in the mailbox and on disk.  One whose header or body cannot be had is
     /// left out, with a log line, and does not stop the others.
-    bool syncAppendMessages(const MessageList& messages, bool setUnread) override;
+    bool syncAppendMessages(const MessageList& messages, bool setUnread) override {
+        return syncAppendMessages(messages, setUnread, {});
+    }
+    /// Told, once for each append and in the main thread, which of its messages are in the mailbox for good.
+    /// That comes before MessageStoreAppendDone, which is not posted where an append failed as a whole.
+    using Taken = std::function<void(const MessageList& taken)>;
+    bool syncAppendMessages(const MessageList& messages, bool setUnread, const Taken& taken);
     /// The same in a thread of its own; the messages are listed, unread, when the main run loop has turned
     /// after that.  Belongs to the main thread.
-    void asyncAppendMessages(const MessageList& messages, bool setUnread);
+    void asyncAppendMessages(const MessageList& messages, bool setUnread, Taken taken = {});
     /// Puts the messages on disk, where finalizeAsyncAppend() takes them in when the main run loop turns.  Any
     /// thread.
     bool safeAppendMessages(const MessageList& messages) override;
@@ -147,7 +155,9 @@ private:
     std::optional<Data> readBytes(Message& message, std::string_view operation, Read read) const;
     std::shared_ptr<TOCMessage> _TOCMessageForMessage(const std::shared_ptr<Message>& message) const;
 
-    bool _unpackSpoolCopy(const MessageList& messages) LORVALE_REQUIRES(_lock);
+    bool _unpackSpoolCopy(const MessageList& messages, MessageList& onDisk) LORVALE_REQUIRES(_lock);
+    bool _safeAppend(const MessageList& messages, MessageList& onDisk);
+    void _tellTaken(bool listed);
     bool _takeInSpool(MessageList& added) LORVALE_REQUIRES(_lock);
     void _finishedFetchingInThread(const Notification& notification);
 
@@ -176,6 +186,10 @@ private:
     bool _listsAreExact = false;  // unread and deleted list are as a rebuild would make them
     int _numberOfAppends = 0;
     ObserverToken _attributeObserver, _fetchObserver;
+    // The background appends of which nobody has been told yet, by their numbers, and what they put on disk.
+    std::map<std::uint64_t, Taken> _untold;
+    std::uint64_t _lastAppend = 0;
+    std::map<std::uint64_t, MessageList> _onDisk LORVALE_GUARDED_BY(_lock);
     std::vector<Thread> _appends;  // last: joined before the rest goes
 };
 
