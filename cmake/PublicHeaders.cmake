@@ -22,6 +22,8 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/fetch.h
     include/lorvale/fetch/fetch_store.h
     include/lorvale/fetch/message_router.h
+    include/lorvale/fetch/pop3_connection.h
+    include/lorvale/fetch/pop3_fetch_store.h
     include/lorvale/fetch/spool_fetch_store.h
     include/lorvale/message.h
     include/lorvale/message/address_manager.h

@@ -1,0 +1,142 @@
+/// Messages from the server into a spool.
+#include <algorithm>
+#include <utility>
+
+#include "base/text/DataUtils.h"
+#include "lorvale/fetch/pop3_connection.h"
+#include "lorvale/message.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/platform/socket.h"
+#include "lorvale/platform/user_defaults.h"
+#include "lorvale/values/format.h"
+#include "mail/fetch/SpoolEntry.h"
+#include "mail/model/HeaderDecoding.h"
+
+namespace lorvale {
+
+namespace {
+
+constexpr std::size_t kHeaderLimit = 16 * 1024 * 1024;
+
+std::string withNewlines(std::string_view text) {
+    std::string lines(text);
+    std::erase(lines, '\r');
+    return lines;
+}
+
+}  // namespace
+
+int POP3Connection::top(std::uint32_t number) {
+    if (const auto known = _topResults.find(number); known != _topResults.end())
+        return known->second ? kOK : kRefused;
+    const auto command = formatText("TOP %d 0\r\n", number);
+    _sendString(command, command);
+    return readTop(number);
+}
+
+int POP3Connection::readTop(std::uint32_t number) {
+    auto& header = _topResults[number];
+    const int answer = _getReply();
+    if (answer == kOK) header = _readMultilineResponseWithMaxSize(kHeaderLimit);
+    return answer;
+}
+
+std::shared_ptr<MessageHeaders> POP3Connection::messageHeaderForMessageNumber(std::uint32_t number) {
+    if (top(number) != kOK) return nullptr;
+    const auto block = withNewlines(*_topResults[number]);
+    auto header = std::make_shared<MessageHeaders>();
+    HeaderOrder order;
+    auto headers = header->decodeHeadersFromData(Data::copyOf(block), order);
+    header->setAllHeaders(std::move(headers), std::move(order));
+    header->setCachedHeaders(cachedHeadersInBlock(block));
+    return header;
+}
+
+void POP3Connection::fetchMessageHeaders(std::span<const std::uint32_t> numbers) {
+    for (const auto number : numbers) top(number);
+}
+
+void POP3Connection::retr(std::uint32_t number, POP3Spool& toSpool) {
+    if (sizeOfMessageNumber(number) == 0) return;
+    top(number);
+    const auto command = formatText("RETR %d\r\n", number);
+    _sendString(command, command);
+    readMessage(number, toSpool);
+}
+
+/// Reads the reply to RETR, and makes an entry of it.
+void POP3Connection::readMessage(std::uint32_t number, POP3Spool& toSpool) {
+    const auto header = messageHeaderForMessageNumber(number);
+    _topResults.erase(number);  // needed no more, and there may be very many
+    if (_getReply() != kOK) return;
+    if (header != nullptr) header->appendFromSpaceIfMissing();
+    if (_delegate != nullptr)
+        _delegate->connectionWillRetrieveMessageNumber(*this, number, header, sizeOfMessageNumber(number));
+    _readMultilineResponse(_text, _largestMessage);
+    _entry.clear();
+    appendSpoolEntry(_entry, envelopeLineFor(header.get(), _username, _hostname), _text);
+    if (_delegate != nullptr) _delegate->connectionDidRetrieveMessageNumber(*this, number);
+    toSpool.write(_entry);
+}
+
+/// What is sent to retrieve a message; nothing for one without a size.
+std::string POP3Connection::commandsFor(std::uint32_t number) {
+    if (sizeOfMessageNumber(number) == 0) return {};
+    const auto retrieve = formatText("RETR %d\r\n", number);
+    return _topResults.contains(number) ? retrieve : formatText("TOP %d 0\r\n", number) + retrieve;
+}
+
+void POP3Connection::retrieveAll(std::span<const std::uint32_t> numbers, POP3Spool& toSpool) {
+    // So many messages are asked for ahead: enough that the way to the server and back costs nothing, and no
+    // more than finds room on the way while nobody reads.
+    constexpr std::size_t kAhead = 64;
+    readList();
+    if (!offers("PIPELINING")) {
+        for (const auto number : numbers) retr(number, toSpool);
+        return;
+    }
+    std::size_t asked = 0;
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+        if (asked < std::min(i + kAhead / 2, numbers.size()) || asked == i) {
+            std::string commands;
+            for (; asked < std::min(i + kAhead, numbers.size()); ++asked)
+                commands += commandsFor(numbers[asked]);
+            if (!commands.empty()) _sendString(commands, commands);
+        }
+        if (sizeOfMessageNumber(numbers[i]) == 0) continue;
+        if (!_topResults.contains(numbers[i])) readTop(numbers[i]);
+        readMessage(numbers[i], toSpool);
+    }
+}
+
+std::size_t POP3Connection::fetchMessages(std::span<const std::uint32_t> numbers, POP3Spool& toSpool) {
+    _fetchFailure = nullptr;
+    if (messagesAvailable() == 0) return 0;
+    const auto most = UserDefaults::standard().integerForKey("POP3MaximumNumberToFetch");
+    if (most > 0) numbers = numbers.first(std::min(numbers.size(), static_cast<std::size_t>(most)));
+    try {
+        retrieveAll(numbers, toSpool);
+    } catch (const std::exception& exception) {
+        log("POP3Connection fetchMessages:toFileHandle: failed!");
+        debugLog("%@", exception.what());
+        _fetchFailure = std::current_exception();
+    }
+    return numbers.size();
+}
+
+void POP3Connection::deleteMessages(std::span<const std::uint32_t> numbers) {
+    if (!offers("PIPELINING")) {
+        for (const auto number : numbers) dele(number);
+        return;
+    }
+    constexpr std::size_t kAhead = 64;
+    for (; !numbers.empty(); numbers = numbers.subspan(std::min(kAhead, numbers.size()))) {
+        std::string commands;
+        const auto some = numbers.first(std::min(kAhead, numbers.size()));
+        for (const auto number : some) commands += formatText("DELE %d\r\n", number);
+        _sendString(commands, commands);
+        for (std::size_t i = 0; i < some.size(); ++i) _getReply();
+    }
+}
+
+}  // namespace lorvale

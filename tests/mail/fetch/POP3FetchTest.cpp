@@ -1,0 +1,375 @@
+/// Fetching from a real server, and from one that knows no identifiers.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <random>
+#include <regex>
+#include <thread>
+
+#include "lorvale/message.h"
+#include "lorvale/platform/user_agent.h"
+#include "lorvale/store/mail_account.h"
+#include "mail/fetch/SeenMessages.h"
+#include "mail/fetch/SpoolFile.h"
+#include "tests/mail/fetch/FetchSupport.h"
+#include "tests/support/FailingFileSystem.h"
+#include "tests/support/MailServer.h"
+#include "tests/support/ScriptedPeer.h"
+
+namespace lorvale {
+namespace {
+
+using namespace lorvale::testing;
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+struct Account : MailAccount, POP3FetchOptions {
+    explicit Account(std::uint16_t on) : number(on) {}
+    std::string path() const override { return {}; }
+    std::string displayName() const override { return "test"; }
+    std::optional<std::string> hostname() const override { return "127.0.0.1"; }
+    std::optional<std::string> username() const override { return "anna"; }
+    std::optional<std::string> password(bool) override { return secret; }
+    void forgetRememberedPassword() override { ++forgotten; }
+    bool deleteMessagesOnServer() const override { return deletes; }
+    bool onlyFetchUnseenMessages() const override { return onlyUnseen; }
+    std::uint16_t fetchPort() const override { return number; }
+    POP3Security fetchSecurity() const override { return security; }
+    TLSSettings tlsSettings() const override { return tls; }
+
+    std::uint16_t number;
+    std::string secret = "secret";
+    bool deletes = false, onlyUnseen = true;
+    POP3Security security = POP3Security::none;
+    TLSSettings tls;
+    int forgotten = 0;
+};
+
+/// What the user is told.
+struct Agent : UserAgent {
+    Agent() { setCurrentUserAgent(this); }
+    ~Agent() override { setCurrentUserAgent(nullptr); }
+    void alertUserWithMessage(std::string_view message, std::string_view title) override {
+        told.push_back(std::string(title) + ": " + std::string(message));
+    }
+    std::vector<std::string> told;
+};
+
+std::string letter(int number) {
+    return "From: a@b.example\nReceived: x; Thu, 22 Aug 2002 12:46:23 +0000\nSubject: about " +
+           std::to_string(number) + "\nMessage-ID: <" + std::to_string(number) + "@b.example>\n\nhello " +
+           std::to_string(number) + "\n.\n..a\nFrom me\n";
+}
+
+class POP3Fetch : public FetchFolder {
+protected:
+    POP3Fetch() {
+        ::setenv("TZ", "UTC", 1), ::tzset();
+        setMailDialect(MailDialect::standard);
+    }
+    ~POP3Fetch() override {
+        ::unsetenv("TZ"), ::tzset();
+        setMailDialect(MailDialect::classic);
+    }
+    std::shared_ptr<POP3FetchStore> storeOf(const std::shared_ptr<Account>& account) const {
+        return POP3FetchStore::initWithPath(at("pop"), true, false, account);
+    }
+    static bool fetch(POP3FetchStore& store) {
+        const bool started = store.performFetch();
+        runMainLoopUntil([&] { return !store.isFetching(); }, 60);
+        return started;
+    }
+    /// The bodies in the mailbox for new mail, sorted.
+    std::vector<std::string> bodies() const {
+        const auto mailbox = TarnMbox::initWithPath(active, true);
+        std::vector<std::string> all;
+        if (mailbox == nullptr) return all;
+        for (const auto& message : mailbox->allMessages())
+            all.push_back(mailbox->bodyForMessage(*message)->toString());
+        std::ranges::sort(all);
+        return all;
+    }
+    Agent agent;
+};
+
+class POP3FetchFromServer : public POP3Fetch {
+protected:
+    void SetUp() override {
+        if (!server.runs()) GTEST_SKIP() << server.whyNot();
+    }
+    void deliver(int count) {
+        for (int i = 0; i < count; ++i) server.deliver("anna", letter(delivered++));
+    }
+    std::shared_ptr<Account> account(const std::string& protocol = "pop3") const {
+        return std::make_shared<Account>(server.port(protocol));
+    }
+    const MailServer server;
+    int delivered = 0;
+};
+
+TEST_F(POP3FetchFromServer, BringsNewMailOnceAndRemembers) {
+    deliver(3);
+    const auto store = storeOf(account());
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_EQ(store->messagesFetched(), 3u);
+    EXPECT_THAT(bodies(), ElementsAre("hello 0\n.\n..a\n>From me\n\n", "hello 1\n.\n..a\n>From me\n\n",
+                                      "hello 2\n.\n..a\n>From me\n\n"));
+    EXPECT_FALSE(fs::exists(at("pop/POPSpoolFile")));
+    EXPECT_EQ(readSeenMessages(at("pop/.pop_messages_seen")).size(), 3u);
+    EXPECT_EQ(server.messagesOf("anna").size(), 3u);
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_EQ(store->messagesFetched(), 0u);
+    deliver(1);
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_EQ(store->messagesFetched(), 1u);
+    EXPECT_EQ(bodies().size(), 4u);
+    EXPECT_THAT(agent.told, ElementsAre());
+}
+
+TEST_F(POP3FetchFromServer, DeletesWhatItHasWhereAsked) {
+    deliver(2);
+    const auto asked = account("pop3s");
+    asked->deletes = true;
+    asked->onlyUnseen = false;
+    asked->security = POP3Security::tls;
+    asked->tls.authorities = server.certificate().string();
+    UserDefaults::standard().setArgument("POP3MaximumNumberToFetch", "1");
+    const auto store = storeOf(asked);
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_EQ(store->failures(), std::vector<std::string>());
+    ASSERT_EQ(server.messagesOf("anna").size(), 1u);
+    EXPECT_EQ(readFile(server.messagesOf("anna")[0]), letter(1));
+    EXPECT_EQ(bodies().size(), 1u);
+    EXPECT_FALSE(fs::exists(at("pop/.pop_messages_seen"))) << "it was not asked what is new";
+}
+
+TEST_F(POP3FetchFromServer, TellsWhatIsWrong) {
+    deliver(1);
+    const auto asked = account();
+    asked->secret = "wrong";
+    const auto store = storeOf(asked);
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_THAT(agent.told,
+                ElementsAre("Error while fetching in background: The username and password specified in the "
+                            "preferences panel were not accepted by the server."));
+    EXPECT_EQ(asked->forgotten, 1);
+    agent.told.clear();
+    asked->secret = "secret";
+    asked->security = POP3Security::startTLS;  // by whose certificate?
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_THAT(agent.told, ElementsAre(HasSubstr("Background fetch failed with exception: ")));
+    EXPECT_EQ(store->failures().size(), 1u);
+    EXPECT_THAT(server.log(), ::testing::Not(HasSubstr("Login: user"))) << "it never heard the password";
+    asked->tls.authorities = server.certificate().string();
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_EQ(bodies().size(), 1u);
+    EXPECT_THAT(server.log(), HasSubstr("TLS"));
+    writeFile(at("file"), "");
+    const auto nowhere = POP3FetchStore::initWithPath(at("file/pop"), true, false, asked);
+    EXPECT_THROW(nowhere->performFetch(), POP3Exception);
+}
+
+TEST_F(POP3FetchFromServer, TwoAtOnceDoNotFetchTwice) {
+    deliver(20);
+    const auto one = storeOf(account()), two = storeOf(account());
+    EXPECT_TRUE(one->performFetch());
+    EXPECT_FALSE(one->performFetch());
+    EXPECT_FALSE(two->performFetch());
+    runMainLoopUntil([&] { return !one->isFetching(); });
+    EXPECT_TRUE(fetch(*two));
+    EXPECT_EQ(bodies().size(), 20u);
+}
+
+TEST_F(POP3FetchFromServer, ACancelledFetchKeepsWhatHasCome) {
+    deliver(2);
+    server.deliver("anna", letter(2) + std::string(30'000'000, 'x') + "\n");
+    const auto asked = account();
+    asked->deletes = true;
+    const auto store = storeOf(asked);
+    EXPECT_TRUE(store->performFetch());
+    runMainLoopUntil([&] { return store->messagesFetched() == 2; });
+    store->progressor()->cancel();
+    runMainLoopUntil([&] { return !store->isFetching(); });
+    EXPECT_TRUE(store->wasCancelled());
+    EXPECT_EQ(bodies().size(), 2u);
+    EXPECT_FALSE(fs::exists(at("pop/.pop_messages_seen")));
+    EXPECT_EQ(server.messagesOf("anna").size(), 3u);
+    EXPECT_THAT(agent.told, ElementsAre());
+    EXPECT_TRUE(store->performFetch());
+    store->close();  // in the middle of it
+    EXPECT_FALSE(store->performFetch());
+    runMainLoopUntil([] { return true; });
+}
+
+/// Real mail arrives as it is, but for what an entry changes.
+TEST_F(POP3FetchFromServer, AThousandRealMessagesArriveByteForByte) {
+    const auto shared = sharedData();
+    const auto mail = shared ? unpacked(*shared / "large/english-4k.mbox.xz") : std::string();
+    if (mail.empty()) GTEST_SKIP() << "without the folder of real mail";
+    std::vector<std::string> expected;
+    for (std::size_t start = 0; expected.size() < 1000 && start < mail.size();) {
+        const auto end = std::min(mail.find("\nFrom ", start), mail.size() - 1) + 1;
+        const auto body = mail.find('\n', start) + 1;  // behind the envelope
+        server.deliver("anna", mail.substr(body, end - body));
+        expected.push_back(mail.substr(body, end - body));
+        if (!expected.back().ends_with("\n\n")) expected.back() += '\n';  // as a mailbox keeps them apart
+        start = end;
+    }
+    const auto store = storeOf(account());
+    EXPECT_TRUE(fetch(*store));
+    const auto mailbox = TarnMbox::initWithPath(active, true);
+    ASSERT_EQ(mailbox->totalCount(), expected.size());
+    EXPECT_EQ(mailbox->unreadCount(), expected.size());
+    std::size_t different = 0;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const auto& message = mailbox->allMessages()[i];
+        const auto bytes =
+            mailbox->allHeadersForMessage(*message)->toString() + mailbox->bodyForMessage(*message)->toString();
+        if (bytes.substr(bytes.find('\n') + 1) != expected[i] && ++different < 3) {
+            EXPECT_EQ(bytes.substr(bytes.find('\n') + 1), expected[i]);
+        }
+    }
+    EXPECT_EQ(different, 0u);
+}
+
+/// A process that is killed at any moment loses nothing.
+TEST_F(POP3FetchFromServer, LosesNothingWhenItIsKilledAtAnyMoment) {
+    constexpr int kLetters = 300;
+    deliver(kLetters);
+    std::mt19937 random(7);
+    const auto seen = [this] {
+        std::set<std::string> numbers;
+        const auto add = [&](const std::string& text) {
+            const std::regex line("(?:^|\n)hello ([0-9]+)\n\\.\n\\.\\.a\n>?From me\n");
+            for (auto found = std::sregex_iterator(text.begin(), text.end(), line);
+                 found != std::sregex_iterator(); ++found)
+                numbers.insert((*found)[1]);
+        };
+        for (const auto* const place : {"pop/POPSpoolFile", "Active.mbox/mbox", "Active.mbox/Incoming_Mail"})
+            if (fs::exists(at(place))) add(readFile(at(place)));
+        for (const auto& path : server.messagesOf("anna")) add(readFile(path));
+        return numbers.size();
+    };
+    bool done = false;
+    for (int round = 0; round < 25 && !done; ++round) {
+        const auto microseconds = 1000 + static_cast<int>(random() % 200'000);
+        const auto child = ::fork();
+        if (child == 0) {
+            const auto asked = account();
+            asked->deletes = true;
+            const auto store = storeOf(asked);
+            fetch(*store);
+            ::_exit(0);
+        }
+        ::usleep(static_cast<useconds_t>(microseconds));
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        ASSERT_EQ(seen(), static_cast<std::size_t>(kLetters))
+            << "killed after " << microseconds << " microseconds";
+        if (server.messagesOf("anna").size() < kLetters / 2) deliver(0);
+    }
+    const auto asked = account();
+    asked->deletes = true;
+    fetch(*storeOf(asked));
+    EXPECT_EQ(server.messagesOf("anna").size(), 0u);
+    const auto all = bodies();
+    EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), static_cast<std::size_t>(kLetters));
+}
+
+/// And when the power goes, or the disk is full, at any change of a file.
+TEST_F(POP3FetchFromServer, LosesNothingWhenADiskFailsAtAnyChange) {
+    const TemporaryFolder aside;
+    for (int at = 0, survived = 0; survived < 2 && at < 300; at += 2) {
+        SCOPED_TRACE(at);
+        for (const bool power : {true, false}) {
+            fs::remove_all(active);
+            fs::remove_all(this->at("pop"));
+            while (server.messagesOf("anna").size() < 3) deliver(1);
+            std::set<std::string> before;
+            for (const auto& path : server.messagesOf("anna")) before.insert(readFile(path).substr(0, 80));
+            survived += inChild([&] {
+                ::setenv("TMPDIR", aside.path().c_str(), 1);
+                FailingFileSystem disk(static_cast<std::uint64_t>(at));
+                power ? disk.dieAtChange(at) : disk.failFromChange(at, ENOSPC);
+                disk.onDeath([&] {
+                    disk.losePower();
+                    ::_exit(0);
+                });
+                const auto asked = account();
+                asked->deletes = true;
+                fetch(*storeOf(asked));
+                return disk.changes() <= at ? 1 : 0;
+            });
+            const auto asked = account();
+            asked->deletes = true;
+            const auto store = storeOf(asked);
+            EXPECT_TRUE(fetch(*store));
+            std::string arrived;
+            for (const auto& body : bodies()) arrived += body;
+            for (int i = delivered - 3; i < delivered; ++i)
+                EXPECT_THAT(arrived, HasSubstr("hello " + std::to_string(i) + "\n.\n..a\n>From me\n"));
+            EXPECT_EQ(server.messagesOf("anna").size(), 0u);
+        }
+    }
+}
+
+TEST_F(POP3Fetch, WithoutIdentifiersGoesDownToTheFirstMessageThatWasSeen) {
+    fs::create_directory(at("pop"));
+    ASSERT_TRUE(writeSeenMessages(at("pop/.pop_messages_seen"), {{"<2@x>", 2}, {"odd \x01 \xFF", 9}}));
+    const auto header = [](int n) {
+        return std::vector<std::string>{"C: TOP " + std::to_string(n) + " 0", "S: +OK",
+                                        "S: Message-ID: <" + std::to_string(n) + "@x>", "S: ."};
+    };
+    std::vector<std::string> script = {"S: +OK",  "C: USER anna", "S: +OK",  "C: PASS secret", "S: +OK",
+                                       "C: STAT", "S: +OK 3 30",  "C: LIST", "S: +OK",         "S: 1 10",
+                                       "S: 2 10", "S: 3 10",      "S: .",    "C: UIDL",        "S: -ERR"};
+    for (const int n : {3, 2})
+        for (const auto& line : header(n)) script.push_back(line);
+    for (const auto* const line : {"C: RETR 3", "S: +OK", "S: new", "S: .", "C: QUIT", "S: +OK"})
+        script.emplace_back(line);
+    setMailDialect(MailDialect::classic);
+    ScriptedPeer peer(script);
+    const auto store = storeOf(std::make_shared<Account>(peer.port()));
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_EQ(peer.firstSurprise(), "");
+    EXPECT_THAT(bodies(), ElementsAre("new\n"));
+    EXPECT_EQ(readSeenMessages(at("pop/.pop_messages_seen")),
+              (SeenMessages{{"<2@x>", 2}, {"<3@x>", 3}, {"odd \x01 \xFF", 9}}));
+}
+
+TEST_F(POP3Fetch, ASpoolThatACrashLeftIsMadeGoodAndRouted) {
+    const struct {
+        const char* why;
+        std::string left, repaired;
+    } rows[] = {
+        {"a piece of a line", mboxMessage("a") + "From b", mboxMessage("a") + "From b\n"},
+        {"room that was never filled", mboxMessage("a") + std::string(2'000'000, '\0'), mboxMessage("a")},
+        {"nothing but that", std::string(10, '\0'), ""},
+        {"a piece of the first mark", "Fro", ""},
+        {"in order", mboxMessage("a"), mboxMessage("a")},
+    };
+    const auto path = at("spoolfile");
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        writeFile(path, row.left);
+        EXPECT_TRUE(SpoolFile::repair(path));
+        EXPECT_EQ(readFile(path), row.repaired);
+    }
+    writeFile(path, "what is that\n");
+    EXPECT_TRUE(SpoolFile::repair(path));
+    EXPECT_FALSE(fs::exists(path));
+    EXPECT_EQ(readFile(path + ".unreadable"), "what is that\n");
+    // A server that cannot be reached keeps no mail from its mailbox.
+    fs::create_directory(at("pop"));
+    writeFile(at("pop/POPSpoolFile"), mboxMessage("a") + "From b");
+    ScriptedPeer peer({"X"});
+    const auto store = storeOf(std::make_shared<Account>(peer.port()));
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_EQ(agent.told.size(), 1u);
+    EXPECT_EQ(bodies()[0], "\n");
+}
+
+}  // namespace
+}  // namespace lorvale
