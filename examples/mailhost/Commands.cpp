@@ -10,6 +10,7 @@ constexpr auto kCommands = std::to_array<const Command*>({
     &abstractCommand,
     &checkCommand,
     &compactCommand,
+    &fetchCommand,
     &flagCommand,
     &forwardCommand,
     &importCommand,
@@ -22,6 +23,7 @@ constexpr auto kCommands = std::to_array<const Command*>({
     &similarCommand,
     &sortCommand,
     &undoCommand,
+    &watchCommand,
 });
 
 constexpr auto kOptions =
@@ -53,6 +55,8 @@ constexpr auto kExamples = std::to_array<Entry>({
      "a letter with a file"},
     {"mailhost reply ~/inbox 12 --body answer.txt --dry-run", "how an answer would look"},
     {"mailhost import ~/inbox ~/mail/inbox.mbox", "a directory mailbox, which keeps what was read"},
+    {"mailhost fetch --pop mail.example --user anna --security tls --into ~/inbox.mbox",
+     "new mail of a server"},
     {"mailhost similar ~/inbox 12", "what else was written about that"},
     {"mailhost sort ~/inbox --by ~/work ~/family --move", "puts each message where others like it are"},
 });

@@ -9,6 +9,7 @@ namespace mailhost {
 extern const Command abstractCommand;
 extern const Command checkCommand;
 extern const Command compactCommand;
+extern const Command fetchCommand;
 extern const Command flagCommand;
 extern const Command forwardCommand;
 extern const Command importCommand;
@@ -21,6 +22,7 @@ extern const Command showCommand;
 extern const Command similarCommand;
 extern const Command sortCommand;
 extern const Command undoCommand;
+extern const Command watchCommand;
 
 inline constexpr auto kJson = flag("--json", "for programs: one JSON object a line");
 inline constexpr auto kVerbose = flag("--verbose", "show the library's log lines");

@@ -13,6 +13,8 @@ namespace mailhost {
 
 namespace {
 
+bool alertsAreQuiet = false;  // main thread
+
 std::optional<std::string> answerTo(std::string_view question) {
     if (!isTerminal(STDIN_FILENO)) return std::nullopt;
     ProgressBar::clear();
@@ -52,11 +54,20 @@ void say(std::string_view text) {
     std::fprintf(stderr, "%s\n", printableLine(text).c_str());
 }
 
+QuietAlerts::QuietAlerts() {
+    alertsAreQuiet = true;
+}
+
+QuietAlerts::~QuietAlerts() {
+    alertsAreQuiet = false;
+}
+
 void ConsoleAgent::displayStatus(std::string_view status, lorvale::MessageStore*) {
     if (!status.empty() && isTerminal(STDERR_FILENO)) say(status);
 }
 
 void ConsoleAgent::alertUserWithMessage(std::string_view message, std::string_view title) {
+    if (alertsAreQuiet) return;
     say("mailhost: " + (title.empty() ? "" : std::string(title) + ": ") + std::string(message));
 }
 

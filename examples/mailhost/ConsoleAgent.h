@@ -10,6 +10,16 @@ namespace mailhost {
 /// A line on standard error, whatever it holds.
 void say(std::string_view text);
 
+/// While it lives, what the library would alert the user of is left to the command, which tells it in its own
+/// words.
+class QuietAlerts {
+public:
+    QuietAlerts();
+    ~QuietAlerts();
+    QuietAlerts(const QuietAlerts&) = delete;
+    QuietAlerts& operator=(const QuietAlerts&) = delete;
+};
+
 /// The host object of a console program: says what the library has to say on standard error, and asks what it
 /// has to ask on the terminal.  Without a terminal nobody is there: no, and no password.  Work for the main
 /// thread goes to the main run loop, as the base class does it.

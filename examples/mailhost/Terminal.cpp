@@ -165,6 +165,21 @@ void ProgressBar::draw() const {
     barIsDrawn = true;
 }
 
+void ProgressBar::drawLine(std::string_view text, double share) {
+    constexpr int kWidth = 30;
+    if (!isTerminal(STDERR_FILENO)) return;
+    std::string bar;
+    if (share >= 0) {
+        const auto filled = static_cast<std::size_t>(std::min(share, 1.0) * kWidth);
+        bar = " [" + std::string(filled, '#') + std::string(kWidth - filled, '-') + "]";
+    }
+    const auto room = outputColumns() - static_cast<int>(bar.size()) - 1;
+    std::fprintf(stderr, "\r\033[K%s%s", cutToWidth(printableLine(text), std::max(room, 10)).c_str(),
+                 bar.c_str());
+    std::fflush(stderr);
+    barIsDrawn = true;
+}
+
 void ProgressBar::clear() {
     if (!barIsDrawn) return;
     std::fputs("\r\033[K", stderr);

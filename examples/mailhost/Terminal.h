@@ -54,6 +54,9 @@ public:
     /// Takes the bar of the moment off the terminal, for a line that is to stand there; it comes back by
     /// itself.
     static void clear();
+    /// Draws a line with a bar of that share, from 0 to 1; below 0 there is none.  For work that is counted
+    /// elsewhere.
+    static void drawLine(std::string_view text, double share);
 
 private:
     using Clock = std::chrono::steady_clock;

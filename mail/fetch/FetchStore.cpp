@@ -120,10 +120,12 @@ void FetchStore::_routeMessages(bool inBackground) {
     const auto self = std::static_pointer_cast<FetchStore>(shared_from_this());
     numReaders = 0;
     allRouted = false;
+    _messagesToRoute = _messagesRouted = 0;
     std::vector<std::shared_ptr<Route>> routes;
     const bool made = runLoggingExceptions("Routing", [&] {
         const auto router = MessageRouter::routerForStore(*this);
         const auto messages = allMessages();
+        _messagesToRoute = messages.size();
         if (router == nullptr || messages.empty()) return;
         _messageRoutes.emplace();
         makeRoutes(*router, messages);
@@ -208,7 +210,9 @@ void FetchStore::_readerFinished(const MessageStore& store) {
     std::vector<std::shared_ptr<Message>> taken;
     for (const auto& each : *_messageRoutes) taken.insert(taken.end(), each->taken.begin(), each->taken.end());
     runLoggingExceptions("Routing", [&] {
-        if (!taken.empty()) deleteMessages(taken);
+        if (taken.empty()) return;
+        deleteMessages(taken);
+        _messagesRouted = taken.size();
     });
     runLoggingExceptions("Routing", [this] { routingFinished(); });
 }

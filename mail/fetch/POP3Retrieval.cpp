@@ -2,13 +2,13 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/text/DataUtils.h"
 #include "lorvale/fetch/pop3_connection.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/socket.h"
 #include "lorvale/platform/user_defaults.h"
 #include "lorvale/values/format.h"
+#include "mail/fetch/POP3Replies.h"
 #include "mail/fetch/SpoolEntry.h"
 #include "mail/model/HeaderDecoding.h"
 
@@ -18,9 +18,11 @@ namespace {
 
 constexpr std::size_t kHeaderLimit = 16 * 1024 * 1024;
 
+/// Line ends as they are inside: CRLF is a matter of the wire.
 std::string withNewlines(std::string_view text) {
-    std::string lines(text);
-    std::erase(lines, '\r');
+    std::string lines;
+    lines.reserve(text.size());
+    forEachLine(text, [&](std::string_view line) { lines.append(line) += '\n'; });
     return lines;
 }
 

@@ -1,4 +1,5 @@
 #pragma once
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -41,6 +42,9 @@ public:
     virtual void routeMessages() { _routeMessages(/*inBackground=*/true); }
     /// The same, and the destinations have the messages when it returns.
     virtual void routeMessagesSynchronously() { _routeMessages(/*inBackground=*/false); }
+    /// Of the last routing: how many messages there were, and how many of them have gone on.
+    std::size_t messagesToRoute() const { return _messagesToRoute; }
+    std::size_t messagesRouted() const { return _messagesRouted; }
 
 protected:
     FetchStore();
@@ -63,6 +67,7 @@ private:
 
     int numReaders = 0;  // destinations still appending
     bool allRouted = false;
+    std::size_t _messagesToRoute = 0, _messagesRouted = 0;
     std::optional<std::vector<std::shared_ptr<Route>>> _messageRoutes;  // nullopt: no routing runs
 };
 

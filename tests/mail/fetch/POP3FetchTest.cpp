@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <regex>
 #include <thread>
@@ -105,7 +106,7 @@ protected:
     std::shared_ptr<Account> account(const std::string& protocol = "pop3") const {
         return std::make_shared<Account>(server.port(protocol));
     }
-    const MailServer server;
+    MailServer server;
     int delivered = 0;
 };
 
@@ -249,11 +250,13 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenItIsKilledAtAnyMoment) {
         };
         for (const auto* const place : {"pop/POPSpoolFile", "Active.mbox/mbox", "Active.mbox/Incoming_Mail"})
             if (fs::exists(at(place))) add(readFile(at(place)));
-        for (const auto& path : server.messagesOf("anna")) add(readFile(path));
+        for (const auto& path : server.messagesOf("anna")) {
+            std::ifstream file(path, std::ios::binary);  // which the server may rename at this moment
+            add({std::istreambuf_iterator<char>(file), {}});
+        }
         return numbers.size();
     };
-    bool done = false;
-    for (int round = 0; round < 25 && !done; ++round) {
+    for (int round = 0; round < 25; ++round) {
         const auto microseconds = 1000 + static_cast<int>(random() % 200'000);
         const auto child = ::fork();
         if (child == 0) {
@@ -266,9 +269,10 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenItIsKilledAtAnyMoment) {
         ::usleep(static_cast<useconds_t>(microseconds));
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        ASSERT_EQ(seen(), static_cast<std::size_t>(kLetters))
+        auto found = seen();
+        for (int look = 0; look < 100 && found < kLetters; ++look, found = seen()) ::usleep(20'000);
+        ASSERT_EQ(found, static_cast<std::size_t>(kLetters))
             << "killed after " << microseconds << " microseconds";
-        if (server.messagesOf("anna").size() < kLetters / 2) deliver(0);
     }
     const auto asked = account();
     asked->deletes = true;
@@ -299,7 +303,11 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenADiskFailsAtAnyChange) {
                 });
                 const auto asked = account();
                 asked->deletes = true;
-                fetch(*storeOf(asked));
+                try {
+                    fetch(*storeOf(asked));
+                } catch (const POP3Exception&) {
+                    // There is no room for the directory.
+                }
                 return disk.changes() <= at ? 1 : 0;
             });
             const auto asked = account();
@@ -315,6 +323,36 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenADiskFailsAtAnyChange) {
     }
 }
 
+using POP3FetchThreads = POP3FetchFromServer;
+
+TEST_F(POP3FetchThreads, FetchesRoutesAndAppendsWhileOthersList) {
+    deliver(200);
+    const auto mailbox = TarnMbox::initWithPath(active, true, false);
+    const RoutingBy routing([&](Message&) { return mailbox; });
+    const auto asked = account();
+    asked->deletes = true;
+    const auto store = storeOf(asked);
+    std::atomic<bool> done = false;
+    std::atomic<std::size_t> looked = 0;
+    std::vector<std::jthread> others;
+    for (int i = 0; i < 2; ++i)
+        others.emplace_back([&] {
+            while (!done)
+                for (const MessageStore* each :
+                     {static_cast<MessageStore*>(mailbox.get()), static_cast<MessageStore*>(store.get())})
+                    for (const auto& message : each->allMessages())
+                        looked += message->headers()->subject().size();
+        });
+    EXPECT_TRUE(fetch(*store));
+    deliver(50);
+    EXPECT_TRUE(fetch(*store));
+    runMainLoopUntil([&] { return looked > 10'000; });
+    done = true;
+    others.clear();
+    EXPECT_EQ(mailbox->totalCount(), 250u);
+    EXPECT_EQ(mailbox->inconsistency(), "");
+}
+
 TEST_F(POP3Fetch, WithoutIdentifiersGoesDownToTheFirstMessageThatWasSeen) {
     fs::create_directory(at("pop"));
     ASSERT_TRUE(writeSeenMessages(at("pop/.pop_messages_seen"), {{"<2@x>", 2}, {"odd \x01 \xFF", 9}}));
@@ -327,7 +365,7 @@ TEST_F(POP3Fetch, WithoutIdentifiersGoesDownToTheFirstMessageThatWasSeen) {
                                        "S: 2 10", "S: 3 10",      "S: .",    "C: UIDL",        "S: -ERR"};
     for (const int n : {3, 2})
         for (const auto& line : header(n)) script.push_back(line);
-    for (const auto* const line : {"C: RETR 3", "S: +OK", "S: new", "S: .", "C: QUIT", "S: +OK"})
+    for (const auto* const line : {"C: RETR 3", "S: +OK", "S: ", "S: new", "S: .", "C: QUIT", "S: +OK"})
         script.emplace_back(line);
     setMailDialect(MailDialect::classic);
     ScriptedPeer peer(script);
@@ -368,7 +406,7 @@ TEST_F(POP3Fetch, ASpoolThatACrashLeftIsMadeGoodAndRouted) {
     const auto store = storeOf(std::make_shared<Account>(peer.port()));
     EXPECT_TRUE(fetch(*store));
     EXPECT_EQ(agent.told.size(), 1u);
-    EXPECT_EQ(bodies()[0], "\n");
+    EXPECT_THAT(bodies(), ::testing::Contains(HasSubstr("hello\n")));
 }
 
 }  // namespace
