@@ -14,17 +14,17 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/delivery/smtp_connection.h
     include/lorvale/delivery/smtp_delivery.h
     include/lorvale/export.h
-    include/lorvale/imap.h
-    include/lorvale/imap/connection.h
-    include/lorvale/imap/delegate.h
-    include/lorvale/imap/value.h
-    include/lorvale/imap/words.h
     include/lorvale/fetch.h
     include/lorvale/fetch/fetch_store.h
     include/lorvale/fetch/message_router.h
     include/lorvale/fetch/pop3_connection.h
     include/lorvale/fetch/pop3_fetch_store.h
     include/lorvale/fetch/spool_fetch_store.h
+    include/lorvale/imap.h
+    include/lorvale/imap/connection.h
+    include/lorvale/imap/delegate.h
+    include/lorvale/imap/value.h
+    include/lorvale/imap/words.h
     include/lorvale/message.h
     include/lorvale/message/address_manager.h
     include/lorvale/message/addresses.h

@@ -63,8 +63,8 @@ const std::vector<MailRank> kMailRanks = {
     {{"model"}, {"lorvale/message"}},
     {{"mime"}, {"lorvale/body"}},
     {{"stores"}, {"lorvale/store"}},
-    {{"delivery", "fetch", "imap", "search"}, {"lorvale/delivery", "lorvale/imap", "lorvale/search"}},
-    {{"delivery", "fetch", "imap", "search"}, {"lorvale/delivery", "lorvale/fetch", "lorvale/search"}},
+    {{"delivery", "fetch", "imap", "search"},
+     {"lorvale/delivery", "lorvale/fetch", "lorvale/imap", "lorvale/search"}},
     {{"accounts"}, {"lorvale/account"}},
 };
 
