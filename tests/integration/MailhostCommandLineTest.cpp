@@ -46,7 +46,7 @@ Names completions(const std::string& line) {
 
 class MailhostCommandLine : public ::testing::Test {
 protected:
-    const Names commands = allMatches(output("mailhost --help"), "\n  ([a-z]+)(?: [A-Z]|  )");
+    const Names commands = allMatches(output("mailhost --help"), "\n  ([a-z]+)(?: \\[?[A-Z]|  )");
     /// Of a command: those that its help names, with what stands for their values.
     static std::map<std::string, std::string> optionsOf(const std::string& command) {
         const auto help = output("mailhost " + command + " --help");
