@@ -69,6 +69,16 @@ try mailhost list examples/mail/odd --sort from
 try mailhost show examples/mail/odd 17
 say "Which rules are broken?"
 try mailhost check examples/mail/odd
+say "A directory mailbox keeps a search index: the sample mail is imported, indexed and searched."
+mail=$build/mail
+rm -rf "$mail" && mkdir -p "$mail"
+for name in inbox lists archive-2003; do
+    mailhost import "examples/mail/$name" "$mail/$name.mbox" >/dev/null
+done
+try mailhost index "$mail/inbox.mbox" "$mail/lists.mbox" "$mail/archive-2003.mbox"
+try mailhost search "plan for rain" "$mail/inbox.mbox" "$mail/lists.mbox" "$mail/archive-2003.mbox" --max 5
+try mailhost search --boolean "(ferry or train) not meeting" "$mail/inbox.mbox" --sort date
+try mailhost search "concert on the pier" "$mail/inbox.mbox" --show --max 3
 say "And for programs, JSON:"
 first_lines 3 mailhost list examples/mail/inbox --json
 say "Your own mail:  ./demo.sh MAILBOX      All there is:  mailhost --help"

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "Commands.h"
 #include "ConsoleAgent.h"
@@ -8,6 +10,7 @@
 #include "Terminal.h"
 #include "Work.h"
 #include "lorvale/platform/paths.h"
+#include "lorvale/search.h"
 #include "lorvale/store/check.h"
 
 namespace mailhost {
@@ -66,7 +69,10 @@ void printForPeople(const std::string& path, const lorvale::MailboxReport& repor
 bool check(const std::string& path, bool asJson) {
     const auto place = lorvale::standardizePath(path);
     lorvale::MailboxReport report;
-    workOn(path, sizeOfFile(place), [&] { report = lorvale::checkMailbox(place); });
+    workOn(path, sizeOfFile(place), [&] {
+        report = lorvale::checkMailbox(place);
+        std::ranges::move(lorvale::checkIndex(place).findings, std::back_inserter(report.findings));
+    });
     if (!report) {
         say("mailhost: " + report.failure);
         return false;
@@ -93,7 +99,7 @@ const Command checkCommand = {
     .description =
         "Walks the file of each mailbox and names every broken rule. An error is what keeps some reader from "
         "seeing the mail as it was written; then the exit status is 1. A warning is against the rules without "
-        "such harm.\n\n"
+        "such harm; what is broken in the search index is one, since that is made anew from the mail.\n\n"
         "In JSON a line of kind finding has the members path, severity, rule, message, offset and text, and "
         "each "
         "mailbox ends with a line of kind summary: path, messages, size, errors and warnings.",

@@ -7,23 +7,10 @@ namespace mailhost {
 namespace {
 
 constexpr auto kCommands = std::to_array<const Command*>({
-    &abstractCommand,
-    &checkCommand,
-    &compactCommand,
-    &fetchCommand,
-    &flagCommand,
-    &forwardCommand,
-    &importCommand,
-    &infoCommand,
-    &listCommand,
-    &rebuildCommand,
-    &replyCommand,
-    &sendCommand,
-    &showCommand,
-    &similarCommand,
-    &sortCommand,
-    &undoCommand,
-    &watchCommand,
+    &abstractCommand, &checkCommand,  &compactCommand, &fetchCommand,   &flagCommand,
+    &forwardCommand,  &importCommand, &indexCommand,   &infoCommand,    &listCommand,
+    &rebuildCommand,  &replyCommand,  &searchCommand,  &sendCommand,    &showCommand,
+    &similarCommand,  &sortCommand,   &undoCommand,    &unindexCommand, &watchCommand,
 });
 
 constexpr auto kOptions =
@@ -57,6 +44,8 @@ constexpr auto kExamples = std::to_array<Entry>({
     {"mailhost import ~/inbox ~/mail/inbox.mbox", "a directory mailbox, which keeps what was read"},
     {"mailhost fetch --pop mail.example --user anna --security tls --into ~/inbox.mbox",
      "new mail of a server"},
+    {"mailhost index ~/mail/inbox.mbox", "from now on the mailbox keeps a search index"},
+    {"mailhost search \"ferry timetable\" ~/mail/inbox.mbox", "the messages that are most about that"},
     {"mailhost similar ~/inbox 12", "what else was written about that"},
     {"mailhost sort ~/inbox --by ~/work ~/family --move", "puts each message where others like it are"},
 });
@@ -67,7 +56,8 @@ const Program program = {
     .name = "mailhost",
     .summary = "look at mailboxes, and keep them",
     .description =
-        "Reads mailboxes: abstract, check, info, list, show, similar, and sort without --move change, lock and "
+        "Reads mailboxes: abstract, check, info, list, search, show, similar, and sort without --move change, "
+        "lock and "
         "mark nothing. The other commands keep directory mailboxes, under their lock.",
     .commands = kCommands,
     .options = kOptions,

@@ -13,15 +13,18 @@ extern const Command fetchCommand;
 extern const Command flagCommand;
 extern const Command forwardCommand;
 extern const Command importCommand;
+extern const Command indexCommand;
 extern const Command infoCommand;
 extern const Command listCommand;
 extern const Command rebuildCommand;
 extern const Command replyCommand;
+extern const Command searchCommand;
 extern const Command sendCommand;
 extern const Command showCommand;
 extern const Command similarCommand;
 extern const Command sortCommand;
 extern const Command undoCommand;
+extern const Command unindexCommand;
 extern const Command watchCommand;
 
 inline constexpr auto kJson = flag("--json", "for programs: one JSON object a line");

@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "Terminal.h"
+#include "lorvale/store/message_store.h"
 #include "lorvale/values/text.h"
 
 namespace mailhost {
@@ -62,7 +63,9 @@ QuietAlerts::~QuietAlerts() {
     alertsAreQuiet = false;
 }
 
-void ConsoleAgent::displayStatus(std::string_view status, lorvale::MessageStore*) {
+void ConsoleAgent::displayStatus(std::string_view status, lorvale::MessageStore* forStore) {
+    // A line for each message that is indexed would be too much; index shows a bar.
+    if (forStore != nullptr && forStore->isUpdatingIndex()) return;
     if (!status.empty() && isTerminal(STDERR_FILENO)) say(status);
 }
 

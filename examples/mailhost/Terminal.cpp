@@ -146,8 +146,8 @@ ProgressBar::~ProgressBar() {
     clear();
 }
 
-void ProgressBar::advance() {
-    ++_done;
+void ProgressBar::advanceTo(std::size_t done) {
+    _done = done;
     if (!isTerminal(STDERR_FILENO)) return;
     const auto now = Clock::now();
     if (now < _nextDraw) return;

@@ -50,7 +50,8 @@ public:
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 
-    void advance();
+    void advance() { advanceTo(_done + 1); }
+    void advanceTo(std::size_t done);
     /// Takes the bar of the moment off the terminal, for a line that is to stand there; it comes back by
     /// itself.
     static void clear();

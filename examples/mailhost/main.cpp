@@ -27,6 +27,9 @@ void applySettings(const Arguments& arguments) {
     lorvale::setDefaultCStringEncoding(lorvale::StringEncoding::utf8);
     if (const auto home = arguments.value(kHome)) lorvale::setHomeDirectory(*home);
     if (const auto folder = arguments.value(kConfig)) lorvale::setConfigurationDirectory(*folder);
+    // Words of any script, and not those of ASCII alone; -o IndexAnalysis=Eng1 shows these.
+    lorvale::UserDefaults::standard().registerDefaults(
+        lorvale::PropertyList::Dictionary{{"IndexAnalysis", "Uni1"}});
     for (const auto& [key, value] : arguments.values(kDefault)) {
         lorvale::UserDefaults::standard().setArgument(key, value);
     }

@@ -225,7 +225,9 @@ std::uint32_t MboxIndex::count() {
 brindle::InvertedIndex* MboxIndex::_invertedIndex() {
     if (isOpen() && isOutdated()) {
         drop();
-        open(true);
+        if (!runLoggingExceptions("Reading an index again",
+                                  [this]() LORVALE_REQUIRES(MboxMutex::shared()) { open(true); }))
+            drop();
     }
     if (!isOpen() || _isDamaged) return nullptr;
     flushWaiting();

@@ -30,7 +30,11 @@ std::vector<Range> queryMatches(std::string_view query, std::string_view text) {
     std::vector<Range> matches;
     forEachTerm(*analysis, text, [&](const auto& term) {
         if (!wanted.contains(term.View())) return;
-        matches.push_back({term.startPosition, term.endPosition - term.startPosition});
+        // The end lies behind marks that are no part of the word.
+        auto word = text.substr(term.startPosition, term.endPosition - term.startPosition);
+        while (!word.empty() && std::string_view(",.'`").find(word.back()) != std::string_view::npos)
+            word.remove_suffix(1);
+        matches.push_back({term.startPosition, word.size()});
     });
     return matches;
 }

@@ -130,25 +130,10 @@ void TableOfContents::removeMessages(const MessageList& messages) {
 
 void TableOfContents::setMessages(MessageList messages) {
     _messages = std::move(messages);
-    _messageIDMap.clear();
 }
 
 std::shared_ptr<TOCMessage> TableOfContents::messageForMessageID(std::string_view messageID) {
-    const std::hash<std::string_view> digest;
-    const auto known = static_cast<std::ptrdiff_t>(_messageIDMap.size());
-    for (auto i = _messageIDMap.size(); i < count(); ++i)
-        _messageIDMap.emplace_back(digest(listed(_messages[i]).messageID()), static_cast<std::uint32_t>(i));
-    if (known < std::ssize(_messageIDMap)) {
-        std::ranges::sort(_messageIDMap.begin() + known, _messageIDMap.end());
-        std::ranges::inplace_merge(_messageIDMap, _messageIDMap.begin() + known);
-    }
-    const auto wanted = digest(messageID);
-    const auto first = std::ranges::lower_bound(_messageIDMap, wanted, {}, &Identity::first);
-    for (auto each = std::ranges::upper_bound(_messageIDMap, wanted, {}, &Identity::first); each != first;) {
-        const auto& message = _messages[(--each)->second];
-        if (listed(message).messageID() == messageID) return std::static_pointer_cast<TOCMessage>(message);
-    }
-    return nullptr;
+    return std::static_pointer_cast<TOCMessage>(_messagesByID.find(_messages, messageID));
 }
 
 /// The records of a table that is being made anew, each to be taken once.

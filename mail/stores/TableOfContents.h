@@ -10,6 +10,7 @@
 
 #include "base/files/FileSystem.h"
 #include "lorvale/message/list.h"
+#include "mail/stores/MessagesByID.h"
 #include "mail/stores/TOCFormat.h"
 #include "mail/stores/TOCMessage.h"
 
@@ -56,6 +57,8 @@ public:
     void setMessages(MessageList messages);
     /// Of several with the same identifier the last one; null when there is none.
     std::shared_ptr<TOCMessage> messageForMessageID(std::string_view messageID);
+    /// The same for lists of these messages.  Any thread.
+    MessagesByID& messagesByID() { return _messagesByID; }
 
     /// A table made anew.
     struct Rebuilt {
@@ -93,9 +96,7 @@ private:
     TOCHeader _header;  // its count and stamp are those of the file that was read
     bool _isValid = true;
     MessageList _messages;
-    /// The identifiers, as digests in order, of the first messages of the list; made when first asked for.
-    using Identity = std::pair<std::uint64_t, std::uint32_t>;  // and the index
-    std::vector<Identity> _messageIDMap;
+    MessagesByID _messagesByID;
 };
 
 }  // namespace lorvale

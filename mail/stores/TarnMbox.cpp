@@ -266,7 +266,8 @@ std::optional<Data> TarnMbox::bodyForMessage(Message& message) {
 }
 
 std::shared_ptr<Message> TarnMbox::messageForMessageID(std::string_view messageID) {
-    return _toc != nullptr ? _toc->messageForMessageID(messageID) : nullptr;
+    // Among those of the lists, which any thread may look at; the table's own belong to the main thread.
+    return _toc != nullptr ? _toc->messagesByID().find(allMessages(), messageID) : nullptr;
 }
 
 std::string TarnMbox::inconsistency() const {

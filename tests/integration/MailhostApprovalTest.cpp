@@ -128,6 +128,19 @@ const Case kCases[] = {
      "boats are blue. Boats float.' '----------' 'We paint our boats on Monday.' '__________' 'boats mailing "
      "list' 'http://boats.example/mailman/listinfo/boats' '==========' 'To UNSUBSCRIBE from boats, write to' "
      "'boats-request@ferry.example' > boats && mailhost abstract boats 1 -n 9; rm -r $PWD"},
+    {"search",
+     "cd $(mktemp -d) && for b in inbox lists; do mailhost import $OLDPWD/examples/mail/$b $b.mbox --json; "
+     "done; "
+     "mailhost index inbox.mbox lists.mbox; mailhost search 'plan for rain' *.mbox --max 4; "
+     "mailhost search --boolean '(ferry or concert) not timetable' inbox.mbox --sort date; "
+     "mailhost search 'concert on the pier' inbox.mbox --show --max 2; "
+     "mailhost search CONCERTS inbox.mbox --json --max 1; mailhost search pier *.mbox --from fergus --max 2; "
+     "mailhost search pier *.mbox --attachments --max 2; mailhost search --boolean 'a and' inbox.mbox; "
+     "mailhost search --boolean '& a' inbox.mbox; mailhost search '' inbox.mbox; "
+     "mailhost import inbox.mbox lists.mbox; mailhost search 'plan for rain' lists.mbox; "
+     "head -c 5000 lists.mbox/mbox.index > cut; mv cut lists.mbox/mbox.index; mailhost check lists.mbox; "
+     "mailhost search pier lists.mbox; mailhost index lists.mbox --json; mailhost check lists.mbox; "
+     "mailhost unindex inbox.mbox; ls inbox.mbox; mailhost search pier inbox.mbox; rm -r $PWD"},
     {"sort",
      "mailhost sort examples/mail/inbox --by examples/mail/lists examples/mail/archive-2003\n"
      "mailhost sort examples/mail/lists --by examples/mail/odd --by examples/mail/inbox --json | head -n 2\n"
@@ -138,7 +151,8 @@ const Case kCases[] = {
      "for b in *; do mailhost check $b | tail -n 1; done; rm -r $PWD"},
     {"usage",
      "mailhost --help\nmailhost check -h\nmailhost list --help\nmailhost show --help\nmailhost info --help\n"
-     "for c in abstract compact flag forward import rebuild reply send similar sort undo; do mailhost $c "
+     "for c in abstract compact flag forward import index rebuild reply search send similar sort undo unindex; "
+     "do mailhost $c "
      "--help | sed "
      "/^Options.of.every/,\\$d; done\n"
      "COLUMNS=60 mailhost show --help\nmailhost --version"},

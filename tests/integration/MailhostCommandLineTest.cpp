@@ -99,7 +99,7 @@ TEST_F(MailhostCommandLine, CompletesInBash) {
         Names offered;
     } rows[] = {
         {"mailhost li", {"list"}},
-        {"mailhost --json -o Key=Value --home li in", {"info"}},  // "li" is the value of --home
+        {"mailhost --json -o Key=Value --home li in", {"index", "info"}},  // "li" is the value of --home
         {"mailhost list --s", {"--sort", "--subject", "--since"}},
         {"mailhost list --sort s", {"subject", "size"}},
         {"mailhost list --sort = rec", {"received-date"}},

@@ -14,13 +14,14 @@ namespace lorvale::testing {
 
 inline constexpr std::chrono::seconds kPatience{60};
 
-/// "about NUMBER" with a rare word of its own in the body: "rareNUMBER".
+/// "about NUMBER" with a rare word of its own in the body: "rareNUMBER".  Letters differ in length, by which a
+/// mailbox knows that a table which a kill has left tells of another state.
 inline std::shared_ptr<Message> numberedLetter(int number, std::string_view body = "") {
     const auto digits = std::to_string(number);
     return Message::messageWithData(
         Data::copyOf("From a@x.example Thu Aug 22 12:46:23 2002\nFrom: a@x.example\nSubject: about " + digits +
                      "\nDate: Thu, 22 Aug 2002 12:46:23 +0000\n\nA letter with rare" + digits + " in it.\n" +
-                     std::string(body)));
+                     std::string(body) + std::string(static_cast<std::size_t>(number % 29), '.') + "\n"));
 }
 
 inline MessageList numberedLetters(int first, int count) {
@@ -62,8 +63,8 @@ public:
     bool append(const MessageList& messages) const { return store->syncAppendMessages(messages, true); }
     /// The subjects of what is found, best first; "(gone)" for a message that has left, "(no index)".
     std::vector<std::string> find(const std::string& text, bool isBoolean = false) const {
-        const auto found =
-            IndexManager::indexManager().search(std::span(&storeAsBase(), 1), {text, isBoolean, 0});
+        const std::shared_ptr<MessageStore> stores[] = {store};
+        const auto found = IndexManager::indexManager().search(stores, {text, isBoolean, 0});
         if (!found.error.empty()) return {found.error};
         if (!found.hits) return {"(no index)"};
         std::vector<std::string> subjects;
@@ -75,10 +76,7 @@ public:
     std::shared_ptr<TarnMbox> store;
 
 private:
-    const std::shared_ptr<MessageStore>& storeAsBase() const { return _base = store; }
-
     const TemporaryFolder _folder;
-    mutable std::shared_ptr<MessageStore> _base;
 };
 
 }  // namespace lorvale::testing

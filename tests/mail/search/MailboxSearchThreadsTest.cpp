@@ -1,0 +1,139 @@
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "lorvale/platform/run_loop.h"
+#include "lorvale/platform/user_agent.h"
+#include "tests/support/IndexedMailbox.h"
+#include "tests/support/LogCapture.h"
+
+namespace lorvale {
+namespace {
+
+using namespace lorvale::testing;
+
+/// A host that does something with the status lines, on whatever thread they come.
+class StatusReader : public UserAgent {
+public:
+    StatusReader() { setCurrentUserAgent(this); }
+    ~StatusReader() override { setCurrentUserAgent(nullptr); }
+    void displayStatus(std::string_view status, MessageStore*) override { lines += !status.empty(); }
+    std::atomic<int> lines = 0;
+};
+
+TEST(MailboxSearchThreads, SeveralMailboxesIndexWhileTheyAreSearchedAndCompacted) {
+    constexpr int kMailboxes = 3, kRounds = 4, kEach = 8;
+    const LogCapture quiet;
+    StatusReader reader;
+    std::vector<std::unique_ptr<IndexedMailbox>> boxes;
+    for (int i = 0; i < kMailboxes; ++i) boxes.push_back(std::make_unique<IndexedMailbox>());
+    std::atomic<bool> done = false;
+    std::atomic<int> wrong = 0, searches = 0;
+    std::vector<std::jthread> searchers;
+    for (int thread = 0; thread < 2; ++thread) {
+        searchers.emplace_back([&, thread] {
+            while (!done) {
+                const auto& store = boxes[static_cast<std::size_t>(thread)]->store;
+                std::vector<float> ranks;
+                std::string error;
+                const auto found = IndexManager::indexManager().messagesInStore(
+                    thread == 0 ? nullptr : store, "letter | rare7", &ranks, true, &error);
+                // One state: the best has 1, and nothing is worse than what follows it.
+                if (!found || !error.empty() || !std::ranges::is_sorted(ranks, std::greater()) ||
+                    (!ranks.empty() && ranks.front() != 1.0F))
+                    ++wrong;
+                ++searches;
+            }
+        });
+    }
+    for (int round = 0; round < kRounds; ++round) {
+        for (auto& box : boxes) {
+            ASSERT_TRUE(box->append(numberedLetters(round * kEach, kEach)));
+            if (round % 2 == 0) continue;
+            box->store->deleteMessages({box->store->allMessages()[1]});
+            box->store->doCompact();
+        }
+    }
+    for (auto& box : boxes) {
+        EXPECT_TRUE(box->wait());
+        EXPECT_EQ(IndexManager::indexedCount(*box->store), kRounds * kEach - kRounds / 2);
+    }
+    done = true;
+    searchers.clear();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_GT(searches, 0);
+    EXPECT_GT(reader.lines, 0);
+}
+
+TEST(MailboxSearchThreads, AnyOrderOfChangesEndsCleanly) {
+    const LogCapture quiet;
+    std::mt19937 random(3);
+    IndexedMailbox box;
+    std::atomic<bool> done = false;
+    std::jthread searcher([&] {
+        while (!done) IndexManager::indexManager().messagesInStore(nullptr, "letter");
+    });
+    int next = 1;
+    for (int step = 0; step < 50; ++step) {
+        auto& store = *box.store;
+        switch (random() % 10) {
+            case 0:
+                box.reopen();
+                break;
+            case 1:
+                store.setIsIndexed(false);
+                break;
+            case 2:
+                store.setIsIndexed(true);
+                break;
+            case 3:
+                store.stopUpdatingIndex();
+                break;
+            case 4:
+                store.stopBackgroundActivity();
+                break;
+            case 5:
+                store.updateIndex();
+                break;
+            case 6:
+                if (store.totalCount() > 0)
+                    store.deleteMessage(store.allMessages()[random() % store.totalCount()]);
+                break;
+            case 7:
+                store.doCompact();
+                break;
+            default:
+                ASSERT_TRUE(box.append(numberedLetters(next, 5)));
+                next += 5;
+        }
+        RunLoop::main()->dispatch();
+    }
+    box.reopen();  // what waits to be removed is removed now
+    box.turnOn();
+    done = true;
+    searcher.join();
+    EXPECT_EQ(IndexManager::indexedCount(*box.store), box.store->totalCount());
+    for (const auto& message : box.store->allMessages()) {
+        const auto subject = message->headers()->subject();
+        EXPECT_THAT(box.find("rare" + subject.substr(6)), ::testing::ElementsAre(subject));
+    }
+    EXPECT_THAT(checkIndex(box.path()).findings, ::testing::IsEmpty());
+    // A store that is dropped without being closed.
+    ASSERT_TRUE(box.append(numberedLetters(next, 200)));
+    box.store = nullptr;
+    box.open();
+    // Until its thread, and what was posted about it, has let go of the old one.
+    const auto isOpen = [&] { return box.store != nullptr && box.store->haveLock(); };
+    for (int turn = 0; !isOpen() && turn < 1000; ++turn) {
+        RunLoop::main()->runFor(std::chrono::milliseconds(10));
+        box.reopen();
+    }
+    ASSERT_TRUE(isOpen());
+    EXPECT_TRUE(box.wait());
+    EXPECT_THAT(box.find("rare" + std::to_string(next + 199)), ::testing::SizeIs(1));
+}
+
+}  // namespace
+}  // namespace lorvale
