@@ -293,6 +293,24 @@ TEST_F(VectorTest, CancellingAtAnyReportLeavesTheAccessorUsable) {
     EXPECT_GT(allowed, 10);
 }
 
+TEST_F(VectorTest, HitsAreFilteredAndNameWhatWeighsMostInBoth) {
+    struct OnlyLong : VectorAccessor {
+        using VectorAccessor::VectorAccessor;
+        bool IsHit(IAIndex*, const IADoc* doc) override {
+            return static_cast<const StringDoc*>(doc)->View() == "long";
+        }
+    };
+    texts["long"] = "own7";
+    for (int i = 0; i < 50; ++i) texts["long"] += " w3";
+    t.Add("long");
+    t.index->Flush();
+    OnlyLong accessor(t.index.get());
+    accessor.InitializeAnew();
+    const auto hits = accessor.RankedSearch("own7 w3", {}, 9, 1);
+    ASSERT_EQ(hits.size(), 1u);
+    EXPECT_EQ(TermsOf(hits[0]->GetMatchingTerms()), "w3 ");  // own7 is rarer, and stands there once
+}
+
 TEST_F(VectorTest, BackgroundWeighsTermsByWhatIsRareThere) {
     const Texts few = {{"a", "all own3 odd"}, {"b", "own3"}, {"c", "odd w1"}};
     InMemory<VectorIndex> small(few);
