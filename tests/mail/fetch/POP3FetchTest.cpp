@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <regex>
 #include <thread>
 
 #include "lorvale/message.h"
@@ -244,10 +243,17 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenItIsKilledAtAnyMoment) {
     const auto seen = [this] {
         std::set<std::string> numbers;
         const auto add = [&](const std::string& text) {
-            const std::regex line("(?:^|\n)hello ([0-9]+)\n\\.\n\\.\\.a\n>?From me\n");
-            for (auto found = std::sregex_iterator(text.begin(), text.end(), line);
-                 found != std::sregex_iterator(); ++found)
-                numbers.insert((*found)[1]);
+            constexpr std::string_view kBegin = "\nhello ";
+            for (auto found = text.find(kBegin); found != std::string::npos;
+                 found = text.find(kBegin, found + 1)) {
+                const auto digits = found + kBegin.size();
+                const auto end = text.find_first_not_of("0123456789", digits);
+                if (end == std::string::npos || end == digits) continue;
+                const std::string_view rest = std::string_view(text).substr(end);
+                const bool isWhole =
+                    rest.starts_with("\n.\n..a\nFrom me\n") || rest.starts_with("\n.\n..a\n>From me\n");
+                if (isWhole) numbers.insert(text.substr(digits, end - digits));
+            }
         };
         for (const auto* const place : {"pop/POPSpoolFile", "Active.mbox/mbox", "Active.mbox/Incoming_Mail"})
             if (fs::exists(at(place))) add(readFile(at(place)));
