@@ -164,7 +164,8 @@ int finishLetter(const Draft& draft, const Arguments& arguments) {
     } else if (arguments.has(kDryRun)) {
         arguments.has(kJson) ? printAsJson(letter, *bytes) : print(*bytes);
     } else {
-        throw Failure("nothing is sent yet: --dry-run prints the letter, --output writes it to a file");
+        const auto hidden = lorvale::addressList(blind.value_or(""));
+        return sendLetter(draft.letter, hidden.value_or(std::vector<std::string>()), arguments);
     }
     return 0;
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Arguments.h"
+#include "Outgoing.h"
 #include "lorvale/body.h"
 #include "lorvale/message.h"
 
@@ -48,8 +49,9 @@ inline constexpr auto kOutputFile = Typed<std::string>{{.name = "--output",
                                                         .takes = Takes::file,
                                                         .group = "sending"}};
 inline constexpr auto kLetterOptions =
-    std::to_array<Parameter>({kSender, kRecipients, kCopies, kBlindCopies, kLetterSubject, kBody, kPage,
-                              kAttach, kFormat, kDryRun, kOutputFile});
+    joined(std::to_array<Parameter>({kSender, kRecipients, kCopies, kBlindCopies, kLetterSubject, kBody, kPage,
+                                     kAttach, kFormat, kDryRun, kOutputFile}),
+           kOutgoingOptions);
 
 /// A letter with everything that is known before its options are looked at.
 struct Draft {

@@ -83,6 +83,11 @@ const Command sendCommand = {
         "lie beside it go with it; else it is read from standard input. What is to be seen of a page goes "
         "along "
         "as plain text too. A folder that is attached goes as an archive.\n\n"
+        "Without --via and --host the user defaults DeliveryMethod, SMTPHost and Mailer say how it goes. Each "
+        "recipient that the server refuses is named, with its words, and the exit status is 1; the others get "
+        "the "
+        "letter. In JSON the one line has the members complete, refused (objects with recipient and reply) and "
+        "failure, where there was one.\n\n"
         "--dry-run prints the letter instead. In JSON that gives the members from, to, cc, subject, date, "
         "message-id, size (in bytes) and base64, the whole letter.",
     .words = {},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "lorvale/body/letters.h"
 #include "lorvale/defaults.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/exception.h"
@@ -19,11 +20,6 @@ using Texts = std::vector<std::string>;
 
 constexpr std::string_view kBlindKey = "bcc";
 
-void setWhereMissing(MessageHeaders& headers, std::string_view name, const std::string& value) {
-    if (headers.allHeaders()->contains(asciiLowered(name))) return;
-    headers.setObject(value, name);
-}
-
 }  // namespace
 
 void completeHeaders(Message& message, bool askForReadReceipt, MailDialect dialect) {
@@ -32,9 +28,8 @@ void completeHeaders(Message& message, bool askForReadReceipt, MailDialect diale
                                   askForReadReceipt ? ".RR" : ""),
                        "X-Mailer");
     if (dialect == MailDialect::classic) return;
-    setWhereMissing(*headers, "From", loginName() + '@' + hostName());
-    setWhereMissing(*headers, "Date", dateHeaderText(Date::now()));
-    setWhereMissing(*headers, "Message-ID", makeMessageID());
+    if (!headers->allHeaders()->contains("from")) headers->setObject(loginName() + '@' + hostName(), "From");
+    completeLetter(message);
 }
 
 Data dataOfMessage(Message& message, std::string_view deliveryClass) {

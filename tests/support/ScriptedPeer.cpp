@@ -14,7 +14,7 @@ namespace lorvale::testing {
 
 namespace {
 
-constexpr int kPatience = 10'000;  // milliseconds
+constexpr int kPatience = 30'000;  // milliseconds; machines are busy at times
 
 Descriptor listenOnFreePort(std::uint16_t& port) {
     Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));

@@ -26,7 +26,7 @@ namespace lorvale::testing {
 ///     "X"                hangs up
 ///
 /// Behind the last step it reads on until the client hangs up, and whatever comes is a surprise.  A step waits
-/// for ten seconds at most.  After a surprise it hangs up and takes nobody any more.
+/// for half a minute at most.  After a surprise it hangs up and takes nobody any more.
 class ScriptedPeer {
 public:
     enum class Pace { whole, byteByByte };  ///< of what it sends

@@ -1,0 +1,137 @@
+/// The console host sends letters: to a peer that plays a script, and to a mailer that writes down what it
+/// gets.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "RunProgram.h"
+#include "tests/support/ScriptedPeer.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale::testing {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+using Steps = std::vector<std::string>;
+
+class MailhostSend : public ::testing::Test {
+protected:
+    Outcome send(const std::string& options, const std::string& text = "hi") {
+        return runShell("printf '" + text + "' | mailhost --config " + _folder.path().string() +
+                        " send --from a@x --subject s " + options);
+    }
+    static std::string host(const ScriptedPeer& peer) {
+        return " --host 127.0.0.1:" + std::to_string(peer.port());
+    }
+
+    const TemporaryFolder _folder;
+};
+
+TEST_F(MailhostSend, NamesEachRefusalByItsRecipient) {
+    const Steps script = {"S: 220",
+                          "C: EHLO *",
+                          "S: 250",
+                          "C: MAIL FROM:<a@x>",
+                          "S: 250",
+                          "C: RCPT TO:<b@x>",
+                          "S: 250",
+                          "C: RCPT TO:<c@x>",
+                          "S: 550 5.1.1 who is \x1B[31mthat",
+                          "C: RCPT TO:<d@x>",
+                          "S: 250",
+                          "C: DATA",
+                          "S: 354",
+                          ".",
+                          "S: 250",
+                          "C: QUIT",
+                          "S: 221"};
+    for (const bool json : {false, true}) {
+        ScriptedPeer peer(script);
+        const auto outcome = send("--to 'B <b@x>, c@x' --bcc d@x" + host(peer) + (json ? " --json" : ""));
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.errors, HasSubstr("mailhost: c@x gets nothing: 550 5.1.1 who is \\x1B[31mthat\n"));
+        EXPECT_EQ(outcome.output,
+                  json ? "{\"complete\":false,\"refused\":[{\"recipient\":\"c@x\",\"reply\":\"550 5.1.1 who is "
+                         "\\u001B[31mthat\"}]}\n"
+                       : "");
+        EXPECT_EQ(peer.firstSurprise(), "");
+        EXPECT_THAT(peer.texts().at(0), HasSubstr("\r\n\r\nhi\r\n.\r\n"));
+        EXPECT_THAT(peer.texts().at(0), Not(HasSubstr("d@x")));
+    }
+}
+
+TEST_F(MailhostSend, SecuresAndLogsIn) {
+    const TestAuthority authority;
+    authority.writeTo(_folder / "authority.pem");
+    writeFile(_folder / "password", "secret\r\nmore\n");
+    const Steps script = {"S: 220",
+                          "C: EHLO *",
+                          "S: 250-x\r\n250 STARTTLS",
+                          "C: STARTTLS",
+                          "S: 220",
+                          "T",
+                          "C: EHLO *",
+                          "S: 250-x\r\n250 AUTH PLAIN",
+                          "C: AUTH PLAIN AGFubmEAc2VjcmV0",
+                          "S: 235",
+                          "C: MAIL*",
+                          "S: 250",
+                          "C: RCPT*",
+                          "S: 250",
+                          "C: DATA",
+                          "S: 354",
+                          ".",
+                          "S: 250",
+                          "C: QUIT",
+                          "S: 221"};
+    const auto folder = _folder.path().string();
+    const auto options = " --to b@x --security starttls --user anna --password-file " + folder + "/password";
+    ScriptedPeer good(script, ScriptedPeer::Pace::whole, authority.issue("IP:127.0.0.1"));
+    const auto sent = send(options + host(good) + " --authorities " + folder + "/authority.pem");
+    EXPECT_EQ(sent.status, 0) << sent.errors;
+    EXPECT_EQ(good.firstSurprise(), "");
+    ScriptedPeer stranger(script, ScriptedPeer::Pace::whole, authority.issue("IP:127.0.0.1"));
+    const auto refused = send(options + host(stranger));
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.errors, HasSubstr("The certificate of 127.0.0.1 cannot be trusted"));
+}
+
+TEST_F(MailhostSend, TellsWhatKeepsItFromSending) {
+    ScriptedPeer silent({"W"});
+    const struct {
+        std::string options;
+        int status;
+        std::string says;
+    } rows[] = {
+        {"--host 127.0.0.1:1", 1,
+         "nothing was sent by 127.0.0.1:1: Can't connect to host named 127.0.0.1 on port 1"},
+        {host(silent) + " --timeout 1", 1, "The peer has been silent for 1 seconds."},
+        {"--via sendmail --host x", 2, "--host is for --via smtp"},
+        {"-o Mailer=/none", 1, "there is no mailer at /none"},
+        {"--host 127.0.0.1:1 --user anna", 1, "there is no password"},
+    };
+    for (const auto& row : rows) {
+        const auto outcome = send("--to b@x " + row.options);
+        EXPECT_EQ(outcome.status, row.status) << row.options;
+        EXPECT_THAT(outcome.errors, HasSubstr(row.says));
+    }
+}
+
+TEST_F(MailhostSend, GivesALargeLetterToTheMailer) {
+    const auto folder = _folder.path().string();
+    writeFile(_folder / "mailer", "#!/bin/sh\necho \"$@\" > " + folder + "/arguments\ncat > " + folder +
+                                      "/part\nmv " + folder + "/part " + folder + "/text\n");
+    std::filesystem::permissions(_folder / "mailer", std::filesystem::perms::owner_all);
+    writeFile(_folder / "file", std::string(1'000'000, 'x'));
+    const auto outcome =
+        send("--to b@x --bcc c@x --attach " + folder + "/file -o Mailer=" + folder + "/mailer");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    for (int i = 0; i < 1000 && !std::filesystem::exists(_folder / "text"); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(readFile(_folder / "arguments"), "-oi -odb -- b@x c@x\n");
+    EXPECT_GT(std::filesystem::file_size(_folder / "text"), 1'000'000U);
+}
+
+}  // namespace
+}  // namespace lorvale::testing
