@@ -104,7 +104,7 @@ private:
         if (command.starts_with("ehlo") || command.starts_with("EHLO"))
             return "250-sink\r\n250-PIPELINING\r\n250 8BITMIME\r\n";
         if (command.starts_with("DATA") || command.starts_with("data")) return "354 go\r\n";
-        return "250 ok\r\n";
+        return command.starts_with("QUIT") || command.starts_with("quit") ? "221 bye\r\n" : "250 ok\r\n";
     }
 
     const int _listener;
