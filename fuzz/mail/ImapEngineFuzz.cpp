@@ -1,5 +1,5 @@
-// A connection to a server that sends anything at all, in both dialects.  Whatever the pieces in which the bytes
-// come, every command has the same outcome, and at the end, when the server has nothing more to say, the
+// A connection to a server that sends anything at all, in both dialects.  Whatever the pieces in which the
+// bytes come, every command has the same outcome, and at the end, when the server has nothing more to say, the
 // connection knows that it is gone.
 #include <string>
 

@@ -1,5 +1,5 @@
-// The names, sets and values of IMAP.  A name survives its wire form, a set names the numbers it was made of, and
-// an item is found in both readings of one answer where the classic one has it first.
+// The names, sets and values of IMAP.  A name survives its wire form, a set names the numbers it was made of,
+// and an item is found in both readings of one answer where the classic one has it first.
 #include <algorithm>
 
 #include "fuzz/mail/CodecFuzz.h"

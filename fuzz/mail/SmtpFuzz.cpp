@@ -1,5 +1,5 @@
-// Whatever a mail server says, and in whatever pieces it comes, a conversation ends: with the same outcome in the
-// classic dialect, and never with a text that the server has not asked for in the standard one.
+// Whatever a mail server says, and in whatever pieces it comes, a conversation ends: with the same outcome in
+// the classic dialect, and never with a text that the server has not asked for in the standard one.
 #include "fuzz/mail/CodecFuzz.h"
 #include "lorvale/delivery.h"
 #include "tests/support/MemoryTransport.h"
@@ -17,7 +17,8 @@ Outcome converse(std::string_view server, std::size_t pieces, MailDialect dialec
     testing::MemoryTransport::Log log;
     Outcome outcome;
     try {
-        auto transport = std::make_unique<testing::MemoryTransport>(testing::inPieces(server, pieces), log, 4096);
+        auto transport =
+            std::make_unique<testing::MemoryTransport>(testing::inPieces(server, pieces), log, 4096);
         SMTPConnection connection(std::make_unique<KTSocket>(std::move(transport)), {}, dialect);
         connection.beginConversation("x");
         if (dialect == MailDialect::classic) {
@@ -27,7 +28,8 @@ Outcome converse(std::string_view server, std::size_t pieces, MailDialect dialec
         } else {
             for (const auto& [recipient, reply] : connection.startMail({"a@x", {"b@x", "c@x"}, 100, true}))
                 outcome.said += recipient + ' ' + reply + '\n';
-            if (outcome.said.find("c@x ") != std::string::npos && outcome.said.starts_with("b@x ")) return outcome;
+            if (outcome.said.find("c@x ") != std::string::npos && outcome.said.starts_with("b@x "))
+                return outcome;
             fuzz::require(log.written.find("DATA\r\n") != std::string::npos);
         }
         connection.sendData(server);

@@ -63,7 +63,8 @@ const Case kCases[] = {
      "done; "
      "mailhost show $box 11 --save x --json | sed 's:.*\\(.saved\\):\\1:'; rm -r x"},
     {"show-rich",
-     "COLUMNS=60; export COLUMNS; for n in 10 11 12 13 25; do mailhost show examples/mail/inbox $n --rich; done\n"
+     "COLUMNS=60; export COLUMNS; for n in 10 11 12 13 25; do mailhost show examples/mail/inbox $n --rich; "
+     "done\n"
      "mailhost show examples/mail/archive-2003 3 --rich\nmailhost show examples/mail/inbox 11 --rich --json"},
     {"older-rich",
      "box=examples/mail/archive-1996; mailhost list $box --attachments; mailhost show $box 1; "

@@ -178,8 +178,8 @@ public:
     void flushCachedData();
     /// A rough weight for the message cache.
     std::size_t cachedDataSize() const;
-    /// The cached headers held, which is all that is lost with this object once it is flushed; nullopt when more
-    /// is, since headers were changed.
+    /// The cached headers held, which is all that is lost with this object once it is flushed; nullopt when
+    /// more is, since headers were changed.
     std::optional<CachedHeaders> remains() const;
     std::string description() const;
 

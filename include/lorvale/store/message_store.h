@@ -58,11 +58,10 @@ public:
     /// The answer of a class that opens nothing: 0.
     static float willingnessToOpen(std::string_view path);
 
-    /// The open store for the path whatever else is asked for; else a new one of storeClassForPath(); else, with
-    /// `create`, one of the default class.  Null when there is
-    /// none or the opening fails; openingFailure() then tells why.  Any thread: one that asks while another
-    /// opens the same path waits for that, its question about a locked mailbox included, and gets the same
-    /// store.
+    /// The open store for the path whatever else is asked for; else a new one of storeClassForPath(); else,
+    /// with `create`, one of the default class.  Null when there is none or the opening fails; openingFailure()
+    /// then tells why.  Any thread: one that asks while another opens the same path waits for that, its
+    /// question about a locked mailbox included, and gets the same store.
     [[nodiscard]] static std::shared_ptr<MessageStore> storeForPath(std::string_view path, bool create = false,
                                                                     bool readOnly = false);
     /// Why the last storeForPath() or initWithPath() of this thread answered null; false after a success.
