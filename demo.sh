@@ -70,7 +70,7 @@ try mailhost show examples/mail/odd 17
 say "Which rules are broken?"
 try mailhost check examples/mail/odd
 say "A directory mailbox keeps a search index: the sample mail is imported, indexed and searched."
-mail=$build/mail
+mail=$build/mailboxes  # the build itself has a folder "mail"
 rm -rf "$mail" && mkdir -p "$mail"
 for name in inbox lists archive-2003; do
     mailhost import "examples/mail/$name" "$mail/$name.mbox" >/dev/null

@@ -189,7 +189,8 @@ public:
         constexpr std::size_t kSoonDone = 10;
         if (count <= kSoonDone || !RunLoop::isMainThread() || !Defaults::sharedInstance().canUseWindowKit())
             return;
-        const auto mailbox = stringByDeletingPathExtension(lastPathComponent(folderOf(table)));
+        const auto folder = folderOf(table);
+        const auto mailbox = stringByDeletingPathExtension(lastPathComponent(folder));
         _progress = Progressor::newWithTitle(
             "Open Mailbox", formatText("Upgrading table of contents for %@.  Please wait...", mailbox));
         _progress->setMaxValue(static_cast<double>(count));
