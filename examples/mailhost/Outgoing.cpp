@@ -20,7 +20,6 @@ namespace mailhost {
 
 namespace {
 
-using lorvale::formatText;
 using lorvale::SMTPSettings;
 
 constexpr std::uint64_t kUsualTimeout = 60;  // seconds
