@@ -1,10 +1,12 @@
 #include "base/richtext/ZipArchive.h"
 
 #include <sys/stat.h>
+#include <zip.h>
 
-#include <array>
 #include <cstdint>
-#include <ctime>
+#include <deque>
+#include <memory>
+#include <new>
 #include <string>
 
 #include "lorvale/platform/exception.h"
@@ -16,130 +18,91 @@ namespace {
 
 constexpr int kMostLevels = 100;
 
-constexpr auto kCrcTable = [] {
-    std::array<std::uint32_t, 256> table{};
-    for (std::uint32_t byte = 0; byte < table.size(); ++byte) {
-        auto rest = byte;
-        for (int bit = 0; bit < 8; ++bit) rest = (rest & 1) != 0 ? 0xEDB88320U ^ (rest >> 1) : rest >> 1;
-        table[byte] = rest;
-    }
-    return table;
-}();
+struct Free {
+    void operator()(zip_t* archive) const noexcept { ::zip_discard(archive); }
+    void operator()(zip_source_t* source) const noexcept { ::zip_source_free(source); }
+};
 
-std::uint32_t crc32(std::string_view bytes) {
-    std::uint32_t crc = 0xFFFFFFFFU;
-    for (const char c : bytes) crc = kCrcTable[(crc ^ static_cast<std::uint8_t>(c)) & 0xFF] ^ (crc >> 8);
-    return crc ^ 0xFFFFFFFFU;
+using Source = std::unique_ptr<zip_source_t, Free>;
+
+[[noreturn]] void refuse(std::string_view path, std::string_view why) {
+    throw InvalidArgumentException(formatText("\"%@\" does not fit into an archive: %@", path, why));
 }
 
-/// The moment as MS-DOS had it: the date in the upper half, the time in the lower, in the local zone.
-std::uint32_t dosTime() {
-    const auto now = std::time(nullptr);
-    std::tm local{};
-    if (::localtime_r(&now, &local) == nullptr) return 0;
-    const auto date = (local.tm_year - 80) << 9 | (local.tm_mon + 1) << 5 | local.tm_mday;
-    const auto time = local.tm_hour << 11 | local.tm_min << 5 | local.tm_sec / 2;
-    return static_cast<std::uint32_t>(date) << 16 | static_cast<std::uint32_t>(time);
-}
-
-// Little-endian throughout.
-//
-//   local header, then the bytes      central entry                     end
-//   ---------------------------      ----------------------------      -----------------------------
-//   4  50 4B 03 04                    4  50 4B 01 02                    4  50 4B 05 06
-//                                     2  made by: 3 (Unix), 3.0         4  0 0
-//   26 what both say, see appendCommon()                                2  entries, twice
-//   n  the name                       10 0                              4  size of the central directory
-//                                     4  attributes: the mode << 16     4  where it begins
-//                                     4  where the local header begins  2  0
-//                                     n  the name
+/// The entries refer to the bytes of the directory's files until finish() has written them.
 class ZipWriter {
 public:
-    Data archive(const FileWrapper& directory, const std::string& name) {
-        add(directory, name, 0);
-        const auto start = checked(_out.size());
-        _out.append(_central.view());
-        _out.append(std::string_view("PK\5\6\0\0\0\0", 8));
-        appendNumber(_out, _entries, 2);
-        appendNumber(_out, _entries, 2);
-        appendNumber(_out, checked(_central.size()), 4);
-        appendNumber(_out, start, 4);
-        appendNumber(_out, 0, 2);
-        return _out.data();
+    ZipWriter() {
+        zip_error_t error;
+        ::zip_error_init(&error);
+        _out.reset(::zip_source_buffer_create(nullptr, 0, /*freep=*/0, &error));
+        if (_out != nullptr) _archive.reset(::zip_open_from_source(_out.get(), ZIP_TRUNCATE, &error));
+        if (_archive != nullptr) ::zip_source_keep(_out.get());  // the archive has the one share, we the other
+        ::zip_error_fini(&error);
+        if (_archive == nullptr) throw std::bad_alloc();  // there is no other reason
     }
 
-private:
-    void add(const FileWrapper& file, const std::string& path, int level) {
-        if (level > kMostLevels) refuse(path);
+    void add(const FileWrapper& file, const std::string& path, int level = 0) {
+        if (level > kMostLevels) refuse(path, "too many directories in each other");
         const auto permissions = file.permissions();
         switch (file.kind()) {
             case FileWrapper::Kind::directory:
-                addEntry(path + '/', {}, S_IFDIR | permissions.value_or(0755));
+                setMode(::zip_dir_add(_archive.get(), path.c_str(), 0), path,
+                        S_IFDIR | permissions.value_or(0755));
                 for (const auto& [name, entry] : file.fileWrappers()) add(*entry, path + '/' + name, level + 1);
                 break;
             case FileWrapper::Kind::regularFile:
-                addEntry(path, file.regularFileContents().view(), S_IFREG | permissions.value_or(0644));
+                addBytes(file.regularFileContents().view(), path, S_IFREG | permissions.value_or(0644));
                 break;
             case FileWrapper::Kind::symbolicLink:
-                addEntry(path, file.symbolicLinkDestination(), S_IFLNK | 0777);
+                addBytes(_links.emplace_back(file.symbolicLinkDestination()), path, S_IFLNK | 0777);
                 break;
         }
     }
 
-    void addEntry(const std::string& path, std::string_view bytes, std::uint32_t mode) {
-        constexpr std::size_t kMost = 0xFFFF;
-        if (path.size() > kMost || ++_entries > kMost) refuse(path);
-        const auto place = checked(_out.size());
-        const auto checksum = crc32(bytes);
-        _out.append("PK\3\4");
-        appendCommon(_out, path, bytes, checksum);
-        _out.append(path);
-        _out.append(bytes);
-        _central.append("PK\1\2");
-        appendNumber(_central, 3 << 8 | 30, 2);
-        appendCommon(_central, path, bytes, checksum);
-        appendNumber(_central, 0, 2);  // no comment,
-        appendNumber(_central, 0, 4);  // on the first disk, bytes of any kind
-        appendNumber(_central, mode << 16, 4);
-        appendNumber(_central, place, 4);
-        _central.append(path);
+    Data finish(const std::string& name) {
+        if (::zip_close(_archive.get()) != 0) refuse(name, ::zip_strerror(_archive.get()));
+        (void)_archive.release();  // closed is freed
+        zip_stat_t known;
+        ::zip_stat_init(&known);
+        if (::zip_source_stat(_out.get(), &known) != 0 || ::zip_source_open(_out.get()) != 0)
+            refuse(name, "the archive cannot be read");
+        ByteBuffer bytes(known.size);
+        const auto count = ::zip_source_read(_out.get(), bytes.bytes(), known.size);
+        ::zip_source_close(_out.get());
+        if (count < 0 || static_cast<zip_uint64_t>(count) != known.size)
+            refuse(name, "the archive cannot be read");
+        bytes.commit(known.size);
+        return bytes.data();
     }
 
-    void appendCommon(ByteBuffer& to, std::string_view path, std::string_view bytes, std::uint32_t checksum) {
-        constexpr std::uint32_t kNeeds = 20, kNamesAreUtf8 = 1U << 11, kStored = 0;
-        appendNumber(to, kNeeds, 2);
-        appendNumber(to, kNamesAreUtf8, 2);
-        appendNumber(to, kStored, 2);
-        appendNumber(to, _time, 4);
-        appendNumber(to, checksum, 4);
-        appendNumber(to, checked(bytes.size()), 4);
-        appendNumber(to, checked(bytes.size()), 4);
-        appendNumber(to, static_cast<std::uint32_t>(path.size()), 2);
-        appendNumber(to, 0, 2);  // nothing extra
+private:
+    void addBytes(std::string_view bytes, const std::string& path, std::uint32_t mode) {
+        Source source(::zip_source_buffer(_archive.get(), bytes.data(), bytes.size(), /*freep=*/0));
+        const auto index =
+            source != nullptr ? ::zip_file_add(_archive.get(), path.c_str(), source.get(), 0) : -1;
+        if (index >= 0) (void)source.release();  // the archive's now
+        setMode(index, path, mode);
     }
 
-    static void appendNumber(ByteBuffer& to, std::uint32_t number, int bytes) {
-        for (int i = 0; i < bytes; ++i) to.append(static_cast<std::uint8_t>(number >> (8 * i)));
+    /// Of an entry, or of one that could not be made.
+    void setMode(zip_int64_t index, const std::string& path, std::uint32_t mode) {
+        if (index < 0 || ::zip_file_set_external_attributes(_archive.get(), static_cast<zip_uint64_t>(index), 0,
+                                                            ZIP_OPSYS_UNIX, mode << 16) != 0)
+            refuse(path, ::zip_strerror(_archive.get()));
     }
 
-    static std::uint32_t checked(std::size_t size) {
-        if (size > 0xFFFF'FFFF) throw InvalidArgumentException("A directory is too large for one file");
-        return static_cast<std::uint32_t>(size);
-    }
-
-    [[noreturn]] static void refuse(std::string_view path) {
-        throw InvalidArgumentException(formatText("\"%@\" does not fit into an archive", path));
-    }
-
-    ByteBuffer _out, _central;
-    std::uint32_t _entries = 0;
-    const std::uint32_t _time = dosTime();
+    std::deque<std::string> _links;  // where they lead
+    Source _out;
+    std::unique_ptr<zip_t, Free> _archive;
 };
 
 }  // namespace
 
 Data zipArchive(const FileWrapper& directory, std::string_view name) {
-    return ZipWriter().archive(directory, std::string(name));
+    ZipWriter writer;
+    writer.add(directory, std::string(name));
+    return writer.finish(std::string(name));
 }
 
 }  // namespace lorvale
