@@ -2,6 +2,7 @@
 set(LORVALE_PUBLIC_HEADERS
     include/lorvale/account.h
     include/lorvale/account/local_account.h
+    include/lorvale/account/pop_account.h
     include/lorvale/body.h
     include/lorvale/body/letters.h
     include/lorvale/body/mime_body.h

@@ -42,6 +42,7 @@ const Command* Program::command(std::string_view named) const {
 }
 
 void Arguments::read(const Program& program, std::span<const char* const> line) {
+    _words.clear();
     bool onlyWords = false;
     for (std::size_t i = 0; i < line.size(); ++i) {
         const std::string_view argument = line[i];
@@ -63,6 +64,7 @@ void Arguments::read(const Program& program, std::span<const char* const> line) 
         if (!spelled.value && ++i == line.size()) throw UsageError(withName(spelled.name, " needs a value"));
         addOption(option, valueOf(option, spelled.value ? *spelled.value : std::string_view(line[i])));
     }
+    if (_chosen != nullptr) takeWords();
 }
 
 const Parameter& Arguments::optionNamed(const Program& program, std::string_view name) const {
@@ -90,10 +92,23 @@ void Arguments::addWord(const Program& program, std::string_view text) {
         return;
     }
     const auto& words = _chosen->words;
-    if (_wordCount >= words.size() && (words.empty() || !words.back().repeats))
+    if (_words.size() >= words.size() && std::ranges::none_of(words, &Parameter::repeats))
         throw UsageError(quoted(text) + " is one word too many");
-    const auto& word = words[std::min(_wordCount++, words.size() - 1)];
-    _given.push_back({word.name, valueOf(word, text)});
+    _words.push_back(text);
+}
+
+/// Gives each word its parameter.  One that repeats takes what those before and behind it leave.
+void Arguments::takeWords() {
+    const auto& words = _chosen->words;
+    const auto repeating =
+        static_cast<std::size_t>(std::ranges::find_if(words, &Parameter::repeats) - words.begin());
+    for (std::size_t i = 0; i < _words.size(); ++i) {
+        const auto left = _words.size() - i;  // this one and those behind it
+        const auto place =
+            i <= repeating ? i : std::max(repeating, words.size() - std::min(left, words.size()));
+        _given.push_back({words[place].name, valueOf(words[place], _words[i])});
+    }
+    _words.clear();
 }
 
 void Arguments::checkComplete() const {

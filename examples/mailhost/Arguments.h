@@ -66,9 +66,10 @@ private:
     const Parameter& optionNamed(const Program& program, std::string_view name) const;
     void addOption(const Parameter& option, Value value);
     void addWord(const Program& program, std::string_view text);
+    void takeWords();
 
     const Command* _chosen = nullptr;
-    std::size_t _wordCount = 0;  // behind the command's name
+    std::vector<std::string_view> _words;  // behind the command's name, while the line is read
     std::vector<Given> _given;
 };
 

@@ -7,10 +7,11 @@ namespace mailhost {
 namespace {
 
 constexpr auto kCommands = std::to_array<const Command*>({
-    &abstractCommand, &checkCommand,  &compactCommand, &fetchCommand,   &flagCommand,
-    &forwardCommand,  &importCommand, &indexCommand,   &infoCommand,    &listCommand,
-    &rebuildCommand,  &replyCommand,  &searchCommand,  &sendCommand,    &showCommand,
-    &similarCommand,  &sortCommand,   &undoCommand,    &unindexCommand, &watchCommand,
+    &abstractCommand,  &accountsCommand, &checkCommand,  &compactCommand, &copyCommand,   &fetchCommand,
+    &flagCommand,      &forwardCommand,  &importCommand, &indexCommand,   &infoCommand,   &listCommand,
+    &mailboxesCommand, &moveCommand,     &newCommand,    &rebuildCommand, &removeCommand, &replyCommand,
+    &searchCommand,    &sendCommand,     &showCommand,   &similarCommand, &sortCommand,   &undoCommand,
+    &unindexCommand,   &watchCommand,
 });
 
 constexpr auto kOptions =
@@ -46,6 +47,8 @@ constexpr auto kExamples = std::to_array<Entry>({
      "new mail of a server"},
     {"mailhost index ~/mail/inbox.mbox", "from now on the mailbox keeps a search index"},
     {"mailhost search \"ferry timetable\" ~/mail/inbox.mbox", "the messages that are most about that"},
+    {"mailhost mailboxes", "the tree of mailboxes, with what is unread"},
+    {"mailhost move Local\\ Mailboxes/Active 3 4 7 ~/Mailboxes/Trips.mbox", "three messages go elsewhere"},
     {"mailhost similar ~/inbox 12", "what else was written about that"},
     {"mailhost sort ~/inbox --by ~/work ~/family --move", "puts each message where others like it are"},
 });
@@ -56,9 +59,10 @@ const Program program = {
     .name = "mailhost",
     .summary = "look at mailboxes, and keep them",
     .description =
-        "Reads mailboxes: abstract, check, info, list, search, show, similar, and sort without --move change, "
-        "lock and "
-        "mark nothing. The other commands keep directory mailboxes, under their lock.",
+        "Reads mailboxes: abstract, check, info, list, mailboxes, search, show, similar, and sort without "
+        "--move "
+        "change, lock and mark nothing. The other commands keep directory mailboxes, under their lock, and the "
+        "accounts that these lie in. A mailbox is named by its path, or by ACCOUNT/NAME.",
     .commands = kCommands,
     .options = kOptions,
     .exitStatuses = kExitStatuses,

@@ -7,8 +7,10 @@
 namespace mailhost {
 
 extern const Command abstractCommand;
+extern const Command accountsCommand;
 extern const Command checkCommand;
 extern const Command compactCommand;
+extern const Command copyCommand;
 extern const Command fetchCommand;
 extern const Command flagCommand;
 extern const Command forwardCommand;
@@ -16,7 +18,11 @@ extern const Command importCommand;
 extern const Command indexCommand;
 extern const Command infoCommand;
 extern const Command listCommand;
+extern const Command mailboxesCommand;
+extern const Command moveCommand;
+extern const Command newCommand;
 extern const Command rebuildCommand;
+extern const Command removeCommand;
 extern const Command replyCommand;
 extern const Command searchCommand;
 extern const Command sendCommand;
@@ -36,6 +42,7 @@ inline constexpr auto kDefault = Typed<Setting>{{.name = "-o",
                                                  .repeats = true}};
 inline constexpr auto kConfig =
     textOption("--config", "DIR", "where the files of the user defaults lie", Takes::folder);
+inline constexpr auto kYes = flag("--yes", "do not ask");
 inline constexpr auto kHome =
     textOption("--home", "DIR", "what stands in for the home directory", Takes::folder);
 inline constexpr auto kHelp = Typed<bool>{{.name = "--help",

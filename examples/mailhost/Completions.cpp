@@ -132,7 +132,10 @@ std::string zshCommand(const Command& command) {
     for (const auto& option : command.options) {
         for (const auto& line : zshOption(option, command.options)) text += std::string(kNextLine) + line;
     }
-    for (const auto& word : command.words) text += std::string(kNextLine) + zshWord(word);
+    for (const auto& word : command.words) {
+        text += std::string(kNextLine) + zshWord(word);
+        if (word.repeats) break;  // zsh takes all that follows for it
+    }
     return text + " ;;\n";
 }
 

@@ -3,6 +3,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <iostream>
 
@@ -48,7 +49,13 @@ private:
     bool _changed;
 };
 
+std::atomic<bool> agreesToAll = false;
+
 }  // namespace
+
+void ConsoleAgent::agreeToAll() {
+    agreesToAll = true;
+}
 
 void say(std::string_view text) {
     ProgressBar::clear();
@@ -76,6 +83,7 @@ void ConsoleAgent::alertUserWithMessage(std::string_view message, std::string_vi
 
 bool ConsoleAgent::queryUserForYesNoWithMessage(std::string_view message, std::string_view title,
                                                 std::string_view yesTitle, std::string_view noTitle) {
+    if (agreesToAll) return true;
     const auto answer = answerTo((title.empty() ? "" : std::string(title) + ": ") + std::string(message) +
                                  " [y: " + std::string(yesTitle) + ", n: " + std::string(noTitle) + "]");
     if (!answer) return false;

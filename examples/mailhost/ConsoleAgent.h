@@ -25,6 +25,9 @@ public:
 /// thread goes to the main run loop, as the base class does it.
 class ConsoleAgent : public lorvale::UserAgent {
 public:
+    /// From now on the answer to every question is yes.
+    static void agreeToAll();
+
     void displayStatus(std::string_view status, lorvale::MessageStore* forStore) override;
     void alertUserWithMessage(std::string_view message, std::string_view title) override;
     bool queryUserForYesNoWithMessage(std::string_view message, std::string_view title,

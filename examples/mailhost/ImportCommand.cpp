@@ -2,11 +2,11 @@
 
 #include "Commands.h"
 #include "ConsoleAgent.h"
+#include "Copying.h"
 #include "Json.h"
 #include "Mailbox.h"
 #include "Output.h"
 #include "Terminal.h"
-#include "Work.h"
 #include "lorvale/platform/paths.h"
 
 namespace mailhost {
@@ -18,26 +18,6 @@ constexpr auto kUnread = flag("--unread", "list all of it as unread");
 constexpr auto kWords = std::to_array<Parameter>({kFile, kDirectoryMailbox});
 constexpr auto kOptions = std::to_array<Parameter>({kUnread});
 
-/// Copies messages in runs of equal status, so that it stays, and gives back what was loaded of each.
-void copyAll(const lorvale::MessageList& messages, lorvale::TarnMbox& target, bool allUnread) {
-    constexpr std::size_t kRun = 256;
-    ProgressBar progress("Importing", messages.size());
-    const auto isUnread = [&](const auto& message) { return allUnread || !message->currentFlags()->isRead(); };
-    for (std::size_t first = 0; first < messages.size();) {
-        std::vector<std::shared_ptr<lorvale::Message>> run;
-        const bool unread = isUnread(messages[first]);
-        for (auto i = first; i < messages.size() && run.size() < kRun && isUnread(messages[i]) == unread; ++i)
-            run.push_back(messages[i]);
-        workOn("messages from " + std::to_string(first + 1) + " on", 0,
-               [&] { target.syncAppendMessages(run, unread); });
-        for (const auto& message : run) {
-            forget(*message);
-            progress.advance();
-        }
-        first += run.size();
-    }
-}
-
 int run(const Arguments& arguments) {
     const auto file = arguments[kFile], path = arguments[kDirectoryMailbox];
     std::error_code error;
@@ -47,7 +27,7 @@ int run(const Arguments& arguments) {
     ChangingMailbox target(path, ChangingMailbox::IfMissing::make);
     const auto messages = source.store().allMessages();
     const auto before = target.store().totalCount();
-    copyAll(messages, target.store(), arguments.has(kUnread));
+    copyAll(messages, target.store(), arguments.has(kUnread), "Importing");
     const auto imported = target.store().totalCount() - before;
     const auto failed = messages.size() - std::min(messages.size(), imported);
     if (arguments.has(kJson)) {

@@ -6,10 +6,10 @@
 #include <cstring>
 #include <filesystem>
 
+#include "Accounts.h"
 #include "ConsoleAgent.h"
 #include "Terminal.h"
 #include "Work.h"
-#include "lorvale/platform/paths.h"
 #include "lorvale/store/check.h"
 
 namespace mailhost {
@@ -33,7 +33,7 @@ std::string whyNotOpened(const std::string& path, const std::string& file) {
 }  // namespace
 
 Mailbox::Mailbox(const std::string& path, Access access) : _place(path) {
-    const auto file = lorvale::standardizePath(path);
+    const auto file = pathOfMailbox(path);
     workOn(path, sizeOfFile(file), [&] {
         _openStore =
             lorvale::MessageStore::storeForPath(file, /*create=*/false, /*readOnly=*/access == Access::read);
@@ -48,7 +48,7 @@ Mailbox::~Mailbox() {
 }
 
 ChangingMailbox::ChangingMailbox(const std::string& path, IfMissing ifMissing) {
-    const auto place = lorvale::standardizePath(path);
+    const auto place = pathOfMailbox(path);
     std::error_code error;
     const bool isThere = std::filesystem::exists(place, error);
     if (isThere && !std::filesystem::is_directory(place, error))
@@ -104,7 +104,7 @@ int tellUnreadable(const std::string& path, std::size_t messages) {
 }
 
 void checkIsMailbox(const std::string& path) {
-    const auto file = lorvale::standardizePath(path);
+    const auto file = pathOfMailbox(path);
     if (sizeOfFile(file) == 0) return;
     for (const auto& finding : lorvale::checkMailbox(file).findings) {
         const bool aboutMailbox =

@@ -13,8 +13,9 @@
 
 namespace mailhost {
 
-inline constexpr auto kMailbox = mailboxWord("MAILBOX", "the path of a mailbox");
-inline constexpr auto kDirectoryMailbox = mailboxWord("MAILBOX", "the path of a directory mailbox");
+inline constexpr auto kMailbox = mailboxWord("MAILBOX", "the path of a mailbox, or ACCOUNT/NAME");
+inline constexpr auto kDirectoryMailbox =
+    mailboxWord("MAILBOX", "the path of a directory mailbox, or ACCOUNT/NAME");
 
 /// Says on standard error that so many messages of a mailbox could not be read, and gives the exit status.
 int tellUnreadable(const std::string& path, std::size_t messages);

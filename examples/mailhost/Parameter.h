@@ -37,7 +37,7 @@ struct Parameter {
     std::span<const std::string_view> choices = {};  ///< the only values of Takes::choice
     std::string_view shortName = {};                 ///< "-h" beside "--help"
     std::string_view group = {};  ///< of the options that share a group one at most may be given
-    bool repeats = false;         ///< an option may be given again; the last word may be several
+    bool repeats = false;         ///< an option may be given again; one of the words may be several
     bool isOptional = false;      ///< the word may be missing
 
     constexpr bool isOption() const { return name.starts_with('-'); }

@@ -15,6 +15,11 @@ inline constexpr std::string_view kSecurityKey = "ConnectionSecurity";
 inline constexpr std::string_view kPortKey = "Port";
 inline constexpr std::string_view kIncomingSpoolKey = "IncomingSpoolDirectory";
 
+inline constexpr std::string_view kHideProgressPanelKey = "HideProgressPanel";
+inline constexpr std::string_view kDeleteOnServerKey = "DeleteMessagesOnServer";
+inline constexpr std::string_view kFetchAllKey = "AlwaysFetchAllMessages";
+inline constexpr std::string_view kAuthoritiesKey = "CertificateAuthorities";
+
 inline constexpr std::string_view kMailAccountsDefault = "MailAccounts";
 /// What once stood under kMailAccountsDefault and was no list of accounts.
 inline constexpr std::string_view kDamagedAccountsDefault = "MailAccountsSetAside";

@@ -5,11 +5,13 @@
 #include <utility>
 
 #include "lorvale/account/local_account.h"
+#include "lorvale/account/pop_account.h"
 #include "lorvale/defaults.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/platform/user_defaults.h"
 #include "mail/accounts/AccountKeys.h"
+#include "mail/accounts/SharedLocalAccount.h"
 
 namespace lorvale {
 
@@ -17,8 +19,8 @@ namespace {
 
 /// The local account that stores have been opened with, where the entry is about that; else another one.
 std::shared_ptr<MailAccount> localAccount(std::string_view path) {
-    const auto shared = LocalAccount::localAccount();
-    if (shared->path() == standardizePath(path)) return shared;
+    const auto shared = localAccountIfAny();
+    if (shared && shared->path() == standardizePath(path)) return shared;
     return LocalAccount::accountWithPath(path);
 }
 
@@ -29,6 +31,8 @@ struct AccountClass {
 };
 constexpr auto kClasses = std::to_array<AccountClass>({
     {"LocalAccount", localAccount},
+    {"POPAccount",
+     [](std::string_view path) -> std::shared_ptr<MailAccount> { return POPAccount::accountWithPath(path); }},
 });
 
 std::shared_ptr<MailAccount> accountOf(const AccountEntry& entry) {

@@ -14,6 +14,7 @@
 #include "lorvale/values/text.h"
 #include "mail/accounts/AccountKeys.h"
 #include "mail/accounts/LocalMailboxes.h"
+#include "mail/accounts/SharedLocalAccount.h"
 
 namespace lorvale {
 
@@ -43,7 +44,7 @@ LocalAccount::LocalAccount() = default;
 LocalAccount::~LocalAccount() = default;
 
 std::shared_ptr<LocalAccount> LocalAccount::localAccount() {
-    if (auto account = sharedOr(nullptr)) return account;
+    if (auto account = localAccountIfAny()) return account;
     const auto& defaults = Defaults::sharedInstance();
     const auto account = openAccount<LocalAccount>(defaults.defaultMailDirectory());
     account->setIncomingSpoolDirectory(defaults.spoolDirectory());
@@ -57,6 +58,10 @@ std::shared_ptr<LocalAccount> LocalAccount::accountWithPath(std::string_view pat
     account->registerForTimedFetch();
     static_cast<void>(sharedOr(account));
     return account;
+}
+
+std::shared_ptr<LocalAccount> localAccountIfAny() {
+    return sharedOr(nullptr);
 }
 
 void forgetLocalAccount() {

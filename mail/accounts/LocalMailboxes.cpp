@@ -15,7 +15,7 @@ std::vector<std::string> mailboxNamesIn(const std::string& directory) {
     auto& files = FileSystem::current();
     auto names = files.namesInFolder(directory);
     if (!names) {
-        log("The folder %@ cannot be read", directory);
+        if (files.exists(directory)) log("The folder %@ cannot be read", directory);
         return {};
     }
     std::erase_if(*names, [&](const std::string& name) {

@@ -202,6 +202,15 @@ void MailAccount::setConnectionSecurity(ConnectionSecurity security) {
     setText(std::ranges::find(kSecurityWords, security, &SecurityWord::security)->word, kSecurityKey);
 }
 
+std::optional<std::string> MailAccount::certificateAuthorities() const {
+    const auto path = textForKey(kAuthoritiesKey);
+    return path ? std::optional(standardizePath(*path)) : std::nullopt;
+}
+
+void MailAccount::setCertificateAuthorities(std::optional<std::string_view> path) {
+    setText(path, kAuthoritiesKey);
+}
+
 std::optional<std::uint16_t> MailAccount::port() const {
     const MutexLock lock(_mutex);
     const auto number = _info[kPortKey].integer();

@@ -60,5 +60,42 @@ TEST(MailhostArguments, TakeWordsThatMayBeMissingOrSeveral) {
                 ::testing::StartsWith("usage: picker pick [FOLDER] [N...] [OPTION...]"));
 }
 
+TEST(MailhostArguments, LeaveToTheWordsBehindOneThatRepeatsWhatTheyNeed) {
+    constexpr auto kPlace = mailboxWord("PLACE", "where"), kTo = mailboxWord("TO", "where to");
+    static constexpr auto kMoveWords = std::to_array<Parameter>({kPlace, kNumbers, kTo});
+    const Command move = {.name = "move",
+                          .summary = "moves",
+                          .description = "Moves.",
+                          .words = kMoveWords,
+                          .options = {},
+                          .run = nullptr};
+    const Command* const commands[] = {&move};
+    auto program = kProgram;
+    program.commands = commands;
+    const struct {
+        std::vector<const char*> line;
+        std::vector<std::uint64_t> numbers;
+        std::optional<std::string> to;
+    } rows[] = {
+        {{"move", "a", "1", "b"}, {1}, "b"},
+        {{"move", "a", "1", "2", "3", "b"}, {1, 2, 3}, "b"},
+        {{"move", "a", "1"}, {1}, std::nullopt},
+        {{"move", "a"}, {}, std::nullopt},
+    };
+    for (const auto& row : rows) {
+        Arguments arguments;
+        arguments.read(program, row.line);
+        EXPECT_EQ(arguments.value(kPlace), "a");
+        EXPECT_EQ(arguments.values(kNumbers), row.numbers);
+        EXPECT_EQ(arguments.value(kTo), row.to);
+        if (row.to)
+            arguments.checkComplete();
+        else
+            EXPECT_THROW(arguments.checkComplete(), UsageError);
+    }
+    Arguments arguments;
+    EXPECT_THROW(arguments.read(program, std::vector<const char*>{"move", "a", "1", "b", "c"}), UsageError);
+}
+
 }  // namespace
 }  // namespace lorvale::testing

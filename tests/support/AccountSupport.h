@@ -9,7 +9,7 @@
 #include "lorvale/platform/paths.h"
 #include "lorvale/platform/user_defaults.h"
 #include "mail/accounts/AccountRegistry.h"
-#include "mail/accounts/LocalMailboxes.h"
+#include "mail/accounts/SharedLocalAccount.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestSupport.h"
 

@@ -126,6 +126,9 @@ public:
     /// None unless set otherwise.
     ConnectionSecurity connectionSecurity() const;
     void setConnectionSecurity(ConnectionSecurity security);
+    /// A file of the authorities to trust for a secured connection, in PEM form; nullopt: those of the system.
+    std::optional<std::string> certificateAuthorities() const;
+    void setCertificateAuthorities(std::optional<std::string_view> path);
     /// nullopt: the one that the protocol has by custom.
     std::optional<std::uint16_t> port() const;
     void setPort(std::optional<std::uint16_t> port);

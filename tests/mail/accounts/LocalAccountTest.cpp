@@ -108,6 +108,9 @@ TEST_F(LocalAccountTest, WalksOnlyOnceRoundACircle) {
 TEST_F(LocalAccountTest, FolderThatCannotBeReadIsEmpty) {
     const LogCapture log;
     EXPECT_TRUE(account->mailboxesForItem(item("missing")).empty());
+    EXPECT_EQ(log.lines().size(), 0u);
+    writeFile(mail / "file", "");
+    EXPECT_TRUE(account->mailboxesForItem(item("file")).empty());
     EXPECT_EQ(log.lines().size(), 1u);
 }
 
@@ -260,6 +263,36 @@ TEST_F(LocalAccountTest, NothingButTheMailboxIsLostWhereverTheDiskDies) {
             other->close();
         }
     }
+}
+
+TEST_F(LocalAccountTest, MovedMessagesAreInOneMailboxOrInBothWhereverTheProcessIsKilled) {
+    const LogCapture quiet;
+    fill(mail / "from.mbox", 2);
+    fill(mail / "to.mbox", 1);
+    fs::rename(mail, folder / "Before");
+    const auto move = [this] {
+        const auto from = account->storeForItem(item("from.mbox"));
+        if (!account->transferMessages(from->allMessages(), item("to.mbox"))) ::_exit(1);
+        from->deleteMessages(from->allMessages());
+        from->doCompact();
+        from->close();
+    };
+    int kills = 0;
+    for (bool done = false; !done; ++kills) {
+        fs::remove_all(mail);
+        fs::copy(folder / "Before", mail, fs::copy_options::recursive);
+        done = survivesKillAtChange(kills, move);
+        const auto from = TarnMbox::initWithPath((mail / "from.mbox").string()),
+                   to = TarnMbox::initWithPath((mail / "to.mbox").string());
+        ASSERT_TRUE(from && to);
+        EXPECT_TRUE(from->totalCount() == 2 || to->totalCount() == 3) << "killed at " << kills;
+        EXPECT_TRUE(!done || (from->totalCount() == 0 && to->totalCount() == 3));
+        for (const auto& box : {from, to}) {
+            EXPECT_EQ(bytesOf(box->allMessages()), std::vector(box->totalCount(), mboxMessage("m")));
+            box->close();
+        }
+    }
+    EXPECT_GT(kills, 10);
 }
 
 }  // namespace

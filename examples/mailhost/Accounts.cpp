@@ -1,0 +1,71 @@
+#include "Accounts.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include "Output.h"
+#include "lorvale/platform/paths.h"
+#include "lorvale/values/text.h"
+
+namespace mailhost {
+
+namespace {
+
+using lorvale::MailAccount;
+
+bool isThere(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
+}
+
+/// What of a text stands behind a prefix and one or more slashes; empty when it does not begin so.
+std::string_view behind(std::string_view text, std::string_view prefix) {
+    if (!text.starts_with(prefix) || !text.substr(prefix.size()).starts_with('/')) return {};
+    text.remove_prefix(prefix.size());
+    text.remove_prefix(std::min(text.find_first_not_of('/'), text.size()));
+    return text;
+}
+
+}  // namespace
+
+std::vector<std::shared_ptr<MailAccount>> allAccounts() {
+    auto accounts = MailAccount::mailAccounts();
+    const auto local = lorvale::LocalAccount::localAccount();
+    if (std::ranges::find(accounts, local) == accounts.end()) accounts.insert(accounts.begin(), local);
+    return accounts;
+}
+
+std::shared_ptr<MailAccount> accountNamed(std::string_view name) {
+    const auto accounts = allAccounts();
+    const auto found = std::ranges::find(accounts, name, [](const auto& each) { return each->displayName(); });
+    if (found == accounts.end()) throw Failure("there is no account \"" + std::string(name) + "\"");
+    return *found;
+}
+
+std::optional<Place> placeInAccount(const std::string& typed) {
+    const auto path = lorvale::standardizePath(typed);
+    const auto whole = lorvale::standardizePath(
+        path.starts_with('/') ? path : std::filesystem::current_path().string() + "/" + path);
+    std::optional<Place> best;
+    for (const auto& account : allAccounts()) {
+        if (!account->containsMailboxes()) continue;
+        // A path says exactly what it means; of names that contain one another the longest is meant.
+        auto name = behind(whole, account->path());
+        const bool isPath = !name.empty();
+        if (!isPath) name = behind(typed, account->displayName());
+        if (name.empty() || (best && !isPath && best->name.size() <= name.size())) continue;
+        best = Place{account, std::string(name), account->path() + "/" + std::string(name)};
+        if (isPath) return best;
+    }
+    return best;
+}
+
+std::string pathOfMailbox(const std::string& typed) {
+    const auto path = lorvale::standardizePath(typed);
+    if (typed.find('/') == std::string::npos || typed.starts_with('/') || isThere(path)) return path;
+    const auto place = placeInAccount(typed);
+    if (!place) return path;
+    return isThere(place->path) ? place->path : place->path + ".mbox";
+}
+
+}  // namespace mailhost

@@ -1,0 +1,153 @@
+#include <filesystem>
+#include <optional>
+#include <set>
+
+#include "Accounts.h"
+#include "Commands.h"
+#include "ConsoleAgent.h"
+#include "Json.h"
+#include "Mailbox.h"
+#include "Table.h"
+#include "Terminal.h"
+
+namespace mailhost {
+
+namespace {
+
+using lorvale::AccountItemShare;
+using lorvale::MailAccount;
+
+constexpr auto kAccount = Typed<std::string>{{.name = "ACCOUNT",
+                                              .placeholder = {},
+                                              .help = "the name of an account; all of them where it is missing",
+                                              .takes = Takes::text,
+                                              .isOptional = true}};
+constexpr auto kWords = std::to_array<Parameter>({kAccount});
+
+struct Counts {
+    std::size_t messages = 0, unread = 0;
+    std::uint64_t size = 0;
+};
+
+/// A line of the tree.
+struct Row {
+    std::string account, name, path;
+    std::size_t depth = 0;  // 0: the account itself
+    bool isFolder = false;
+    std::optional<Counts> counts = {};  // of a mailbox that can be read
+};
+
+class Tree {
+public:
+    explicit Tree(bool asJson)
+        : _asJson(asJson),
+          _table({{.title = "Mailbox", .takesRest = true},
+                  {.title = "Messages", .numeric = true},
+                  {.title = "Unread", .numeric = true},
+                  {.title = "Bytes", .numeric = true}},
+                 outputColumns(), outputIsStyled()) {}
+
+    void add(MailAccount& account) {
+        print({.account = account.displayName(),
+               .name = account.displayName(),
+               .path = account.path(),
+               .isFolder = true});
+        addBelow(account, nullptr, 1);
+    }
+    void finish() { _table.finish(); }
+    bool allCouldBeRead() const { return _unreadable == 0; }
+
+private:
+    void addBelow(MailAccount& account, const AccountItemShare& item, std::size_t depth) {
+        for (const auto& each : account.mailboxesForItem(item)) {
+            Row row{.account = account.displayName(),
+                    .name = account.displayNameForItem(each),
+                    .path = each->path,
+                    .depth = depth,
+                    .isFolder = account.isItemExpandable(each)};
+            if (!row.isFolder) row.counts = countIn(row.path);
+            print(row);
+            if (row.isFolder && isNew(row.path)) addBelow(account, each, depth + 1);
+        }
+    }
+
+    std::optional<Counts> countIn(const std::string& path) {
+        try {
+            Mailbox mailbox(path);
+            const auto total = mailbox.store().totalCountAndSize();
+            return Counts{total.count, mailbox.store().unreadCount(), total.size};
+        } catch (const Failure& failure) {
+            ++_unreadable;
+            say(std::string("mailhost: ") + failure.what());
+            return std::nullopt;
+        }
+    }
+
+    /// Whether a folder is seen for the first time: several links may lead to one.
+    bool isNew(const std::string& folder) {
+        std::error_code error;
+        const auto real = std::filesystem::canonical(folder, error);
+        return !error && _seen.insert(real.string()).second;
+    }
+
+    void print(const Row& row) {
+        if (_asJson) return _output.write(asJson(row));
+        const std::string indent(2 * row.depth, ' ');
+        if (row.isFolder) return _table.addRow({indent + row.name + "/", "", "", ""}, row.depth == 0);
+        if (!row.counts) return _table.addRow({indent + row.name, "-", "-", "-"});
+        const auto& counts = *row.counts;
+        _table.addRow({indent + row.name, groupedNumber(counts.messages), groupedNumber(counts.unread),
+                       groupedNumber(counts.size)},
+                      counts.unread > 0);
+    }
+
+    static std::string asJson(const Row& row) {
+        JsonObject object;
+        object.add("account", row.account).add("name", row.name).add("path", row.path).add("depth", row.depth);
+        object.add("kind", row.depth == 0 ? "account" : row.isFolder ? "folder" : "mailbox");
+        if (row.counts) {
+            const auto& counts = *row.counts;
+            object.add("messages", counts.messages).add("unread", counts.unread).add("size", counts.size);
+        } else if (!row.isFolder) {
+            object.addNull("messages").addNull("unread").addNull("size");
+        }
+        return object.text();
+    }
+
+    const bool _asJson;
+    Table _table;
+    LineOutput _output;
+    std::set<std::string> _seen;
+    std::size_t _unreadable = 0;  // mailboxes
+};
+
+int run(const Arguments& arguments) {
+    Tree tree(arguments.has(kJson));
+    if (const auto name = arguments.value(kAccount)) {
+        tree.add(*accountNamed(*name));
+    } else {
+        for (const auto& account : allAccounts()) tree.add(*account);
+    }
+    tree.finish();
+    return tree.allCouldBeRead() ? 0 : 1;
+}
+
+}  // namespace
+
+const Command mailboxesCommand = {
+    .name = "mailboxes",
+    .summary = "the tree of mailboxes",
+    .description =
+        "Shows the mailboxes of an account, or of all, in their folders, with how many messages each holds, "
+        "how "
+        "many of them are unread, and how many bytes they take. No mailbox is locked or changed. The folders "
+        "behind a link are shown where they are met first.\n\n"
+        "In JSON a line has the members account, name, path, depth, kind (account, folder or mailbox) and, for "
+        "a "
+        "mailbox, messages, unread and size, which are null where it cannot be read.",
+    .words = kWords,
+    .options = {},
+    .run = run,
+};
+
+}  // namespace mailhost

@@ -1,0 +1,125 @@
+/// Moving and copying messages between mailboxes.
+#include <filesystem>
+#include <set>
+
+#include "Accounts.h"
+#include "Commands.h"
+#include "Copying.h"
+#include "Json.h"
+#include "Mailbox.h"
+#include "Output.h"
+#include "Terminal.h"
+#include "UndoHistory.h"
+
+namespace mailhost {
+
+namespace {
+
+constexpr auto kNumbers = Typed<std::uint64_t>{{.name = "N",
+                                                .placeholder = {},
+                                                .help = "the number of a message",
+                                                .takes = Takes::number,
+                                                .repeats = true}};
+constexpr auto kTo = mailboxWord("TO", "the mailbox that they go to");
+constexpr auto kWords = std::to_array<Parameter>({kMailbox, kNumbers, kTo});
+
+struct Picked {
+    std::vector<std::uint64_t> numbers;  // each once, ascending
+    lorvale::MessageList messages;
+};
+
+Picked pick(const Mailbox& mailbox, const Arguments& arguments) {
+    const auto given = arguments.values(kNumbers);
+    const std::set<std::uint64_t> sorted(given.begin(), given.end());
+    std::vector<std::shared_ptr<lorvale::Message>> messages;
+    messages.reserve(sorted.size());
+    for (const auto number : sorted) messages.push_back(mailbox.message(number));
+    return {{sorted.begin(), sorted.end()}, messages};
+}
+
+/// All of them are in the other mailbox, on the disk, when it returns.
+void append(const Mailbox& source, const lorvale::MessageList& messages, const std::string& to) {
+    std::error_code ignored;
+    if (std::filesystem::equivalent(pathOfMailbox(source.path()), pathOfMailbox(to), ignored))
+        throw Failure(to + ": is the same mailbox");
+    Mailbox target(to, Mailbox::Access::change);
+    if (!copyAll(messages, target.store(), /*allUnread=*/false, "Copying"))
+        throw Failure(to + ": not all messages could be added; " + source.path() + " is as it was");
+}
+
+/// Takes out of the mailbox what is in the other one now.
+void takeOut(Mailbox& mailbox, const Picked& picked) {
+    auto& store = mailbox.store();
+    if (dynamic_cast<lorvale::TarnMbox*>(&store) != nullptr) {
+        std::vector<std::uint64_t> fresh;
+        for (std::size_t i = 0; i < picked.numbers.size(); ++i)
+            if (!picked.messages[i]->currentFlags()->isDeleted()) fresh.push_back(picked.numbers[i]);
+        store.deleteMessages(picked.messages);
+        if (!fresh.empty()) noteDeletion(store, fresh);
+        return;
+    }
+    // A flat mailbox keeps no marks.
+    const auto before = mailbox.count();
+    store.deleteMessages(picked.messages);
+    store.doCompact();
+    if (mailbox.count() != before - picked.numbers.size())
+        throw Failure(mailbox.path() + ": the messages were copied, but could not be removed here");
+}
+
+int report(const Arguments& arguments, const char* what, std::size_t count) {
+    const auto to = arguments[kTo];
+    if (arguments.has(kJson)) {
+        JsonObject object;
+        object.add(what, count).add("to", to);
+        LineOutput().write(object.text());
+    } else {
+        LineOutput().write(groupedNumber(count) + (count == 1 ? " message " : " messages ") + what + ".");
+    }
+    return 0;
+}
+
+int runCopy(const Arguments& arguments) {
+    const Mailbox mailbox(arguments[kMailbox]);
+    const auto picked = pick(mailbox, arguments);
+    append(mailbox, picked.messages, arguments[kTo]);
+    return report(arguments, "copied", picked.numbers.size());
+}
+
+int runMove(const Arguments& arguments) {
+    Mailbox mailbox(arguments[kMailbox], Mailbox::Access::change);
+    const auto picked = pick(mailbox, arguments);
+    append(mailbox, picked.messages, arguments[kTo]);
+    takeOut(mailbox, picked);
+    return report(arguments, "moved", picked.numbers.size());
+}
+
+}  // namespace
+
+const Command copyCommand = {
+    .name = "copy",
+    .summary = "copies messages into another mailbox",
+    .description =
+        "Appends copies of messages to another mailbox, which must be there. What was unread stays unread.\n\n"
+        "In JSON the one line has the members copied and to.",
+    .words = kWords,
+    .options = {},
+    .run = runCopy,
+};
+
+const Command moveCommand = {
+    .name = "move",
+    .summary = "moves messages into another mailbox",
+    .description =
+        "Appends messages to another mailbox, which must be there, and when they are on the disk marks them as "
+        "deleted in this one, as \"flag --delete\" does; \"undo\" takes the marks back. Out of a flat mailbox, "
+        "which "
+        "keeps no marks, they are taken at once. Whatever goes wrong between, a message is in one of the two "
+        "or "
+        "in both.\n\n"
+        "In JSON the one line has the members moved and to.",
+    .words = kWords,
+    .options = {},
+    .run = runMove,
+};
+
+}  // namespace mailhost

@@ -1,0 +1,105 @@
+/// Making and removing mailboxes.
+#include <filesystem>
+
+#include "Accounts.h"
+#include "Commands.h"
+#include "ConsoleAgent.h"
+#include "Json.h"
+#include "Mailbox.h"
+#include "Output.h"
+#include "lorvale/platform/paths.h"
+
+namespace mailhost {
+
+namespace {
+
+constexpr auto kWords = std::to_array<Parameter>({kDirectoryMailbox});
+constexpr auto kPlace =
+    mailboxWord("MAILBOX", "a mailbox or, in an account, a folder: a path, or ACCOUNT/NAME");
+constexpr auto kRemoveWords = std::to_array<Parameter>({kPlace});
+constexpr auto kOptions = std::to_array<Parameter>({kYes});
+
+bool isThere(const std::string& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
+}
+
+/// For a mailbox that lies in no account the folder around it serves as one.
+Place placeOf(const std::string& typed) {
+    if (auto place = placeInAccount(typed)) return std::move(*place);
+    const std::filesystem::path path = std::filesystem::absolute(lorvale::standardizePath(typed));
+    static_cast<void>(
+        lorvale::LocalAccount::localAccount());  // another one is not to become that of the process
+    return {lorvale::LocalAccount::accountWithPath(path.parent_path().string()), path.filename().string(),
+            path.string()};
+}
+
+void tell(const Arguments& arguments, const char* what, const std::string& path) {
+    if (arguments.has(kJson)) {
+        JsonObject object;
+        object.add("path", path);
+        LineOutput().write(object.text());
+    } else {
+        LineOutput().write(std::string(what) + " " + path);
+    }
+}
+
+int runNew(const Arguments& arguments) {
+    if (arguments.has(kYes)) ConsoleAgent::agreeToAll();
+    const auto typed = arguments[kDirectoryMailbox];
+    const auto place = placeOf(typed);
+    const auto path = place.path.ends_with(".mbox") ? place.path : place.path + ".mbox";
+    if (isThere(path)) throw Failure(path + ": is there already");
+    const auto made = place.account->createMailboxNamed(place.name, nullptr);
+    if (!made) throw Failure(typed + ": was not made");
+    tell(arguments, "Made", made->path);
+    return 0;
+}
+
+int runRemove(const Arguments& arguments) {
+    if (arguments.has(kYes)) ConsoleAgent::agreeToAll();
+    const auto typed = arguments[kPlace];
+    auto place = placeOf(typed);
+    if (!isThere(place.path) && isThere(place.path + ".mbox")) place.path += ".mbox";
+    if (!isThere(place.path)) throw Failure(typed + ": is not there");
+    const bool isMailbox = place.path.ends_with(".mbox");
+    if (!isMailbox && (!placeInAccount(typed) || !std::filesystem::is_directory(place.path)))
+        throw Failure(typed + ": neither a mailbox \"NAME.mbox\" nor a folder of an account");
+    place.account->removeMailbox(
+        std::make_shared<const lorvale::AccountItem>(lorvale::AccountItem{place.account, place.path}));
+    if (isThere(place.path)) throw Failure(typed + ": was not removed");
+    tell(arguments, "Removed", place.path);
+    return 0;
+}
+
+}  // namespace
+
+const Command newCommand = {
+    .name = "new",
+    .summary = "makes a mailbox",
+    .description =
+        "Makes an empty directory mailbox; \".mbox\" is put behind its name where it is missing. Asks before "
+        "it "
+        "makes a folder for it, on the terminal; without one the answer is no.\n\n"
+        "In JSON the one line has the member path.",
+    .words = kWords,
+    .options = kOptions,
+    .run = runNew,
+};
+
+const Command removeCommand = {
+    .name = "remove",
+    .summary = "deletes a mailbox, or a folder of them",
+    .description =
+        "Deletes a mailbox with all mail in it, for good, or a folder of an account with all mailboxes in it. "
+        "Asks "
+        "first, on the terminal; without one the answer is no. A mailbox that is open elsewhere stays. Of one "
+        "that "
+        "is reached by a symbolic link the link goes.\n\n"
+        "In JSON the one line has the member path.",
+    .words = kRemoveWords,
+    .options = kOptions,
+    .run = runRemove,
+};
+
+}  // namespace mailhost
