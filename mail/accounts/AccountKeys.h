@@ -21,7 +21,7 @@ inline constexpr std::string_view kFetchAllKey = "AlwaysFetchAllMessages";
 inline constexpr std::string_view kAuthoritiesKey = "CertificateAuthorities";
 
 inline constexpr std::string_view kMailAccountsDefault = "MailAccounts";
-/// What once stood under kMailAccountsDefault and was no list of accounts.
+/// What once stood under kMailAccountsDefault, or in it, and was no account.
 inline constexpr std::string_view kDamagedAccountsDefault = "MailAccountsSetAside";
 inline constexpr std::string_view kAccountPathKey = "AccountPath";
 inline constexpr std::string_view kAccountTypeKey = "AccountType";

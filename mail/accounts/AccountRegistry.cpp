@@ -50,11 +50,16 @@ PropertyList registryIn(const PropertyList::Dictionary& values, const PropertyLi
     return found == values.end() ? shared : found->second;
 }
 
-/// Keeps what is no list of accounts, so that writing one in its place loses nothing.
+/// Keeps what is no list of accounts, and what is no account in one, so that writing another in its place loses
+/// nothing.  It cannot stay in the list: two stray texts side by side would be an entry of the older form.
 void setAside(PropertyList::Dictionary& values) {
     const auto found = values.find(kMailAccountsDefault);
-    if (found == values.end() || found->second.get<PropertyList::Array>() != nullptr) return;
-    values[std::string(kDamagedAccountsDefault)].append(found->second);
+    if (found == values.end()) return;
+    PropertyList::Array strays;
+    if (found->second.get<PropertyList::Array>() == nullptr) strays.push_back(found->second);
+    for (const auto& entry : readAccountEntries(found->second))
+        if (!entry.isAccount()) strays.push_back(entry.element);
+    for (auto& stray : strays) values[std::string(kDamagedAccountsDefault)].append(std::move(stray));
 }
 
 /// `there` with what is different in `now` from `before`, setting by setting.
@@ -123,7 +128,8 @@ bool AccountRegistry::save(const Accounts& accounts) {
     const auto shared = UserDefaults::standard().objectForKey(kMailAccountsDefault).value_or(PropertyList());
     const bool written = UserDefaults::standard().update([&](PropertyList::Dictionary& values) {
         setAside(values);
-        const auto current = readAccountEntries(registryIn(values, shared));
+        auto current = readAccountEntries(registryIn(values, shared));
+        std::erase_if(current, [](const AccountEntry& entry) { return !entry.isAccount(); });
         values.insert_or_assign(std::string(kMailAccountsDefault),
                                 toPropertyList(merged(current, before, now)));
     });

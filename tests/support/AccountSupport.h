@@ -71,9 +71,14 @@ protected:
     static PropertyList registry() {
         return UserDefaults::standard().objectForKey("MailAccounts").value_or(PropertyList());
     }
+    static PropertyList setAside() {
+        return UserDefaults::standard().objectForKey("MailAccountsSetAside").value_or(PropertyList());
+    }
     static void setRegistry(const PropertyList& value) {
-        ASSERT_TRUE(UserDefaults::standard().update(
-            [&](PropertyList::Dictionary& values) { values["MailAccounts"] = value; }));
+        ASSERT_TRUE(UserDefaults::standard().update([&](PropertyList::Dictionary& values) {
+            values["MailAccounts"] = value;
+            values.erase("MailAccountsSetAside");
+        }));
         restart();
     }
 
