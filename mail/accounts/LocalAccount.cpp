@@ -7,6 +7,7 @@
 #include "base/files/FileSystem.h"
 #include "base/files/PathUtils.h"
 #include "lorvale/defaults.h"
+#include "lorvale/fetch/spool_fetch_store.h"
 #include "lorvale/platform/localization.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/paths.h"
@@ -41,7 +42,9 @@ std::shared_ptr<LocalAccount> sharedOr(const std::shared_ptr<LocalAccount>& acco
 }  // namespace
 
 LocalAccount::LocalAccount() = default;
-LocalAccount::~LocalAccount() = default;
+LocalAccount::~LocalAccount() {
+    closeFetcher();
+}
 
 std::shared_ptr<LocalAccount> LocalAccount::localAccount() {
     if (auto account = localAccountIfAny()) return account;
@@ -95,6 +98,27 @@ std::optional<std::string> LocalAccount::incomingSpoolDirectory() const {
 
 void LocalAccount::setIncomingSpoolDirectory(std::optional<std::string_view> path) {
     setText(path, kIncomingSpoolKey);
+    closeFetcher();
+}
+
+bool LocalAccount::doFetchNow(bool automatically) {
+    if (automatically && !shouldAutoFetch()) return false;
+    const auto directory = incomingSpoolDirectory();
+    if (!_fetcher && directory) {
+        // It knows the account without a share of it: the account owns it, and takes itself away before it
+        // goes.
+        const std::shared_ptr<MailAccount> borrowed(std::shared_ptr<void>(), this);
+        _fetcher = SpoolFetchStore::initWithPath(stringByAppendingPathComponent(*directory, loginName()),
+                                                 /*create=*/true, /*readOnly=*/false, borrowed);
+    }
+    return _fetcher && _fetcher->performFetch();
+}
+
+void LocalAccount::closeFetcher() {
+    if (!_fetcher) return;
+    _fetcher->close();
+    _fetcher->setAccount(nullptr);
+    _fetcher = nullptr;
 }
 
 std::string LocalAccount::directoryOfItem(const AccountItemShare& item) const {

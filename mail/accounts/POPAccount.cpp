@@ -7,12 +7,59 @@
 namespace lorvale {
 
 POPAccount::POPAccount() = default;
-POPAccount::~POPAccount() = default;
+POPAccount::~POPAccount() {
+    closeFetcher();
+}
 
 std::shared_ptr<POPAccount> POPAccount::accountWithPath(std::string_view path) {
     auto account = openAccount<POPAccount>(path);
+    account->openFetcher();
     account->registerForTimedFetch();
     return account;
+}
+
+void POPAccount::openFetcher() {
+    // It knows the account without a share of it: the account owns it, and takes itself away before it goes.
+    const std::shared_ptr<MailAccount> borrowed(std::shared_ptr<void>(), this);
+    _fetcher = POP3FetchStore::initWithPath(path(), /*create=*/true, /*readOnly=*/false, borrowed);
+}
+
+void POPAccount::closeFetcher() {
+    if (!_fetcher) return;
+    _fetcher->close();
+    _fetcher->setAccount(nullptr);
+    _fetcher = nullptr;
+}
+
+void POPAccount::setPath(std::string_view path) {
+    closeFetcher();
+    MailAccount::setPath(path);
+    openFetcher();
+}
+
+bool POPAccount::doFetchNow(bool automatically) {
+    if (automatically && !shouldAutoFetch()) return false;
+    return _fetcher && _fetcher->performFetch();
+}
+
+std::uint16_t POPAccount::fetchPort() const {
+    return port().value_or(0);
+}
+
+POP3Security POPAccount::fetchSecurity() const {
+    switch (connectionSecurity()) {
+        case ConnectionSecurity::none:
+            return POP3Security::none;
+        case ConnectionSecurity::upgraded:
+            return POP3Security::startTLS;
+        case ConnectionSecurity::fromStart:
+            break;
+    }
+    return POP3Security::tls;
+}
+
+TLSSettings POPAccount::tlsSettings() const {
+    return {.authorities = certificateAuthorities().value_or("")};
 }
 
 std::string POPAccount::className() const {

@@ -12,6 +12,8 @@
 
 namespace lorvale {
 
+class SpoolFetchStore;
+
 /// The mailboxes on the local disk: a directory in which each name that ends in ".mbox" is a mailbox and each
 /// other directory a folder.  The path of an item is a full path.
 ///
@@ -34,6 +36,8 @@ public:
     /// Where the system delivers mail, one file a user; nullopt: no mail comes that way.
     std::optional<std::string> incomingSpoolDirectory() const;
     void setIncomingSpoolDirectory(std::optional<std::string_view> path);
+    /// Takes the mail that waits in the user's file there; it is routed when the main run loop turns.
+    bool doFetchNow(bool automatically) override;
 
     bool containsMailboxes() const override { return true; }
     /// By name without regard to case, what begins with "." last.  Empty for a folder that cannot be read, and
@@ -60,6 +64,7 @@ public:
 
 private:
     friend class MailAccount;
+    void closeFetcher();
     using Listings = std::map<std::string, AccountItems, std::less<>>;
 
     std::string directoryOfItem(const AccountItemShare& item) const;
@@ -71,6 +76,7 @@ private:
     bool agreesToFolder(const std::string& folder);
     bool _recursivelyRemovePath(const std::string& path);
 
+    std::shared_ptr<SpoolFetchStore> _fetcher;  // null until needed; of the main thread
     mutable Mutex _listingMutex;
     Listings _mailboxes LORVALE_GUARDED_BY(_listingMutex);            // by directory
     std::uint64_t _generation LORVALE_GUARDED_BY(_listingMutex) = 0;  // grows when a listing is forgotten
