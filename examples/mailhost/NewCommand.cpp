@@ -28,6 +28,9 @@ bool isThere(const std::string& path) {
 Place placeOf(const std::string& typed) {
     if (auto place = placeInAccount(typed)) return std::move(*place);
     const std::filesystem::path path = std::filesystem::absolute(lorvale::standardizePath(typed));
+    std::error_code ignored;
+    if (!std::filesystem::is_directory(path.parent_path(), ignored))
+        throw Failure(typed + ": there is no folder " + path.parent_path().string());
     static_cast<void>(
         lorvale::LocalAccount::localAccount());  // another one is not to become that of the process
     return {lorvale::LocalAccount::accountWithPath(path.parent_path().string()), path.filename().string(),

@@ -58,7 +58,7 @@ TEST_F(AccountRegistryTest, ReadsWhatItCanAndKeepsTheRest) {
         const char* why;
         PropertyList registry;
         std::vector<std::string> paths;
-        Array keptBehind, setAside;
+        Array keptBehind = {}, setAside = {};
     } rows[] = {
         {"nothing", Array{}, {}, {}},
         {"an entry", Array{kEntry}, {"/new"}, {}},
