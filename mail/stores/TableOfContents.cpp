@@ -31,6 +31,14 @@ std::string textOf(std::string_view stored) {
     return isAscii(stored) ? std::string(stored) : decodeCString(stored);
 }
 
+/// Whether a file was changed after another one, and so soon that a stamp in seconds may not tell.  A longer
+/// time between the two is none that has passed, but a clock that was set or a file that came from elsewhere.
+bool wasChangedShortlyAfter(const FileAttributes& file, const FileAttributes& other) {
+    const auto seconds = file.modified - other.modified;
+    if (seconds < 0 || seconds > 1) return false;
+    return seconds == 1 || file.modifiedNanoseconds > other.modifiedNanoseconds;
+}
+
 std::string mboxBeside(const std::string& table) {
     return stringByAppendingPathComponent(folderOf(table), kMboxName);
 }
@@ -75,7 +83,7 @@ void TableOfContents::loadCacheFromFile(std::string_view bytes) {
         records.push_back({record.range, record.status, record.refState, textOf(record.attachment)});
     });
     // What stands behind the last record belongs to messages that nobody has counted.
-    _isValid = behind == 0 && isStampOfFile();
+    _isValid = behind == 0 && isOfFile();
     auto all = listings.finish();
     std::vector<std::shared_ptr<Message>> messages;
     messages.reserve(records.size());
@@ -90,10 +98,12 @@ void TableOfContents::loadCacheFromFile(std::string_view bytes) {
     _messages = std::move(messages);
 }
 
-bool TableOfContents::isStampOfFile() const {
+bool TableOfContents::isOfFile() const {
     if (lastPathComponent(_path) != kTableName) return true;
-    const auto mbox = FileSystem::current().attributes(mboxBeside(_path));
-    return mbox && stampOf(*mbox) == _header.timeStamp;
+    auto& files = FileSystem::current();
+    const auto mbox = files.attributes(mboxBeside(_path)), table = files.attributes(_path);
+    if (!mbox || !table || stampOf(*mbox) != _header.timeStamp) return false;
+    return !wasChangedShortlyAfter(*mbox, *table);
 }
 
 std::uint32_t TableOfContents::stampOf(const FileAttributes& mbox) {
@@ -264,7 +274,13 @@ bool TableOfContents::flushToFile(const FileAttributes& mbox) {
     const auto now = FileSystem::current().attributes(mboxBeside(_path));
     const bool isKnown = now && now->isSameFileAs(mbox) && now->size == mbox.size &&
                          now->modified == mbox.modified && now->modifiedNanoseconds == mbox.modifiedNanoseconds;
-    return write(stampOf(isKnown ? mbox : now.value_or(mbox)) + (isKnown ? 0 : 1));
+    return isKnown ? write(stampOf(mbox)) : flushAsStale(now.value_or(mbox));
+}
+
+bool TableOfContents::flushAsStale(const FileAttributes& mbox) {
+    // 68 years off: a second more would be the time of a change to come.
+    constexpr std::uint32_t kFarAway = 0x8000'0000;
+    return write(stampOf(mbox) ^ kFarAway);
 }
 
 bool TableOfContents::flushToFile() {

@@ -35,8 +35,9 @@ public:
     /// The same of bytes in memory.  Throws as decodeTable() does.
     static std::unique_ptr<TableOfContents> ofBytes(std::string path, std::string_view bytes);
 
-    /// Whether the file "mbox" is as it was when the table was written, as far as its time tells to the second.
-    /// Only a file named "table_of_contents" is ever stale; a stale one still gives its records.
+    /// Whether the file "mbox" is as it was when the table was written, as far as its time tells: to the
+    /// second, and within that by whether the table was written later.  Only a file named "table_of_contents"
+    /// is ever stale; a stale one still gives its records.
     bool isValid() const { return _isValid; }
     const std::string& path() const { return _path; }
     void setPath(std::string path) { _path = std::move(path); }
@@ -82,6 +83,10 @@ public:
     bool flushToFile(const FileAttributes& mbox);
     /// The same for a table that is never compared with anything.
     bool flushToFile();
+    /// The same, but stale whatever becomes of the mailbox.  Whoever is about to move messages in it calls this
+    /// first: a crash behind that change may leave a file of the same length in the same second, in which each
+    /// record would show its neighbour's message.
+    bool flushAsStale(const FileAttributes& mbox);
 
     std::string description() const;
 
@@ -89,7 +94,7 @@ private:
     class OldRecords;
 
     void loadCacheFromFile(std::string_view bytes);
-    bool isStampOfFile() const;
+    bool isOfFile() const;
     bool write(std::uint32_t stamp);
 
     std::string _path;

@@ -201,6 +201,10 @@ void TarnMbox::_replaceFile(const MessageList& deleted) {
             first = i + 1;
         }
         next.copy(entries.subspan(first));
+        if (!_toc->flushAsStale(mbox()->known)) {
+            reason = "The table cannot be written";
+            return false;
+        }
         return true;
     };
     MboxRewriting done;
@@ -229,10 +233,9 @@ void TarnMbox::_rewriteInPlace(const MessageList& deleted) {
         if (!bytes) throwUnwritten(rest.size(), _mboxPath, "A message cannot be read any more");
         rest.append(*bytes);
     }
-    // From here on a crash leaves mail that no table fits, and the next opening must know.
-    auto unknown = before->known;
-    unknown.size = -1;
-    if (!_toc->flushToFile(unknown)) throwUnwritten(rest.size(), _mboxPath, "The table cannot be written");
+    // From here on a crash leaves mail that no table fits.
+    if (!_toc->flushAsStale(before->known))
+        throwUnwritten(rest.size(), _mboxPath, "The table cannot be written");
     setMbox(nullptr);  // nobody reads meanwhile
     FileStatus status;
     const auto file =

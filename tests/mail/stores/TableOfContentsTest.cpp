@@ -191,10 +191,11 @@ TEST_F(Table, RefusesWhatIsNone) {
 
 TEST_F(Table, IsValidAsLongAsItsMailboxIsAsItWas) {
     writeFile(mbox, "From a\n\n");
-    const auto setTime = [&](std::int64_t seconds, long nanoseconds) {
+    const auto setTimeOf = [](const std::string& file, std::int64_t seconds, long nanoseconds) {
         const timespec times[] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
-        ASSERT_EQ(::utimensat(AT_FDCWD, mbox.c_str(), times, 0), 0);
+        ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
     };
+    const auto setTime = [&](std::int64_t seconds, long ns) { setTimeOf(mbox, seconds, ns); };
     const auto attributes = [&] { return *FileSystem::current().attributes(mbox); };
     setTime(1'000'000'000, 499'999'999);
     TableOfContents table(path);
@@ -205,10 +206,27 @@ TEST_F(Table, IsValidAsLongAsItsMailboxIsAsItWas) {
     ASSERT_TRUE(table.flushToFile(attributes()));
     setTime(1'000'000'001, 0);
     EXPECT_TRUE(TableOfContents::initWithPath(path)->isValid());
+    setTime(1'000'000'001, 5);
+    const struct {
+        std::int64_t seconds;
+        long nanoseconds;
+        bool isValid;
+    } tableWritten[] = {{1'000'000'001, 5, true},  // in the same moment
+                        {1'000'000'001, 4, false},
+                        {1'000'000'000, 999'999'999, false},
+                        {999'999'999, 0, true}};  // before a clock was set
+    for (const auto& row : tableWritten) {
+        setTimeOf(path, row.seconds, row.nanoseconds);
+        EXPECT_EQ(TableOfContents::initWithPath(path)->isValid(), row.isValid) << row.nanoseconds;
+    }
     auto known = attributes();
     known.size -= 1;
     ASSERT_TRUE(table.flushToFile(known));
-    EXPECT_FALSE(TableOfContents::initWithPath(path)->isValid()) << "a file that we did not write";
+    for (const auto later : {-1, 0, 1}) {
+        setTime(1'000'000'001 + later, 0);
+        EXPECT_FALSE(TableOfContents::initWithPath(path)->isValid()) << "a file that we did not write";
+    }
+    setTime(1'000'000'001, 0);
     EXPECT_TRUE(table.flushToFile(attributes()));
     std::ofstream(path, std::ios::app) << "more";
     EXPECT_FALSE(TableOfContents::initWithPath(path)->isValid()) << "records that nobody counted";
