@@ -22,8 +22,11 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/fetch/pop3_fetch_store.h
     include/lorvale/fetch/spool_fetch_store.h
     include/lorvale/imap.h
+    include/lorvale/imap/account.h
     include/lorvale/imap/connection.h
     include/lorvale/imap/delegate.h
+    include/lorvale/imap/message.h
+    include/lorvale/imap/store.h
     include/lorvale/imap/value.h
     include/lorvale/imap/words.h
     include/lorvale/message.h

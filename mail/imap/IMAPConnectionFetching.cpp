@@ -1,4 +1,5 @@
 /// What is fetched of messages.
+#include "base/text/Ascii.h"
 #include "lorvale/imap/connection.h"
 #include "lorvale/imap/words.h"
 #include "lorvale/platform/log.h"
@@ -16,7 +17,7 @@ IMAPConnection::Fetched<Value> IMAPConnection::_processFetchCommand(const Number
     bool isOK = true;
     for (const auto& set : setsOf(numbers, dialect())) {
         const CommandArgument arguments[] = {set, item};
-        isOK = isOK && _engine->ask("FETCH", arguments).isOK();
+        isOK = isOK && _engine->ask(numbered("FETCH"), arguments).isOK();
     }
     Fetched<Value> found;
     if (isOK) takeFetched(numbers, processResults, found.emplace());
@@ -24,11 +25,35 @@ IMAPConnection::Fetched<Value> IMAPConnection::_processFetchCommand(const Number
     return found;
 }
 
+void IMAPConnection::setNumbersAreUIDs(bool uids) {
+    _numbersAreUIDs = uids && _engine->isStandard();
+}
+
+std::string IMAPConnection::numbered(std::string_view command) const {
+    return (_numbersAreUIDs ? "UID " : "") + std::string(command);
+}
+
+std::vector<std::string> IMAPConnection::keysOf(const Numbers& numbers) const {
+    std::vector<std::string> keys;
+    if (!_numbersAreUIDs) {
+        for (const auto number : numbers) keys.push_back(std::to_string(number));
+        return keys;
+    }
+    // Answers come under the number that the message has now; its UID is among the items.
+    std::map<std::string, std::string, std::less<>> keyOfUID;
+    for (const auto& [key, texts] : _engine->untagged())
+        if (isAsciiDigit(key.front()))
+            if (auto uid = parseUIDsResponse(texts, dialect())) keyOfUID.insert_or_assign(*std::move(uid), key);
+    for (const auto number : numbers)
+        if (const auto found = keyOfUID.find(std::to_string(number)); found != keyOfUID.end())
+            keys.push_back(found->second);
+    return keys;
+}
+
 template <class Value>
 void IMAPConnection::takeFetched(const Numbers& numbers, const Parser<Value>& processResults,
                                  std::vector<Value>& found) {
-    for (const auto number : numbers) {
-        const auto key = std::to_string(number);
+    for (const auto& key : keysOf(numbers)) {
         const auto texts = _engine->look(key);
         if (texts.empty()) continue;
         if (auto value = processResults(texts)) {

@@ -198,7 +198,7 @@ std::optional<std::vector<std::string>> IMAPConnection::search(std::string_view 
     }
     arguments.emplace_back(keys);
     std::optional<std::vector<std::string>> words;
-    _engine->run("SEARCH", arguments, [&](const auto&) {
+    _engine->run(numbered("SEARCH"), arguments, [&](const auto&) {
         const auto line = _engine->takeLast("SEARCH");
         if (!line) return;
         words.emplace();
@@ -214,7 +214,7 @@ void IMAPConnection::storeFlag(std::string_view flag, bool state, const Numbers&
     const auto flags = formatText("(%@)", flag);
     for (const auto& set : setsOf(forMessageNumbers, dialect())) {
         const CommandArgument arguments[] = {set, item, flags};
-        _engine->run("STORE", arguments);
+        _engine->run(numbered("STORE"), arguments);
     }
 }
 
@@ -223,7 +223,7 @@ bool IMAPConnection::copyMessageNumbers(const Numbers& numbers, std::string_view
     bool done = true;
     for (const auto& set : setsOf(numbers, dialect())) {
         const CommandArgument arguments[] = {set, {Kind::mailbox, toMailboxNamed}};
-        _engine->run("COPY", arguments, [&](const auto& answer) {
+        _engine->run(numbered("COPY"), arguments, [&](const auto& answer) {
             if (answer.isOK()) return;
             done = false;
             std::string told;

@@ -1,6 +1,7 @@
 #include "lorvale/message.h"
 
 #include <mutex>
+#include <utility>
 
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/user_agent.h"
@@ -11,8 +12,12 @@
 namespace lorvale {
 
 void Message::initialize() {
+    // A class that registers itself through a public operation comes by here again.
+    thread_local bool isRegistering = false;
+    if (std::exchange(isRegistering, true)) return;
     static std::once_flag once;
     std::call_once(once, RegisteredClass::touchAll);
+    isRegistering = false;
 }
 
 std::shared_ptr<Message> Message::messageWithData(const Data& data) {

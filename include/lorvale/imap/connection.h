@@ -141,7 +141,11 @@ public:
     bool deleteMailbox(std::string_view name);
     bool renameMailbox(std::string_view name, std::string_view toMailbox);
 
-    // Messages of the selected mailbox, by number: 1 for the first.
+    // Messages of the selected mailbox, by number: 1 for the first.  In the standard dialect a caller may
+    // choose that all numbers, given and answered, are UIDs, which stay a message's own whatever others
+    // expunge.
+
+    void setNumbersAreUIDs(bool uids);
 
     /// The server's reason when it refused with one.
     std::optional<std::string> expunge();
@@ -184,7 +188,6 @@ public:
     Fetched<std::string> fetchRawData(const Numbers& forMessageNumbers, bool setSeenFlag);
 
 private:
-    friend class IMAPUIDCommands;
     template <class Value>
     Fetched<Value> _processFetchCommand(const Numbers& numbers, std::string_view item,
                                         const Parser<Value>& processResults);
@@ -199,7 +202,10 @@ private:
     std::optional<PropertyList> openMailbox(std::string_view command, std::string_view name,
                                             std::string* errorMessage);
     PropertyList takeSelectData(const std::optional<std::string>& answer);
-    std::string wireName(std::string_view name) const;
+    /// A command as its numbers are meant.
+    std::string numbered(std::string_view command) const;
+    /// The keys under which what was fetched of a message waits.
+    std::vector<std::string> keysOf(const Numbers& numbers) const;
 
     const std::unique_ptr<IMAPEngine> _engine;
     std::string _hostname;
@@ -207,6 +213,7 @@ private:
     std::chrono::milliseconds _timeout{0};
     Security _security = Security::none;
     TLSSettings _tlsSettings;
+    bool _numbersAreUIDs = false;
     std::optional<std::string> _separatorChar, _selectedMailbox;
     std::optional<std::vector<std::string>> _capabilities;
 };

@@ -1,0 +1,147 @@
+/// Messages on their way to the server, and the queue of those that cannot go there now.
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "base/files/FileSystem.h"
+#include "base/files/PathUtils.h"
+#include "base/files/PropertyListFile.h"
+#include "lorvale/body.h"
+#include "lorvale/imap/store.h"
+#include "lorvale/imap/words.h"
+#include "lorvale/platform/localization.h"
+#include "lorvale/platform/log.h"
+#include "lorvale/platform/user_defaults.h"
+#include "mail/imap/ServerLock.h"
+#include "mail/imap/StoreNames.h"
+
+namespace lorvale {
+
+namespace {
+
+std::string withCRLF(std::string_view text) {
+    std::string lines;
+    lines.reserve(text.size() + text.size() / 32);
+    char before = '\0';
+    for (const char c : text) {
+        // The standard dialect keeps bytes as they came, with line ends that are the network's already.
+        if (c == '\n' && before != '\r') lines += '\r';
+        lines += before = c;
+    }
+    return lines;
+}
+
+/// The bytes that go up; nullopt when they cannot be had.
+std::optional<Data> bytesToAppend(Message& message) {
+    MessageHeaders headers(*message.headers());
+    if (std::dynamic_pointer_cast<TarnMailBody>(message.messageBody())) {
+        (void)headers.allHeaders();
+        headers.removeObjectForKey("tarn-reference");
+    }
+    const auto block = headers.encodedHeadersForDelivery();
+    message.flushCachedData();
+    const auto body = message.encodedBody();
+    if (!block || !body) return std::nullopt;
+    auto head = block->view();
+    if (head.starts_with("From ")) head.remove_prefix(std::min(head.find('\n'), head.size() - 1) + 1);
+    return Data(withCRLF(std::string(head) + body->toString()));
+}
+
+}  // namespace
+
+std::vector<Data> IMAPStore::readQueue() {
+    std::vector<Data> queue;
+    const auto file = pathOf(kQueueName);
+    FileStatus status;
+    const auto list = readPropertyListFile(file, &status);
+    if (status.code() == ENOENT) return queue;
+    if (!list || !list->get<PropertyList::Array>()) {
+        const auto aside = uniquePath(file + ".damaged");
+        log("The queue %@ cannot be read; it is kept as %@: %@", file, aside, status.text());
+        if (const auto moved = FileSystem::current().rename(file, aside); !moved) log("%@", moved.text());
+        return queue;
+    }
+    for (const auto& entry : list->array())
+        if (const auto bytes = entry.data()) queue.push_back(*bytes);
+    return queue;
+}
+
+bool IMAPStore::writeQueue(const std::vector<Data>& queue) {
+    PropertyList list = PropertyList::Array();
+    for (const auto& bytes : queue) list.append(bytes);
+    const auto saved = writePropertyListFile(pathOf(kQueueName), list, kMirrorFileMode);
+    if (!saved) log("%@", saved.text());
+    return static_cast<bool>(saved);
+}
+
+bool IMAPStore::addToQueue(const Data& message) {
+    auto queue = readQueue();
+    queue.push_back(message);
+    return writeQueue(queue);
+}
+
+std::size_t IMAPStore::pendingAppendCount() {
+    const ServerTurn turn(*_lock);
+    return readQueue().size();
+}
+
+bool IMAPStore::appendMessages(const MessageList& messages) {
+    bool isAllTaken = true, isLastTaken = true;
+    int count = 0;
+    for (const auto& message : messages) {
+        ++count;
+        const auto show = [&, source = message->messageStore()](std::string_view format) {
+            const auto text = formatText(format, count, messages.size());
+            if (source) userAgentOrAbsent().displayStatus(text, source.get());
+            showStatus(text);
+        };
+        const auto bytes = bytesToAppend(*message);
+        const ServerTurn turn(*_lock);
+        if (!bytes) {
+            log("A message for %@ cannot be read", _mailboxName);
+            isLastTaken = false;
+        } else if (_connection->connectionState() == IMAPConnection::State::mailboxSelected) {
+            show("Transferring %d of %d messages...");
+            isLastTaken = _connection->appendData(bytes->view(), _mailboxName, {{std::string(IMAPFlagSeen)}});
+        } else {
+            show("Queuing %d of %d to be transferred later...");
+            isLastTaken = addToQueue(*bytes);
+        }
+        isAllTaken = isAllTaken && isLastTaken;
+        if (const auto source = message->messageStore()) userAgentOrAbsent().displayStatus("", source.get());
+    }
+    showStatus("");
+    const ServerTurn turn(*_lock);
+    if (_connection->connectionState() == IMAPConnection::State::mailboxSelected) _connection->noop();
+    // The answer of the classic dialect is about the last message, whatever became of the others.
+    return isStandard() ? isAllTaken : isLastTaken;
+}
+
+bool IMAPStore::syncAppendMessages(const MessageList& messages, bool) {
+    return appendMessages(messages);
+}
+
+/// In the classic dialect a message that the server does not take is lost with the queue; in the standard one
+/// it stays there.
+void IMAPStore::_processPendedAppendData() {
+    auto& files = FileSystem::current();
+    const auto file = pathOf(kQueueName);
+    if (!goesOn() || !files.exists(file)) return;
+    const ServerTurn turn(*_lock);
+    if (_connection->connectionState() <= IMAPConnection::State::loggedIn) return;
+    const auto queue = readQueue();
+    std::vector<Data> refused;
+    for (std::size_t i = 0; i < queue.size(); ++i) {
+        showStatus(formatText(LVLocalizedString("Transferring %d of %d previously transfered messages..."),
+                              i + 1, queue.size()));
+        if (!_connection->appendData(queue[i].view(), _mailboxName, {{std::string(IMAPFlagSeen)}}))
+            refused.push_back(queue[i]);
+    }
+    if (isStandard() && !refused.empty()) {
+        if (refused.size() != queue.size()) (void)writeQueue(refused);
+    } else if (files.exists(file)) {
+        if (const auto removed = files.remove(file); !removed) log("%@", removed.text());
+    }
+}
+
+}  // namespace lorvale
