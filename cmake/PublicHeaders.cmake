@@ -25,8 +25,11 @@ set(LORVALE_PUBLIC_HEADERS
     include/lorvale/imap/account.h
     include/lorvale/imap/connection.h
     include/lorvale/imap/delegate.h
+    include/lorvale/imap/fetched.h
     include/lorvale/imap/message.h
+    include/lorvale/imap/search.h
     include/lorvale/imap/store.h
+    include/lorvale/imap/structure.h
     include/lorvale/imap/value.h
     include/lorvale/imap/words.h
     include/lorvale/message.h

@@ -41,6 +41,10 @@ SocketLimitException::~SocketLimitException() = default;
 SocketTransport::~SocketTransport() = default;
 void SocketTransport::setTimeout(std::chrono::milliseconds) {}
 void SocketTransport::interrupt() noexcept {}
+bool SocketTransport::waitForInput(std::chrono::milliseconds) {
+    return true;
+}
+void SocketTransport::wake() noexcept {}
 
 std::unique_ptr<KTSocket> KTSocket::socket() {
     auto connection = SocketConnection::make();
@@ -168,6 +172,14 @@ std::optional<Data> KTSocket::readAvailableData(std::size_t maximum) {
     if (count == 0) return std::nullopt;
     bytes.commit(count);
     return bytes.data();
+}
+
+bool KTSocket::waitForInput(std::chrono::milliseconds atMost) {
+    return !pendingBytes().empty() || _transports.back()->pending() > 0 || _lowest->waitForInput(atMost);
+}
+
+void KTSocket::wake() noexcept {
+    _lowest->wake();
 }
 
 void KTSocket::writeData(std::string_view bytes) {

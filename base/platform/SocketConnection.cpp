@@ -20,8 +20,6 @@ namespace lorvale {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr std::size_t kPiecesAtOnce = 256;  // of a gathered write; the system takes 1024
 
 [[noreturn]] void throwSystemError(std::string_view operation, int error) {
@@ -58,9 +56,10 @@ void setPort(addrinfo& address, std::uint16_t port) {
 }  // namespace
 
 std::unique_ptr<SocketConnection> SocketConnection::over(Descriptor socket) {
-    Descriptor stop(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!socket || !stop) return nullptr;
-    return std::unique_ptr<SocketConnection>(new SocketConnection(std::move(socket), std::move(stop)));
+    Descriptor stop(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!socket || !stop || !wake) return nullptr;
+    return std::unique_ptr<SocketConnection>(
+        new SocketConnection(std::move(socket), std::move(stop), std::move(wake)));
 }
 
 std::unique_ptr<SocketConnection> SocketConnection::make() {
@@ -134,22 +133,40 @@ std::size_t SocketConnection::writeSome(std::span<const std::string_view> pieces
 
 void SocketConnection::waitFor(short events) {
     const bool hasEnd = _timeout > std::chrono::milliseconds::zero();
-    const auto end = Clock::now() + _timeout;
-    std::array<pollfd, 2> watched = {{{_socket.get(), events, 0}, {_stop.get(), POLLIN, 0}}};
+    if (!pollUntil(events, -1, hasEnd ? std::optional(Clock::now() + _timeout) : std::nullopt))
+        throw SocketTimeoutException(formatText("The peer has been silent for %g seconds.",
+                                                std::chrono::duration<double>(_timeout).count()));
+    throwIfInterrupted();
+}
+
+bool SocketConnection::pollUntil(short events, int alsoWatched, std::optional<Clock::time_point> end) {
+    std::array<pollfd, 3> watched = {
+        {{_socket.get(), events, 0}, {_stop.get(), POLLIN, 0}, {alsoWatched, POLLIN, 0}}};
     for (;;) {
         timespec left{};
-        if (hasEnd) {
-            const auto time = std::chrono::nanoseconds(std::max(end - Clock::now(), Clock::duration::zero()));
+        if (end) {
+            const auto time = std::chrono::nanoseconds(std::max(*end - Clock::now(), Clock::duration::zero()));
             left = {time.count() / 1'000'000'000, time.count() % 1'000'000'000};
         }
-        const int ready = ::ppoll(watched.data(), watched.size(), hasEnd ? &left : nullptr, nullptr);
-        if (ready > 0) break;
-        if (ready == 0)
-            throw SocketTimeoutException(formatText("The peer has been silent for %g seconds.",
-                                                    std::chrono::duration<double>(_timeout).count()));
+        const int ready = ::ppoll(watched.data(), watched.size(), end ? &left : nullptr, nullptr);
+        if (ready > 0) return true;
+        if (ready == 0) return false;
         if (errno != EINTR) throwSystemError("poll", errno);
     }
-    throwIfInterrupted();
+}
+
+bool SocketConnection::waitForInput(std::chrono::milliseconds atMost) {
+    (void)pollUntil(POLLIN, _wake.get(), Clock::now() + atMost);
+    std::uint64_t calls = 0;
+    if (::read(_wake.get(), &calls, sizeof calls) > 0) return false;
+    pollfd socket{_socket.get(), POLLIN, 0};
+    return _isStopped || ::poll(&socket, 1, 0) > 0;
+}
+
+void SocketConnection::wake() noexcept {
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto written =
+        ::write(_wake.get(), &one, sizeof one);  // fails only when set already
 }
 
 void SocketConnection::interrupt() noexcept {

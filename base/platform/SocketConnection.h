@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -17,6 +18,8 @@ namespace lorvale {
 /// A stream socket of the system.  Its waits end by the peer, the time-out, or interrupt().
 class SocketConnection final : public SocketTransport {
 public:
+    using Clock = std::chrono::steady_clock;
+
     /// Takes over a connected socket; null when the system has no descriptors left.
     static std::unique_ptr<SocketConnection> over(Descriptor socket);
     /// Not connected yet.
@@ -30,16 +33,22 @@ public:
     void close() noexcept override {}  // the descriptor goes with the object
     void setTimeout(std::chrono::milliseconds timeout) override { _timeout = timeout; }
     void interrupt() noexcept override;
+    bool waitForInput(std::chrono::milliseconds atMost) override;
+    void wake() noexcept override;
 
 private:
-    SocketConnection(Descriptor socket, Descriptor stop) : _socket(std::move(socket)), _stop(std::move(stop)) {}
+    SocketConnection(Descriptor socket, Descriptor stop, Descriptor wake)
+        : _socket(std::move(socket)), _stop(std::move(stop)), _wake(std::move(wake)) {}
     /// 0, or the number of the error.
     int tryAddress(const addrinfo& address);
     void waitFor(short events);
+    /// Whether the event has come, or the stop, before the time is up; none: there is no such time.
+    bool pollUntil(short events, int alsoWatched, std::optional<Clock::time_point> end);
     void throwIfInterrupted() const;
 
     Descriptor _socket;
     const Descriptor _stop;               // an event that wakes what waits; set once
+    const Descriptor _wake;               // one that ends a wait for input; unset by the wait that it ends
     std::atomic<bool> _isStopped{false};  // the same, for what need not wait
     std::chrono::milliseconds _timeout{0};
 };

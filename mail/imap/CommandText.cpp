@@ -79,8 +79,9 @@ private:
             addLiteral(text);
     }
     void addLiteral(std::string_view text) {
-        _pieces.back() += formatText(_manner.literalPlus ? "{%d+}\r\n" : "{%d}\r\n", text.size());
-        if (!_manner.literalPlus) _pieces.emplace_back();
+        const bool isFree = text.size() <= _manner.freeLiteral;
+        _pieces.back() += formatText(isFree ? "{%d+}\r\n" : "{%d}\r\n", text.size());
+        if (!isFree) _pieces.emplace_back();
         _pieces.back() += text;
     }
 

@@ -29,8 +29,8 @@ struct CommandArgument {
 /// What is known of the server that a command goes to.
 struct CommandManner {
     MailDialect dialect = MailDialect::classic;
-    bool literalPlus = false;  ///< takes literals without being asked (RFC 7888)
-    bool utf8 = false;         ///< takes UTF-8 in quoted texts (RFC 6855)
+    std::size_t freeLiteral = 0;  ///< the largest literal it takes without being asked (RFC 7888); 0: none
+    bool utf8 = false;            ///< takes UTF-8 in quoted texts and in names (RFC 6855)
 };
 
 /// A command as it is written: in one piece, or cut behind each literal's length, where the server must ask for

@@ -66,7 +66,7 @@ void IMAPEngine::disconnect() {
     }
     _state = State::notConnected;
     _commandNumber = 0;
-    _literalPlus = _utf8 = false;
+    _manner = CommandManner{_dialect};
     (void)_reader.takeBuffer();
     _outstandingCommands.clear();
     _commandResponses.clear();
@@ -96,10 +96,15 @@ void IMAPEngine::setDelegate(std::weak_ptr<IMAPConnectionDelegate> delegate) {
     _delegate = std::move(delegate);
 }
 
-void IMAPEngine::setManner(bool literalPlus, bool utf8) {
+void IMAPEngine::setManner(const CommandManner& manner) {
     const MutexLock lock(_lock);
-    _literalPlus = literalPlus;
-    _utf8 = utf8;
+    _manner = manner;
+    _manner.dialect = _dialect;
+}
+
+CommandManner IMAPEngine::manner() const {
+    const MutexLock lock(_lock);
+    return _manner;
 }
 
 /// Nothing more comes from this server.
@@ -143,13 +148,7 @@ bool IMAPEngine::write(std::initializer_list<std::string_view> pieces) {
 std::uint32_t IMAPEngine::send(std::string_view word, std::span<const CommandArgument> arguments) {
     const auto number = nextCommandNumber();
     const auto tag = std::to_string(number);
-    CommandManner manner{_dialect};
-    {
-        const MutexLock lock(_lock);
-        manner.literalPlus = _literalPlus;
-        manner.utf8 = _utf8;
-    }
-    const auto text = commandText(tag, word, arguments, manner);
+    const auto text = commandText(tag, word, arguments, manner());
     if (const auto listener = delegate()) listener->logCommandBegin(tag, text.whole());
     sendPieces(text, number);
     return number;
@@ -166,32 +165,70 @@ bool IMAPEngine::sendPieces(const CommandText& text, std::uint32_t tag) {
     return true;
 }
 
+/// One response.  Its views are on `whole`, or where that is empty on bytes that the reader keeps until the
+/// next.
+struct IMAPEngine::Response {
+    ParsedResponse parsed;
+    Data whole;
+
+    bool isOfAMessage() const {
+        return parsed.kind == ParsedResponse::Kind::untagged && !parsed.key.empty() &&
+               isAsciiDigit(parsed.key.front()) && parsed.text;
+    }
+};
+
+IMAPEngine::Response IMAPEngine::read(KTSocket& socket, bool isWanted) {
+    const auto line = _reader.read(socket);
+    Response response{parseResponse(line, _dialect), {}};
+    const bool isLarge = response.parsed.text && response.parsed.text->size() >= kWorthABuffer;
+    if (isWanted || isLarge || (_receiver != nullptr && response.isOfAMessage()))
+        response.whole = _reader.takeBuffer();
+    return response;
+}
+
 IMAPEngine::Result IMAPEngine::readLine() {
     const auto listener = delegate();
-    std::string response, answeredTag;
-    Result result = Result::bad;
+    Response response;
+    std::string answeredTag;
+    auto result = Result::other;
     try {
         const auto open = socket();
         if (!open) return Result::bad;
         const MutexLock lock(_lock);
-        const auto line = _reader.read(*open);
-        const auto parsed = parseResponse(line, _dialect);
-        if (listener) response = line.bytes;
-        if (parsed.kind == ParsedResponse::Kind::tagged) answeredTag = parsed.tag;
-        result = note(parsed, line);
+        response = read(*open, listener != nullptr);
+        if (response.parsed.kind == ParsedResponse::Kind::tagged) answeredTag = response.parsed.tag;
+        if (_receiver == nullptr || !response.isOfAMessage()) result = note(response);
     } catch (const std::exception& exception) {
         debugLog("KTSocket: %@", exception.what());
         lose("Exception occurred while reading line from IMAP server.");
         return Result::bad;
     }
     if (listener) {
-        listener->logResponse(response);
+        listener->logResponse(response.whole.view());
         if (!answeredTag.empty()) listener->logCommandEnd(answeredTag);
     }
-    return result;
+    return _receiver != nullptr && response.isOfAMessage() ? receiveOrNote(response) : result;
 }
 
-IMAPEngine::Result IMAPEngine::note(const ParsedResponse& response, const ResponseLine& line) {
+IMAPEngine::Result IMAPEngine::receiveOrNote(const Response& response) {
+    try {
+        if ((*_receiver)(response.parsed.key, response.whole.subdata(*response.parsed.text)))
+            return Result::other;
+    } catch (...) {
+        lose("What a message was for has thrown an exception.");
+        throw;
+    }
+    try {
+        const MutexLock lock(_lock);
+        return note(response);
+    } catch (const std::exception& exception) {
+        lose(exception.what());
+        return Result::bad;
+    }
+}
+
+IMAPEngine::Result IMAPEngine::note(const Response& noted) {
+    const auto& response = noted.parsed;
     const auto key = isStandard() ? asciiUppered(response.key) : std::string(response.key);
     switch (response.kind) {
         case ParsedResponse::Kind::empty:
@@ -200,7 +237,7 @@ IMAPEngine::Result IMAPEngine::note(const ParsedResponse& response, const Respon
             return response.kind == ParsedResponse::Kind::empty ? Result::other : Result::continuation;
         case ParsedResponse::Kind::untagged:
             if (!key.empty() && response.text)
-                keep(key, *response.text, line);
+                keep(key, *response.text, noted.whole);
             else
                 count(0);
             break;
@@ -219,7 +256,7 @@ IMAPEngine::Result IMAPEngine::note(const ParsedResponse& response, const Respon
     return IMAPConnection::resultCodeFromString(key);
 }
 
-void IMAPEngine::keep(std::string_view key, std::string_view text, const ResponseLine& line) {
+void IMAPEngine::keep(std::string_view key, std::string_view text, const Data& whole) {
     count(key.size() + text.size());
     auto place = _untaggedResponses.find(key);
     if (place == _untaggedResponses.end()) place = _untaggedResponses.try_emplace(std::string(key)).first;
@@ -227,8 +264,7 @@ void IMAPEngine::keep(std::string_view key, std::string_view text, const Respons
         place->second.push_back(Data::copyOf(text));
         return;
     }
-    const auto from = static_cast<std::size_t>(text.data() - line.bytes.data());
-    place->second.push_back(_reader.takeBuffer().subdata(Range{from, text.size()}));
+    place->second.push_back(whole.subdata(text));
 }
 
 void IMAPEngine::count(std::size_t bytes) {
@@ -286,6 +322,27 @@ IMAPEngine::Answer IMAPEngine::ask(std::string_view word, std::span<const Comman
     auto found = answer(tag, wait(tag));
     forget(tag);
     return found;
+}
+
+IMAPEngine::Answer IMAPEngine::receive(std::string_view word, std::span<const CommandArgument> arguments,
+                                       const Receiver& receiver) {
+    struct Receiving {
+        const Receiver*& place;
+        Receiving(const Receiver*& where, const Receiver& what) : place(where) { place = &what; }
+        ~Receiving() { place = nullptr; }
+        Receiving(const Receiving&) = delete;
+        Receiving& operator=(const Receiving&) = delete;
+    } const receiving(_receiver, receiver);
+    return ask(word, arguments);
+}
+
+bool IMAPEngine::waitForInput(std::chrono::milliseconds atMost) {
+    const auto open = socket();
+    return !open || open->waitForInput(atMost);
+}
+
+void IMAPEngine::wake() {
+    if (const auto open = socket()) open->wake();
 }
 
 IMAPEngine::Answer IMAPEngine::run(std::string_view word, std::span<const CommandArgument> arguments,

@@ -31,7 +31,11 @@ public:
     using Result = IMAPConnection::Result;
     using Untagged = IMAPConnection::Untagged;
 
-    explicit IMAPEngine(MailDialect dialect) : _dialect(dialect), _reader(dialect) {}
+    /// Gets what came for one message, by its number, and answers whether it took it.  May throw: the
+    /// connection is dropped then, as the rest of the answer has nobody to go to.
+    using Receiver = std::function<bool(std::string_view number, const Data& text)>;
+
+    explicit IMAPEngine(MailDialect dialect) : _dialect(dialect), _reader(dialect), _manner{dialect} {}
 
     MailDialect dialect() const { return _dialect; }
     bool isStandard() const { return _dialect == MailDialect::standard; }
@@ -51,8 +55,9 @@ public:
 
     std::shared_ptr<IMAPConnectionDelegate> delegate() const;
     void setDelegate(std::weak_ptr<IMAPConnectionDelegate> delegate);
-    /// How commands are written to this server.
-    void setManner(bool literalPlus, bool utf8);
+    /// How commands are written to this server; the dialect stays.
+    void setManner(const CommandManner& manner);
+    CommandManner manner() const;
 
     std::uint32_t nextCommandNumber();
     /// In the standard dialect waits between the pieces until the server asks for the next one; when it answers
@@ -77,8 +82,14 @@ public:
     /// ask(), then `look` at the answer, then didFinishCommand().
     Answer run(std::string_view word, std::span<const CommandArgument> arguments,
                const std::function<void(const Answer&)>& look = {});
+    /// ask(), during which what comes for messages goes to `receiver` first, as it comes.
+    Answer receive(std::string_view word, std::span<const CommandArgument> arguments, const Receiver& receiver);
     /// Hands what is left of the untagged data to the delegate.
     void didFinishCommand(std::string_view word);
+    /// Waits until there is something to read, the end included.  False when nothing has come, or when wake()
+    /// was called, now or before.
+    bool waitForInput(std::chrono::milliseconds atMost);
+    void wake();  ///< may be called by any thread
 
     Untagged untagged() const;
     /// Takes all texts under a key; none where there are none.
@@ -93,8 +104,11 @@ public:
     bool isWaitedFor(std::uint32_t tag) const;
 
 private:
-    Result note(const ParsedResponse& response, const ResponseLine& line) LORVALE_REQUIRES(_lock);
-    void keep(std::string_view key, std::string_view text, const ResponseLine& line) LORVALE_REQUIRES(_lock);
+    struct Response;
+    Response read(KTSocket& socket, bool isWanted) LORVALE_REQUIRES(_lock);
+    Result note(const Response& response) LORVALE_REQUIRES(_lock);
+    void keep(std::string_view key, std::string_view text, const Data& whole) LORVALE_REQUIRES(_lock);
+    Result receiveOrNote(const Response& response);
     void count(std::size_t bytes) LORVALE_REQUIRES(_lock);
     void lose(std::string_view why);
     bool isOutstanding(std::uint32_t tag) const;
@@ -116,12 +130,14 @@ private:
     mutable Mutex _lock;
     ResponseReader _reader LORVALE_GUARDED_BY(_lock);
     std::uint32_t _commandNumber LORVALE_GUARDED_BY(_lock) = 0;
-    bool _literalPlus LORVALE_GUARDED_BY(_lock) = false, _utf8 LORVALE_GUARDED_BY(_lock) = false;
+    CommandManner _manner LORVALE_GUARDED_BY(_lock);
     std::set<std::string, std::less<>> _outstandingCommands LORVALE_GUARDED_BY(_lock);
     std::map<std::string, Answer, std::less<>> _commandResponses LORVALE_GUARDED_BY(_lock);  // by tag
     Untagged _untaggedResponses LORVALE_GUARDED_BY(_lock);
     std::size_t _waitingBytes LORVALE_GUARDED_BY(_lock) = 0;  // of these two, roughly
     std::size_t _waitingLimit LORVALE_GUARDED_BY(_lock) = ResponseReader::kResponseLimit;
+
+    const Receiver* _receiver = nullptr;  // of the command under way; belongs to the thread of the exchange
 };
 
 }  // namespace lorvale

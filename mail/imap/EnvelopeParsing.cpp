@@ -152,6 +152,13 @@ CachedHeaders headersOfEnvelope(const IMAPValue& envelope, MailDialect dialect) 
     return headers;
 }
 
+std::optional<IMAPConnection::CacheInfo> cacheInfoOfItems(const IMAPValue& items) {
+    const auto* const size = findItem(items.list(), IMAPDataRFC822Size);
+    const auto* const block = findItemBeginningWith(items.list(), "BODY[HEADER");
+    if (size == nullptr || !size->number() || block == nullptr || block->isNil()) return std::nullopt;
+    return IMAPConnection::CacheInfo{*size->number(), headersOfBlock(block->text(), MailDialect::standard)};
+}
+
 CachedHeaders parseEnvelopeResponse(ResponseTexts texts, MailDialect dialect) {
     const auto envelope =
         dialect == MailDialect::classic ? classicEnvelope(texts) : standardItem(texts, IMAPDataEnvelope);

@@ -40,6 +40,9 @@ CachedHeaders parseEnvelopeResponse(ResponseTexts texts, MailDialect dialect);
 std::optional<IMAPConnection::CacheInfo> parseMessageCacheInfoResponse(ResponseTexts texts,
                                                                        MailDialect dialect);
 
+/// The same from the items of one answer, in the standard dialect.
+std::optional<IMAPConnection::CacheInfo> cacheInfoOfItems(const IMAPValue& items);
+
 /// The headers of a list that is an envelope (RFC 3501, section 7.4.2).
 CachedHeaders headersOfEnvelope(const IMAPValue& envelope, MailDialect dialect);
 /// The value of an item in a list of names and values, by its name in any case of letters.

@@ -58,6 +58,7 @@ bool IMAPConnection::startSecurity(const std::string& hostname) {
         return false;
     }
     _capabilities.reset();
+    learnManner();
     return _engine->secure([&](KTSocket& socket) { lorvale::startTLS(socket, hostname, _tlsSettings); });
 }
 
@@ -198,12 +199,13 @@ std::vector<std::string> IMAPConnection::capabilities() {
         for (const auto word : split(line->view(), ' '))
             if (!word.empty()) _capabilities->emplace_back(word);
     });
+    if (_engine->isStandard()) learnManner();
     return _capabilities.value_or(std::vector<std::string>());
 }
 
 bool IMAPConnection::hasCapability(std::string_view name) {
-    return std::ranges::any_of(capabilities(),
-                               [&](const auto& each) { return equalIgnoringAsciiCase(each, name); });
+    (void)capabilities();
+    return isKnownToHave(name);
 }
 
 /// Servers of today tell what they can do with the greeting and with the answer to a login, which saves a
@@ -216,7 +218,37 @@ void IMAPConnection::learnCapabilities(const std::optional<std::string>& answer)
         _capabilities.emplace();
         for (const auto word : split(*told.value, ' ')) _capabilities->emplace_back(word);
     }
-    if (_capabilities) _engine->setManner(hasCapability("LITERAL+"), false);
+    learnManner();
+}
+
+bool IMAPConnection::isKnownToHave(std::string_view capability) const {
+    return _capabilities && std::ranges::any_of(*_capabilities, [&](const auto& each) {
+               return equalIgnoringAsciiCase(each, capability);
+           });
+}
+
+void IMAPConnection::learnManner() {
+    constexpr std::size_t kSmallLiteral = 4096;  // of LITERAL-
+    auto manner = _engine->manner();
+    manner.freeLiteral = isKnownToHave("LITERAL+")   ? std::string::npos
+                         : isKnownToHave("LITERAL-") ? kSmallLiteral
+                                                     : 0;
+    _engine->setManner(manner);
+}
+
+/// From here on names are UTF-8 on the wire, and so may be what a server tells (RFC 6855).
+void IMAPConnection::acceptUTF8() {
+    if (!isKnownToHave("ENABLE") || !isKnownToHave("UTF8=ACCEPT")) return;
+    const CommandArgument arguments[] = {"UTF8=ACCEPT"};
+    _engine->run("ENABLE", arguments, [&](const auto& answer) {
+        const auto enabled = _engine->takeLast("ENABLED");
+        if (!answer.isOK() || !enabled) return;
+        auto manner = _engine->manner();
+        manner.utf8 = std::ranges::any_of(split(enabled->view(), ' '), [](std::string_view word) {
+            return equalIgnoringAsciiCase(word, "UTF8=ACCEPT");
+        });
+        _engine->setManner(manner);
+    });
 }
 
 void IMAPConnection::noop() {
@@ -236,6 +268,12 @@ std::optional<std::string> IMAPConnection::logout() {
 
 bool IMAPConnection::login(std::string_view user, std::string_view password, std::string* errorString) {
     using Kind = CommandArgument::Kind;
+    if (_engine->isStandard() && isKnownToHave("LOGINDISABLED")) {
+        // Whoever listens must not learn the password from a command that fails anyway.
+        if (errorString != nullptr)
+            fillCommandFailure(*errorString, "LOGIN", {Result::no, LVLocalizedString("not in the clear")});
+        return false;
+    }
     const CommandArgument arguments[] = {{Kind::text, user}, {Kind::password, password}};
     return finishLogin(_engine->send("LOGIN", arguments), "LOGIN", errorString);
 }
@@ -259,6 +297,7 @@ bool IMAPConnection::finishLogin(std::uint32_t tag, std::string_view command, st
     if (!answer.isOK() && errorString != nullptr) fillCommandFailure(*errorString, command, answer);
     learnCapabilities(answer.text);
     _engine->finish(tag, command);
+    if (answer.isOK()) acceptUTF8();
     return answer.isOK();
 }
 

@@ -1,4 +1,4 @@
-/// Commands on mailboxes, and those that change the messages of the selected one.
+/// Commands on mailboxes.
 #include <algorithm>
 #include <utility>
 
@@ -11,7 +11,6 @@
 #include "mail/imap/Engine.h"
 #include "mail/imap/ListParsing.h"
 #include "mail/imap/MailboxListing.h"
-#include "mail/imap/MessageSets.h"
 
 namespace lorvale {
 
@@ -75,7 +74,7 @@ std::optional<PropertyList> IMAPConnection::list(std::string_view reference, std
         auto lines = _engine->take("LIST");
         std::ranges::reverse(lines);
         for (const auto& line : lines) {
-            const auto listed = parseListLine(line, dialect());
+            const auto listed = parseListLine(line, dialect(), _engine->manner().utf8);
             if (!listed) continue;
             if (!_separatorChar) _separatorChar = listed->separator;
             if (!tree) tree = PropertyList::Dictionary();
@@ -114,7 +113,8 @@ std::optional<PropertyList> IMAPConnection::examineMailbox(std::string_view name
 
 std::optional<PropertyList> IMAPConnection::openMailbox(std::string_view command, std::string_view name,
                                                         std::string* errorMessage) {
-    const CommandArgument arguments[] = {{Kind::mailbox, name}};
+    std::vector<CommandArgument> arguments{{Kind::mailbox, name}};
+    if (_engine->isStandard() && isKnownToHave("CONDSTORE")) arguments.emplace_back("(CONDSTORE)");
     std::optional<PropertyList> data;
     _engine->run(command, arguments, [&](const auto& answer) {
         if (!answer.isOK()) {
@@ -133,17 +133,21 @@ PropertyList IMAPConnection::takeSelectData(const std::optional<std::string>& an
     PropertyList data = PropertyList::Dictionary();
     if (const auto flags = _engine->takeLast(IMAPResponseFlags))
         data.set(IMAPResponseFlags, textsOf(parseFlagList(flags->view(), dialect())));
+    if (const auto exist = _engine->look(IMAPResponseExist); _engine->isStandard() && !exist.empty())
+        data.set(IMAPResponseExist, exist.back().view());
     if (const auto unseen = _engine->takeLast(IMAPResponseUnseen)) data.set(IMAPResponseUnseen, unseen->view());
     for (const auto& line : _engine->take("OK")) {
         const auto [key, value] = responseValue(line.view(), dialect());
         if (!value) continue;
-        if (key == IMAPResponsePermanentFlags)
-            data.set(key, textsOf(parseFlagList(*value, dialect())));
-        else if (key == IMAPResponseUIDValidity || _engine->isStandard())
-            data.set(key, *value);
+        const auto word = _engine->isStandard() ? asciiUppered(key) : std::string(key);
+        if (word == IMAPResponsePermanentFlags)
+            data.set(word, textsOf(parseFlagList(*value, dialect())));
+        else if (word == IMAPResponseUIDValidity || _engine->isStandard())
+            data.set(word, *value);
     }
     const auto opened = responseValue(answer ? std::string_view(*answer) : "", dialect());
-    if (!opened.key.empty()) data.set(opened.key, opened.key);
+    const auto word = _engine->isStandard() ? asciiUppered(opened.key) : std::string(opened.key);
+    if (!word.empty()) data.set(word, word);
     return data;
 }
 
@@ -170,92 +174,10 @@ bool IMAPConnection::renameMailbox(std::string_view name, std::string_view toMai
     return commandOnMailboxes("RENAME", {name, toMailbox});
 }
 
-std::optional<std::string> IMAPConnection::expunge() {
-    std::optional<std::string> reason;
-    _engine->run("EXPUNGE", {}, [&](const auto& answer) {
-        if (answer.result != Result::no) return;
-        const auto text = _engine->takeLast("NO");
-        if (text)
-            reason = text->toString();
-        else if (_engine->isStandard())
-            reason = answer.text;
-    });
-    return reason;
-}
-
 void IMAPConnection::close() {
     if (!_engine->run("CLOSE", {}).isOK()) return;
     _engine->setStateIfConnected(State::loggedIn);
     _selectedMailbox.reset();
-}
-
-std::optional<std::vector<std::string>> IMAPConnection::search(std::string_view keys,
-                                                               std::string_view charset) {
-    std::vector<CommandArgument> arguments;
-    if (_engine->isStandard() && !charset.empty()) {
-        arguments.emplace_back("CHARSET");
-        arguments.emplace_back(charset);
-    }
-    arguments.emplace_back(keys);
-    std::optional<std::vector<std::string>> words;
-    _engine->run(numbered("SEARCH"), arguments, [&](const auto&) {
-        const auto line = _engine->takeLast("SEARCH");
-        if (!line) return;
-        words.emplace();
-        for (const auto word : split(line->view(), ' '))
-            if (!word.empty()) words->emplace_back(word);
-    });
-    return words;
-}
-
-void IMAPConnection::storeFlag(std::string_view flag, bool state, const Numbers& forMessageNumbers) {
-    if (forMessageNumbers.empty()) return;
-    const auto item = state ? "+FLAGS.SILENT" : "-FLAGS.SILENT";
-    const auto flags = formatText("(%@)", flag);
-    for (const auto& set : setsOf(forMessageNumbers, dialect())) {
-        const CommandArgument arguments[] = {set, item, flags};
-        _engine->run(numbered("STORE"), arguments);
-    }
-}
-
-bool IMAPConnection::copyMessageNumbers(const Numbers& numbers, std::string_view toMailboxNamed) {
-    if (numbers.empty()) return false;
-    bool done = true;
-    for (const auto& set : setsOf(numbers, dialect())) {
-        const CommandArgument arguments[] = {set, {Kind::mailbox, toMailboxNamed}};
-        _engine->run(numbered("COPY"), arguments, [&](const auto& answer) {
-            if (answer.isOK()) return;
-            done = false;
-            std::string told;
-            for (const auto& [key, texts] : _engine->untagged())
-                for (const auto& text : texts) told += formatText("%@ %@; ", key, text.view());
-            log("Copy messages failed because: %@", told + answer.text.value_or(""));
-        });
-        if (!done) break;
-    }
-    return done;
-}
-
-bool IMAPConnection::appendData(std::string_view data, std::string_view toMailboxNamed,
-                                const std::optional<std::vector<std::string>>& flags) {
-    std::vector<CommandArgument> arguments{{Kind::mailbox, toMailboxNamed}};
-    if (flags) arguments.emplace_back(parenthesizedString(*flags));
-    arguments.emplace_back(prefixForLiteralStringOfSize(data.size()));
-    const auto tag = _engine->send("APPEND", arguments);
-    bool isSent = false, done = false;
-    while (true) {
-        const auto result = _engine->wait(tag);
-        done = result == Result::ok;
-        if (done) break;
-        if (result == Result::continuation) {
-            // Only the first time: a message is not sent twice, however often a server asks for it.
-            if (!std::exchange(isSent, true)) _engine->write({data, "\r\n"});
-        } else if (!_engine->isWaitedFor(tag)) {
-            break;
-        }
-    }
-    _engine->finish(tag, "APPEND");
-    return done;
 }
 
 }  // namespace lorvale

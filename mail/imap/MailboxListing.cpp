@@ -53,7 +53,7 @@ std::optional<ListedMailbox> parseClassicLine(std::string_view line) {
     return mailbox;
 }
 
-std::optional<ListedMailbox> parseStandardLine(const Data& line) {
+std::optional<ListedMailbox> parseStandardLine(const Data& line, bool utf8) {
     const auto values = parseValues(line);
     if (values.size() < 3 || !values[0].isList() || values[1].isList() || values[2].isList())
         return std::nullopt;
@@ -61,7 +61,8 @@ std::optional<ListedMailbox> parseStandardLine(const Data& line) {
     for (const auto attribute : values[0].texts()) mailbox.attributes.push_back(asciiLowered(attribute));
     if (!values[1].isNil()) mailbox.separator = std::string(values[1].text());
     // A mailbox may well be called NIL.
-    mailbox.name = values[2].isNil() ? "NIL" : fromModifiedUtf7(values[2].text());
+    const auto name = values[2].isNil() ? "NIL" : values[2].text();
+    mailbox.name = utf8 ? std::string(name) : fromModifiedUtf7(name);
     return mailbox;
 }
 
@@ -76,8 +77,8 @@ PropertyList& dictionaryAt(PropertyList& parent, std::string_view key) {
 
 }  // namespace
 
-std::optional<ListedMailbox> parseListLine(const Data& line, MailDialect dialect) {
-    return dialect == MailDialect::classic ? parseClassicLine(line.view()) : parseStandardLine(line);
+std::optional<ListedMailbox> parseListLine(const Data& line, MailDialect dialect, bool utf8) {
+    return dialect == MailDialect::classic ? parseClassicLine(line.view()) : parseStandardLine(line, utf8);
 }
 
 void addToTree(PropertyList& tree, const ListedMailbox& mailbox, std::string_view separator) {

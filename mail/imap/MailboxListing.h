@@ -16,7 +16,8 @@ struct ListedMailbox {
     std::optional<std::string> separator;  ///< nullopt for NIL
     std::string name;                      ///< UTF-8
 };
-std::optional<ListedMailbox> parseListLine(const Data& line, MailDialect dialect);
+/// `utf8`: names come as they are, and not in UTF-7.
+std::optional<ListedMailbox> parseListLine(const Data& line, MailDialect dialect, bool utf8 = false);
 
 /// Puts a mailbox into the tree of dictionaries.  What is deeper than some hundred levels is left out.
 void addToTree(PropertyList& tree, const ListedMailbox& mailbox, std::string_view separator);

@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +15,9 @@
 
 #include "lorvale/export.h"
 #include "lorvale/imap/delegate.h"
+#include "lorvale/imap/fetched.h"
+#include "lorvale/imap/search.h"
+#include "lorvale/imap/structure.h"
 #include "lorvale/imap/value.h"
 #include "lorvale/message/headers.h"
 #include "lorvale/mime/dialect.h"
@@ -39,7 +43,7 @@ class KTSocket;
 /// if the server had refused them.  Waits for ever unless setTimeout() says otherwise.
 ///
 /// One thread at a time: a caller that shares a connection holds a lock of its own over a whole exchange.  The
-/// exceptions are connectionState() and interrupt(), which any thread may call.
+/// exceptions are connectionState(), interrupt() and stopIdling(), which any thread may call.
 class LORVALE_EXPORT IMAPConnection {
 public:
     enum State : std::int32_t {
@@ -154,10 +158,13 @@ public:
     /// the classic dialect.
     std::optional<std::vector<std::string>> search(std::string_view keys, std::string_view charset = {});
     void storeFlag(std::string_view flag, bool state, const Numbers& forMessageNumbers);
-    bool copyMessageNumbers(const Numbers& numbers, std::string_view toMailboxNamed);
+    /// Of several commands, as a long set needs in the standard dialect, `places` has what they all told.
+    bool copyMessageNumbers(const Numbers& numbers, std::string_view toMailboxNamed,
+                            IMAPPlaces* places = nullptr);
     /// The data have CRLF at the ends of their lines.
     bool appendData(std::string_view data, std::string_view toMailboxNamed,
-                    const std::optional<std::vector<std::string>>& flags = std::nullopt);
+                    const std::optional<std::vector<std::string>>& flags = std::nullopt,
+                    IMAPPlaces* places = nullptr);
 
     // What is fetched comes in the order of the numbers, less those of which the server told nothing: a result
     // can be shorter.  Nullopt for no numbers, and when the server refuses.
@@ -187,7 +194,66 @@ public:
     /// Whole messages with newlines at the ends of their lines.
     Fetched<std::string> fetchRawData(const Numbers& forMessageNumbers, bool setSeenFlag);
 
+    // What the classic dialect does not know.  In that dialect none of this is sent, and it answers as if the
+    // server had refused.
+
+    /// Hands over what the server tells of each message as it comes and in the order in which it comes, so that
+    /// one answer at a time is in memory.  `items` go out as they are: "BODY.PEEK[]", "(UID FLAGS)".  With
+    /// `changedSince` only messages count whose MODSEQ is higher (CONDSTORE).  `take` must not use the
+    /// connection; what it throws comes out, and the connection is dropped before.
+    using TakeFetched = std::function<void(const IMAPFetched& message)>;
+    bool fetchEach(const IMAPMessageSet& messages, std::string_view items, const TakeFetched& take,
+                   std::optional<std::uint64_t> changedSince = std::nullopt);
+    Fetched<IMAPBodyPart> fetchParts(const Numbers& forMessageNumbers);
+
+    enum class FlagChange : std::uint8_t { add, remove, replace };
+    /// With `unchangedSince` (CONDSTORE) a message that was changed since then keeps its flags, and is among
+    /// the `refused`.  False when the server refuses them all.
+    bool changeFlags(FlagChange change, std::span<const std::string_view> flags, const Numbers& forMessages,
+                     std::optional<std::uint64_t> unchangedSince = std::nullopt, Numbers* refused = nullptr);
+    /// Where the server cannot move (RFC 6851) by a copy, a mark, and an expunge of just these where UIDPLUS
+    /// and the numbers, being UIDs, allow it; else they stay as marked.  True when they are there, and marked
+    /// or gone here.
+    bool moveMessageNumbers(const Numbers& numbers, std::string_view toMailboxNamed,
+                            IMAPPlaces* places = nullptr);
+    /// Only these of the messages that are marked as deleted.  False without UIDPLUS, and for numbers that are
+    /// no UIDs.
+    bool expungeUIDs(const Numbers& uids);
+
+    /// The numbers of the messages for which all keys hold, ascending; nullopt when the server refuses, as it
+    /// does when it does not know the charset of a text.  By ESEARCH (RFC 4731) where the server has it.
+    std::optional<Numbers> searchNumbers(const IMAPSearchKeys& keys);
+
+    enum class IdleEnd : std::uint8_t {
+        news,     ///< the server has told of a change; the delegate knows it by now
+        timeout,  ///< nothing has come
+        stopped,  ///< by stopIdling()
+        refused,  ///< the server does not do it, or no longer
+    };
+    /// Waits until the server tells of a change in the selected mailbox (RFC 2177), for `atMost` at most and in
+    /// no case longer than 28 minutes: after 29 a server may hang up.  setTimeout() does not end this wait.
+    IdleEnd idle(std::chrono::milliseconds atMost = std::chrono::minutes(28));
+    /// Ends idle(), the present one or else the next.  May be called by any thread.
+    void stopIdling();
+
 private:
+    // Of the standard dialect.  What is not taken goes to the delegate like all that nobody asked for.
+    using TryTake = std::function<bool(std::uint32_t number, const IMAPFetched& message, const Data& text)>;
+    template <class Value>
+    using ValueOf = std::function<std::optional<Value>(const IMAPFetched& message, const Data& text)>;
+    bool receiveFetched(const IMAPMessageSet& messages, std::string_view items, std::string_view modifier,
+                        const TryTake& take);
+    template <class Value>
+    Fetched<Value> fetchValues(const Numbers& numbers, std::string_view item, const ValueOf<Value>& valueOf);
+    Fetched<IMAPValue> fetchItem(const Numbers& numbers, std::string_view item);
+    Fetched<std::string> fetchText(const Numbers& numbers, std::string_view item);
+    bool isKnownToHave(std::string_view capability) const;
+    void learnManner();
+    void acceptUTF8();
+    IdleEnd idleUntil(std::chrono::steady_clock::time_point end, std::uint32_t tag);
+    bool copyOrMove(std::string_view command, const Numbers& numbers, std::string_view toMailboxNamed,
+                    IMAPPlaces* places);
+    void logRefusedCopy(std::string_view answer) const;
     template <class Value>
     Fetched<Value> _processFetchCommand(const Numbers& numbers, std::string_view item,
                                         const Parser<Value>& processResults);
@@ -204,8 +270,6 @@ private:
     PropertyList takeSelectData(const std::optional<std::string>& answer);
     /// A command as its numbers are meant.
     std::string numbered(std::string_view command) const;
-    /// The keys under which what was fetched of a message waits.
-    std::vector<std::string> keysOf(const Numbers& numbers) const;
 
     const std::unique_ptr<IMAPEngine> _engine;
     std::string _hostname;
@@ -214,6 +278,7 @@ private:
     Security _security = Security::none;
     TLSSettings _tlsSettings;
     bool _numbersAreUIDs = false;
+    std::atomic<bool> _isIdlingToStop = false;
     std::optional<std::string> _separatorChar, _selectedMailbox;
     std::optional<std::vector<std::string>> _capabilities;
 };

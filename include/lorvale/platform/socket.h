@@ -41,7 +41,7 @@ public:
 };
 
 /// How the bytes of a socket travel: the seam behind which the system's connection stands, a layer of security
-/// over it, or a host's or a test's own way to a peer.  One thread at a time, but for interrupt().
+/// over it, or a host's or a test's own way to a peer.  One thread at a time, but for interrupt() and wake().
 class LORVALE_EXPORT SocketTransport {
 public:
     virtual ~SocketTransport();
@@ -58,13 +58,19 @@ public:
     virtual void setTimeout(std::chrono::milliseconds timeout);
     /// Ends what waits, and whatever comes after it, with SocketClosedException.  May be called by any thread.
     virtual void interrupt() noexcept;
+    /// Waits until a read would not wait: bytes have come, the end, or a failure.  False when `atMost` has
+    /// passed or wake() was called before; whoever cannot tell answers true at once.
+    virtual bool waitForInput(std::chrono::milliseconds atMost);
+    /// Ends a waitForInput(), the present one or else the next, and harms nothing.  May be called by any
+    /// thread.
+    virtual void wake() noexcept;
 };
 
 class SocketConnection;
 
 /// A blocking client connection with a small read-ahead.  Failures of the system are GenericException with the
 /// reasons "recv: ..." and "send: ...".  Waits for ever unless setTimeout() says otherwise; SIGPIPE never
-/// reaches the host.  One thread at a time, but for shutdown().
+/// reaches the host.  One thread at a time, but for shutdown() and wake().
 class LORVALE_EXPORT KTSocket {
 public:
     static constexpr std::size_t kLineLimit = 16 * 1024 * 1024;
@@ -100,6 +106,13 @@ public:
     /// What is there, at least one byte, at most the maximum, for which 0 means 4096; nullopt at the end of the
     /// stream.  What was read ahead comes first, without another read.
     [[nodiscard]] std::optional<Data> readAvailableData(std::size_t maximum = 0);
+
+    /// Waits until something has come that was not read yet, the end included, for `atMost` at most, whatever
+    /// setTimeout() says.  False when nothing has, or when wake() was called before.
+    bool waitForInput(std::chrono::milliseconds atMost);
+    /// Ends a waitForInput(), the present one or else the next; the connection goes on.  May be called by any
+    /// thread while the object lives.
+    void wake() noexcept;
 
     /// Sends all of it.
     void writeData(std::string_view bytes);
@@ -137,7 +150,7 @@ private:
     std::string_view takePending(std::size_t atMost);
 
     SocketConnection* _socket = nullptr;  // the system's connection, where that is the lowest transport
-    SocketTransport* const _lowest;       // never changes, so that shutdown() may use it on any thread
+    SocketTransport* const _lowest;       // never changes, so that any thread may shut it down or wake it
     std::vector<std::unique_ptr<SocketTransport>> _transports;  // the lowest first; the last one is used
     ByteBuffer _pendingBytes;                                   // read beyond the last line
     std::size_t _taken = 0;                                     // of these
