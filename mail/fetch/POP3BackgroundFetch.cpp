@@ -87,11 +87,18 @@ void POP3BackgroundFetch::converse() {
     logIn(*connection);
     auto numbers = availableMessages(*connection);
     if (!numbers.empty() && _request.onlyUnseen) leaveOutSeen(*connection, numbers);
-    if (!numbers.empty() && !retrieve(*connection, numbers)) return;
+    const bool isWork = !numbers.empty() || !messageNumbersToDelete.empty();
+    if (isWork && !retrieve(*connection, numbers)) return;
+    quit(*connection);
+    setProgressPanelMessage(LVLocalizedString("Routing messages...", "The message of a panel during a fetch"));
+}
+
+void POP3BackgroundFetch::quit(POP3Connection& connection) {
     setProgressPanelMessage(
         LVLocalizedString("Closing connection to server...", "The message of a panel during a fetch"));
-    connection->quit();
-    setProgressPanelMessage(LVLocalizedString("Routing messages...", "The message of a panel during a fetch"));
+    if (connection.quit() != POP3Connection::kOK || !_isDeletionNoted) return;
+    if (const auto removed = FileSystem::current().remove(_request.deletedPath); !removed)
+        log("%@", removed.text());
 }
 
 void POP3BackgroundFetch::connect(POP3Connection& connection) {
@@ -147,6 +154,21 @@ void POP3BackgroundFetch::leaveOutSeen(POP3Connection& connection, Numbers& numb
         const auto identifier = messageIDsToFetch.find(number);
         return identifier != messageIDsToFetch.end() && previouslySeenMessages->contains(identifier->second);
     });
+    if (_request.deletesOnServer) deleteAgain();
+}
+
+/// A server deletes when it hears QUIT.  Where the last fetch did not come to that, it still has what is in no
+/// list of ours but that of what was seen, and would keep it for ever.
+void POP3BackgroundFetch::deleteAgain() {
+    const auto deleted = readSeenMessages(_request.deletedPath);
+    _isDeletionNoted = !deleted.empty();
+    std::map<std::string_view, int> times;
+    for (const auto& [number, identifier] : messageIDsToFetch) ++times[identifier];
+    for (const auto& [number, identifier] : messageIDsToFetch)
+        // Of two messages that a server calls the same, one has perhaps not been fetched.
+        if (times[identifier] == 1 && deleted.contains(identifier) &&
+            previouslySeenMessages->contains(identifier))
+            messageNumbersToDelete.push_back(number);
 }
 
 /// Messages arrive in order, so that below one that was seen there are only others that were.
@@ -170,11 +192,7 @@ bool POP3BackgroundFetch::retrieve(POP3Connection& connection, const Numbers& nu
     connection.setDelegate(this);
     messagesToFetch = numbers.size();
     try {
-        SpoolFile spool(_request.spoolPath);
-        const auto count = connection.fetchMessages(numbers, spool);
-        // What has come is kept in any case.
-        if (count > 0) spool.close();
-        if (const auto failure = connection.fetchFailure()) std::rethrow_exception(failure);
+        if (!numbers.empty()) writeSpool(connection, numbers);
         keepAndForget(connection);
         connection.setDelegate(nullptr);
         return true;
@@ -186,6 +204,14 @@ bool POP3BackgroundFetch::retrieve(POP3Connection& connection, const Numbers& nu
     }
 }
 
+void POP3BackgroundFetch::writeSpool(POP3Connection& connection, const Numbers& numbers) {
+    SpoolFile spool(_request.spoolPath);
+    const auto count = connection.fetchMessages(numbers, spool);
+    // What has come is kept in any case.
+    if (count > 0) spool.close();
+    if (const auto failure = connection.fetchFailure()) std::rethrow_exception(failure);
+}
+
 /// Everything is on disk: now the server may forget, and we remember.
 void POP3BackgroundFetch::keepAndForget(POP3Connection& connection) {
     if (_request.deletesOnServer) {
@@ -194,8 +220,21 @@ void POP3BackgroundFetch::keepAndForget(POP3Connection& connection) {
         connection.deleteMessages(messageNumbersToDelete);
     }
     if (!previouslySeenMessages) return;
+    if (_request.deletesOnServer) noteDeleted();
     if (const auto written = writeSeenMessages(_request.seenPath, *previouslySeenMessages); !written)
         throw POP3Exception(written.text());
+}
+
+/// Before anything is noted as seen; see deleteAgain().
+void POP3BackgroundFetch::noteDeleted() {
+    SeenMessages deleted;
+    for (const auto number : messageNumbersToDelete)
+        if (const auto identifier = messageIDsToFetch.find(number); identifier != messageIDsToFetch.end())
+            deleted[identifier->second] = number;
+    if (deleted.empty()) return;
+    if (const auto written = writeSeenMessages(_request.deletedPath, deleted); !written)
+        throw POP3Exception(written.text());
+    _isDeletionNoted = true;
 }
 
 void POP3BackgroundFetch::connectionWillRetrieveMessageNumber(POP3Connection&, std::uint32_t,

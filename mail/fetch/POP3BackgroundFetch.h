@@ -22,7 +22,7 @@ public:
         std::uint16_t port = 0;
         POP3Security security = POP3Security::none;
         TLSSettings tls = {};
-        std::string spoolPath, seenPath;
+        std::string spoolPath, seenPath, deletedPath;
         bool showsPanel = false, onlyUnseen = true, deletesOnServer = false;
     };
     POP3BackgroundFetch(std::shared_ptr<POP3FetchStore> store, Request request);
@@ -47,9 +47,13 @@ private:
     void logIn(POP3Connection& connection);
     Numbers availableMessages(POP3Connection& connection);
     void leaveOutSeen(POP3Connection& connection, Numbers& numbers);
+    void deleteAgain();
     void leaveOutSeenByHeaders(POP3Connection& connection, Numbers& numbers);
     bool retrieve(POP3Connection& connection, const Numbers& numbers);
+    void writeSpool(POP3Connection& connection, const Numbers& numbers);
     void keepAndForget(POP3Connection& connection);
+    void noteDeleted();
+    void quit(POP3Connection& connection);
     void setProgressPanelMessage(std::string_view message);
     void updatePanel();
     bool cancelled();
@@ -72,6 +76,7 @@ private:
     std::map<std::uint32_t, std::string> messageIDsToFetch;  // from the number to the identifier
     std::optional<SeenMessages> previouslySeenMessages;      // nullopt: not asked for
     Numbers messageNumbersToDelete;
+    bool _isDeletionNoted = false;  // the file of what was told to the server is there
 };
 
 }  // namespace lorvale

@@ -114,6 +114,7 @@ bool POP3FetchStore::performFetch() {
     request.tls = options.tlsSettings();
     request.spoolPath = spoolPath();
     request.seenPath = stringByAppendingPathComponent(_directory, kSeenMessagesName);
+    request.deletedPath = stringByAppendingPathComponent(_directory, kDeletedMessagesName);
     request.showsPanel = showProgressPanel = options.showProgressPanel();
     request.onlyUnseen = options.onlyFetchUnseenMessages();
     request.deletesOnServer = options.deleteMessagesOnServer();

@@ -14,6 +14,8 @@ namespace lorvale {
 using SeenMessages = std::map<std::string, std::uint32_t, std::less<>>;
 
 inline constexpr std::string_view kSeenMessagesName = ".pop_messages_seen";
+/// In the same form, what a server was told to delete and has not said to have deleted.  It is seen as well.
+inline constexpr std::string_view kDeletedMessagesName = ".pop_messages_deleted";
 
 SeenMessages seenMessagesFrom(const PropertyList& list);
 PropertyList propertyListOf(const SeenMessages& seen);

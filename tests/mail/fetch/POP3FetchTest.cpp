@@ -324,6 +324,8 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenADiskFailsAtAnyChange) {
         for (const auto& body : bodies()) arrived += body;
         for (int i = delivered - 3; i < delivered; ++i)
             EXPECT_THAT(arrived, HasSubstr("hello " + std::to_string(i) + "\n.\n..a\n>From me\n"));
+        // Seen and told to the server, which did not come to delete it: it is not to stay there for ever.
+        EXPECT_EQ(server.messagesOf("anna").size(), 0u);
     }
 }
 
@@ -379,6 +381,36 @@ TEST_F(POP3Fetch, WithoutIdentifiersGoesDownToTheFirstMessageThatWasSeen) {
     EXPECT_THAT(bodies(), ElementsAre("new\n\n"));
     EXPECT_EQ(readSeenMessages(at("pop/.pop_messages_seen")),
               (SeenMessages{{"<2@x>", 2}, {"<3@x>", 3}, {"odd \x01 \xFF", 9}}));
+}
+
+/// The last fetch broke off between the list of what was seen and the QUIT with which a server deletes.
+TEST_F(POP3Fetch, DeletesAgainWhatTheServerHasNotDeleted) {
+    fs::create_directory(at("pop"));
+    ASSERT_TRUE(writeSeenMessages(at("pop/.pop_messages_seen"), {{"a", 1}, {"b", 2}, {"twice", 3}}));
+    const auto deleted = at("pop/.pop_messages_deleted");
+    const std::vector<std::string> login = {
+        "S: +OK", "C: USER anna", "S: +OK", "C: PASS secret", "S: +OK",     "C: STAT", "S: +OK 5 5", "C: LIST",
+        "S: +OK", "S: 1 1",       "S: 2 1", "S: 3 1",         "S: 4 1",     "S: 5 1",  "S: .",       "C: UIDL",
+        "S: +OK", "S: 1 a",       "S: 2 b", "S: 3 twice",     "S: 4 twice", "S: 5 b5", "S: ."};
+    auto script = login;
+    for (const auto* const line :
+         {"C: TOP 5 0", "S: -ERR", "C: RETR 5", "S: -ERR", "C: DELE 2", "S: +OK", "C: QUIT", "S: -ERR", "A"})
+        script.emplace_back(line);
+    script.insert(script.end(), login.begin(), login.end());
+    for (const auto* const line :
+         {"C: TOP 5 0", "S: -ERR", "C: RETR 5", "S: -ERR", "C: DELE 2", "S: +OK", "C: QUIT", "S: +OK"})
+        script.emplace_back(line);
+    ASSERT_TRUE(writeSeenMessages(deleted, {{"b", 2}, {"twice", 3}, {"unseen", 4}}));
+    setMailDialect(MailDialect::classic);
+    ScriptedPeer peer(script);
+    const auto account = std::make_shared<Account>(peer.port());
+    account->deletes = true;
+    const auto store = storeOf(account);
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_EQ(readSeenMessages(deleted), (SeenMessages{{"b", 2}}));
+    EXPECT_TRUE(fetch(*store));
+    EXPECT_FALSE(fs::exists(deleted));
+    EXPECT_EQ(peer.firstSurprise(), "");
 }
 
 TEST_F(POP3Fetch, ASpoolThatACrashLeftIsMadeGoodAndRouted) {
