@@ -217,12 +217,29 @@ std::string abbreviateWithTilde(std::string_view path) {
     return std::string("~").append(rest);
 }
 
+namespace {
+
+/// Remembered, for it is asked of every message that is listed, and the system reads a file each time.
+std::string loginOfProcess() {
+    struct Known {
+        Mutex mutex;
+        uid_t user LORVALE_GUARDED_BY(mutex) = 0;
+        std::string login LORVALE_GUARDED_BY(mutex);  // empty: not known yet
+    };
+    static Known& known = *new Known;  // never destroyed: late threads may still ask
+    const MutexLock lock(known.mutex);
+    if (!known.login.empty() && known.user == ::geteuid()) return known.login;
+    known.user = ::geteuid();
+    const auto entry = passwordEntry({});
+    known.login = entry ? entry->login : environment("LOGNAME");
+    if (known.login.empty()) known.login = std::to_string(known.user);
+    return known.login;
+}
+
+}  // namespace
+
 std::string loginName() {
-    return setOr(settings().login, [] {
-        if (const auto entry = passwordEntry({})) return entry->login;
-        auto name = environment("LOGNAME");
-        return name.empty() ? std::to_string(::geteuid()) : name;
-    });
+    return setOr(settings().login, loginOfProcess);
 }
 
 void setLoginName(std::string_view name) {
