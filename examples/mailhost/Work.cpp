@@ -16,6 +16,9 @@ namespace {
 
 const std::string* nameOfWork = nullptr;  // the main thread's
 
+// Said of every mailbox that is new, which is nothing to point a user to.
+constexpr std::string_view kRoutine = "rebuilding table of contents for ";
+
 class NamedWork {
 public:
     explicit NamedWork(const std::string& name) : _before(std::exchange(nameOfWork, &name)) {}
@@ -55,7 +58,7 @@ LogLines::~LogLines() {
 }
 
 void LogLines::take(std::string_view line) {
-    _spoke = true;
+    _spoke = _spoke || !line.starts_with(kRoutine);
     if (!_shown) return;
     std::string text = "lorvale: ";
     if (lorvale::RunLoop::isMainThread() && nameOfWork != nullptr) text += *nameOfWork + ": ";
