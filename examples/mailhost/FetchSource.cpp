@@ -1,19 +1,15 @@
 #include "FetchSource.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <filesystem>
 #include <utility>
 
 #include "Output.h"
+#include "PasswordSource.h"
 #include "lorvale/account.h"
 #include "lorvale/defaults.h"
 #include "lorvale/platform/paths.h"
-#include "lorvale/platform/tls.h"
 #include "lorvale/values/text.h"
 
 namespace mailhost {
@@ -21,6 +17,8 @@ namespace mailhost {
 FetchSource::~FetchSource() = default;
 
 namespace {
+
+using lorvale::POPAccount;
 
 /// A flat file, to be emptied.
 class SpoolSource : public FetchSource {
@@ -60,12 +58,10 @@ private:
 
 class PopSource : public FetchSource {
 public:
-    PopSource(const std::string& directory, std::shared_ptr<lorvale::MailAccount> account)
-        : _account(std::move(account)),
-          _store(lorvale::POP3FetchStore::initWithPath(directory, true, false, _account)) {
+    explicit PopSource(std::shared_ptr<POPAccount> account)
+        : _account(std::move(account)), _store(_account->fetcher()) {
         if (_store == nullptr) throw Failure(name() + ": cannot be fetched from");
     }
-    ~PopSource() override { _store->close(); }
     std::string name() const override {
         return _account->username().value_or("") + "@" + _account->hostname().value_or("");
     }
@@ -89,94 +85,53 @@ public:
     }
 
 private:
-    const std::shared_ptr<lorvale::MailAccount> _account;
+    const std::shared_ptr<POPAccount> _account;
     const std::shared_ptr<lorvale::POP3FetchStore> _store;
     std::string _failure;
 };
 
-std::string firstLine(std::FILE* file) {
-    std::string line;
-    for (int c = std::fgetc(file); c != EOF && c != '\n'; c = std::fgetc(file)) line += static_cast<char>(c);
-    if (line.ends_with('\r')) line.pop_back();
-    return line;
+std::uint16_t portOf(const std::string& text) {
+    std::uint16_t port = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error != std::errc() || end != text.data() + text.size() || port == 0)
+        throw UsageError("--pop takes HOST or HOST:PORT");
+    return port;
 }
-
-std::string passwordFromDescriptor(std::uint64_t descriptor) {
-    const int own = descriptor < 1'000'000 ? ::dup(static_cast<int>(descriptor)) : -1;
-    std::FILE* const file = own >= 0 ? ::fdopen(own, "r") : nullptr;
-    if (file == nullptr) {
-        if (own >= 0) ::close(own);
-        throw Failure("--password-fd " + std::to_string(descriptor) + ": cannot be read");
-    }
-    auto password = firstLine(file);
-    std::fclose(file);
-    return password;
-}
-
-std::string passwordFromCommand(const std::string& command) {
-    std::FILE* const pipe = ::popen(command.c_str(), "re");
-    if (pipe == nullptr) throw Failure("--password-command: cannot be run");
-    auto password = firstLine(pipe);
-    while (std::fgetc(pipe) != EOF) continue;
-    const int status = ::pclose(pipe);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) throw Failure("--password-command: the command failed");
-    return password;
-}
-
-/// An account of the command line.
-class OptionAccount : public lorvale::MailAccount, public lorvale::POP3FetchOptions {
-public:
-    explicit OptionAccount(const Arguments& arguments) {
-        const auto place = *arguments.value(kPop);
-        const auto colon = place.rfind(':');
-        const bool hasPort = colon != std::string::npos && place.find(':') == colon;
-        setHostname(place.substr(0, hasPort ? colon : place.size()));
-        if (hasPort) _port = portOf(place.substr(colon + 1));
-        setUsername(arguments.value(kUser).value_or(lorvale::loginName()));
-        if (const auto descriptor = arguments.value(kPasswordDescriptor)) {
-            _password = passwordFromDescriptor(*descriptor);
-        } else if (const auto command = arguments.value(kPasswordCommand)) {
-            _password = passwordFromCommand(*command);
-        }
-        const auto security = arguments.value(kSecurity).value_or("none");
-        if (security == "tls") _security = lorvale::POP3Security::tls;
-        if (security == "starttls") _security = lorvale::POP3Security::startTLS;
-        _tls.authorities = arguments.value(kAuthorities).value_or("");
-        _deletes = arguments.has(kDelete);
-        _fetchesAll = arguments.has(kAll);
-    }
-
-    std::optional<std::string> password(bool mayAsk) override {
-        return _password ? _password : MailAccount::password(mayAsk);
-    }
-    bool deleteMessagesOnServer() const override { return _deletes; }
-    bool onlyFetchUnseenMessages() const override { return !_fetchesAll; }
-    std::uint16_t fetchPort() const override { return _port; }
-    lorvale::POP3Security fetchSecurity() const override { return _security; }
-    lorvale::TLSSettings tlsSettings() const override { return _tls; }
-
-private:
-    static std::uint16_t portOf(const std::string& text) {
-        std::uint16_t port = 0;
-        const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-        if (error != std::errc() || end != text.data() + text.size() || port == 0)
-            throw UsageError("--pop takes HOST or HOST:PORT");
-        return port;
-    }
-
-    std::optional<std::string> _password;
-    std::uint16_t _port = 0;
-    lorvale::POP3Security _security = lorvale::POP3Security::none;
-    lorvale::TLSSettings _tls;
-    bool _deletes = false, _fetchesAll = false;
-};
 
 /// A folder of its own for each server and user, below the one for POP mail.
-std::string stateFolder(const Arguments& arguments, const lorvale::MailAccount& account) {
+std::string stateFolder(const Arguments& arguments, const std::string& host, const std::string& user) {
     if (const auto folder = arguments.value(kState)) return lorvale::standardizePath(*folder);
-    auto name = account.username().value_or("") + "@" + account.hostname().value_or("");
+    auto name = user + "@" + host;
     std::ranges::replace(name, '/', '_');
     return lorvale::Defaults::sharedInstance().popSpoolDirectory() + '/' + name;
+}
+
+/// An account of the command line, which no registry has.
+std::shared_ptr<POPAccount> accountOf(const Arguments& arguments) {
+    const auto place = *arguments.value(kPop);
+    const auto colon = place.rfind(':');
+    const bool hasPort = colon != std::string::npos && place.find(':') == colon;
+    const auto host = place.substr(0, hasPort ? colon : place.size());
+    const auto user = arguments.value(kUser).value_or(lorvale::loginName());
+    std::optional<std::uint16_t> port;
+    if (hasPort) port = portOf(place.substr(colon + 1));
+    std::optional<std::string> password;
+    if (const auto descriptor = arguments.value(kPasswordDescriptor)) {
+        password = passwordFromDescriptor(*descriptor);
+    } else if (const auto command = arguments.value(kPasswordCommand)) {
+        password = passwordFromCommand(*command);
+    }
+    auto account = POPAccount::accountWithPath(stateFolder(arguments, host, user));
+    account->setHostname(host);
+    account->setUsername(user);
+    account->setPort(port);
+    account->setPassword(password);
+    const auto word = std::ranges::find(kSecurities, arguments.value(kSecurity).value_or("none"));
+    account->setConnectionSecurity(static_cast<lorvale::ConnectionSecurity>(word - kSecurities.begin()));
+    account->setCertificateAuthorities(arguments.value(kAuthorities));
+    account->setDeleteMessagesOnServer(arguments.has(kDelete));
+    account->setOnlyFetchUnseenMessages(!arguments.has(kAll));
+    return account;
 }
 
 /// Null for an account that has nothing to be fetched.
@@ -186,8 +141,8 @@ std::unique_ptr<FetchSource> sourceOf(const std::shared_ptr<lorvale::MailAccount
         if (!folder) return nullptr;
         return std::make_unique<SpoolSource>(*folder + '/' + lorvale::loginName(), account);
     }
-    if (std::dynamic_pointer_cast<lorvale::POP3FetchOptions>(account) == nullptr) return nullptr;
-    return std::make_unique<PopSource>(account->path(), account);
+    auto pop = std::dynamic_pointer_cast<POPAccount>(account);
+    return pop != nullptr ? std::make_unique<PopSource>(std::move(pop)) : nullptr;
 }
 
 bool isNamed(const lorvale::MailAccount& account, const std::string& name) {
@@ -201,11 +156,7 @@ FetchSources fetchSources(const Arguments& arguments, const std::vector<std::str
     FetchSources sources;
     for (const auto& spool : arguments.values(kSpool))
         sources.push_back(std::make_unique<SpoolSource>(spool, nullptr));
-    if (arguments.has(kPop)) {
-        const auto account = std::make_shared<OptionAccount>(arguments);
-        const auto folder = stateFolder(arguments, *account);
-        sources.push_back(std::make_unique<PopSource>(folder, account));
-    }
+    if (arguments.has(kPop)) sources.push_back(std::make_unique<PopSource>(accountOf(arguments)));
     if (!sources.empty() && accountNames.empty()) return sources;
     auto accounts = lorvale::MailAccount::mailAccounts();
     for (const auto& name : accountNames) {

@@ -1,6 +1,7 @@
 #include "Rules.h"
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -49,9 +50,12 @@ public:
         const auto rule =
             std::ranges::find_if(*_rules, [&](const Rule& each) { return each.matches(*message); });
         const auto& mailbox = rule != _rules->end() ? rule->mailbox : _otherMailbox;
-        return mailbox.empty() ? MessageRouter::destinationStoreForMessage(message) : open(mailbox);
+        auto& store = _opened[mailbox];
+        if (store == nullptr)
+            store = mailbox.empty() ? MessageRouter::destinationStoreForMessage(message) : open(mailbox);
+        return store;
     }
-    bool routeMessagesSeparately() const override { return true; }
+    bool routeMessagesSeparately() const override { return !_rules->empty(); }
 
 private:
     static std::shared_ptr<lorvale::MessageStore> open(const std::string& mailbox) {
@@ -62,6 +66,7 @@ private:
 
     const std::shared_ptr<const std::vector<Rule>> _rules;
     const std::string _otherMailbox;
+    std::map<std::string, std::shared_ptr<lorvale::MessageStore>> _opened;
 };
 
 }  // namespace
