@@ -77,8 +77,8 @@ public:
     /// Made from the registry when first asked for; always the same accounts from then on.
     static std::vector<std::shared_ptr<MailAccount>> mailAccounts();
     /// Makes these the accounts and writes them.  What another process has added to the registry, or changed in
-    /// an account that is as it was here, stays; accounts of classes that are not known here stay too.  False, after
-    /// a log line, when they could not be written; the next save tries again.
+    /// an account that is as it was here, stays; accounts of classes that are not known here stay too.  False,
+    /// after a log line, when they could not be written; the next save tries again.
     static bool saveMailAccounts(const std::vector<std::shared_ptr<MailAccount>>& accounts);
     static bool addAccount(const std::shared_ptr<MailAccount>& account);
     /// Calls deleteAccount() of an account that is in the list; another one changes nothing, and answers false.
