@@ -79,6 +79,21 @@ try mailhost index "$mail/inbox.mbox" "$mail/lists.mbox" "$mail/archive-2003.mbo
 try mailhost search "plan for rain" "$mail/inbox.mbox" "$mail/lists.mbox" "$mail/archive-2003.mbox" --max 5
 try mailhost search --boolean "(ferry or train) not meeting" "$mail/inbox.mbox" --sort date
 try mailhost search "concert on the pier" "$mail/inbox.mbox" --show --max 3
+say "Mail that waits on a POP3 server is fetched, stands unread in Active.mbox, and is found at once:"
+if command -v python3 >/dev/null; then
+    mkfifo "$mail/running"    # the server ends with this shell, which keeps it open
+    python3 examples/mail/serve_pop3.py examples/mail/lists <"$mail/running" >"$mail/port" &
+    exec 3>"$mail/running"
+    until [ -s "$mail/port" ]; do sleep 0.1; done
+    mailhost new "$mail/Active.mbox" >/dev/null
+    mailhost index "$mail/Active.mbox" >/dev/null
+    try mailhost -o MailDir="$mail" fetch --pop "127.0.0.1:$(cat "$mail/port")" --user nora --password-command "echo secret"
+    try mailhost list "$mail/Active.mbox" --unread --limit 5
+    try mailhost search lunation "$mail/Active.mbox"
+    exec 3>&-
+else
+    echo "(Left out: the server of this demo needs python3.)"
+fi
 say "And for programs, JSON:"
 first_lines 3 mailhost list examples/mail/inbox --json
 say "Your own mail:  ./demo.sh MAILBOX      All there is:  mailhost --help"
