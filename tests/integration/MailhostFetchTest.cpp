@@ -73,6 +73,25 @@ TEST_F(MailhostFetch, TellsWhatFailedAndKeepsTheMail) {
     EXPECT_EQ(run("fetch").status, 1) << "nothing to fetch from";
 }
 
+/// All the way: from a server, by an account, into an indexed mailbox, unread, and found by a rare word.
+TEST_F(MailhostFetch, WhatAServerHasIsFoundByItsWords) {
+    MailServer server;
+    if (!server.runs()) GTEST_SKIP() << server.whyNot();
+    server.deliver("anna", "From: a@b.example\nSubject: first\n\nA letter about the zymurgy of old.\n");
+    server.deliver("anna", "From: a@b.example\nSubject: second\n\nAnother one.\n");
+    const auto added = run("accounts add Work --host 127.0.0.1 --user anna --security none --port " +
+                           std::to_string(server.port("pop3")) + " --password-command 'echo secret'");
+    EXPECT_EQ(added.status, 0) << added.errors;
+    const auto active = at("mail/Active.mbox");
+    EXPECT_EQ(run("new " + active).errors, "");
+    EXPECT_EQ(run("index " + active).errors, "");
+    EXPECT_EQ(run("fetch Work").output, "anna@127.0.0.1: 2 messages\n");
+    const auto found = run("search zymurgy --unread --json " + active);
+    EXPECT_THAT(found.output, HasSubstr("\"subject\":\"first\""));
+    EXPECT_THAT(found.output, ::testing::Not(HasSubstr("second")));
+    EXPECT_EQ(found.errors, "") << "nothing had to be indexed behind the fetch";
+}
+
 TEST_F(MailhostFetch, BringsMailFromAServerOnceAndWatchesForMore) {
     MailServer server;
     if (!server.runs()) GTEST_SKIP() << server.whyNot();

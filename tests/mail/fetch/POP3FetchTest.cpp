@@ -1,5 +1,6 @@
 /// Fetching from a real server, and from one that knows no identifiers.
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -14,6 +15,7 @@
 #include "mail/fetch/SpoolFile.h"
 #include "tests/mail/fetch/FetchSupport.h"
 #include "tests/support/FailingFileSystem.h"
+#include "tests/support/IndexedMailbox.h"
 #include "tests/support/MailServer.h"
 #include "tests/support/ScriptedPeer.h"
 
@@ -331,9 +333,11 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenADiskFailsAtAnyChange) {
 
 using POP3FetchThreads = POP3FetchFromServer;
 
-TEST_F(POP3FetchThreads, FetchesRoutesAndAppendsWhileOthersList) {
+TEST_F(POP3FetchThreads, FetchesRoutesAppendsAndIndexesWhileOthersList) {
     deliver(200);
     const auto mailbox = TarnMbox::initWithPath(active, true, false);
+    mailbox->setIsIndexed(true);
+    mailbox->updateIndex();
     const RoutingBy routing([&](Message&) { return mailbox; });
     const auto asked = account();
     asked->deletes = true;
@@ -357,7 +361,43 @@ TEST_F(POP3FetchThreads, FetchesRoutesAndAppendsWhileOthersList) {
     others.clear();
     EXPECT_EQ(mailbox->totalCount(), 250u);
     EXPECT_EQ(mailbox->inconsistency(), "");
+    ASSERT_TRUE(IndexManager::waitUntilIdle(*mailbox, std::chrono::steady_clock::now() + kPatience));
+    const std::shared_ptr<MessageStore> indexed[] = {mailbox};
+    EXPECT_EQ(IndexManager::indexManager().search(indexed, {"hello", false, 1000}).hits->size(), 250u);
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they keep what is given back
+/// From the server into the mailbox, memory is taken for a message or a few, however many there are.
+TEST_F(POP3Fetch, MemoryIsBoundedByTheLargestMessage) {
+    constexpr int kCount = 40;
+    const std::string line(70, 'x');
+    std::string text = "s: ";
+    while (text.size() < 1'000'000) text += line + "\r\n";
+    std::vector<std::string> script = {"S: +OK",  "C: USER anna",       "S: +OK",  "C: PASS secret", "S: +OK",
+                                       "C: STAT", "S: +OK 40 40000000", "C: LIST", "S: +OK"};
+    for (int i = 1; i <= kCount; ++i) script.push_back("S: " + std::to_string(i) + " 1000000");
+    script.insert(script.end(), {"S: .", "C: UIDL", "S: -ERR"});
+    for (int i = kCount; i >= 1; --i)
+        script.insert(script.end(), {"C: TOP " + std::to_string(i) + " 0", "S: +OK",
+                                     "S: Subject: " + std::to_string(i), "S: ", "S: ."});
+    for (int i = 1; i <= kCount; ++i)
+        script.insert(script.end(), {"C: RETR " + std::to_string(i), "S: +OK",
+                                     "S: Subject: " + std::to_string(i), "S: ", text, "S: ."});
+    script.insert(script.end(), {"C: QUIT", "S: +OK"});
+    setMailDialect(MailDialect::classic);
+    ScriptedPeer peer(script);
+    const auto grown = inChild([&] {
+        rusage before{}, after{};
+        ::getrusage(RUSAGE_SELF, &before);
+        fetch(*storeOf(std::make_shared<Account>(peer.port())));
+        ::getrusage(RUSAGE_SELF, &after);
+        return static_cast<int>((after.ru_maxrss - before.ru_maxrss) / 1024);
+    });
+    EXPECT_EQ(peer.firstSurprise(), "");
+    EXPECT_EQ(bodies().size(), static_cast<std::size_t>(kCount));
+    EXPECT_LT(grown, 30) << "megabytes";
+}
+#endif
 
 TEST_F(POP3Fetch, WithoutIdentifiersGoesDownToTheFirstMessageThatWasSeen) {
     fs::create_directory(at("pop"));
