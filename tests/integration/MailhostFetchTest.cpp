@@ -55,7 +55,8 @@ TEST_F(MailhostFetch, TellsWhatFailedAndKeepsTheMail) {
         {"an account that nobody has", "nobody", "there is no account \"nobody\"", 1},
         {"a server that is not there", "--pop 127.0.0.1:1 --password-command 'echo x'",
          "127.0.0.1: Background fetch", 1},
-        {"a program without a password", "--pop 127.0.0.1:1 --password-command false", "the password command failed", 1},
+        {"a program without a password", "--pop 127.0.0.1:1 --password-command false",
+         "the password command failed", 1},
         {"nobody to ask", "--pop 127.0.0.1:1", "no password", 1},
         {"a port that is none", "--pop 127.0.0.1:x", "HOST:PORT", 2},
     };
