@@ -1,5 +1,6 @@
 /// Messages from the server into a spool.
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "lorvale/fetch/pop3_connection.h"
@@ -17,6 +18,8 @@ namespace lorvale {
 namespace {
 
 constexpr std::size_t kHeaderLimit = 16 * 1024 * 1024;
+// Headers are remembered up to so many bytes; a server without identifiers is asked for all of them.
+constexpr std::size_t kHeaderMemory = 4 * 1024 * 1024;
 
 /// Line ends as they are inside: CRLF is a matter of the wire.
 std::string withNewlines(std::string_view text) {
@@ -31,16 +34,32 @@ std::string withNewlines(std::string_view text) {
 int POP3Connection::top(std::uint32_t number) {
     if (const auto known = _topResults.find(number); known != _topResults.end())
         return known->second ? kOK : kRefused;
+    if (_topBytes > kHeaderMemory) forgetTops();
     const auto command = formatText("TOP %d 0\r\n", number);
     _sendString(command, command);
     return readTop(number);
 }
 
 int POP3Connection::readTop(std::uint32_t number) {
+    forgetTop(number);
     auto& header = _topResults[number];
     const int answer = _getReply();
-    if (answer == kOK) header = _readMultilineResponseWithMaxSize(kHeaderLimit);
+    if (answer != kOK) return answer;
+    header = _readMultilineResponseWithMaxSize(kHeaderLimit);
+    _topBytes += header->size();
     return answer;
+}
+
+void POP3Connection::forgetTop(std::uint32_t number) {
+    const auto known = _topResults.find(number);
+    if (known == _topResults.end()) return;
+    if (known->second) _topBytes -= known->second->size();
+    _topResults.erase(known);
+}
+
+void POP3Connection::forgetTops() {
+    _topResults.clear();
+    _topBytes = 0;
 }
 
 std::shared_ptr<MessageHeaders> POP3Connection::messageHeaderForMessageNumber(std::uint32_t number) {
@@ -69,7 +88,7 @@ void POP3Connection::retr(std::uint32_t number, POP3Spool& toSpool) {
 /// Reads the reply to RETR, and makes an entry of it.
 void POP3Connection::readMessage(std::uint32_t number, POP3Spool& toSpool) {
     const auto header = messageHeaderForMessageNumber(number);
-    _topResults.erase(number);  // needed no more, and there may be very many
+    forgetTop(number);  // needed no more, and there may be very many
     if (_getReply() != kOK) return;
     if (header != nullptr) header->appendFromSpaceIfMissing();
     if (_delegate != nullptr)
@@ -81,32 +100,34 @@ void POP3Connection::readMessage(std::uint32_t number, POP3Spool& toSpool) {
     toSpool.write(_entry);
 }
 
-/// What is sent to retrieve a message; nothing for one without a size.
-std::string POP3Connection::commandsFor(std::uint32_t number) {
-    if (sizeOfMessageNumber(number) == 0) return {};
-    const auto retrieve = formatText("RETR %d\r\n", number);
-    return _topResults.contains(number) ? retrieve : formatText("TOP %d 0\r\n", number) + retrieve;
-}
-
 void POP3Connection::retrieveAll(std::span<const std::uint32_t> numbers, POP3Spool& toSpool) {
     // So many messages are asked for ahead: enough that the way to the server and back costs nothing, and no
-    // more than finds room on the way while nobody reads.
-    constexpr std::size_t kAhead = 64;
+    // more than finds room on the way while nobody reads, some 6 KB.
+    constexpr std::size_t kAhead = 256;
     readList();
     if (!offers("PIPELINING")) {
         for (const auto number : numbers) retr(number, toSpool);
         return;
     }
+    // A header that is known serves the first time that a message is asked for, and is gone then.
+    std::set<std::uint32_t> known;
+    for (const auto& [number, header] : _topResults) known.insert(number);
+    std::vector<bool> asksHeader(numbers.size());
     std::size_t asked = 0;
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         if (asked < std::min(i + kAhead / 2, numbers.size()) || asked == i) {
             std::string commands;
-            for (; asked < std::min(i + kAhead, numbers.size()); ++asked)
-                commands += commandsFor(numbers[asked]);
+            for (; asked < std::min(i + kAhead, numbers.size()); ++asked) {
+                const auto number = numbers[asked];
+                if (sizeOfMessageNumber(number) == 0) continue;
+                asksHeader[asked] = known.erase(number) == 0;
+                if (asksHeader[asked]) commands += formatText("TOP %d 0\r\n", number);
+                commands += formatText("RETR %d\r\n", number);
+            }
             if (!commands.empty()) _sendString(commands, commands);
         }
         if (sizeOfMessageNumber(numbers[i]) == 0) continue;
-        if (!_topResults.contains(numbers[i])) readTop(numbers[i]);
+        if (asksHeader[i]) readTop(numbers[i]);
         readMessage(numbers[i], toSpool);
     }
 }

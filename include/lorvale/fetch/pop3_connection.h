@@ -123,7 +123,7 @@ public:
     std::uint64_t sizeOfMessageNumber(std::uint32_t number);
     /// From the number of a message to its unique identifier; nullopt when the server knows none.
     std::optional<std::map<std::uint32_t, std::string>> availableMessagesUsingUIDL();
-    /// The header of a message, asked for once.  An empty one where the server gives none.
+    /// The header of a message, asked for once as long as all of them are not too much to remember.
     int top(std::uint32_t number);
     /// Of no message.  Null where the server gives none.
     std::shared_ptr<MessageHeaders> messageHeaderForMessageNumber(std::uint32_t number);
@@ -160,7 +160,8 @@ private:
     void readList();
     int readTop(std::uint32_t number);
     void readMessage(std::uint32_t number, POP3Spool& toSpool);
-    std::string commandsFor(std::uint32_t number);
+    void forgetTop(std::uint32_t number);
+    void forgetTops();
     void retrieveAll(std::span<const std::uint32_t> numbers, POP3Spool& toSpool);
     void tell(std::size_t bytes);
 
@@ -172,6 +173,7 @@ private:
     std::atomic<bool> _isShutDown = false;
     std::optional<std::map<std::uint32_t, std::uint64_t>> _listResults;  // nullopt until asked
     std::map<std::uint32_t, std::optional<std::string>> _topResults;     // nullopt: refused
+    std::size_t _topBytes = 0;                                           // in them
     int _state = 1;                                                      // what stat() has answered
     std::uint32_t numberOfMessagesAvailable = 0, numberOfOctetsAvailable = 0;
     std::string _hostname, _username;        // for the sender of a message that names none

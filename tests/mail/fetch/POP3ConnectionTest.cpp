@@ -238,6 +238,30 @@ TEST_F(POP3, AsksAheadWhereTheServerSaysThatItMay) {
     talk.connection.deleteMessages(std::vector<std::uint32_t>{2, 1});
 }
 
+TEST_F(POP3, AHeaderThatIsKnownServesOnce) {
+    Conversation talk({"C: CAPA",    "S: +OK", "S: PIPELINING", "S: .",       "C: STAT",    "S: +OK 1 1",
+                       "C: LIST",    "S: +OK", "S: 1 1",        "S: .",       "C: TOP 1 0", "S: +OK",
+                       "S: From: x", "S: .",   "C: RETR 1",     "C: TOP 1 0", "C: RETR 1",  "S: +OK",
+                       "S: one",     "S: .",   "S: +OK",        "S: From: y", "S: .",       "S: +OK",
+                       "S: two",     "S: ."});
+    talk.connection.negotiate();
+    talk.connection.stat();
+    talk.connection.list();
+    talk.connection.top(1);
+    TextSpool spool;
+    talk.connection.fetchMessages(std::vector<std::uint32_t>{1, 1}, spool);
+    EXPECT_THAT(spool.text, ::testing::MatchesRegex("From x [^\n]+\none\nFrom y [^\n]+\ntwo\n"));
+}
+
+TEST_F(POP3, HeadersAreRememberedUpToALimit) {
+    const std::string large = "s: X: " + std::string(3'000'000, 'x') + "\r\n.\r\n";
+    Conversation talk({"C: TOP 1 0", "S: +OK", large, "C: TOP 2 0", "S: +OK", large, "C: TOP 3 0", "S: +OK",
+                       large, "C: TOP 1 0", "S: -ERR"});
+    auto& pop = talk.connection;
+    const std::vector<int> answers = {pop.top(1), pop.top(2), pop.top(1), pop.top(2), pop.top(3), pop.top(1)};
+    EXPECT_THAT(answers, ElementsAre(0, 0, 0, 0, 0, 7));
+}
+
 TEST_F(POP3, ALongNameAndPasswordGoBehindThePrompt) {
     const std::string password(200, 'x');
     Conversation talk({"C: AUTH PLAIN", "S: + ", "C: AGEA*", "S: +OK"}, MailDialect::standard);
