@@ -115,7 +115,7 @@ void POP3Connection::retrieveAll(std::span<const std::uint32_t> numbers, POP3Spo
     std::vector<bool> asksHeader(numbers.size());
     std::size_t asked = 0;
     for (std::size_t i = 0; i < numbers.size(); ++i) {
-        if (asked < std::min(i + kAhead / 2, numbers.size()) || asked == i) {
+        if (asked < std::min(i + kAhead / 2, numbers.size())) {
             std::string commands;
             for (; asked < std::min(i + kAhead, numbers.size()); ++asked) {
                 const auto number = numbers[asked];

@@ -35,8 +35,10 @@ TEST_F(MailhostAccounts, TakePasswordsFromElsewhereAndNeverShowThem) {
     };
     good(add("Fd", "--password-fd 5 5<<'X'\nsecret\nnext\nX"));
     good(add("Command", "--password-command 'echo secret; echo next'"));
-    for (const auto* const how : {"--password", "--password-fd 9", "--password-command false",
-                                  "--password-command true", "--password-fd 5 5</dev/null"})
+    good(add("Long", "--password-command \"printf %4096d 1\""));
+    for (const auto* const how :
+         {"--password-command \"printf %4097d 1\"", "--password", "--password-fd 9", "--password-command false",
+          "--password-command true", "--password-fd 5 5</dev/null"})
         EXPECT_EQ(run(add("None", how)).status, 1) << how;
     EXPECT_EQ(run(add("None", "--password-fd x")).status, 2);
     const auto told = good(

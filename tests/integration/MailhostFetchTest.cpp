@@ -59,6 +59,7 @@ TEST_F(MailhostFetch, TellsWhatFailedAndKeepsTheMail) {
          "the password command failed", 1},
         {"nobody to ask", "--pop 127.0.0.1:1", "no password", 1},
         {"a port that is none", "--pop 127.0.0.1:x", "HOST:PORT", 2},
+        {"nor is that one", "--pop 127.0.0.1:0", "HOST:PORT", 2},
     };
     writeFile(at("flat"), mboxMessage("x"));
     writeFile(at("rules"), "# one\nsubject is x -> y\n");

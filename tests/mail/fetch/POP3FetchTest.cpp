@@ -429,9 +429,10 @@ TEST_F(POP3Fetch, DeletesAgainWhatTheServerHasNotDeleted) {
     ASSERT_TRUE(writeSeenMessages(at("pop/.pop_messages_seen"), {{"a", 1}, {"b", 2}, {"twice", 3}}));
     const auto deleted = at("pop/.pop_messages_deleted");
     const std::vector<std::string> login = {
-        "S: +OK", "C: USER anna", "S: +OK", "C: PASS secret", "S: +OK",     "C: STAT", "S: +OK 5 5", "C: LIST",
-        "S: +OK", "S: 1 1",       "S: 2 1", "S: 3 1",         "S: 4 1",     "S: 5 1",  "S: .",       "C: UIDL",
-        "S: +OK", "S: 1 a",       "S: 2 b", "S: 3 twice",     "S: 4 twice", "S: 5 b5", "S: ."};
+        "S: +OK",     "C: USER anna", "S: +OK",     "C: PASS secret", "S: +OK", "C: STAT",
+        "S: +OK 5 5", "C: LIST",      "S: +OK",     "S: 1 1",         "S: 2 1", "S: 3 1",
+        "S: 4 1",     "S: 5 1",       "S: .",       "C: UIDL",        "S: +OK", "S: 1 a",
+        "S: 2 b",     "S: 3 twice",   "S: 4 twice", "S: 5 unseen",    "S: ."};
     auto script = login;
     for (const auto* const line :
          {"C: TOP 5 0", "S: -ERR", "C: RETR 5", "S: -ERR", "C: DELE 2", "S: +OK", "C: QUIT", "S: -ERR", "A"})
@@ -440,7 +441,7 @@ TEST_F(POP3Fetch, DeletesAgainWhatTheServerHasNotDeleted) {
     for (const auto* const line :
          {"C: TOP 5 0", "S: -ERR", "C: RETR 5", "S: -ERR", "C: DELE 2", "S: +OK", "C: QUIT", "S: +OK"})
         script.emplace_back(line);
-    ASSERT_TRUE(writeSeenMessages(deleted, {{"b", 2}, {"twice", 3}, {"unseen", 4}}));
+    ASSERT_TRUE(writeSeenMessages(deleted, {{"b", 2}, {"twice", 3}, {"unseen", 5}}));
     setMailDialect(MailDialect::classic);
     ScriptedPeer peer(script);
     const auto account = std::make_shared<Account>(peer.port());
