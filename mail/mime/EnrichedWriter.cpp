@@ -29,12 +29,15 @@ std::atomic<bool> rtfIsWritten{false};
 std::atomic<double> chosenFontSize{0};
 
 int halfPoints(double points) {
-    return static_cast<int>(std::lround(std::clamp(points, 0.0, 1e6) * 2));
+    return points > 0 ? static_cast<int>(std::lround(std::min(points, 1e6) * 2)) : 0;
 }
 
-std::string hexadecimal(double part) {
+/// Readers divide by 65,536.  Classic letters have always had one less than what they then read, so that
+/// colours fade a little each time they are written.
+std::string hexadecimal(double part, MailDialect dialect) {
     char digits[16];
-    const auto value = static_cast<unsigned>(std::clamp(part, 0.0, 1.0) * 65535.0);
+    const double scale = dialect == MailDialect::classic ? 65535.0 : 65536.0;
+    const auto value = static_cast<unsigned>(part > 0 ? std::min(part * scale, 65535.0) : 0);
     const auto end = std::to_chars(std::begin(digits), std::end(digits), value, 16).ptr;
     std::string text(digits, end);
     std::ranges::transform(text, text.begin(),
@@ -106,8 +109,8 @@ void MimeEnrichedWriter::wantParameter(std::string_view name, std::optional<std:
 
 void MimeEnrichedWriter::wantColor(const std::optional<Color>& color) {
     if (!color) return wantParameter("color", std::nullopt);
-    wantParameter("color",
-                  hexadecimal(color->red) + "," + hexadecimal(color->green) + "," + hexadecimal(color->blue));
+    const auto digits = [this](double part) { return hexadecimal(part, _dialect); };
+    wantParameter("color", digits(color->red) + "," + digits(color->green) + "," + digits(color->blue));
 }
 
 /// A text without a font has the user's, which needs no command.
@@ -129,7 +132,11 @@ void MimeEnrichedWriter::wantFamily(std::string_view family) {
         family == Font::user().family || (_wanted.fixed && family == Font::userFixedPitch().family);
     const auto present = _wanted.parameters.find("fontfamily");
     const auto before = present == _wanted.parameters.end() ? std::string() : present->second;
-    const auto name = isUsers ? std::string() : std::string(family);
+    // What readers take for the end of a parameter has no escape in there.  Classic letters double it all the
+    // same.
+    const bool isReadable =
+        _dialect == MailDialect::classic || family.find_first_of("<>") == std::string_view::npos;
+    const auto name = isUsers || !isReadable ? std::string() : std::string(family);
     if (name == before) return;
     if (_written.parameters.contains("fontfamily")) popCommand("fontfamily");
     wantParameter("fontfamily", name.empty() ? std::nullopt : std::optional(name));

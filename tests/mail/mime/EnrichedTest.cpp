@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <cmath>
 #include <random>
 
 #include "lorvale/platform/exception.h"
@@ -177,6 +178,16 @@ TEST(EnrichedWriter, WritesTheCommandsThatDiffer) {
               "<underline><bigger><center><color><param>FFFF,7FFF,0000</param><fontfamily><param>Brunt</param>a"
               "</fontfamily></color></center></bigger></underline><flushleft>b")
         << "the larger family counts two points more";
+
+    // What the reader makes of them is written as it was; and of what it cannot read nothing is written.
+    TextAttributes odd = withFont({"a<b>", std::nan("")});
+    odd.foregroundColor = {0xFFFE / 65536.0, 1, std::nan("")};
+    EXPECT_EQ(classic(AttributedText("a", odd)),
+              "<smaller><smaller><smaller><smaller><smaller><smaller><color><param>FFFD,FFFF,0000</param>"
+              "<fontfamily><param>a<<b></param>a");
+    odd.font->size = 12;
+    EXPECT_EQ(enrichedString(AttributedText("a", odd), MailDialect::standard),
+              "<color><param>FFFE,FFFF,0000</param>a</color>");
 }
 
 TEST(EnrichedWriter, PutsAttachmentsOutsideOfAllFormatting) {
