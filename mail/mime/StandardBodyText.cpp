@@ -117,8 +117,10 @@ AttributedText StandardBodyText::textOfHTML(const AttachmentSource& pictures) {
                                   pictures);
 }
 
+/// Files in the text count, unless its sender says that it is to be shown as it stands.
 AttributedText StandardBodyText::plainText() {
-    const auto blocks = blocksInText(_part.bodyData().value_or(Data()));
+    const bool isShown = _part.disposition() == ContentDisposition::inlined;
+    const auto blocks = isShown ? std::vector<TextBlock>() : blocksInText(_part.bodyData().value_or(Data()));
     const bool flows = equalIgnoringAsciiCase(_part.mimeParameterForKey("format").value_or(""), "flowed");
     const bool deletesSpace = equalIgnoringAsciiCase(_part.mimeParameterForKey("delsp").value_or(""), "yes");
     const auto shown = [&](const std::string& text) {

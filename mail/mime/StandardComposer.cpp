@@ -16,6 +16,7 @@
 #include "mail/mime/FlowedText.h"
 #include "mail/mime/LineEnds.h"
 #include "mail/mime/PlainOrRich.h"
+#include "mail/mime/TextBlocks.h"
 #include "mail/mime/TransferChoice.h"
 
 namespace lorvale {
@@ -110,12 +111,14 @@ std::shared_ptr<MimeBodyPart> StandardComposer::partForText(const AttributedText
     return parts.size() == 1 ? parts.front() : multipart("mixed", std::move(parts));
 }
 
-/// Flowed lines, unless the text has blanks at the ends of its lines, which would read as joints.
+/// Flowed lines, unless the text has blanks at the ends of its lines, which would read as joints.  A text that
+/// looks as if it held files, as mail had them before MIME, says that it is to be shown as it stands.
 std::shared_ptr<MimeBodyPart> StandardComposer::plainPart(const std::string& text) {
     auto part = newPart("text", "plain");
     const auto flowed = flowedText(text);
     if (flowed) part->setMimeParameter("flowed", "format");
     part->setBodyString(flowed.value_or(text));
+    if (!blocksInText(*part->bodyData()).empty()) part->setDisposition(ContentDisposition::inlined);
     return part;
 }
 
