@@ -1,9 +1,11 @@
 #include "mail/mime/TransferChoice.h"
 
 #include <algorithm>
+#include <array>
 
 #include "base/text/Ascii.h"
 #include "base/text/DataUtils.h"
+#include "lorvale/values/text.h"
 
 namespace lorvale {
 
@@ -11,17 +13,23 @@ namespace {
 
 constexpr std::size_t kMostInLine = 998, kUsualLine = 78;  // RFC 5322, section 2.1.1
 
-template <class In>
-std::size_t countBytes(std::string_view body, In in) {
-    return static_cast<std::size_t>(std::ranges::count_if(body, in));
+constexpr bool isControl(std::uint8_t c) {
+    return c < 0x20 && c != '\t' && c != '\n';
 }
 
-constexpr bool isControl(char c) {
-    return static_cast<std::uint8_t>(c) < 0x20 && c != '\t' && c != '\n';
+constexpr bool is8bit(std::uint8_t c) {
+    return c > 0x7F;
 }
 
-constexpr bool is8bit(char c) {
-    return static_cast<std::uint8_t>(c) > 0x7F;
+constexpr auto kClassicSuspects = byteTable([](std::uint8_t c) { return isControl(c) || is8bit(c); });
+constexpr auto kStandardSuspects =
+    byteTable([](std::uint8_t c) { return isControl(c) || is8bit(c) || c == 0x7F; });
+
+/// Without a branch on the byte: in files each is a surprise.
+std::size_t countBytes(std::string_view body, const std::array<bool, 256>& in) {
+    std::size_t count = 0;
+    for (const char c : body) count += in[static_cast<std::uint8_t>(c)] ? 1U : 0U;
+    return count;
 }
 
 /// Calls `visit` with the places of the newlines and with the end.
@@ -52,7 +60,7 @@ std::size_t longestLine(std::string_view body) {
 }
 
 std::string_view classicChoice(std::string_view body, BodyKind kind, std::size_t lineLength) {
-    const auto suspicious = countBytes(body, [](char c) { return isControl(c) || is8bit(c); });
+    const auto suspicious = countBytes(body, kClassicSuspects);
     if (suspicious == 0 && longestClassicDistance(body) < lineLength) return "7bit";
     if (kind == BodyKind::message) return "8bit";
     const std::size_t cost = kind == BodyKind::text ? 2 : 6;
@@ -67,7 +75,7 @@ bool hasFromLine(std::string_view body) {
 std::string_view standardChoice(std::string_view body, BodyKind kind) {
     // RFC 2045, section 6.4: the parts of a message have encodings, the message has none.
     if (kind == BodyKind::message) return canGoAs7bit(body) ? "7bit" : "8bit";
-    const auto suspicious = countBytes(body, [](char c) { return isControl(c) || is8bit(c) || c == '\x7F'; });
+    const auto suspicious = countBytes(body, kStandardSuspects);
     if (suspicious == 0 && longestLine(body) <= kUsualLine && !hasFromLine(body)) return "7bit";
     // The shorter one: two more for a byte that is encoded, or one more for three bytes.
     return kind == BodyKind::text && suspicious * 6 <= body.size() ? "quoted-printable" : "base64";
@@ -81,7 +89,7 @@ std::string_view transferEncodingFor(std::string_view body, BodyKind kind, std::
 }
 
 bool canGoAs7bit(std::string_view body) {
-    return canGoAs8bit(body) && std::ranges::none_of(body, is8bit);
+    return canGoAs8bit(body) && isAscii(body);
 }
 
 bool canGoAs8bit(std::string_view body) {
