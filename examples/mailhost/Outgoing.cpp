@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <optional>
 
 #include "Commands.h"
 #include "ConsoleAgent.h"
@@ -36,8 +37,8 @@ public:
         std::string recipient, reply;
     };
     void sent(std::size_t bytes, std::size_t of) override {
-        for (const auto parts = of == 0 ? kParts : bytes * kParts / of; _parts < parts; ++_parts)
-            _bar.advance();
+        if (!_bar) _bar.emplace("Kilobytes sent", of / 1024);
+        _bar->advanceTo(bytes / 1024);
     }
     void recipientWasRefused(const std::string& recipient, const std::string& reply) override {
         refusals.push_back({recipient, reply});
@@ -52,9 +53,7 @@ public:
     std::string failure;
 
 private:
-    static constexpr std::size_t kParts = 1000;
-    std::size_t _parts = 0;
-    ProgressBar _bar{"Sending", kParts};
+    std::optional<ProgressBar> _bar;
 };
 
 std::string firstLineOf(const std::string& path) {
