@@ -27,6 +27,7 @@ TEST(StoreClasses, TheMostWillingOpensAndOfEqualOnesTheFirst) {
                               return ListStore::initWithPath(place);
                           }};
     };
+    const auto usual = MessageStore::defaultStoreClass().value();
     MessageStore::registerDefaultStoreClass(storeClass("default", 0));
     EXPECT_FALSE(MessageStore::storeForPath(path));
     EXPECT_TRUE(MessageStore::storeForPath(path, true));
@@ -37,6 +38,7 @@ TEST(StoreClasses, TheMostWillingOpensAndOfEqualOnesTheFirst) {
     EXPECT_TRUE(MessageStore::storeForPath(path));
     EXPECT_THAT(opened, ElementsAre("default", "first", "second"));
     MessageStore::unregisterStoreClass("second");
+    MessageStore::registerDefaultStoreClass(usual);
 }
 
 TEST(OpenStores, AreFoundByAnyPathAsLongAsSomebodyHoldsThem) {
