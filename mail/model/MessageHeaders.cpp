@@ -56,6 +56,22 @@ void appendAddresses(std::vector<std::string>& addresses, std::string_view list)
     if (more) std::ranges::move(*more, std::back_inserter(addresses));
 }
 
+/// Of headers that are not among the cached ones.  Those that are not loaded are read and not kept: a listing
+/// asks each message of a mailbox.
+std::vector<std::optional<std::string>> firstValues(MessageHeaders& headers,
+                                                    std::initializer_list<std::string_view> keys) {
+    if (!headers.hasAllHeaders()) {
+        const auto block = headers.encodedHeaders();
+        return firstValuesInBlock(block ? block->view() : std::string_view(), {keys.begin(), keys.size()});
+    }
+    std::vector<std::optional<std::string>> values;
+    for (const auto key : keys) {
+        const auto value = headers.firstObjectForKey(key);
+        values.push_back(value ? std::optional(textOfValue(*value)) : std::nullopt);
+    }
+    return values;
+}
+
 }  // namespace
 
 HeaderSummary summaryOfHeaderBlock(std::string_view block) {
@@ -243,9 +259,7 @@ std::optional<HeaderValue> MessageHeaders::firstObjectForKey(std::string_view ke
 }
 
 std::string MessageHeaders::firstTextForKey(std::string_view key) {
-    auto value = firstObjectForKey(key);
-    auto* const text = value ? std::get_if<std::string>(&*value) : nullptr;
-    return text != nullptr ? std::move(*text) : std::string();
+    return textForKey(key).value_or(std::string());
 }
 
 std::optional<std::string> MessageHeaders::originalKeyForKey(std::string_view key) const {
@@ -312,10 +326,8 @@ std::string MessageHeaders::messageID() {
         const auto values = firstValuesInBlock(block->view(), kWanted);
         return identifier(values[0], values[1], values[2], values[3]);
     }
-    const auto [id, to] = read([](const Tables& tables) {
-        return std::pair(firstValue(*tables.headers, "message-id"), firstValue(*tables.headers, "to"));
-    });
-    return identifier(id, textForKey("subject"), textForKey("date"), to);
+    const auto values = firstValues(*this, {"message-id", "to"});
+    return identifier(values[0], textForKey("subject"), textForKey("date"), values[1]);
 }
 
 std::optional<std::string> MessageHeaders::textForKey(std::string_view key) {
@@ -326,9 +338,7 @@ std::optional<std::string> MessageHeaders::textForKey(std::string_view key) {
 std::string MessageHeaders::envelopeText() {
     if (!hasAllHeaders()) {
         const auto block = headerDataOfSource();
-        if (auto envelope = envelopeInBlock(block ? block->view() : std::string_view()))
-            return std::move(*envelope);
-        tablesOfBlock(block);
+        return envelopeInBlock(block ? block->view() : std::string_view()).value_or(std::string());
     }
     return firstTextForKey(kFromSpaceKey);
 }
@@ -362,12 +372,14 @@ std::optional<Data> MessageHeaders::blockForSummary() {
 }
 
 HeaderSummary MessageHeaders::summary() {
-    const auto block = blockForSummary();
-    if (!block) {
-        return {sender(),    subject(),          firstTextForKey("to"), firstTextForKey("cc"),
-                messageID(), knownDateReceived()};
-    }
-    return summaryOfHeaderBlock(block->view());
+    if (const auto block = blockForSummary()) return summaryOfHeaderBlock(block->view());
+    const auto values = firstValues(*this, {"to", "cc", "message-id"});
+    return {sender(),
+            subject(),
+            values[0].value_or(std::string()),
+            values[1].value_or(std::string()),
+            identifier(values[2], textForKey("subject"), textForKey("date"), values[0]),
+            knownDateReceived()};
 }
 
 std::string MessageHeaders::sender() {

@@ -68,33 +68,27 @@ std::unique_ptr<TableOfContents> TableOfContents::ofBytes(std::string path, std:
 }
 
 void TableOfContents::loadCacheFromFile(std::string_view bytes) {
-    struct Fixed {
-        MboxRange range;
-        char status, refState;
-        std::string attachment;
-    };
-    std::vector<Fixed> records;
     CachedHeadersOfMany listings(bytes.size() * 5 / 4);
     const auto behind = decodeTable(bytes, _header, [&](const TOCRecord& record) {
         listings.beginMessage();
         listings.add("subject", isAscii(record.subject) ? record.subject : textOf(record.subject));
         listings.add("from", isAscii(record.sender) ? record.sender : textOf(record.sender));
         listings.add("date", record.date);
-        records.push_back({record.range, record.status, record.refState, textOf(record.attachment)});
     });
     // What stands behind the last record belongs to messages that nobody has counted.
     _isValid = behind == 0 && isOfFile();
     auto all = listings.finish();
     std::vector<std::shared_ptr<Message>> messages;
-    messages.reserve(records.size());
-    for (std::size_t i = 0; i < records.size(); ++i) {
-        const auto& record = records[i];
-        auto message =
-            std::make_shared<TOCMessage>(record.range, std::move(all[i]), record.refState, record.attachment);
+    messages.reserve(all.size());
+    // Read again, since the listings are made all at once: to keep the rest of the records until then would
+    // cost a mailbox a tenth of its memory.
+    decodeTable(bytes, _header, [&](const TOCRecord& record) {
+        auto message = std::make_shared<TOCMessage>(record.range, std::move(all[messages.size()]),
+                                                    record.refState, textOf(record.attachment));
         message->setIsRead(record.status != '*');
         message->setIsDeleted(record.status == 'd');
         messages.push_back(std::move(message));
-    }
+    });
     _messages = std::move(messages);
 }
 

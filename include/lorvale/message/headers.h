@@ -135,7 +135,7 @@ public:
     std::optional<std::vector<std::string>> objectsForKey(std::string_view key);
     /// The first value; nullopt when there is none.
     std::optional<HeaderValue> firstObjectForKey(std::string_view key);
-    /// The first value as text; an empty text when there is none or it is a date.
+    /// The first value as text, also a date; an empty text when there is none.
     std::string firstTextForKey(std::string_view key);
     /// The name as the message spelled it; nullopt for an unknown one.
     std::optional<std::string> originalKeyForKey(std::string_view key) const;

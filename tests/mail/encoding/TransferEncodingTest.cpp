@@ -48,6 +48,7 @@ TEST(Base64, ReadsOddInput) {
         {"line ends of both kinds, and blanks", "QU\nJD\r\nRE \tVG\f", "ABCDEF"},
         {"bytes outside the alphabet", "*Q-U_J.D!", "ABC"},
         {"eighth bit set", "\xD1\xD5JD", "ABC"},
+        {"also of a pad", "QQ\xBD\xBD", "A"},
         {"an equals sign in the middle is a zero", "A=BC", std::string_view("\0\0\x42", 3)},
         {"only the last equals signs count", "Q=U=", std::string_view("@\x05", 2)},
         {"pads count across white space", "QQ= =", "A"},

@@ -143,12 +143,12 @@ TEST(MessageHeaders, SummaryIsWhatTheOthersSayByOneReading) {
             EXPECT_EQ(summary.cc, asked.headers().firstTextForKey("cc"));
             EXPECT_EQ(summary.messageID, asked.headers().messageID());
             EXPECT_EQ(summary.dateReceived, asked.headers().knownDateReceived());
+            EXPECT_FALSE(stored.headers().hasAllHeaders()) << "a listing would keep what nobody asks for again";
             if (!readsBlock) continue;
             EXPECT_EQ(stored.headers().messageID(), summary.messageID);
             EXPECT_EQ(stored.headers().knownDateReceived(), summary.dateReceived);
             EXPECT_EQ(stored.store->headAsked, 3);
             EXPECT_EQ(stored.store->cachedAsked, 0);
-            EXPECT_FALSE(stored.headers().hasAllHeaders());
         }
     }
 }
@@ -165,7 +165,7 @@ TEST(MessageHeaders, DateOfDeliveryIsFoundInThisOrder) {
     const StoredMessage known(kHead);
     known.store->cached.set("Date", Date(77));
     EXPECT_EQ(known.headers().dateReceived(), Date(77));
-    EXPECT_EQ(known.headers().firstTextForKey("date"), "");
+    EXPECT_EQ(known.headers().firstTextForKey("date"), "Thu, 1 Jan 1970 00:01:17 +0000");
     EXPECT_THAT(known.headers().objectsForKey("date"), Optional(ElementsAre("Thu, 1 Jan 1970 00:01:17 +0000")));
 
     LogCapture log;
