@@ -1,6 +1,7 @@
 # The headers that are installed.  One family a header; the folders hold the parts of an umbrella.
 set(LORVALE_PUBLIC_HEADERS
     include/lorvale/account.h
+    include/lorvale/account/imap_account.h
     include/lorvale/account/local_account.h
     include/lorvale/account/pop_account.h
     include/lorvale/body.h

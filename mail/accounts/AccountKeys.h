@@ -18,6 +18,9 @@ inline constexpr std::string_view kIncomingSpoolKey = "IncomingSpoolDirectory";
 inline constexpr std::string_view kHideProgressPanelKey = "HideProgressPanel";
 inline constexpr std::string_view kDeleteOnServerKey = "DeleteMessagesOnServer";
 inline constexpr std::string_view kFetchAllKey = "AlwaysFetchAllMessages";
+inline constexpr std::string_view kCompactWhenClosingKey = "CompactWhenClosingMailboxes";
+inline constexpr std::string_view kCachePolicyKey = "CachePolicy";
+inline constexpr std::string_view kInboxName = "INBOX";
 inline constexpr std::string_view kAuthoritiesKey = "CertificateAuthorities";
 
 inline constexpr std::string_view kMailAccountsDefault = "MailAccounts";

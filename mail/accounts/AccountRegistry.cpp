@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "lorvale/account/imap_account.h"
 #include "lorvale/account/local_account.h"
 #include "lorvale/account/pop_account.h"
 #include "lorvale/defaults.h"
@@ -31,6 +32,8 @@ struct AccountClass {
 };
 constexpr auto kClasses = std::to_array<AccountClass>({
     {"LocalAccount", localAccount},
+    {"IMAPAccount",
+     [](std::string_view path) -> std::shared_ptr<MailAccount> { return IMAPAccount::accountWithPath(path); }},
     {"POPAccount",
      [](std::string_view path) -> std::shared_ptr<MailAccount> { return POPAccount::accountWithPath(path); }},
 });

@@ -41,6 +41,10 @@ bool IMAPStoreAccount::isOffline() const {
     return false;
 }
 
+bool IMAPStoreAccount::fillsMirror() const {
+    return true;
+}
+
 void IMAPStoreAccount::prepareConnection(IMAPConnection&) const {}
 
 IMAPStore::IMAPStore() : _lock(std::make_unique<ServerLock>()) {}

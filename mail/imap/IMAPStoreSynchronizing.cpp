@@ -299,7 +299,8 @@ void IMAPStore::cacheMessagesFromServer() {
         return;
     }
     const auto* const owner = imapAccount();
-    const bool wantsAll = owner == nullptr || owner->cachePolicy() == IMAPCachePolicy::allMessages;
+    const bool wantsAll =
+        owner == nullptr || (owner->fillsMirror() && owner->cachePolicy() == IMAPCachePolicy::allMessages);
     if (!goesOn() || !_connected || !wantsAll) return;
     Thread::setCurrentPriority(Thread::kBackgroundPriority);
     auto& files = FileSystem::current();

@@ -55,6 +55,8 @@ public:
     /// password.  False when it cannot be done now.  In another thread than the main one it only tells whether
     /// the mailbox is open.
     bool checkConnectionToServer();
+    /// On the server.
+    const std::string& mailboxName() const { return _mailboxName; }
     /// Whether the list was in line with the server when it was last looked at.
     bool isSynchronized() const { return _isSynchronized; }
     bool isSynchronizing() const { return _work != Work::none; }
