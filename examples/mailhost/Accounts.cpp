@@ -13,6 +13,17 @@ namespace {
 
 using lorvale::MailAccount;
 
+bool isOffline = false;  // main thread
+
+/// A program that runs for one command mirrors no mailbox by the way.
+void prepare(lorvale::MailAccount& account) {
+    auto* const onServer = dynamic_cast<lorvale::IMAPAccount*>(&account);
+    if (onServer == nullptr) return;
+    if (isOffline) onServer->setOffline(true);
+    if (onServer->cachePolicy() == lorvale::IMAPCachePolicy::allMessages)
+        onServer->useCachePolicy(lorvale::IMAPCachePolicy::messagesAsRead);
+}
+
 bool isThere(const std::string& path) {
     std::error_code ignored;
     return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
@@ -28,8 +39,28 @@ std::string_view behind(std::string_view text, std::string_view prefix) {
 
 }  // namespace
 
+void workOffline() {
+    isOffline = true;
+}
+
+std::string nameOf(const MailAccount& account) {
+    constexpr std::string_view kOffline = " (Offline)";
+    auto name = account.displayName();
+    const bool marked =
+        dynamic_cast<const lorvale::IMAPAccount*>(&account) != nullptr && name.ends_with(kOffline);
+    return marked ? name.substr(0, name.size() - kOffline.size()) : name;
+}
+
+lorvale::IMAPCachePolicy configuredPolicy(const lorvale::IMAPAccount& account) {
+    using lorvale::IMAPCachePolicy;
+    const auto word = account.accountInfo()["CachePolicy"].string();
+    if (word == "CacheNoMessages") return IMAPCachePolicy::noMessages;
+    return word == "CacheMessagesAsRead" ? IMAPCachePolicy::messagesAsRead : IMAPCachePolicy::allMessages;
+}
+
 std::vector<std::shared_ptr<MailAccount>> allAccounts() {
     auto accounts = MailAccount::mailAccounts();
+    for (const auto& account : accounts) prepare(*account);
     const auto local = lorvale::LocalAccount::localAccount();
     if (std::ranges::find(accounts, local) == accounts.end()) accounts.insert(accounts.begin(), local);
     return accounts;
@@ -37,7 +68,7 @@ std::vector<std::shared_ptr<MailAccount>> allAccounts() {
 
 std::shared_ptr<MailAccount> accountNamed(std::string_view name) {
     const auto accounts = allAccounts();
-    const auto found = std::ranges::find(accounts, name, [](const auto& each) { return each->displayName(); });
+    const auto found = std::ranges::find(accounts, name, [](const auto& each) { return nameOf(*each); });
     if (found == accounts.end()) throw Failure("there is no account \"" + std::string(name) + "\"");
     return *found;
 }
@@ -52,7 +83,7 @@ std::optional<Place> placeInAccount(const std::string& typed) {
         // A path says exactly what it means; of names that contain one another the longest is meant.
         auto name = behind(whole, account->path());
         const bool isPath = !name.empty();
-        if (!isPath) name = behind(typed, account->displayName());
+        if (!isPath) name = behind(typed, nameOf(*account));
         if (name.empty() || (best && !isPath && best->name.size() <= name.size())) continue;
         best = Place{account, std::string(name), account->path() + "/" + std::string(name)};
         if (isPath) return best;
@@ -65,6 +96,7 @@ std::string pathOfMailbox(const std::string& typed) {
     if (typed.find('/') == std::string::npos || typed.starts_with('/') || isThere(path)) return path;
     const auto place = placeInAccount(typed);
     if (!place) return path;
+    if (dynamic_cast<const lorvale::IMAPAccount*>(place->account.get()) != nullptr) return place->path;
     return isThere(place->path) ? place->path : place->path + ".mbox";
 }
 

@@ -9,6 +9,15 @@
 
 namespace mailhost {
 
+/// From now on accounts do without their servers.
+void workOffline();
+
+/// The name by which the user knows an account, whether or not it has its server at the moment.
+std::string nameOf(const lorvale::MailAccount& account);
+
+/// The setting, whatever holds for this program.
+lorvale::IMAPCachePolicy configuredPolicy(const lorvale::IMAPAccount& account);
+
 /// The accounts of the registry and, where it is not among them, that of the local mailboxes before them.
 std::vector<std::shared_ptr<lorvale::MailAccount>> allAccounts();
 /// Throws Failure for a name that no account has.

@@ -19,13 +19,15 @@ namespace mailhost {
 namespace {
 
 using lorvale::ConnectionSecurity;
+using lorvale::IMAPAccount;
 using lorvale::LocalAccount;
 using lorvale::MailAccount;
 using lorvale::POPAccount;
 
 constexpr auto kActions = std::to_array<std::string_view>({"add", "remove", "show", "set"});
-constexpr auto kTypes = std::to_array<std::string_view>({"pop", "local"});
+constexpr auto kTypes = std::to_array<std::string_view>({"pop", "local", "imap"});
 constexpr auto kSecurities = std::to_array<std::string_view>({"none", "starttls", "tls"});
+constexpr auto kPolicies = std::to_array<std::string_view>({"all", "read", "none"});
 constexpr auto kYesNo = std::to_array<std::string_view>({"yes", "no"});
 
 constexpr auto kAction = Typed<std::string>{{.name = "ACTION",
@@ -57,6 +59,10 @@ constexpr auto kDeleteOnServer = choiceOption("--delete-on-server", "ANSWER", kY
                                               "whether the server forgets what has been fetched: yes or no");
 constexpr auto kFetchAll =
     choiceOption("--fetch-all", "ANSWER", kYesNo, "whether what was fetched once comes again: yes or no");
+constexpr auto kKeep =
+    choiceOption("--keep", "WHAT", kPolicies, "of an IMAP account: which messages are kept on this machine");
+constexpr auto kCompact = choiceOption(
+    "--compact", "ANSWER", kYesNo, "whether a mailbox on the server loses what is deleted when it is closed");
 constexpr auto kStorePassword =
     flag("--password", "ask for a password on the terminal, and store it", "password");
 constexpr auto kPasswordDescriptor =
@@ -75,9 +81,10 @@ constexpr auto kForgetPassword = flag("--forget-password", "store no password", 
 constexpr auto kWords = std::to_array<Parameter>({kAction, kName});
 constexpr auto kOptions = std::to_array<Parameter>(
     {kType, kNewName, kHost, kUser, kPort, kSecurity, kAuthorities, kPath, kSpool, kAutoFetch, kDeleteOnServer,
-     kFetchAll, kStorePassword, kPasswordDescriptor, kPasswordCommand, kForgetPassword});
+     kFetchAll, kKeep, kCompact, kStorePassword, kPasswordDescriptor, kPasswordCommand, kForgetPassword});
 
 std::string_view typeOf(const MailAccount& account) {
+    if (dynamic_cast<const IMAPAccount*>(&account) != nullptr) return kTypes[2];
     return dynamic_cast<const POPAccount*>(&account) != nullptr ? kTypes[0] : kTypes[1];
 }
 
@@ -92,10 +99,15 @@ Fact truth(std::string_view title, std::string_view key, bool value) {
     return {title, key, std::string(kYesNo[value ? 0 : 1]), true};
 }
 
+bool hasServer(const MailAccount& account) {
+    return dynamic_cast<const POPAccount*>(&account) != nullptr ||
+           dynamic_cast<const IMAPAccount*>(&account) != nullptr;
+}
+
 std::vector<Fact> factsOf(const MailAccount& account) {
     const auto port = account.port();
     std::vector<Fact> facts = {
-        {"Account", "name", account.displayName()},
+        {"Account", "name", nameOf(account)},
         {"Type", "type", std::string(typeOf(account))},
         {"Folder", "path", account.path()},
         {"Host", "host", account.hostname().value_or("")},
@@ -105,15 +117,21 @@ std::vector<Fact> factsOf(const MailAccount& account) {
     if (const auto* const local = dynamic_cast<const LocalAccount*>(&account))
         facts.push_back({"Spool", "spool", local->incomingSpoolDirectory().value_or("")});
     facts.push_back(truth("Fetches by itself", "autoFetch", account.shouldAutoFetch()));
+    if (!hasServer(account)) return facts;
+    facts.push_back({"Security", "security",
+                     std::string(kSecurities[static_cast<std::size_t>(account.connectionSecurity())])});
+    facts.push_back({"Authorities", "authorities", account.certificateAuthorities().value_or("")});
     if (const auto* const pop = dynamic_cast<const POPAccount*>(&account)) {
-        facts.push_back({"Security", "security",
-                         std::string(kSecurities[static_cast<std::size_t>(pop->connectionSecurity())])});
-        facts.push_back({"Authorities", "authorities", pop->certificateAuthorities().value_or("")});
         facts.push_back(truth("Deletes on server", "deleteOnServer", pop->deleteMessagesOnServer()));
         facts.push_back(truth("Fetches all", "fetchAll", !pop->onlyFetchUnseenMessages()));
-        facts.push_back(
-            truth("Password stored", "passwordStored", !pop->accountInfo()["Password"].string().empty()));
     }
+    if (const auto* const imap = dynamic_cast<const IMAPAccount*>(&account)) {
+        const auto policy = static_cast<std::size_t>(configuredPolicy(*imap));
+        facts.push_back({"Keeps", "keep", std::string(kPolicies[policy])});
+        facts.push_back(truth("Compacts", "compact", imap->compactWhenClosingMailboxes()));
+    }
+    facts.push_back(
+        truth("Password stored", "passwordStored", !account.accountInfo()["Password"].string().empty()));
     return facts;
 }
 
@@ -155,9 +173,8 @@ void list(bool inJson) {
         if (inJson)
             output.write(asJson(*account));
         else
-            table.addRow({account->displayName(), std::string(typeOf(*account)),
-                          account->username().value_or(""), account->hostname().value_or(""),
-                          lorvale::abbreviateWithTilde(account->path())});
+            table.addRow({nameOf(*account), std::string(typeOf(*account)), account->username().value_or(""),
+                          account->hostname().value_or(""), lorvale::abbreviateWithTilde(account->path())});
     }
     table.finish();
 }
@@ -182,29 +199,36 @@ void apply(const Arguments& arguments, MailAccount& account) {
         return of;
     };
     auto* const pop = dynamic_cast<POPAccount*>(&account);
+    auto* const imap = dynamic_cast<IMAPAccount*>(&account);
     auto* const local = dynamic_cast<LocalAccount*>(&account);
+    auto* const onServer = hasServer(account) ? &account : nullptr;
     if (const auto name = arguments.value(kNewName)) account.setDisplayName(*name);
-    if (const auto host = arguments.value(kHost)) need(pop, kHost)->setHostname(*host);
-    if (const auto user = arguments.value(kUser)) need(pop, kUser)->setUsername(*user);
+    if (const auto host = arguments.value(kHost)) need(onServer, kHost)->setHostname(*host);
+    if (const auto user = arguments.value(kUser)) need(onServer, kUser)->setUsername(*user);
     if (const auto port = arguments.value(kPort)) {
         if (*port > std::numeric_limits<std::uint16_t>::max()) throw UsageError("--port takes 1 to 65535");
-        need(pop, kPort)->setPort(static_cast<std::uint16_t>(*port));
+        need(onServer, kPort)->setPort(static_cast<std::uint16_t>(*port));
     }
     if (const auto how = arguments.value(kSecurity))
-        need(pop, kSecurity)
+        need(onServer, kSecurity)
             ->setConnectionSecurity(
                 static_cast<ConnectionSecurity>(std::ranges::find(kSecurities, *how) - kSecurities.begin()));
     if (const auto file = arguments.value(kAuthorities))
-        need(pop, kAuthorities)->setCertificateAuthorities(*file);
+        need(onServer, kAuthorities)->setCertificateAuthorities(*file);
     if (const auto path = arguments.value(kPath)) account.setPath(*path);
     if (const auto spool = arguments.value(kSpool)) need(local, kSpool)->setIncomingSpoolDirectory(*spool);
     if (arguments.has(kAutoFetch)) account.setShouldAutoFetch(isYes(kAutoFetch));
     if (arguments.has(kDeleteOnServer))
         need(pop, kDeleteOnServer)->setDeleteMessagesOnServer(isYes(kDeleteOnServer));
     if (arguments.has(kFetchAll)) need(pop, kFetchAll)->setOnlyFetchUnseenMessages(!isYes(kFetchAll));
-    if (arguments.has(kForgetPassword)) need(pop, kForgetPassword)->setPassword(std::nullopt);
+    if (const auto keep = arguments.value(kKeep))
+        need(imap, kKeep)
+            ->setCachePolicy(
+                static_cast<lorvale::IMAPCachePolicy>(std::ranges::find(kPolicies, *keep) - kPolicies.begin()));
+    if (arguments.has(kCompact)) need(imap, kCompact)->setCompactWhenClosingMailboxes(isYes(kCompact));
+    if (arguments.has(kForgetPassword)) need(onServer, kForgetPassword)->setPassword(std::nullopt);
     if (const auto password = newPassword(arguments, account))
-        need(pop, kStorePassword)->setPassword(*password);
+        need(onServer, kStorePassword)->setPassword(*password);
 }
 
 void save(const std::shared_ptr<MailAccount>& account) {
@@ -217,27 +241,39 @@ void save(const std::shared_ptr<MailAccount>& account) {
 }
 
 /// Where a new account keeps its files unless it is said: beside the mailboxes, in a folder of its own.
-std::string folderFor(std::string name) {
+std::string folderNameFor(std::string name) {
     std::ranges::replace(name, '/', '-');
     if (name.starts_with('.')) name.insert(0, "_");
-    return lorvale::Defaults::sharedInstance().popSpoolDirectory() + "/" + name;
+    return name;
+}
+
+std::string folderFor(const std::string& name) {
+    return lorvale::Defaults::sharedInstance().popSpoolDirectory() + "/" + folderNameFor(name);
+}
+
+/// Not among the local mailboxes, where it would show as folders.
+std::string mirrorFolderFor(const std::string& name) {
+    return lorvale::homeDirectory() + "/.mailhost/" + folderNameFor(name);
 }
 
 std::shared_ptr<MailAccount> add(const Arguments& arguments, const std::string& name) {
     const auto all = allAccounts();
-    if (std::ranges::find(all, name, [](const auto& each) { return each->displayName(); }) != all.end())
+    if (std::ranges::find(all, name, [](const auto& each) { return nameOf(*each); }) != all.end())
         throw Failure("there is an account \"" + name + "\" already");
     std::shared_ptr<MailAccount> account;
     if (arguments.value(kType) == kTypes[1]) {
         if (!arguments.has(kPath)) throw UsageError("accounts add --type local needs --path");
         account = LocalAccount::accountWithPath(*arguments.value(kPath));
+    } else if (arguments.value(kType) == kTypes[2]) {
+        account = IMAPAccount::accountWithPath(arguments.value(kPath).value_or(mirrorFolderFor(name)));
+        account->setConnectionSecurity(ConnectionSecurity::fromStart);
     } else {
         account = POPAccount::accountWithPath(arguments.value(kPath).value_or(folderFor(name)));
         account->setConnectionSecurity(ConnectionSecurity::fromStart);
     }
     for (const auto& other : all)
         if (other->path() == account->path())
-            throw Failure(account->path() + ": is the folder of \"" + other->displayName() + "\"");
+            throw Failure(account->path() + ": is the folder of \"" + nameOf(*other) + "\"");
     account->setDisplayName(name);
     apply(arguments, *account);
     return account;

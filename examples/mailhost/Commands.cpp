@@ -7,15 +7,15 @@ namespace mailhost {
 namespace {
 
 constexpr auto kCommands = std::to_array<const Command*>({
-    &abstractCommand,  &accountsCommand, &checkCommand,  &compactCommand, &copyCommand,   &fetchCommand,
-    &flagCommand,      &forwardCommand,  &importCommand, &indexCommand,   &infoCommand,   &listCommand,
-    &mailboxesCommand, &moveCommand,     &newCommand,    &rebuildCommand, &removeCommand, &replyCommand,
-    &searchCommand,    &sendCommand,     &showCommand,   &similarCommand, &sortCommand,   &undoCommand,
-    &unindexCommand,   &watchCommand,
+    &abstractCommand,  &accountsCommand, &checkCommand,   &compactCommand, &copyCommand,    &fetchCommand,
+    &flagCommand,      &forwardCommand,  &importCommand,  &indexCommand,   &infoCommand,    &listCommand,
+    &mailboxesCommand, &moveCommand,     &newCommand,     &queueCommand,   &rebuildCommand, &removeCommand,
+    &replyCommand,     &searchCommand,   &sendCommand,    &showCommand,    &similarCommand, &sortCommand,
+    &syncCommand,      &undoCommand,     &unindexCommand, &watchCommand,
 });
 
 constexpr auto kOptions =
-    std::to_array<Parameter>({kJson, kVerbose, kDefault, kConfig, kHome, kHelp, kVersion, kGenerate});
+    std::to_array<Parameter>({kJson, kVerbose, kOffline, kDefault, kConfig, kHome, kHelp, kVersion, kGenerate});
 
 constexpr auto kExitStatuses = std::to_array<Entry>({
     {"0", "success"},

@@ -21,6 +21,7 @@ extern const Command listCommand;
 extern const Command mailboxesCommand;
 extern const Command moveCommand;
 extern const Command newCommand;
+extern const Command queueCommand;
 extern const Command rebuildCommand;
 extern const Command removeCommand;
 extern const Command replyCommand;
@@ -29,11 +30,14 @@ extern const Command sendCommand;
 extern const Command showCommand;
 extern const Command similarCommand;
 extern const Command sortCommand;
+extern const Command syncCommand;
 extern const Command undoCommand;
 extern const Command unindexCommand;
 extern const Command watchCommand;
 
 inline constexpr auto kJson = flag("--json", "for programs: one JSON object a line");
+inline constexpr auto kOffline =
+    flag("--offline", "do without the servers of IMAP accounts: show what is mirrored, queue what is added");
 inline constexpr auto kVerbose = flag("--verbose", "show the library's log lines");
 inline constexpr auto kDefault = Typed<Setting>{{.name = "-o",
                                                  .placeholder = "KEY=VALUE",

@@ -2,6 +2,7 @@
 #include "Json.h"
 #include "Mailbox.h"
 #include "Output.h"
+#include "ServerMailbox.h"
 #include "Terminal.h"
 #include "UndoHistory.h"
 #include "Work.h"
@@ -12,13 +13,23 @@ namespace {
 
 constexpr auto kWords = std::to_array<Parameter>({kDirectoryMailbox});
 
-int runCompact(const Arguments& arguments) {
+/// On a server what goes is only told of behind it.
+void compactOnServer(const Place& place, lorvale::IMAPStore& store) {
+    needServer(place, store);
+    store.doCompact();
+    settle(store);
+    needServer(place, store);
+}
+
+int compact(lorvale::MessageStore& store, const Arguments& arguments, const std::optional<Place>& onServer) {
     const auto path = arguments[kDirectoryMailbox];
-    ChangingMailbox mailbox(path);
-    auto& store = mailbox.store();
     const auto before = store.totalCountAndSize();
-    workOn(path, before.size, [&] { store.doCompact(); });
-    forgetDeletions(store);
+    if (onServer) {
+        compactOnServer(*onServer, dynamic_cast<lorvale::IMAPStore&>(store));
+    } else {
+        workOn(path, before.size, [&] { store.doCompact(); });
+        forgetDeletions(store);
+    }
     const auto after = store.totalCountAndSize();
     const auto removed = before.count - after.count;
     const auto freed = before.size - after.size;
@@ -31,6 +42,16 @@ int runCompact(const Arguments& arguments) {
                            groupedNumber(freed) + " bytes freed.");
     }
     return 0;
+}
+
+int runCompact(const Arguments& arguments) {
+    const auto path = arguments[kDirectoryMailbox];
+    if (const auto place = placeOnServer(path)) {
+        Mailbox mailbox(path, Mailbox::Access::change);
+        return compact(mailbox.store(), arguments, place);
+    }
+    ChangingMailbox mailbox(path);
+    return compact(mailbox.store(), arguments, std::nullopt);
 }
 
 int runRebuild(const Arguments& arguments) {

@@ -8,6 +8,8 @@
 #include <iostream>
 
 #include "Terminal.h"
+#include "lorvale/imap.h"
+#include "lorvale/platform/run_loop.h"
 #include "lorvale/store/message_store.h"
 #include "lorvale/values/text.h"
 
@@ -73,6 +75,11 @@ QuietAlerts::~QuietAlerts() {
 void ConsoleAgent::displayStatus(std::string_view status, lorvale::MessageStore* forStore) {
     // A line for each message that is indexed would be too much; index shows a bar.
     if (forStore != nullptr && forStore->isUpdatingIndex()) return;
+    // What goes on with a server changes by the moment.
+    if (dynamic_cast<lorvale::IMAPStore*>(forStore) != nullptr) {
+        if (!isTerminal(STDERR_FILENO) || !lorvale::RunLoop::isMainThread()) return;
+        return status.empty() ? ProgressBar::clear() : ProgressBar::drawLine(status, -1);
+    }
     if (!status.empty() && isTerminal(STDERR_FILENO)) say(status);
 }
 

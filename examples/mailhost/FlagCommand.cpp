@@ -4,6 +4,7 @@
 #include "Json.h"
 #include "Mailbox.h"
 #include "Output.h"
+#include "ServerMailbox.h"
 #include "Terminal.h"
 #include "UndoHistory.h"
 
@@ -41,6 +42,12 @@ void print(lorvale::MessageStore& store, const lorvale::MessageList& messages, b
     }
 }
 
+void mark(lorvale::MessageStore& store, const lorvale::MessageList& messages, const Arguments& arguments) {
+    if (arguments.has(kDelete)) store.deleteMessages(messages);
+    if (arguments.has(kUndelete)) store.undeleteMessages(messages);
+    if (arguments.has(kRead) || arguments.has(kUnread)) store.setRead(arguments.has(kRead), messages);
+}
+
 int runFlag(const Arguments& arguments) {
     const bool marksReading = arguments.has(kRead) || arguments.has(kUnread);
     const bool marksDeleting = arguments.has(kDelete) || arguments.has(kUndelete);
@@ -49,19 +56,25 @@ int runFlag(const Arguments& arguments) {
     const auto given = arguments.values(kNumbers);
     const std::set<std::uint64_t> sorted(given.begin(), given.end());
     const std::vector<std::uint64_t> numbers(sorted.begin(), sorted.end());
-    ChangingMailbox mailbox(arguments[kDirectoryMailbox]);
+    const auto typed = arguments[kDirectoryMailbox];
+    if (const auto place = placeOnServer(typed)) {
+        Mailbox mailbox(typed, Mailbox::Access::change);
+        auto& store = dynamic_cast<lorvale::IMAPStore&>(mailbox.store());
+        needServer(*place, store);
+        const auto messages = mailbox.messages(numbers);
+        mark(store, messages, arguments);
+        needServer(*place, store);  // else it went meanwhile, and may not know
+        print(store, messages, arguments.has(kJson));
+        return 0;
+    }
+    ChangingMailbox mailbox(typed);
     auto& store = mailbox.store();
     const auto messages = mailbox.messages(numbers);
-    if (arguments.has(kDelete)) {
-        std::vector<std::uint64_t> fresh;
-        for (const auto number : numbers)
-            if (!store.allMessages()[number - 1]->currentFlags()->isDeleted()) fresh.push_back(number);
-        store.deleteMessages(messages);
-        if (!fresh.empty()) noteDeletion(store, fresh);
-    } else if (arguments.has(kUndelete)) {
-        store.undeleteMessages(messages);
-    }
-    if (marksReading) store.setRead(arguments.has(kRead), messages);
+    std::vector<std::uint64_t> fresh;
+    for (const auto number : numbers)
+        if (!store.allMessages()[number - 1]->currentFlags()->isDeleted()) fresh.push_back(number);
+    mark(store, messages, arguments);
+    if (arguments.has(kDelete) && !fresh.empty()) noteDeletion(store, fresh);
     print(store, messages, arguments.has(kJson));
     return 0;
 }

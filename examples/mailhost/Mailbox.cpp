@@ -8,6 +8,7 @@
 
 #include "Accounts.h"
 #include "ConsoleAgent.h"
+#include "ServerMailbox.h"
 #include "Terminal.h"
 #include "Work.h"
 #include "lorvale/store/check.h"
@@ -33,6 +34,13 @@ std::string whyNotOpened(const std::string& path, const std::string& file) {
 }  // namespace
 
 Mailbox::Mailbox(const std::string& path, Access access) : _place(path) {
+    if (const auto place = placeOnServer(path)) {
+        const bool looks = access == Access::read;
+        const auto store = openOnServer(*place, looks ? ServerAccess::look : ServerAccess::change);
+        _openStore = store;
+        if (!looks && store->isConnected() && store->isReadOnly()) throw Failure(path + ": may only be read");
+        return;
+    }
     const auto file = pathOfMailbox(path);
     workOn(path, sizeOfFile(file), [&] {
         _openStore =
@@ -96,6 +104,12 @@ std::shared_ptr<lorvale::Message> Mailbox::message(std::uint64_t number) const {
     return all[number - 1];
 }
 
+lorvale::MessageList Mailbox::messages(const std::vector<std::uint64_t>& numbers) const {
+    std::vector<std::shared_ptr<lorvale::Message>> wanted;
+    for (const auto number : numbers) wanted.push_back(message(number));
+    return wanted;
+}
+
 int tellUnreadable(const std::string& path, std::size_t messages) {
     if (messages == 0) return 0;
     say("mailhost: " + path + ": " + groupedNumber(messages) + (messages == 1 ? " message" : " messages") +
@@ -128,6 +142,11 @@ std::string nameOfMessage(std::size_t number) {
 }
 
 void forget(lorvale::Message& message) {
+    // Of a message on a server the list is all that is known without asking again.
+    if (dynamic_cast<lorvale::IMAPMessage*>(&message) != nullptr) {
+        message.flushCachedData();
+        return;
+    }
     message.setHeaders(nullptr);
     message.setMessageBody(nullptr);
     message.setMessageFlags(nullptr);

@@ -35,11 +35,12 @@ public:
     Mailbox(const Mailbox&) = delete;
     Mailbox& operator=(const Mailbox&) = delete;
 
-    lorvale::MessageStore& store() { return *_openStore; }
+    lorvale::MessageStore& store() const { return *_openStore; }
     const std::string& path() const { return _place; }
     std::size_t count() const { return _openStore->allMessages().size(); }
     /// 1 is the first.  Throws Failure for a number that no message has.
     std::shared_ptr<lorvale::Message> message(std::uint64_t number) const;
+    lorvale::MessageList messages(const std::vector<std::uint64_t>& numbers) const;
 
     int tellUnreadable(std::size_t messages) const { return mailhost::tellUnreadable(_place, messages); }
 

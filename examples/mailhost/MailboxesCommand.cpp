@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <set>
@@ -9,6 +11,7 @@
 #include "Mailbox.h"
 #include "Table.h"
 #include "Terminal.h"
+#include "lorvale/imap.h"
 
 namespace mailhost {
 
@@ -26,7 +29,7 @@ constexpr auto kWords = std::to_array<Parameter>({kAccount});
 
 struct Counts {
     std::size_t messages = 0, unread = 0;
-    std::uint64_t size = 0;
+    std::optional<std::uint64_t> size = 0;
 };
 
 /// A line of the tree.
@@ -48,16 +51,46 @@ public:
                  outputColumns(), outputIsStyled()) {}
 
     void add(MailAccount& account) {
-        print({.account = account.displayName(),
+        print({.account = nameOf(account),
                .name = account.displayName(),
                .path = account.path(),
                .isFolder = true});
-        addBelow(account, nullptr, 1);
+        if (auto* const onServer = dynamic_cast<lorvale::IMAPAccount*>(&account))
+            addBelowOnServer(*onServer, nullptr, 1);
+        else
+            addBelow(account, nullptr, 1);
     }
     void finish() { _table.finish(); }
     bool allCouldBeRead() const { return _unreadable == 0; }
 
 private:
+    /// A mailbox on a server may hold messages and others; how many bytes its messages take nobody tells.
+    void addBelowOnServer(lorvale::IMAPAccount& account, const AccountItemShare& item, std::size_t depth) {
+        lorvale::IMAPAccount::Attributes attributes;
+        const auto items = account.mailboxesForItem(item, &attributes);
+        for (std::size_t i = 0; i < items.size(); ++i) {
+            const auto& each = items[i];
+            const auto& words = attributes[i];
+            Row row{.account = nameOf(account),
+                    .name = account.displayNameForItem(each),
+                    .path = each->path,
+                    .depth = depth};
+            row.isFolder = std::ranges::find(words, lorvale::IMAPMailboxAttributeNoSelect) != words.end();
+            if (!row.isFolder) row.counts = countOnServer(account, each);
+            print(row);
+            if (account.isItemExpandable(each)) addBelowOnServer(account, each, depth + 1);
+        }
+    }
+
+    static std::optional<Counts> countOnServer(lorvale::IMAPAccount& account, const AccountItemShare& item) {
+        const auto info = account.userInfoForItem(item);
+        if (!info || (*info)[lorvale::MessageStoreTotalCount].string().empty()) return std::nullopt;
+        const auto number = [&](std::string_view key) {
+            return static_cast<std::size_t>(std::strtoull((*info)[key].string().c_str(), nullptr, 10));
+        };
+        return Counts{number(lorvale::MessageStoreTotalCount), number(lorvale::MessageStoreUnreadCount), {}};
+    }
+
     void addBelow(MailAccount& account, const AccountItemShare& item, std::size_t depth) {
         for (const auto& each : account.mailboxesForItem(item)) {
             Row row{.account = account.displayName(),
@@ -97,7 +130,7 @@ private:
         if (!row.counts) return _table.addRow({indent + row.name, "-", "-", "-"});
         const auto& counts = *row.counts;
         _table.addRow({indent + row.name, groupedNumber(counts.messages), groupedNumber(counts.unread),
-                       groupedNumber(counts.size)},
+                       counts.size ? groupedNumber(*counts.size) : "-"},
                       counts.unread > 0);
     }
 
@@ -107,7 +140,11 @@ private:
         object.add("kind", row.depth == 0 ? "account" : row.isFolder ? "folder" : "mailbox");
         if (row.counts) {
             const auto& counts = *row.counts;
-            object.add("messages", counts.messages).add("unread", counts.unread).add("size", counts.size);
+            object.add("messages", counts.messages).add("unread", counts.unread);
+            if (counts.size)
+                object.add("size", *counts.size);
+            else
+                object.addNull("size");
         } else if (!row.isFolder) {
             object.addNull("messages").addNull("unread").addNull("size");
         }

@@ -8,6 +8,7 @@
 #include "Json.h"
 #include "Mailbox.h"
 #include "Output.h"
+#include "ServerMailbox.h"
 #include "Terminal.h"
 #include "UndoHistory.h"
 
@@ -37,11 +38,23 @@ Picked pick(const Mailbox& mailbox, const Arguments& arguments) {
     return {{sorted.begin(), sorted.end()}, messages};
 }
 
+/// Messages of one account need no detour.  False where they do.
+bool copyOnServer(const Mailbox& source, const lorvale::MessageList& messages, const std::string& to) {
+    const auto here = placeOnServer(source.path()), there = placeOnServer(to);
+    auto* const store = dynamic_cast<lorvale::IMAPStore*>(&source.store());
+    if (!here || !there || here->account != there->account || store == nullptr || !store->isConnected())
+        return false;
+    if (!store->copyMessages(messages, there->name))
+        throw Failure(to + ": the server has not taken the messages; " + source.path() + " is as it was");
+    return true;
+}
+
 /// All of them are in the other mailbox, on the disk, when it returns.
 void append(const Mailbox& source, const lorvale::MessageList& messages, const std::string& to) {
     std::error_code ignored;
     if (std::filesystem::equivalent(pathOfMailbox(source.path()), pathOfMailbox(to), ignored))
         throw Failure(to + ": is the same mailbox");
+    if (copyOnServer(source, messages, to)) return;
     Mailbox target(to, Mailbox::Access::change);
     if (!copyAll(messages, target.store(), /*allUnread=*/false, "Copying"))
         throw Failure(to + ": not all messages could be added; " + source.path() + " is as it was");
@@ -50,6 +63,11 @@ void append(const Mailbox& source, const lorvale::MessageList& messages, const s
 /// Takes out of the mailbox what is in the other one now.
 void takeOut(Mailbox& mailbox, const Picked& picked) {
     auto& store = mailbox.store();
+    if (dynamic_cast<lorvale::IMAPStore*>(&store) != nullptr) {
+        needServer(*placeOnServer(mailbox.path()), dynamic_cast<lorvale::IMAPStore&>(store));
+        store.deleteMessages(picked.messages);
+        return needServer(*placeOnServer(mailbox.path()), dynamic_cast<lorvale::IMAPStore&>(store));
+    }
     if (dynamic_cast<lorvale::TarnMbox*>(&store) != nullptr) {
         std::vector<std::uint64_t> fresh;
         for (std::size_t i = 0; i < picked.numbers.size(); ++i)
@@ -88,6 +106,8 @@ int runCopy(const Arguments& arguments) {
 int runMove(const Arguments& arguments) {
     Mailbox mailbox(arguments[kMailbox], Mailbox::Access::change);
     const auto picked = pick(mailbox, arguments);
+    if (const auto place = placeOnServer(mailbox.path()))
+        needServer(*place, dynamic_cast<lorvale::IMAPStore&>(mailbox.store()));
     append(mailbox, picked.messages, arguments[kTo]);
     takeOut(mailbox, picked);
     return report(arguments, "moved", picked.numbers.size());

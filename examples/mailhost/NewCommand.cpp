@@ -7,6 +7,7 @@
 #include "Json.h"
 #include "Mailbox.h"
 #include "Output.h"
+#include "ServerMailbox.h"
 #include "lorvale/platform/paths.h"
 
 namespace mailhost {
@@ -50,6 +51,12 @@ void tell(const Arguments& arguments, const char* what, const std::string& path)
 int runNew(const Arguments& arguments) {
     if (arguments.has(kYes)) ConsoleAgent::agreeToAll();
     const auto typed = arguments[kDirectoryMailbox];
+    if (const auto onServer = placeOnServer(typed)) {
+        if (!onServer->account->createMailboxNamed(onServer->name, nullptr))
+            throw Failure(typed + ": was not made");
+        tell(arguments, "Made", nameOf(*onServer->account) + "/" + onServer->name);
+        return 0;
+    }
     const auto place = placeOf(typed);
     const auto path = place.path.ends_with(".mbox") ? place.path : place.path + ".mbox";
     if (isThere(path)) throw Failure(path + ": is there already");
@@ -59,9 +66,27 @@ int runNew(const Arguments& arguments) {
     return 0;
 }
 
+int removeOnServer(const Arguments& arguments, const Place& place) {
+    const auto account = serverAccount(place);
+    const auto shown = nameOf(*account) + "/" + place.name;
+    if (!account->connection()) throw Failure(shown + ": needs the server");
+    const auto isThereNow = [&] {
+        bool found = false;
+        forEachMailbox(*account, [&](const std::string& name) { found = found || name == place.name; });
+        return found;
+    };
+    if (!isThereNow()) throw Failure(shown + ": is not there");
+    account->removeMailbox(
+        std::make_shared<const lorvale::AccountItem>(lorvale::AccountItem{place.account, place.name}));
+    if (isThereNow()) throw Failure(shown + ": was not removed");
+    tell(arguments, "Removed", shown);
+    return 0;
+}
+
 int runRemove(const Arguments& arguments) {
     if (arguments.has(kYes)) ConsoleAgent::agreeToAll();
     const auto typed = arguments[kPlace];
+    if (const auto onServer = placeOnServer(typed)) return removeOnServer(arguments, *onServer);
     auto place = placeOf(typed);
     if (!isThere(place.path) && isThere(place.path + ".mbox")) place.path += ".mbox";
     if (!isThere(place.path)) throw Failure(typed + ": is not there");

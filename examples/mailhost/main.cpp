@@ -6,6 +6,7 @@
 #include <new>
 #include <optional>
 
+#include "Accounts.h"
 #include "Commands.h"
 #include "ConsoleAgent.h"
 #include "Documents.h"
@@ -38,6 +39,7 @@ void applySettings(const Arguments& arguments) {
     if (!dialect) throw UsageError("MailDialect is \"classic\" or \"standard\", not \"" + name + "\"");
     lorvale::setMailDialect(*dialect);
     lorvale::TarnMailBody::setTarCommand("/bin/tar");
+    if (arguments.has(kOffline)) workOffline();
 }
 
 int complain(std::string_view text, int status) {

@@ -78,6 +78,7 @@ void IMAPAccount::setCompactWhenClosingMailboxes(bool compact) {
 }
 
 IMAPCachePolicy IMAPAccount::cachePolicy() const {
+    if (const auto inUse = _policyInUse.load(); inUse >= 0) return static_cast<IMAPCachePolicy>(inUse);
     const auto word = textForKey(kCachePolicyKey).value_or("");
     for (std::size_t i = 0; i < kPolicyWords.size(); ++i)
         if (word == kPolicyWords[i]) return static_cast<IMAPCachePolicy>(i);
@@ -87,6 +88,10 @@ IMAPCachePolicy IMAPAccount::cachePolicy() const {
 void IMAPAccount::setCachePolicy(IMAPCachePolicy policy) {
     const auto index = static_cast<std::size_t>(policy);
     setText(kPolicyWords[index < kPolicyWords.size() ? index : 0], kCachePolicyKey);
+}
+
+void IMAPAccount::useCachePolicy(std::optional<IMAPCachePolicy> policy) {
+    _policyInUse = policy ? static_cast<std::int32_t>(*policy) : -1;
 }
 
 void IMAPAccount::prepareConnection(IMAPConnection& connection) const {

@@ -265,9 +265,14 @@ std::shared_ptr<MessageStore> IMAPAccount::primaryMessageStore() {
 }
 
 std::shared_ptr<MessageStore> IMAPAccount::storeForItemPath(std::string_view path) {
+    return storeForItemPath(path, /*readOnly=*/false);
+}
+
+std::shared_ptr<IMAPStore> IMAPAccount::storeForItemPath(std::string_view path, bool readOnly) {
     const auto place = _storePathForName(path);
     if (!place) return nullptr;
-    if (auto open = MessageStore::currentlyOpenStoreForPath(*place)) return open;
+    if (const auto open = MessageStore::currentlyOpenStoreForPath(*place))
+        return std::dynamic_pointer_cast<IMAPStore>(open);
     if (!isMailbox(*place)) {
         PropertyList info = PropertyList::Dictionary();
         info.set(IMAPMailboxPath, path);
@@ -279,7 +284,7 @@ std::shared_ptr<MessageStore> IMAPAccount::storeForItemPath(std::string_view pat
             return nullptr;
         }
     }
-    auto store = IMAPStore::initWithPath(*place, /*create=*/true, /*readOnly=*/false, shared_from_this());
+    auto store = IMAPStore::initWithPath(*place, /*create=*/true, readOnly, shared_from_this());
     MessageStore::registerOpenStore(store);
     return store;
 }

@@ -10,7 +10,7 @@ namespace lorvale {
 std::shared_ptr<IMAPMessage> IMAPMessage::messageWithCachedHeaders(const CachedHeaders& headers,
                                                                    const std::optional<IMAPValue>& flags,
                                                                    std::uint32_t size) {
-    auto message = std::make_shared<IMAPMessage>(size);
+    auto message = std::make_shared<IMAPMessage>(headers, size);
     message->headers()->setCachedHeaders(headers);
     message->setMessageFlags(std::make_shared<MessageFlags>());
     if (flags) message->setIMAPFlags(*flags);

@@ -41,10 +41,6 @@ bool IMAPStoreAccount::isOffline() const {
     return false;
 }
 
-bool IMAPStoreAccount::fillsMirror() const {
-    return true;
-}
-
 void IMAPStoreAccount::prepareConnection(IMAPConnection&) const {}
 
 IMAPStore::IMAPStore() : _lock(std::make_unique<ServerLock>()) {}
@@ -340,6 +336,10 @@ bool IMAPStore::doFetchNow(bool automatically) {
     if (unreadCount() <= before) return false;
     NotificationCenter::defaultCenter().postNotification(MessageStoreNewMail, shared_from_this());
     return true;
+}
+
+void IMAPStore::fillMirror() {
+    if (checkConnectionToServer()) startSynchronizing();
 }
 
 void IMAPStore::waitUntilSynchronized() {

@@ -31,16 +31,35 @@ std::string withCRLF(std::string_view text) {
     return lines;
 }
 
+constexpr std::string_view kConvertTarnMail = "ConvertTarnMailToMIME";
+constexpr std::string_view kTarnReference = "tarn-reference";
+
+/// What a message in the older rich format is on another machine, where no directory of this one can be
+/// referred to: one of MIME, where the user wants that, else its document packed.
+std::shared_ptr<Message> withoutTarnReference(Message& message, MessageBody& body) {
+    const bool converts = UserDefaults::standard().boolForKey(kConvertTarnMail);
+    const auto name = converts ? "MimeBody" : "TarnMailBody";
+    auto other = Message::emptyMessageWithBodyClass(*MessageBody::bodyClasses().classNamed(name));
+    auto headers = std::make_shared<MessageHeaders>(*message.headers());
+    const auto text = body.decodedBody();
+    if (!text) return nullptr;
+    if (headers->objectsForKey(kTarnReference)) headers->removeObjectForKey(kTarnReference);
+    headers->setMessage(other);
+    other->setHeaders(std::move(headers));
+    other->messageBody()->setDecodedBody(*text);
+    return other;
+}
+
 /// The bytes that go up; nullopt when they cannot be had.
-std::optional<Data> bytesToAppend(Message& message) {
-    MessageHeaders headers(*message.headers());
-    if (std::dynamic_pointer_cast<TarnMailBody>(message.messageBody())) {
-        (void)headers.allHeaders();
-        headers.removeObjectForKey("tarn-reference");
-    }
-    const auto block = headers.encodedHeadersForDelivery();
-    message.flushCachedData();
-    const auto body = message.encodedBody();
+std::optional<Data> bytesToAppend(Message& given) {
+    std::shared_ptr<Message> message = given.shared_from_this();
+    if (const auto body = std::dynamic_pointer_cast<TarnMailBody>(message->messageBody()))
+        message = withoutTarnReference(given, *body);
+    else
+        message->flushCachedData();
+    if (!message) return std::nullopt;
+    const auto body = message->encodedBody();
+    const auto block = message->headers()->encodedHeadersForDelivery();
     if (!block || !body) return std::nullopt;
     auto head = block->view();
     if (head.starts_with("From ")) head.remove_prefix(std::min(head.find('\n'), head.size() - 1) + 1);
@@ -85,7 +104,18 @@ std::size_t IMAPStore::pendingAppendCount() {
     return readQueue().size();
 }
 
+MessageList IMAPStore::pendingAppends() {
+    const ServerTurn turn(*_lock);
+    std::vector<std::shared_ptr<Message>> messages;
+    for (auto& text : readQueue()) messages.push_back(Message::messageWithData(std::move(text)));
+    return messages;
+}
+
 bool IMAPStore::appendMessages(const MessageList& messages) {
+    return appendWithFlags(messages, {std::string(IMAPFlagSeen)});
+}
+
+bool IMAPStore::appendWithFlags(const MessageList& messages, const std::vector<std::string>& flags) {
     bool isAllTaken = true, isLastTaken = true;
     int count = 0;
     for (const auto& message : messages) {
@@ -102,7 +132,7 @@ bool IMAPStore::appendMessages(const MessageList& messages) {
             isLastTaken = false;
         } else if (_connection->connectionState() == IMAPConnection::State::mailboxSelected) {
             show("Transferring %d of %d messages...");
-            isLastTaken = _connection->appendData(bytes->view(), _mailboxName, {{std::string(IMAPFlagSeen)}});
+            isLastTaken = _connection->appendData(bytes->view(), _mailboxName, flags);
         } else {
             show("Queuing %d of %d to be transferred later...");
             isLastTaken = addToQueue(*bytes);
@@ -117,8 +147,10 @@ bool IMAPStore::appendMessages(const MessageList& messages) {
     return isStandard() ? isAllTaken : isLastTaken;
 }
 
-bool IMAPStore::syncAppendMessages(const MessageList& messages, bool) {
-    return appendMessages(messages);
+bool IMAPStore::syncAppendMessages(const MessageList& messages, bool setUnread) {
+    // What the classic dialect appends counts as read.
+    if (!setUnread || !isStandard()) return appendMessages(messages);
+    return appendWithFlags(messages, {});
 }
 
 /// In the classic dialect a message that the server does not take is lost with the queue; in the standard one
@@ -126,7 +158,7 @@ bool IMAPStore::syncAppendMessages(const MessageList& messages, bool) {
 void IMAPStore::_processPendedAppendData() {
     auto& files = FileSystem::current();
     const auto file = pathOf(kQueueName);
-    if (!goesOn() || !files.exists(file)) return;
+    if (!goesOn() || _opensReadOnly || !files.exists(file)) return;
     const ServerTurn turn(*_lock);
     if (_connection->connectionState() <= IMAPConnection::State::loggedIn) return;
     const auto queue = readQueue();

@@ -291,6 +291,13 @@ bool IMAPStore::takeAllFlags(const MessageList& all) {
     });
 }
 
+void IMAPStore::mirrorText(IMAPMessage& message) {
+    const auto text = fetchText(message, /*setSeenFlag=*/false);
+    if (!text) return;
+    const auto written = writeFileAtomically(cacheFileOf(message.uid()), *text, kMirrorFileMode);
+    if (!written) log("%@", written.text());
+}
+
 void IMAPStore::cacheMessagesFromServer() {
     if (isClosed()) return;
     const auto folder = pathOf(kMirrorName);
@@ -299,30 +306,30 @@ void IMAPStore::cacheMessagesFromServer() {
         return;
     }
     const auto* const owner = imapAccount();
-    const bool wantsAll =
-        owner == nullptr || (owner->fillsMirror() && owner->cachePolicy() == IMAPCachePolicy::allMessages);
+    const bool wantsAll = owner == nullptr || owner->cachePolicy() == IMAPCachePolicy::allMessages;
     if (!goesOn() || !_connected || !wantsAll) return;
     Thread::setCurrentPriority(Thread::kBackgroundPriority);
     auto& files = FileSystem::current();
     const auto names = files.namesInFolder(folder).value_or(std::vector<std::string>());
     std::set<std::string, std::less<>> kept(names.begin(), names.end());
     const auto all = allMessages();
+    std::vector<std::size_t> missing;  // the newest first
     for (auto i = all.size(); i > 0; --i) {
+        const auto& uid = static_cast<IMAPMessage&>(*all[i - 1]).uid();
+        if (kept.erase(uid) == 0 && !cacheFileOf(uid).empty()) missing.push_back(i - 1);
+    }
+    _mirrored = 0;
+    _toMirror = missing.size();
+    for (const auto place : missing) {
         if (!_connected || !goesOn()) return;
-        auto& message = static_cast<IMAPMessage&>(*all[i - 1]);
-        const auto file = cacheFileOf(message.uid());
-        if (kept.erase(message.uid()) > 0 || file.empty()) continue;
-        showStatus(formatText("Caching message number %d...", i));
-        const auto text = fetchText(message, /*setSeenFlag=*/false);
-        if (!text) continue;
-        if (const auto written = writeFileAtomically(file, *text, kMirrorFileMode); !written)
-            log("%@", written.text());
+        showStatus(formatText("Caching message number %d...", place + 1));
+        mirrorText(static_cast<IMAPMessage&>(*all[place]));
+        ++_mirrored;
     }
     if (!kept.empty()) {
         showStatus("Removing old cache files...");
         for (const auto& name : kept) (void)files.remove(stringByAppendingPathComponent(folder, name));
     }
-    showStatus("");
 }
 
 }  // namespace lorvale

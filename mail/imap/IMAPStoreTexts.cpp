@@ -29,15 +29,15 @@ std::shared_ptr<MessageFlags> IMAPStore::flagsForMessage(Message&) {
 }
 
 CachedHeaders IMAPStore::cachedHeadersForMessage(Message& message) {
+    const auto* const listed = dynamic_cast<const IMAPMessage*>(&message);
+    if (listed != nullptr && isStandard()) return listed->listedHeaders();
     const auto index = indexOfMessage(message);
     if (index >= totalCount() || !checkConnectionToServer()) return {};
     log("Fetching headers for message: %d", index);
     const ServerTurn turn(*_lock);
-    // In the classic dialect the place goes out in place of the number, one less than it should be: what was
-    // kept of such headers is looked up the same way.
-    const auto number = isStandard() ? numbersOf(MessageList{message.shared_from_this()})
-                                     : Numbers{static_cast<std::uint32_t>(index)};
-    const auto envelopes = _connection->fetchEnvelopes(number);
+    // The classic dialect sends the place for the number, one less than it should be: what programs have kept
+    // of such headers is looked up the same way.
+    const auto envelopes = _connection->fetchEnvelopes({static_cast<std::uint32_t>(index)});
     return envelopes && !envelopes->empty() ? envelopes->front() : CachedHeaders();
 }
 

@@ -117,7 +117,7 @@ std::shared_ptr<MessageFlags> readFlags(Reader& in) {
 void writeMessage(Writer& out, IMAPMessage& message) {
     out.text(message.uid());
     out.number(message.messageSize());
-    writeHeaders(out, message.headers()->cachedHeaders());
+    writeHeaders(out, message.listedHeaders());
     writeFlags(out, *message.messageFlags());
     out.number(message.reservedFlags());
 }

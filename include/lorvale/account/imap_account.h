@@ -47,8 +47,9 @@ public:
     // For this process alone.
     bool isOffline() const override { return _stayOffline; }
     void setOffline(bool offline);
-    bool fillsMirror() const override { return _fillsMirror; }
-    void setFillsMirror(bool fills) { _fillsMirror = fills; }
+    /// What holds in place of the setting; nullopt: that.  A program that looks at one message and ends has no
+    /// need of all.
+    void useCachePolicy(std::optional<IMAPCachePolicy> policy);
 
     // The listing connection.
 
@@ -77,6 +78,8 @@ public:
     std::shared_ptr<MessageStore> primaryMessageStore() override;
     /// Makes the directory if it is missing; the mailbox opens without a server, too.
     std::shared_ptr<MessageStore> storeForItemPath(std::string_view path) override;
+    /// `readOnly`: looks at the mailbox without marking what is read, and leaves the queue alone.
+    std::shared_ptr<IMAPStore> storeForItemPath(std::string_view path, bool readOnly);
     std::shared_ptr<MessageStore> storeForItem(const AccountItemShare& item) override;
     AccountItemShare createMailboxNamed(std::string_view name, const AccountItemShare& asChildOfItem) override;
     bool removeMailbox(const AccountItemShare& item) override;
@@ -112,7 +115,8 @@ private:
     bool deleteOnServer(const AccountItemShare& item);
     void forgetItem(const std::string& name);
 
-    std::atomic<bool> _stayOffline = false, _fillsMirror = true;
+    std::atomic<bool> _stayOffline = false;
+    std::atomic<std::int32_t> _policyInUse = -1;  // below 0: the setting
     const std::unique_ptr<ServerLock> _lock;  // over what follows and each exchange; taken before any mutex
     std::shared_ptr<IMAPConnection> _connection;
     std::map<std::string, Listing, std::less<>> _mailboxes;    // by name; the root is ""

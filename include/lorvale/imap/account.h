@@ -25,9 +25,6 @@ public:
     virtual bool compactWhenClosingMailboxes() const;  ///< no
     /// Whether its mailboxes shall do without the server; no.
     virtual bool isOffline() const;
-    /// Whether a mailbox that keeps all messages fetches them in the background; yes.  A program that looks at
-    /// one message and ends has no need of that.
-    virtual bool fillsMirror() const;
     /// Port, time-outs and security, before a connection is made.
     virtual void prepareConnection(IMAPConnection& connection) const;
 };

@@ -4,10 +4,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "lorvale/export.h"
 #include "lorvale/imap/value.h"
 #include "lorvale/message.h"
+#include "lorvale/message/headers.h"
 
 namespace lorvale {
 
@@ -17,7 +19,10 @@ public:
     /// Without flags, which a later look at the server brings, it counts as read.
     [[nodiscard]] static std::shared_ptr<IMAPMessage> messageWithCachedHeaders(
         const CachedHeaders& headers, const std::optional<IMAPValue>& flags, std::uint32_t size);
-    explicit IMAPMessage(std::uint32_t size) : _size(size) {}
+    IMAPMessage(CachedHeaders headers, std::uint32_t size) : _listed(std::move(headers)), _size(size) {}
+
+    /// Sender, subject and date as the server told them for the list, whatever becomes of headers().
+    const CachedHeaders& listedHeaders() const { return _listed; }
 
     /// Read, deleted and replied-to, by the server's flags for these; the others stay.
     void setIMAPFlags(const IMAPValue& flags);
@@ -34,6 +39,7 @@ public:
     void setReservedFlags(std::uint32_t flags) { _imapFlags = flags; }
 
 private:
+    const CachedHeaders _listed;
     const std::uint32_t _size;
     std::atomic<std::uint32_t> _imapFlags = 0;
     std::string _uid;

@@ -61,6 +61,8 @@ public:
     bool isSynchronized() const { return _isSynchronized; }
     bool isSynchronizing() const { return _work != Work::none; }
     bool isConnected() const { return _connected; }
+    /// Has the thread look at the mailbox again, and fetch what the account's policy wants and is missing.
+    void fillMirror();
     /// Waits, serving the run loop of the main thread, until no synchronisation is under way.
     void waitUntilSynchronized();
 
@@ -93,9 +95,17 @@ public:
     /// To the server, or into the queue when it is not there, from which they go up at the next
     /// synchronisation.  Whether all that was sent was taken; true for what was queued.
     bool appendMessages(const MessageList& messages);
+    /// The same; what waits in the queue counts as read all the same.
     bool syncAppendMessages(const MessageList& messages, bool setUnread) override;
-    /// How many messages wait in the queue.
+    /// How many messages wait in the queue, and they themselves.
     std::size_t pendingAppendCount();
+    MessageList pendingAppends();
+
+    /// How far the mirror is filled: of so many texts that were missing so many have come.
+    struct Progress {
+        std::size_t done = 0, total = 0;
+    };
+    Progress mirrorProgress() const { return {_mirrored, _toMirror}; }
 
     // IMAPConnectionDelegate.
     void logResponse(std::string_view response) override;
@@ -137,6 +147,7 @@ private:
     bool synchronizeFlagsWithServer();
     bool takeAllFlags(const MessageList& all);
     void cacheMessagesFromServer();
+    void mirrorText(IMAPMessage& message);
     void _processPendedAppendData();
     /// Runs in the main thread, and returns when it has; false when the store is told to stop first.
     bool callInMainThread(std::function<void(IMAPStore&)> call);
@@ -162,6 +173,7 @@ private:
     std::string pathOf(std::string_view name) const;
 
     // The queue.
+    bool appendWithFlags(const MessageList& messages, const std::vector<std::string>& flags);
     std::vector<Data> readQueue();
     bool writeQueue(const std::vector<Data>& queue);
     bool addToQueue(const Data& message);
@@ -177,6 +189,7 @@ private:
     std::atomic<bool> _connected = false, _stayOffline = false, _isSynchronized = false;
     std::atomic<bool> _pushStateToServer = false, _hasLists = false;
     std::atomic<std::uint64_t> _flagChanges = 0;  // that the user made
+    std::atomic<std::size_t> _mirrored = 0, _toMirror = 0;
 
     mutable Mutex _stateMutex;
     std::string _connectionGreeting LORVALE_GUARDED_BY(_stateMutex);
@@ -188,7 +201,7 @@ private:
     std::int32_t _statusMessageMaximum LORVALE_GUARDED_BY(_stateMutex) = 0;
 
     // Of the main thread.
-    std::string _mailboxName, _uidValidity;  // the first never changes once open
+    std::string _mailboxName, _uidValidity;  // the first never changes once open, nor does _opensReadOnly
     std::string _uidNext;                    // when the list and the server's were the same
     std::uint32_t _toldTotal = 0;            // the last number of messages that the server told of itself
     std::uint64_t _flagsCall = 0;            // of the run loop
