@@ -58,9 +58,14 @@ lorvale::IMAPCachePolicy configuredPolicy(const lorvale::IMAPAccount& account) {
     return word == "CacheMessagesAsRead" ? IMAPCachePolicy::messagesAsRead : IMAPCachePolicy::allMessages;
 }
 
-std::vector<std::shared_ptr<MailAccount>> allAccounts() {
+std::vector<std::shared_ptr<MailAccount>> registeredAccounts() {
     auto accounts = MailAccount::mailAccounts();
     for (const auto& account : accounts) prepare(*account);
+    return accounts;
+}
+
+std::vector<std::shared_ptr<MailAccount>> allAccounts() {
+    auto accounts = registeredAccounts();
     const auto local = lorvale::LocalAccount::localAccount();
     if (std::ranges::find(accounts, local) == accounts.end()) accounts.insert(accounts.begin(), local);
     return accounts;

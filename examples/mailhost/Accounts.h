@@ -18,6 +18,7 @@ std::string nameOf(const lorvale::MailAccount& account);
 /// The setting, whatever holds for this program.
 lorvale::IMAPCachePolicy configuredPolicy(const lorvale::IMAPAccount& account);
 
+std::vector<std::shared_ptr<lorvale::MailAccount>> registeredAccounts();
 /// The accounts of the registry and, where it is not among them, that of the local mailboxes before them.
 std::vector<std::shared_ptr<lorvale::MailAccount>> allAccounts();
 /// Throws Failure for a name that no account has.

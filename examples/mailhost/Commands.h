@@ -36,8 +36,7 @@ extern const Command unindexCommand;
 extern const Command watchCommand;
 
 inline constexpr auto kJson = flag("--json", "for programs: one JSON object a line");
-inline constexpr auto kOffline =
-    flag("--offline", "do without the servers of IMAP accounts: show what is mirrored, queue what is added");
+inline constexpr auto kOffline = flag("--offline", "do without the servers of IMAP accounts");
 inline constexpr auto kVerbose = flag("--verbose", "show the library's log lines");
 inline constexpr auto kDefault = Typed<Setting>{{.name = "-o",
                                                  .placeholder = "KEY=VALUE",

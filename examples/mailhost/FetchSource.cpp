@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdlib>
 #include <filesystem>
 #include <utility>
 
 #include "Output.h"
 #include "PasswordSource.h"
+#include "ServerMailbox.h"
 #include "lorvale/account.h"
 #include "lorvale/defaults.h"
 #include "lorvale/platform/paths.h"
@@ -90,6 +92,40 @@ private:
     std::string _failure;
 };
 
+/// A mailbox on a server keeps its mail: what is new there is counted, and listed from now on.
+class ImapSource : public FetchSource {
+public:
+    explicit ImapSource(std::shared_ptr<lorvale::IMAPAccount> account) : _account(std::move(account)) {}
+    std::string name() const override {
+        return _account->username().value_or("") + "@" + _account->hostname().value_or("");
+    }
+    void start() override {
+        _outcome = {};
+        try {
+            const auto place = Place{_account, "INBOX", _account->path() + "/INBOX"};
+            const auto known = lorvale::MessageStore::userInfoForPath(place.path);
+            const auto next = known ? (*known)["UIDNEXT"].string() : "";
+            const auto store = openOnServer(place, ServerAccess::change);
+            if (!store->isConnected()) _outcome.failures.emplace_back("no server");
+            for (const auto& message : store->allMessages())
+                if (isFrom(message->messageID(), next)) ++_outcome.routed;
+            store->close();
+        } catch (const std::exception& failure) {
+            _outcome.failures.emplace_back(failure.what());
+        }
+    }
+    bool isUnderWay() const override { return false; }
+    void cancel() override {}
+    Outcome outcome() const override { return _outcome; }
+
+private:
+    static bool isFrom(const std::string& uid, const std::string& next) {
+        return std::strtoul(uid.c_str(), nullptr, 10) >= std::strtoul(next.c_str(), nullptr, 10);
+    }
+    const std::shared_ptr<lorvale::IMAPAccount> _account;
+    Outcome _outcome;
+};
+
 std::uint16_t portOf(const std::string& text) {
     std::uint16_t port = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
@@ -141,12 +177,14 @@ std::unique_ptr<FetchSource> sourceOf(const std::shared_ptr<lorvale::MailAccount
         if (!folder) return nullptr;
         return std::make_unique<SpoolSource>(*folder + '/' + lorvale::loginName(), account);
     }
+    if (auto onServer = std::dynamic_pointer_cast<lorvale::IMAPAccount>(account))
+        return std::make_unique<ImapSource>(std::move(onServer));
     auto pop = std::dynamic_pointer_cast<POPAccount>(account);
     return pop != nullptr ? std::make_unique<PopSource>(std::move(pop)) : nullptr;
 }
 
 bool isNamed(const lorvale::MailAccount& account, const std::string& name) {
-    return lorvale::equalIgnoringCase(account.displayName(), name) ||
+    return lorvale::equalIgnoringCase(nameOf(account), name) ||
            lorvale::equalIgnoringCase(account.hostname().value_or(""), name);
 }
 
@@ -158,7 +196,7 @@ FetchSources fetchSources(const Arguments& arguments, const std::vector<std::str
         sources.push_back(std::make_unique<SpoolSource>(spool, nullptr));
     if (arguments.has(kPop)) sources.push_back(std::make_unique<PopSource>(accountOf(arguments)));
     if (!sources.empty() && accountNames.empty()) return sources;
-    auto accounts = lorvale::MailAccount::mailAccounts();
+    auto accounts = registeredAccounts();
     for (const auto& name : accountNames) {
         const auto found =
             std::ranges::find_if(accounts, [&](const auto& each) { return isNamed(*each, name); });

@@ -12,6 +12,7 @@
 #include "Table.h"
 #include "Terminal.h"
 #include "Work.h"
+#include "lorvale/imap.h"
 #include "lorvale/mime.h"
 #include "lorvale/values/text.h"
 
@@ -222,6 +223,8 @@ int run(const Arguments& arguments) {
     const auto folder = arguments.value(kSave).value_or("");
     workOn(nameOfMessage(number), message->messageSize(), [&] {
         message->headers()->allHeaders();
+        if (message->bytesAreMissing() && dynamic_cast<lorvale::IMAPMessage*>(message.get()) != nullptr)
+            throw Failure(nameOfMessage(number) + ": its text is not on this machine, and no server gives it");
         if (message->bytesAreMissing()) throwUnreadable(nameOfMessage(number));
         if (arguments.has(kJson)) {
             LineOutput().write(messageAsJson(*message, number, part, folder));

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "lorvale/imap.h"
 #include "lorvale/message/addresses.h"
 #include "lorvale/message/mailboxes.h"
 #include "lorvale/mime/dialect.h"
@@ -26,8 +27,15 @@ std::vector<std::string> recipientsOf(const lorvale::HeaderSummary& summary) {
     return recipients;
 }
 
+lorvale::HeaderSummary summaryOf(lorvale::Message& message) {
+    const auto headers = message.headers();
+    const auto store = std::dynamic_pointer_cast<lorvale::IMAPStore>(message.messageStore());
+    if (!store || store->isMirrored(message)) return headers->summary();
+    return {headers->sender(), headers->subject(), {}, {}, message.messageID(), headers->knownDateReceived()};
+}
+
 Summary::Summary(lorvale::Message& message, std::size_t theNumber, Detail detail) : number(theNumber) {
-    const auto summary = message.headers()->summary();
+    const auto summary = summaryOf(message);
     const auto flags = message.messageFlags();
     size = message.messageSize();
     read = flags->isRead();

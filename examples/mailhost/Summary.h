@@ -9,6 +9,9 @@
 namespace mailhost {
 
 /// Each address of the first "To:" and the first "Cc:" line, with its name.
+/// Of a message on a server that is not mirrored only what its list tells: nothing is fetched for it.
+lorvale::HeaderSummary summaryOf(lorvale::Message& message);
+
 std::vector<std::string> recipientsOf(const lorvale::HeaderSummary& summary);
 
 /// What a listing tells about one message.

@@ -1,9 +1,9 @@
 /// The thread that brings the list in line with the server and fills the mirror.
 #include <algorithm>
 #include <condition_variable>
-#include <map>
 #include <numeric>
-#include <set>
+#include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "base/files/FileSystem.h"
@@ -28,7 +28,7 @@ void IMAPStore::startSynchronizing() {
         _thread = Thread("imap", [store = std::static_pointer_cast<IMAPStore>(shared_from_this())](
                                      const std::stop_token&) mutable {
             int rounds = 0;
-            do store->synchronizeWithServer();
+            do runLoggingExceptions("imap", [&] { store->synchronizeWithServer(); });
             while (!store->endWork(++rounds));
             store.reset();
         });
@@ -112,19 +112,21 @@ void IMAPStore::bringIntoLine() {
     (void)callInMainThread([](IMAPStore& store) { store.updateIndex(); });
 }
 
+/// What the server calls the messages for which a key holds; nullopt when it does not tell.
+std::optional<std::vector<std::string>> IMAPStore::namesFound(std::string_view key) {
+    if (!isStandard()) return _connection->search(key);
+    const auto numbers = _connection->searchNumbers(IMAPSearchKeys().add(key));
+    if (!numbers) return std::nullopt;
+    std::vector<std::string> names;
+    names.reserve(numbers->size());
+    for (const auto number : *numbers) names.push_back(std::to_string(number));
+    return names;
+}
+
 /// Those of all messages, in their order; nullopt when the server does not tell.
 std::optional<std::vector<std::string>> IMAPStore::uidsOnServer(std::uint64_t count) {
     const ServerTurn turn(*_lock);
-    if (isStandard()) {
-        auto uids = _connection->search("ALL");
-        const bool isOpen = _connection->connectionState() == IMAPConnection::State::mailboxSelected;
-        if (!uids && count == 0 && isOpen) uids.emplace();
-        if (!uids) return uids;
-        // A server may tell them in any order, but the messages stand in this one.
-        std::ranges::sort(*uids, {}, [](const std::string& uid) { return numberIn(uid).value_or(0); });
-        uids->erase(std::unique(uids->begin(), uids->end()), uids->end());
-        return uids;
-    }
+    if (isStandard()) return namesFound("ALL");
     if (count == 0) return std::vector<std::string>();
     if (count > kMostMessages) {
         log("The mailbox %@ has %d messages, more than %d", _mailboxName, count, kMostMessages);
@@ -149,7 +151,7 @@ bool IMAPStore::compareWithServer() {
     if (!uids || !goesOn()) return false;
 
     const auto before = allMessages();
-    std::map<std::string, std::shared_ptr<Message>, std::less<>> known;
+    std::unordered_map<std::string, std::shared_ptr<Message>> known;
     for (const auto& message : before) known.emplace(static_cast<IMAPMessage&>(*message).uid(), message);
     Messages next;
     Numbers missing;
@@ -239,15 +241,15 @@ bool IMAPStore::synchronizeFlagsWithServer() {
     // The search of that server finds the wrong messages.
     if (greeting.find("OrrinShare") != std::string::npos) return takeAllFlags(all);
 
-    std::set<std::string, std::less<>> deletedThere, unseenThere;
+    std::unordered_set<std::string> deletedThere, unseenThere;
     {
         const ServerTurn turn(*_lock);
-        for (auto& number : _connection->search("DELETED").value_or(std::vector<std::string>()))
-            deletedThere.insert(std::move(number));
-        for (auto& number : _connection->search("UNSEEN").value_or(std::vector<std::string>()))
-            unseenThere.insert(std::move(number));
+        const auto deleted = namesFound("DELETED"), unseen = namesFound("UNSEEN");
         // An answer that never came is not the answer that there are none.
         if (_connection->connectionState() != IMAPConnection::State::mailboxSelected) return false;
+        if (isStandard() && (!deleted || !unseen)) return false;
+        if (deleted) deletedThere.insert(deleted->begin(), deleted->end());
+        if (unseen) unseenThere.insert(unseen->begin(), unseen->end());
     }
     Messages deleted, undeleted, read, unread;
     for (auto i = all.size(); i > 0; --i) {
@@ -289,47 +291,6 @@ bool IMAPStore::takeAllFlags(const MessageList& all) {
         store.rebuildMessageLists();
         store.structureDidChange();
     });
-}
-
-void IMAPStore::mirrorText(IMAPMessage& message) {
-    const auto text = fetchText(message, /*setSeenFlag=*/false);
-    if (!text) return;
-    const auto written = writeFileAtomically(cacheFileOf(message.uid()), *text, kMirrorFileMode);
-    if (!written) log("%@", written.text());
-}
-
-void IMAPStore::cacheMessagesFromServer() {
-    if (isClosed()) return;
-    const auto folder = pathOf(kMirrorName);
-    if (const auto made = makeDirectories(folder, kMirrorFolderMode); !made) {
-        log("%@", made.text());
-        return;
-    }
-    const auto* const owner = imapAccount();
-    const bool wantsAll = owner == nullptr || owner->cachePolicy() == IMAPCachePolicy::allMessages;
-    if (!goesOn() || !_connected || !wantsAll) return;
-    Thread::setCurrentPriority(Thread::kBackgroundPriority);
-    auto& files = FileSystem::current();
-    const auto names = files.namesInFolder(folder).value_or(std::vector<std::string>());
-    std::set<std::string, std::less<>> kept(names.begin(), names.end());
-    const auto all = allMessages();
-    std::vector<std::size_t> missing;  // the newest first
-    for (auto i = all.size(); i > 0; --i) {
-        const auto& uid = static_cast<IMAPMessage&>(*all[i - 1]).uid();
-        if (kept.erase(uid) == 0 && !cacheFileOf(uid).empty()) missing.push_back(i - 1);
-    }
-    _mirrored = 0;
-    _toMirror = missing.size();
-    for (const auto place : missing) {
-        if (!_connected || !goesOn()) return;
-        showStatus(formatText("Caching message number %d...", place + 1));
-        mirrorText(static_cast<IMAPMessage&>(*all[place]));
-        ++_mirrored;
-    }
-    if (!kept.empty()) {
-        showStatus("Removing old cache files...");
-        for (const auto& name : kept) (void)files.remove(stringByAppendingPathComponent(folder, name));
-    }
 }
 
 }  // namespace lorvale

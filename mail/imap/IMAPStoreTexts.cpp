@@ -77,6 +77,12 @@ std::string IMAPStore::cacheFileOf(const std::string& uid) const {
     return stringByAppendingPathComponent(pathOf(kMirrorName), uid);
 }
 
+bool IMAPStore::isMirrored(const Message& message) const {
+    const auto* const listed = dynamic_cast<const IMAPMessage*>(&message);
+    const auto file = listed != nullptr ? cacheFileOf(listed->uid()) : std::string();
+    return !file.empty() && FileSystem::current().exists(file);
+}
+
 std::optional<std::string> IMAPStore::_stringForMessage(Message& message) {
     auto* const listed = dynamic_cast<IMAPMessage*>(&message);
     if (listed == nullptr) return std::nullopt;
@@ -98,6 +104,14 @@ std::optional<std::string> IMAPStore::_stringForMessage(Message& message) {
 std::optional<std::string> IMAPStore::fetchText(IMAPMessage& message, bool setSeenFlag) {
     const ServerTurn turn(*_lock);
     const auto numbers = numbersOf(MessageList{message.shared_from_this()});
+    if (isStandard()) {
+        std::optional<std::string> found;
+        const auto item = setSeenFlag ? "BODY[]" : "BODY.PEEK[]";
+        (void)_connection->fetchEach(numbers, item, [&](const IMAPFetched& fetched) {
+            if (const auto text = fetched.section()) found = withNewlines(text->view());
+        });
+        return found;
+    }
     auto texts = numbers.empty() ? std::nullopt : _connection->fetchRawData(numbers, setSeenFlag);
     return texts && texts->size() == 1 ? std::optional(std::move(texts->front())) : std::nullopt;
 }

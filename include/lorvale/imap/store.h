@@ -87,6 +87,8 @@ public:
     CachedHeaders cachedHeadersForMessage(Message& message) override;
     std::optional<Data> allHeadersForMessage(Message& message) override;
     std::optional<Data> bodyForMessage(Message& message) override;
+    /// Whether header block and body are at hand without the server.  Any thread.
+    bool isMirrored(const Message& message) const;
     std::string messageIDForMessage(Message& message) override;  ///< its UID
     std::shared_ptr<Message> messageForMessageID(std::string_view messageID) override;
 
@@ -140,6 +142,7 @@ private:
     void synchronizeWithServer();
     void bringIntoLine();
     bool compareWithServer();
+    std::optional<std::vector<std::string>> namesFound(std::string_view key);
     std::optional<std::vector<std::string>> uidsOnServer(std::uint64_t count);
     bool _cacheMessagesWithNumbers(std::span<const std::uint32_t> numbers,
                                    std::vector<std::shared_ptr<IMAPMessage>>& intoArray);
@@ -147,7 +150,8 @@ private:
     bool synchronizeFlagsWithServer();
     bool takeAllFlags(const MessageList& all);
     void cacheMessagesFromServer();
-    void mirrorText(IMAPMessage& message);
+    bool mirrorOneByOne(const MessageList& all, const std::vector<std::size_t>& places);
+    bool mirrorTogether(const MessageList& all, const std::vector<std::size_t>& places);
     void _processPendedAppendData();
     /// Runs in the main thread, and returns when it has; false when the store is told to stop first.
     bool callInMainThread(std::function<void(IMAPStore&)> call);

@@ -1,0 +1,104 @@
+/// The commands of mailhost over an account on a real IMAP server, with the server and without.
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "RunProgram.h"
+#include "tests/support/MailServer.h"
+#include "tests/support/TestSupport.h"
+
+namespace lorvale::testing {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+namespace fs = std::filesystem;
+
+class MailhostImap : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!_server.runs()) GTEST_SKIP() << _server.whyNot();
+        for (const auto* name : {"One", "Two", "Three"})
+            _server.deliver("anna", "From: a@x.example\nDate: Fri, 23 Aug 2002 11:04:00 +0200\nSubject: " +
+                                        std::string(name) + "\n\nText of " + name + "\n");
+        good("mailhost accounts add work --type imap --host 127.0.0.1 --user anna --security none --port " +
+             std::to_string(_server.port("imap")) + " --password-command 'echo secret'");
+    }
+    Outcome run(const std::string& commands) const {
+        return runShell("cd " + shellWord(folder.path().string()) + "; export HOME=$PWD XDG_CONFIG_HOME=; " +
+                        commands);
+    }
+    std::string good(const std::string& commands) const {
+        const auto outcome = run(commands);
+        EXPECT_EQ(outcome.status, 0) << commands << "\n" << outcome.errors;
+        return outcome.output;
+    }
+    std::string bad(const std::string& commands) const {
+        const auto outcome = run(commands);
+        EXPECT_EQ(outcome.status, 1) << commands << "\n" << outcome.output;
+        return outcome.errors;
+    }
+    std::size_t mirrored(const std::string& mailbox) const {
+        std::error_code none;
+        const fs::directory_iterator files(folder / (".mailhost/work/" + mailbox + "/CachedMessages"), none);
+        return none ? 0 : static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    }
+    std::string fileOnServer(std::size_t index) const { return _server.messagesOf("anna")[index].string(); }
+
+    const TemporaryFolder folder;
+    MailServer _server;
+};
+
+TEST_F(MailhostImap, ReadsAnAccountLikeAnyOtherAndMarksNothing) {
+    EXPECT_THAT(good("mailhost accounts show work"), AllOf(HasSubstr("imap"), Not(HasSubstr("secret"))));
+    EXPECT_THAT(good("mailhost mailboxes work --json"),
+                HasSubstr(R"("path":"INBOX","depth":1,"kind":"mailbox","messages":3,"unread":3,"size":null)"));
+    EXPECT_THAT(good("mailhost list work/INBOX; mailhost list work/INBOX --json --sort received-date"),
+                AllOf(HasSubstr("One"), HasSubstr("Three"), HasSubstr("a@x.example")));
+    EXPECT_EQ(mirrored("INBOX"), 0u) << "a list needs no text";
+    EXPECT_THAT(good("mailhost show work/INBOX 2"), HasSubstr("Text of Two"));
+    EXPECT_EQ(mirrored("INBOX"), 1u);
+    EXPECT_THAT(good("mailhost list work/INBOX --json"), Not(HasSubstr("\"read\":true")));
+    EXPECT_THAT(bad("mailhost list work/Nowhere"), HasSubstr("no such mailbox"));
+    EXPECT_FALSE(fs::exists(folder / ".mailhost/work/Nowhere"));
+}
+
+TEST_F(MailhostImap, ChangesWhatTheServerHas) {
+    good("mailhost new work/Done; mailhost flag work/INBOX 1 3 --read; mailhost copy work/INBOX 1 work/Done");
+    EXPECT_THAT(fileOnServer(0), HasSubstr(":2,S"));
+    good("mailhost move work/INBOX 1 work/Done; mailhost compact work/INBOX");
+    EXPECT_EQ(_server.messagesOf("anna").size(), 2u);
+    EXPECT_THAT(good("mailhost list work/Done"), AllOf(HasSubstr("  1  "), HasSubstr("  2  ")));
+    EXPECT_THAT(good("mailhost fetch work"), HasSubstr("0 messages"));
+    _server.deliver("anna", "Subject: Four\n\nText\n");
+    EXPECT_THAT(good("mailhost fetch work"), HasSubstr("1 message\n"));
+    good("mailhost new Here.mbox; mailhost copy work/INBOX 3 Here.mbox; mailhost copy Here.mbox 1 work/Done");
+    EXPECT_THAT(good("mailhost list work/Done --unread"), HasSubstr("Four"));
+    good("mailhost remove work/Done --yes");
+    EXPECT_THAT(good("mailhost mailboxes work"), Not(HasSubstr("Done")));
+    EXPECT_THAT(bad("mailhost remove work/Done --yes"), HasSubstr("not there"));
+}
+
+TEST_F(MailhostImap, WorksFromTheMirrorAndQueuesMeanwhile) {
+    EXPECT_THAT(bad("mailhost --offline list work/INBOX"), HasSubstr("nothing is known"));
+    EXPECT_THAT(good("mailhost sync work --headers"), HasSubstr("3 messages, 0 fetched"));
+    EXPECT_THAT(good("mailhost sync work/INBOX"), HasSubstr("3 messages, 3 fetched"));
+    EXPECT_EQ(mirrored("INBOX"), 3u);
+    EXPECT_THAT(good("mailhost --offline show work/INBOX 3; mailhost --offline mailboxes work"),
+                AllOf(HasSubstr("Text of Three"), HasSubstr("INBOX")));
+    EXPECT_THAT(bad("mailhost --offline flag work/INBOX 1 --read"), HasSubstr("needs the server"));
+    writeFile(folder / "flat", "From a@b Fri Aug 23 11:04:00 2002\nSubject: Later\n\nBody\n\n");
+    good("mailhost --offline copy flat 1 work/INBOX");
+    EXPECT_THAT(good("mailhost queue"), HasSubstr("Later"));
+    good("mailhost list work/INBOX");  // only looks
+    EXPECT_EQ(_server.messagesOf("anna").size(), 3u);
+    good("mailhost sync");
+    EXPECT_THAT(good("mailhost queue work"), HasSubstr("Nothing waits."));
+    EXPECT_THAT(good("mailhost --offline show work/INBOX 4"), HasSubstr("Body"));
+    EXPECT_EQ(_server.messagesOf("anna").size(), 4u);
+}
+
+}  // namespace
+}  // namespace lorvale::testing
