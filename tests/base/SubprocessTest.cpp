@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <functional>
 #include <thread>
 
@@ -19,6 +20,8 @@ namespace {
 
 using namespace lorvale::testing;
 using namespace std::chrono_literals;
+using namespace std::string_literals;
+using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
@@ -86,6 +89,12 @@ TEST(SubprocessTest, GivesATerminalThatEchoesNothing) {
     EXPECT_TRUE(child->send("said once"));
     EXPECT_TRUE(listener.waitForEnd());
     EXPECT_EQ(listener.output, "said once\r\n");
+    const auto modes = outputOf("stty -a", Subprocess::PtySupport::yes);
+    for (const auto* mode :
+         {"speed 9600 baud", "intr = ^C; quit = ^\\; erase = ^?; kill = ^U; eof = ^D; eol = <undef>",
+          "start = ^Q", "stop = ^S", "susp = ^Z", "rprnt = ^R", "werase = ^W", "lnext = ^V", " icrnl ",
+          " onlcr ", " -echo "})
+        EXPECT_THAT(modes, HasSubstr(mode));
 }
 
 TEST(SubprocessTest, InheritsNeitherDescriptorsNorSignals) {
@@ -94,10 +103,30 @@ TEST(SubprocessTest, InheritsNeitherDescriptorsNorSignals) {
     ::sigemptyset(&usr1);
     ::sigaddset(&usr1, SIGUSR1);
     ::pthread_sigmask(SIG_BLOCK, &usr1, &before);
-    EXPECT_EQ(outputOf("ls /proc/self/fd | tr '\\n' ' '"), "0 1 2 3 ");  // 3 is the folder itself
-    EXPECT_THAT(outputOf("grep SigBlk /proc/self/status"), HasSubstr("0000000000000000"));
+    const auto ignored = std::signal(SIGUSR2, SIG_IGN);
+    for (const auto pty : {Subprocess::PtySupport::no, Subprocess::PtySupport::yes}) {
+        EXPECT_EQ(outputOf("printf '%s ' $(ls /proc/self/fd)", pty), "0 1 2 3 ");  // 3 is the folder itself
+        for (const auto* mask : {"SigBlk", "SigIgn"})
+            // Of signals the C library ignores the two that are its own.
+            EXPECT_THAT(outputOf("grep "s + mask + " /proc/self/status", pty),
+                        ContainsRegex(":.*0000000\r?\n"));
+    }
+    std::signal(SIGUSR2, ignored);
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ::close(mine);
+}
+
+TEST(SubprocessTest, LeavesNoZombieWhoeverForgetsIt) {
+    EXPECT_GT(Subprocess::init("read line")->childPid(), 0) << "and its input is closed at once";
+    EXPECT_TRUE(hasNoChildren());
+    const int lowest = ::dup(0);
+    ::close(lowest);
+    outputOf("true", Subprocess::PtySupport::yes);
+    outputOf("true");
+    const int again = ::dup(0);
+    EXPECT_EQ(again, lowest) << "nor a descriptor";
+    ::close(again);
+    EXPECT_TRUE(hasNoChildren());
 }
 
 TEST(SubprocessTest, ThatIsGoneTakesNothingAndSendsNoSignal) {

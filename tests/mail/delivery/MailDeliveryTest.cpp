@@ -182,6 +182,66 @@ TEST_F(Delivery, AsksForAnotherHostUntilOneWorksOrThereIsNone) {
     EXPECT_FALSE(SMTPDelivery::deliverMessage(Message::messageWithData(Data::ofStatic("Bcc: a@x\n\n"))));
 }
 
+TEST_F(Delivery, ABrokenServerEndsInTheQuestionForAnother) {
+    const struct {
+        const char* why;
+        Steps afterRecipients, script;  // the one or the other
+        std::string classicReason, standardReason;
+    } rows[] = {
+        {"greeting", {}, {"S: 450 later"}, "450 later\r\n", "450 later"},
+        {"silence", {}, {"W"}, "4", "The peer has been silent"},
+        {"a line of a megabyte",
+         {},
+         {"S: " + std::string(1'000'000, '2'), "W"},
+         "The server's reply has more",
+         "The server's reply has more"},
+        {"no text wanted", {"C: DATA", "S: 554 no"}, {}, "554 no\r\n", "554 no"},
+        {"gone before the text", {"C: DATA", "X"}, {}, "4", "The server has closed"},
+        {"gone behind the text", {"C: DATA", "S: 354", ".", "X"}, {}, "4", "The server has closed"},
+        {"text not taken", {"C: DATA", "S: 354", ".", "S: 452 full"}, {}, "452 full\r\n", "452 full"},
+        {"no good-bye", {"C: DATA", "S: 354", ".", "S: 250", "C: QUIT", "X"}, {}, "4", ""},
+    };
+    for (const auto dialect : {classic, standard}) {
+        setMailDialect(dialect);
+        for (const auto& row : rows) {
+            SCOPED_TRACE(row.why);
+            auto script = row.script;
+            if (script.empty()) script = {"S: 220-a\r\n220 b", "C: *", "S: 250", "C: MAIL*", "S: 250"};
+            if (dialect == classic && row.script.empty()) script.front() = "S: 220";
+            for (int i = 0; row.script.empty() && i < (dialect == classic ? 3 : 5); ++i)
+                script.insert(script.end(), {"C: RCPT*", "S: 250"});
+            script.insert(script.end(), row.afterRecipients.begin(), row.afterRecipients.end());
+            ScriptedPeer peer(script);
+            SMTPDelivery::setSettings({.timeout = std::chrono::milliseconds(script[0] == "W" ? 100 : 20'000)});
+            set("SMTPHost", hostOf(peer.port()));
+            Person person;
+            const auto& reason = dialect == classic ? row.classicReason : row.standardReason;
+            EXPECT_EQ(SMTPDelivery::deliverMessage(letter()), reason.empty());
+            ASSERT_EQ(person.said.size(), reason.empty() ? 0U : 1U);
+            if (!reason.empty()) {
+                EXPECT_THAT(person.said[0], HasSubstr(hostOf(peer.port()) + ":\n" + reason));
+            }
+        }
+    }
+}
+
+TEST_F(Delivery, SendsNothingWhereAllWereRefused) {
+    for (const auto dialect : {classic, standard}) {
+        setMailDialect(dialect);
+        Steps script = {"S: 220", "C: *", "S: 250", "C: MAIL*", "S: 250"};
+        for (int i = 0; i < (dialect == classic ? 3 : 5); ++i)
+            script.insert(script.end(), {"C: RCPT*", i == 1 ? "S: 450" : "S: 550"});
+        script.insert(script.end(), {"C: QUIT", "S: 221"});
+        ScriptedPeer peer(script);
+        set("SMTPHost", hostOf(peer.port()));
+        Person person;
+        EXPECT_FALSE(SMTPDelivery::deliverMessage(letter()));
+        EXPECT_EQ(peer.firstSurprise(), "");
+        const std::string all = dialect == classic ? "b@x, c@x, d@x" : "b@x, c@x, d@x, e@x, f@x";
+        EXPECT_THAT(person.said, ElementsAre(EndsWith("the following recipients: " + all)));
+    }
+}
+
 TEST_F(Delivery, AsksBeforeItSendsALargeMessage) {
     set("SendSizeLimit", "1");
     set("Mailer", "/bin/true");
