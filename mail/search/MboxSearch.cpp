@@ -42,9 +42,13 @@ public:
     std::vector<Named> run() LORVALE_REQUIRES(MboxMutex::shared()) {
         if (_open.size() == 1) return namesOf(hitsOf(_open.front().index->accessor()));
         std::vector<brindle::InvertedIndex*> inverted;
-        for (const auto& each : _open) inverted.push_back(each.inverted);
+        std::vector<const brindle::InvertedAccessor*> alone;  // which have the norms
+        for (const auto& each : _open) {
+            inverted.push_back(each.inverted);
+            alone.push_back(&each.index->accessor());
+        }
         brindle::InvertedAccessor accessor(inverted, MboxIndex::kAccessorType);
-        accessor.InitializeAnew();
+        accessor.InitializeFrom(alone);
         return namesOf(hitsOf(accessor));
     }
 

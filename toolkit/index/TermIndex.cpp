@@ -8,8 +8,11 @@
 #include "lorvale/toolkit/retrieval/progress.h"
 #include "lorvale/toolkit/retrieval/tf_map.h"
 #include "lorvale/toolkit/storage/block.h"
+#include "toolkit/index/DocLengths.h"
 #include "toolkit/index/Probes.h"
+#include "toolkit/index/StoredReader.h"
 #include "toolkit/index/UpdateBatch.h"
+#include "toolkit/storage/StoredMembers.h"
 
 namespace brindle {
 
@@ -209,6 +212,17 @@ std::unique_ptr<IAOrderedStorableIterator> TermIndex::GetDocInfoIterator(const I
     return docInfoSet->MakeIterator(&probe);
 }
 
+void ForEachDocLength(TermIndex& index, const std::function<void(std::uint32_t, std::uint32_t)>& use) {
+    const auto infos = index.GetDocInfoIterator();
+    const auto document = index.GetCorpus()->GetProtoDoc();
+    ForEachStored(*infos, [&](std::span<const std::uint8_t> stored) {
+        StoredReader reader(stored);  // of a DocInfo, whatever follows it
+        reader.Skip(document->StoredSize(stored));
+        const std::uint32_t docID = reader.VInt32();
+        use(docID, reader.VInt32());
+    });
+}
+
 std::unique_ptr<IAOrderedStorableIterator> TermIndex::GetIDDocIterator() {
     CheckOpen();
     return iDDocMap->MakeIterator();
@@ -240,9 +254,9 @@ bool TermIndex::ValidateDocInfos(bool) {
 
 std::uint32_t TermIndex::GetNorm() {
     std::uint32_t sum = 0;
-    const auto infos = GetDocInfoIterator();
-    while (const auto info = RecordOf<DocInfo>(infos->Next()))
-        sum += static_cast<std::uint32_t>(std::sqrt(4.0 * info->GetDocumentLength())) + 1;
+    ForEachDocLength(*this, [&sum](std::uint32_t, std::uint32_t length) {
+        sum += static_cast<std::uint32_t>(std::sqrt(4.0 * length)) + 1;
+    });
     return sum;
 }
 

@@ -5,7 +5,7 @@
 #include <numeric>
 
 #include "lorvale/toolkit/storage/block.h"
-#include "toolkit/index/Probes.h"
+#include "toolkit/index/DocLengths.h"
 #include "toolkit/retrieval/RankedSearchRun.h"
 #include "toolkit/retrieval/TablesProgress.h"
 
@@ -35,17 +35,31 @@ void InvertedAccessor::Initializing() {
     normSum = normCount = 0;
     for (InvertedIndex* const index : invertedIndices) {
         auto& norms = made.emplace_back(index->GetMaxDocID(), std::uint8_t{0});
-        const auto infos = index->GetDocInfoIterator();
-        while (const auto info = RecordOf<DocInfo>(infos->Next())) {
-            if (info->GetDocID() >= norms.size()) continue;  // it was added a moment ago
-            norms[info->GetDocID()] = DocNormByte(info->GetDocumentLength());
-            normSum += norms[info->GetDocID()];
+        ForEachDocLength(*index, [&](std::uint32_t docID, std::uint32_t length) {
+            if (docID >= norms.size()) return;  // it was added a moment ago
+            norms[docID] = DocNormByte(length);
+            normSum += norms[docID];
             ++normCount;
             progress.StepCheck(1);
-        }
+        });
     }
     docNorms = std::move(made);
     ComputeAverage();
+}
+
+void InvertedAccessor::InitializeFrom(std::span<const InvertedAccessor* const> others) {
+    IAAssertion(!IsInitialized(), "accessor already initialized!", IAAccessorAlreadyInitialized);
+    Norms copies;
+    normSum = normCount = 0;
+    for (const InvertedAccessor* const other : others) {
+        copies.insert(copies.end(), other->docNorms.begin(), other->docNorms.end());
+        normSum += other->normSum;
+        normCount += other->normCount;
+    }
+    IAAssertion(copies.size() == GetIndexCount(), "accessor init invalid", IAAccessorInitInvalid);
+    docNorms = std::move(copies);
+    ComputeAverage();
+    SetInitialized();
 }
 
 void InvertedAccessor::ComputeAverage() {

@@ -27,11 +27,7 @@ BTreeIterator::~BTreeIterator() {
 
 std::unique_ptr<IAOrderedStorable> BTreeIterator::Next() {
     const IALock lock(bTree.mutex.get());
-    bTree.CheckOpen();
-    if (timeStamp != bTree.timeStamp && next != nullptr) {
-        const std::unique_ptr<IAOrderedStorable> place = std::move(next);
-        BuildStack(place.get());
-    }
+    FindPlaceAgain();
     if (next == nullptr) return nullptr;
     std::unique_ptr<IAOrderedStorable> result = std::move(next);
     Increment();
@@ -42,6 +38,29 @@ std::unique_ptr<IAOrderedStorable> BTreeIterator::Next() {
         IAFail("btree pages out of order", StorageInvalid);
     }
     return result;
+}
+
+void BTreeIterator::ForEachStored(const StoredVisitor& visit) {
+    const IALock lock(bTree.mutex.get());
+    FindPlaceAgain();
+    if (next == nullptr) return;
+    next = nullptr;
+    // A damaged tree that leads to the same pages over and over ends with the number of its members.
+    for (std::uint32_t left = bTree.count; top != nullptr && !top->IsThrough(); Increment()) {
+        IAAssertion(left-- > 0, "more members than the btree has", StorageInvalid);
+        visit(top->page->Image().Object(top->entry));
+    }
+}
+
+void ForEachStored(IAOrderedStorableIterator& members, const StoredVisitor& visit) {
+    static_cast<BTreeIterator&>(members).ForEachStored(visit);  // the one kind of iterator there is
+}
+
+void BTreeIterator::FindPlaceAgain() {
+    bTree.CheckOpen();
+    if (timeStamp == bTree.timeStamp || next == nullptr) return;
+    const std::unique_ptr<IAOrderedStorable> place = std::move(next);
+    BuildStack(place.get());
 }
 
 std::unique_ptr<IAOrderedStorable> BTreeIterator::CopyOfTop() {

@@ -4,6 +4,7 @@
 
 #include "lorvale/toolkit/storage/storable.h"
 #include "toolkit/storage/Page.h"
+#include "toolkit/storage/StoredMembers.h"
 
 namespace brindle {
 
@@ -32,8 +33,10 @@ public:
     ~BTreeIterator() override;
 
     std::unique_ptr<IAOrderedStorable> Next() override;
+    void ForEachStored(const StoredVisitor& visit);
 
 private:
+    void FindPlaceAgain();
     void BuildStack(const IAOrderedStorable* from);
     void PushForward(Page& page);
     void PushTo(Page& page, const IAOrderedStorable* key);

@@ -34,6 +34,10 @@ public:
         : InvertedAccessor(std::span(&index, 1), type) {}
     ~InvertedAccessor() override;
 
+    /// Another way to initialize: takes copies of the tables of others, one index after the other, instead of
+    /// walking the documents.  The indexes have not changed since those were initialized.
+    void InitializeFrom(std::span<const InvertedAccessor* const> others);
+
     /// The best of the documents that fulfil a query in the language of IAParser.  Raises
     /// IAAccessorInvalidQuery for what is no query.  The hits name no terms.
     RankedHits RankedSearchBoolean(std::string_view text, std::uint32_t maxHits,
