@@ -82,12 +82,12 @@ struct CachedHeaders::Record {
     }
     const char* next(const char* bytes) const { return bytes + sizeof *this + length; }
     HeaderValue value(const char* bytes) const {
-        bytes += sizeof *this;
-        if (isDate == 0) return std::string(bytes, length);
+        if (isDate == 0) return std::string(text(bytes));
         Date date;
-        std::memcpy(static_cast<void*>(&date), bytes, sizeof date);
+        std::memcpy(static_cast<void*>(&date), bytes + sizeof *this, sizeof date);
         return date;
     }
+    std::string_view text(const char* bytes) const { return {bytes + sizeof *this, length}; }
 };
 
 CachedHeaders::const_iterator CachedHeaders::begin() const {
@@ -164,9 +164,7 @@ std::optional<HeaderValue> CachedHeaders::find(std::string_view key) const {
 }
 
 std::string CachedHeaders::textForKey(std::string_view key) const {
-    auto value = find(key);
-    auto* const text = value ? std::get_if<std::string>(&*value) : nullptr;
-    return text != nullptr ? std::move(*text) : std::string();
+    return std::string(CachedHeadersOfMany::textOf(*this, key));
 }
 
 CachedHeaders CachedHeaders::withLowerCaseKeys() const {
@@ -221,8 +219,23 @@ void CachedHeadersOfMany::addRecord(std::string_view cachedKey, bool isDate, std
     record.key = record.spelling = keyNumber(cachedKey);
     record.isDate = isDate ? 1 : 0;
     record.length = static_cast<std::uint32_t>(bytes.size()) & kLongestValue;
-    _bytes.append(std::string_view(reinterpret_cast<const char*>(&record), sizeof record));
-    _bytes.append(bytes);
+    auto* const place = _bytes.reserve(sizeof record + bytes.size());
+    std::memcpy(place, &record, sizeof record);
+    if (!bytes.empty()) std::memcpy(place + sizeof record, bytes.data(), bytes.size());
+    _bytes.commit(sizeof record + bytes.size());
+}
+
+std::string_view CachedHeadersOfMany::textOf(const CachedHeaders& headers, std::string_view key) {
+    if (!headers._records) return {};
+    std::uint32_t length = 0;
+    std::memcpy(&length, headers._records.get(), sizeof length);
+    const auto* at = headers._records.get() + sizeof length;
+    for (const auto* const end = at + length; at != end;) {
+        const auto record = CachedHeaders::Record::at(at);
+        if (keyName(record.key) == key) return record.isDate == 0 ? record.text(at) : std::string_view();
+        at = record.next(at);
+    }
+    return {};
 }
 
 std::vector<CachedHeaders> CachedHeadersOfMany::finish() {

@@ -21,6 +21,8 @@ public:
     void add(std::string_view cachedKey, const Date& date);
     /// Of each message, in order.
     std::vector<CachedHeaders> finish();
+    /// CachedHeaders::textForKey() in place: good until the headers change.
+    static std::string_view textOf(const CachedHeaders& headers, std::string_view key);
 
 private:
     void endMessage();

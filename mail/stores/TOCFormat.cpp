@@ -15,10 +15,12 @@ namespace {
     throw NamedException("Bogus table of contents", reason);
 }
 
+/// Of four bytes that are there.
 std::uint32_t wordAt(std::string_view bytes, std::size_t offset) {
-    std::uint32_t word = 0;
-    for (const char c : bytes.substr(offset, 4)) word = word << 8 | static_cast<std::uint8_t>(c);
-    return word;
+    const auto byte = [at = bytes.data() + offset](int i) {
+        return std::uint32_t{static_cast<std::uint8_t>(at[i])};
+    };
+    return byte(0) << 24 | byte(1) << 16 | byte(2) << 8 | byte(3);
 }
 
 void appendWord(ByteBuffer& table, std::uint32_t word) {

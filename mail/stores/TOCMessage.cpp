@@ -1,6 +1,8 @@
 #include "mail/stores/TOCMessage.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <limits>
 #include <utility>
 
@@ -139,7 +141,15 @@ std::shared_ptr<TOCMessage> TOCMessage::TOCMessageFromMessage(Message& message) 
 
 std::string TOCMessage::messageIDForSender(std::string_view sender, std::string_view subject,
                                            const Date& date) {
-    return formatText("%@_%@_%d", sender, subject, date.secondsSince1970());
+    // Asked for by the thousand, when messages are looked up by it.
+    std::array<char, 24> digits;
+    const auto* const end =
+        std::to_chars(digits.data(), digits.data() + digits.size(), date.secondsSince1970()).ptr;
+    const std::string_view seconds(digits.data(), static_cast<std::size_t>(end - digits.data()));
+    std::string identifier;
+    identifier.reserve(sender.size() + subject.size() + seconds.size() + 2);
+    identifier.append(sender).append("_").append(subject).append("_").append(seconds);
+    return identifier;
 }
 
 Date TOCMessage::dateReceived() const {
@@ -149,7 +159,9 @@ Date TOCMessage::dateReceived() const {
 }
 
 std::string TOCMessage::messageID() {
-    return isListed() ? messageIDForSender(sender(), subject(), dateReceived()) : Message::messageID();
+    if (!isListed()) return Message::messageID();
+    return messageIDForSender(CachedHeadersOfMany::textOf(_listing, "from"),
+                              CachedHeadersOfMany::textOf(_listing, "subject"), dateReceived());
 }
 
 std::optional<std::string> TOCMessage::messageTypeImageName() const {
