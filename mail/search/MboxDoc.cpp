@@ -1,6 +1,6 @@
 #include "mail/search/MboxDoc.h"
 
-#include <algorithm>
+#include <cstring>
 
 #include "lorvale/message.h"
 #include "lorvale/toolkit/storage/block.h"
@@ -99,7 +99,7 @@ MboxDocText::~MboxDocText() = default;
 
 std::uint32_t MboxDocText::GetNextBuffer(std::uint8_t* buffer, std::uint32_t size) {
     const auto part = std::string_view(*_text).substr(_position, size);
-    std::ranges::copy(part, buffer);
+    if (!part.empty()) std::memcpy(buffer, part.data(), part.size());
     _position += part.size();
     return static_cast<std::uint32_t>(part.size());
 }

@@ -7,6 +7,8 @@
 
 namespace lorvale {
 
+class WordMemories;
+
 /// Words of text in any language, which is UTF-8.  "Uni1"
 ///
 /// A run of ASCII letters and digits gives the very terms of brindle::EnglishAnalysis.  Where other characters
@@ -36,7 +38,8 @@ public:
     bool HasUnicodeWords() const override { return true; }
 
 private:
-    const brindle::EnglishAnalysis _english;  // whose filters stand behind our words
+    const brindle::EnglishAnalysis _english;        // whose filters stand behind our words
+    const std::unique_ptr<WordMemories> _memories;  // what these made of them
 };
 
 }  // namespace lorvale
