@@ -74,11 +74,12 @@ void refresh(const std::string& path) {
     }
 }
 
-/// Of messages that are alike in sender, subject and date one is indexed, so that this may look in vain for
-/// more.
+/// Of messages that are alike in sender, subject and date one is indexed: their number alone may look for more
+/// in vain.
 bool isComplete(lorvale::MessageStore& store) {
-    return lorvale::IndexManager::isSearchable(store) &&
-           lorvale::IndexManager::indexedCount(store) >= store.totalCount();
+    using lorvale::IndexManager;
+    return IndexManager::isSearchable(store) &&
+           (IndexManager::hasAllMessages(store) || IndexManager::indexedCount(store) >= store.totalCount());
 }
 
 Mailboxes opened(const std::vector<std::string>& paths) {

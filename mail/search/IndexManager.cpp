@@ -110,8 +110,9 @@ MessageHits IndexManager::search(std::span<const std::shared_ptr<MessageStore>> 
     if (request.maximumHits == 0) request.maximumHits = maximumSearchHits();
     auto found = searchIndexes(indexes, request);
     for (const auto& store : stores) {
-        const auto index = store != nullptr ? openIndexOf(*store) : nullptr;
-        if (index != nullptr && index->isDamaged()) store->updateIndex();  // which makes it anew
+        auto* const indexer = store != nullptr ? StoreIndexer::ofStore(*store) : nullptr;
+        const auto index = indexer != nullptr ? indexer->_index() : nullptr;
+        if (index != nullptr && index->isDamaged()) indexer->wakeThread();  // which makes it anew
     }
     return found;
 }
@@ -132,6 +133,10 @@ bool IndexManager::isSearchable(const MessageStore& store) {
 std::uint32_t IndexManager::indexedCount(const MessageStore& store) {
     const auto index = openIndexOf(store);
     return index != nullptr ? index->count() : 0;
+}
+
+bool IndexManager::hasAllMessages(const MessageStore& store) {
+    return MboxIndexFile(pathForIndexInStore(store)).isMarkedComplete();
 }
 
 IndexManager::Progress IndexManager::progress(const MessageStore& store) {

@@ -27,7 +27,17 @@ constexpr std::size_t kMostWaiting = 5'000;
 /// The file is made small again when a part of it this large has become free.
 constexpr std::uint32_t kFreePartOfFile = 8;
 
+MboxIndex::StorageMaker& storageMaker() {
+    static auto& maker = *new MboxIndex::StorageMaker(
+        [](const std::string& path) { return brindle::MakeFileStorage(path.c_str()); });
+    return maker;
+}
+
 }  // namespace
+
+MboxIndex::StorageMaker MboxIndex::setStorageMaker(StorageMaker make) {
+    return std::exchange(storageMaker(), std::move(make));
+}
 
 Mutex& MboxIndex::bigIndexingLock() {
     static auto& lock = *new Mutex;  // threads may outlive the end of main
@@ -71,7 +81,7 @@ void MboxIndex::open(bool exists) {
     const BrindleExceptionBridge bridge;
     const auto store = _store.lock();
     _file.remember();  // before the first byte is read: who writes later is then noticed
-    auto storage = brindle::MakeFileStorage(_file.path().c_str());
+    auto storage = storageMaker()(_file.path());
     if (exists)
         storage->Open(isWritable());
     else
@@ -169,6 +179,11 @@ void MboxIndex::flushToDisk() {
     _waiting.clear();
     changed();
     _isSaved = true;
+}
+
+bool MboxIndex::isSaved() {
+    const SharedLock lock(MboxMutex::shared());
+    return isOpen() && _isSaved;
 }
 
 MboxIndex::Added MboxIndex::addMessage(const std::shared_ptr<Message>& message) {

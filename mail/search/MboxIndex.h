@@ -1,6 +1,7 @@
 #pragma once
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -39,6 +40,10 @@ public:
                                                     Access access = Access::write);
     /// Held, for as short as one message takes, by who changes an index, so that mailboxes index in turn.
     static Mutex& bigIndexingLock();
+    using StorageMaker = std::function<std::unique_ptr<brindle::IAStorage>(const std::string& path)>;
+    /// Makes the storages of the indexes that are opened from now on: brindle::MakeFileStorage(), unless a test
+    /// has its own.  Answers the one before.
+    static StorageMaker setStorageMaker(StorageMaker make);
 
     MboxIndex(const MboxIndex&) = delete;
     MboxIndex& operator=(const MboxIndex&) = delete;
@@ -52,6 +57,8 @@ public:
     /// Brings the index in line with the mailbox, and to disk: walks both side by side.
     void update();
     void flushToDisk();
+    /// Whether all of it is on disk.
+    bool isSaved();
 
     enum class Added { now, before, unreadable };
     /// The message is indexed under its ID unless something is under that already.

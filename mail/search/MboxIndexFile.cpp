@@ -1,11 +1,25 @@
 #include "mail/search/MboxIndexFile.h"
 
+#include <chrono>
+
 #include "base/files/PathUtils.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/store/message_store.h"
 
 namespace lorvale {
+
+namespace {
+
+constexpr std::string_view kMailName = "mbox";
+
+std::optional<MboxIndexFile::Time> timeOf(const std::string& path) {
+    std::error_code error;
+    const auto time = std::filesystem::last_write_time(path, error);
+    return error ? std::nullopt : std::optional(time);
+}
+
+}  // namespace
 
 std::string MboxIndexFile::pathInStore(const MessageStore& store) {
     return stringByAppendingPathComponent(standardizePath(store.storePath()), kIndexName);
@@ -27,7 +41,28 @@ void MboxIndexFile::remember() {
 bool MboxIndexFile::isUnchanged() const {
     const auto now = FileSystem::current().attributes(_path);
     return now && _known && now->isSameFileAs(*_known) && now->size == _known->size &&
-           now->modified == _known->modified && now->modifiedNanoseconds == _known->modifiedNanoseconds;
+           now->changed == _known->changed && now->changedNanoseconds == _known->changedNanoseconds;
+}
+
+std::optional<MboxIndexFile::Time> MboxIndexFile::mailTime() const {
+    return timeOf(stringByAppendingPathComponent(folderOf(_path), kMailName));
+}
+
+bool MboxIndexFile::isMarkedComplete() const {
+    const auto mail = mailTime();
+    return mail && mail == timeOf(_path);
+}
+
+void MboxIndexFile::markComplete(Time mail) const {
+    constexpr std::chrono::seconds kCoarsestClock(2);
+    if (mail != mailTime() || Time::clock::now() - mail < kCoarsestClock) return;
+    std::error_code ignored;  // it is compared with the mailbox then
+    std::filesystem::last_write_time(_path, mail, ignored);
+}
+
+void MboxIndexFile::unmark() const {
+    std::error_code ignored;  // of who may not write it, and so will not change it
+    if (isMarkedComplete()) std::filesystem::last_write_time(_path, Time::clock::now(), ignored);
 }
 
 }  // namespace lorvale

@@ -71,7 +71,22 @@ bool StoreIndexer::userWantsIndex(MessageStore& store) {
 void StoreIndexer::storeDidClose() {
     IndexManager::indexManager().unregisterIndexedStore(*_identity);
     endThread();
-    if (_removal != 0) _removeIndexFile();
+    if (_removal != 0) {
+        _removeIndexFile();
+    } else {
+        markComplete();
+    }
+}
+
+/// Of a store that has told all of its changes, and a thread that has carried them out.
+void StoreIndexer::markComplete() {
+    const auto store = _store.lock();
+    if (store == nullptr || !_toldAt || !_isSaved || _mayDiffer || _takesOut) return;
+    {
+        const MutexLock lock(_workMutex);
+        if (_work.done != _work.asked) return;
+    }
+    if (store->allMessages() == _told) _file.markComplete(*_toldAt);
 }
 
 bool StoreIndexer::isIndexed() const {
@@ -123,6 +138,7 @@ void StoreIndexer::cancelRemoval() {
 
 void StoreIndexer::startThread() {
     installToolkitHooks();
+    if (const auto store = _store.lock(); store != nullptr && store->mayWriteIndex()) _file.unmark();
     setThreadRuns(true);
     try {
         _thread = Thread("index", Thread::kBackgroundPriority,
@@ -142,6 +158,22 @@ void StoreIndexer::endThread() {
 }
 
 void StoreIndexer::updateIndex() {
+    if (const auto store = _store.lock()) takeNote(*store);
+    wakeThread();
+}
+
+/// Whether the mailbox has only grown since the last time; else the two are compared.  The thread may also have
+/// put back a message that left the index before it left the mailbox.
+void StoreIndexer::takeNote(const MessageStore& store) {
+    auto all = store.allMessages();
+    const bool hasGrown = _told.size() <= all.size() && std::equal(_told.begin(), _told.end(), all.begin());
+    if (!hasGrown || _takesOut) _mayDiffer = true;
+    _takesOut = false;
+    _told = std::move(all);
+    _toldAt = _file.mailTime();
+}
+
+void StoreIndexer::wakeThread() {
     _indexLock.lock();
     askForWork();
     if (_index() != nullptr) _isUpdating = true;
@@ -162,11 +194,11 @@ void StoreIndexer::addMessagesToIndex(const MessageList& messages) {
 }
 
 void StoreIndexer::removeMessagesFromIndex(const MessageList& messages) {
+    if (messages.empty()) return;
+    _takesOut = true;  // the thread may be adding one of these just now, and another one may have the same ID
     const auto index = _index();
-    if (messages.empty() || index == nullptr || !index->isWritable()) return;
+    if (index == nullptr || !index->isWritable()) return;
     const ConditionLockGuard lock(_indexLock);
-    // The thread may be adding one of these just now, and another one may have the same ID.
-    _mayDiffer = true;
     if (_messagesToBeIndexed) _messagesToBeIndexed = _messagesToBeIndexed->removing(messages);
     const bool removed = runLoggingExceptions("Removing messages from an index", [&] {
         for (auto i = messages.size(); i > 0; --i) {

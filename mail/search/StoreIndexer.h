@@ -52,6 +52,8 @@ public:
 
     /// Null while there is none that can be searched.  Any thread.
     std::shared_ptr<MboxIndex> _index() const;
+    /// Has the thread look at the index again.  Any thread.
+    void wakeThread();
     /// False when the deadline came first.
     bool waitUntilIdle(std::chrono::steady_clock::time_point deadline) const;
     /// Of the batch at hand.  Any thread.
@@ -65,6 +67,8 @@ private:
     bool userWantsIndex(MessageStore& store);
     void startThread();
     void endThread();
+    void takeNote(const MessageStore& store);
+    void markComplete();
     void _removeIndexFile();
     void cancelRemoval();
 
@@ -78,15 +82,15 @@ private:
     std::optional<Batch> nextBatch(const std::stop_token& stop);
     void workOn(const std::shared_ptr<MessageStore>& store, const MessageList& batch);
     bool openIndex(const std::shared_ptr<MessageStore>& store);
-    /// False when it was interrupted.
-    bool add(MessageStore& store, const MessageList& messages, std::size_t first);
     bool addOne(MessageStore& store, const std::shared_ptr<Message>& message, std::size_t number,
                 std::size_t total);
     void catchUp(MessageStore& store);
     void update();
-    void compareAll(MessageStore& store, const MessageList& all);
+    // False when they were interrupted.
+    bool add(MessageStore& store, const MessageList& messages, std::size_t first);
+    bool compareAll(MessageStore& store, const MessageList& all);
     void finishBatch(MessageStore& store);
-    void closeIndex();
+    bool closeIndex();
     void startAnew(MessageStore& store);
     void publish(std::shared_ptr<MboxIndex> index);
     bool goesOn(const MessageStore& store) const;
@@ -106,6 +110,7 @@ private:
     std::atomic<bool> _isUpdating = false;
     std::atomic<std::size_t> _reached = 0, _batchSize = 0;
     std::atomic<bool> _mayDiffer = true;  // the index and the mailbox, by more than messages at the end
+    std::atomic<bool> _isSaved = false;   // by the thread when it ended
 
     /// Work by the number of times that it was asked for; nobody waits where no thread runs.
     struct Work {
@@ -124,8 +129,11 @@ private:
     int _failures = 0;  // in a row
 
     // Of the store's thread.
-    std::atomic<RunLoop::CallID> _removal = 0;  // pending; 0 for none
-    Thread _thread;                             // last: joined before the rest goes
+    MessageList _told;                           // what the store had at the last updateIndex()
+    std::optional<MboxIndexFile::Time> _toldAt;  // when that mail was written
+    bool _takesOut = false;                      // messages, since then
+    std::atomic<RunLoop::CallID> _removal = 0;   // pending; 0 for none
+    Thread _thread;                              // last: joined before the rest goes
 };
 
 }  // namespace lorvale

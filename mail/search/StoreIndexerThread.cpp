@@ -37,7 +37,7 @@ void StoreIndexer::run(const std::stop_token& stop) {
         workIsDone(batch->asked);
     }
     _isUpdating = false;
-    closeIndex();
+    _isSaved = closeIndex();
     _indexLock.lock();
     _messagesToBeIndexed.reset();
     _indexLock.unlockWithCondition(kThreadEnded);
@@ -90,14 +90,13 @@ bool StoreIndexer::openIndex(const std::shared_ptr<MessageStore>& store) {
 /// An index that may not be written is searched as it is.
 void StoreIndexer::catchUp(MessageStore& store) {
     if (!_opened->isWritable()) return;
+    // Before the list is looked at: who changes that sets it afterwards.
+    const bool mayDiffer = _mayDiffer.exchange(false);
     const auto all = store.allMessages();
     const auto count = _opened->count();
     if (count > all.size()) update();
-    if (_mayDiffer) {
-        compareAll(store, all);
-    } else if (count < all.size() && !add(store, all, count)) {
-        _mayDiffer = true;
-    }
+    const bool done = mayDiffer ? compareAll(store, all) : count >= all.size() || add(store, all, count);
+    if (!done) _mayDiffer = true;
 }
 
 void StoreIndexer::update() {
@@ -106,15 +105,11 @@ void StoreIndexer::update() {
 }
 
 /// Adds what is missing anywhere, and takes out what is in the index alone.
-void StoreIndexer::compareAll(MessageStore& store, const MessageList& all) {
+bool StoreIndexer::compareAll(MessageStore& store, const MessageList& all) {
     std::vector<std::size_t> found;  // digests of the IDs that are in the index
     found.reserve(all.size());
-    _mayDiffer = false;
     for (std::size_t i = 0; i < all.size(); ++i) {
-        if (!goesOn(store)) {
-            _mayDiffer = true;
-            return;
-        }
+        if (!goesOn(store)) return false;
         if (_opened->hasMessage(*all[i]) || addOne(store, all[i], i + 1, all.size()))
             found.push_back(std::hash<std::string>()(all[i]->messageID()));
     }
@@ -122,7 +117,7 @@ void StoreIndexer::compareAll(MessageStore& store, const MessageList& all) {
     found.erase(std::unique(found.begin(), found.end()), found.end());
     if (_opened->count() > found.size()) update();
     // An update that is stopped ends as if the mailbox did: what comes behind that has left the index.
-    if (!goesOn(store)) _mayDiffer = true;
+    return goesOn(store);
 }
 
 bool StoreIndexer::add(MessageStore& store, const MessageList& messages, std::size_t first) {
@@ -139,7 +134,9 @@ bool StoreIndexer::addOne(MessageStore& store, const std::shared_ptr<Message>& m
     _reached = number;
     _batchSize = total;
     showIndexingStatus(store, *message, number, total);
-    return _opened->addMessage(message) != MboxIndex::Added::unreadable;
+    const bool isIn = _opened->addMessage(message) != MboxIndex::Added::unreadable;
+    if (!isIn) _mayDiffer = true;  // it is tried again
+    return isIn;
 }
 
 void StoreIndexer::finishBatch(MessageStore& store) {
@@ -156,15 +153,18 @@ void StoreIndexer::finishBatch(MessageStore& store) {
     showStatus(store, "");
 }
 
-void StoreIndexer::closeIndex() {
+/// Whether all of it is on disk.
+bool StoreIndexer::closeIndex() {
     publish(nullptr);
-    if (_opened == nullptr) return;
+    if (_opened == nullptr) return false;
     if (!_opened->isDamaged()) {
         const MutexLock bigLock(MboxIndex::bigIndexingLock());
         runLoggingExceptions("Saving an index", [&] { _opened->flushToDisk(); });
     }
+    const bool isSaved = _opened->isWritable() && !_opened->isDamaged() && _opened->isSaved();
     _opened->close();
     _opened.reset();
+    return isSaved;
 }
 
 /// After a failure of the index: it is thrown away, and made anew if this was the first in a row.
@@ -181,7 +181,7 @@ void StoreIndexer::startAnew(MessageStore& store) {
         IndexManager::indexManager().unregisterIndexedStore(store);
         return;
     }
-    updateIndex();
+    wakeThread();
 }
 
 }  // namespace lorvale

@@ -94,6 +94,10 @@ public:
     static bool isSearchable(const MessageStore& store);
     /// How many messages are in the store's open index.
     static std::uint32_t indexedCount(const MessageStore& store);
+    /// Whether the index is known to have all mail that lies in the mailbox now.  False is no proof of the
+    /// contrary: it becomes true when a store that keeps the index is closed, some seconds after its mail was
+    /// written.
+    static bool hasAllMessages(const MessageStore& store);
     struct Progress {
         std::size_t reached = 0, total = 0;  ///< messages of the batch at hand
     };

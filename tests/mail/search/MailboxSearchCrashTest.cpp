@@ -7,7 +7,10 @@
 #include <thread>
 
 #include "lorvale/platform/run_loop.h"
+#include "lorvale/toolkit/storage/storage.h"
+#include "mail/search/MboxIndex.h"
 #include "tests/support/IndexedMailbox.h"
+#include "tests/support/KilledProcess.h"
 #include "tests/support/LogCapture.h"
 
 namespace lorvale {
@@ -72,6 +75,80 @@ TEST(MailboxSearchCrash, FitsTheMailAgainWheneverTheProcessIsKilled) {
         EXPECT_EQ(checkMailbox(box.path()).count(MailboxFinding::Severity::error), 0u);
         EXPECT_THAT(checkIndex(box.path()).findings, ::testing::IsEmpty());
     }
+}
+
+/// One in which the n-th write of the index is the last thing that happens.
+[[noreturn]] void workUntilWrite(const std::string& path, int writesLeft) {
+    MboxIndex::setStorageMaker([&](const std::string& file) {
+        return brindle::IAMakeStorage(
+            std::make_unique<brindle::testing::KillingStream>(file.c_str(), writesLeft));
+    });
+    const auto store = TarnMbox::initWithPath(path, true, false);
+    store->setIsIndexed(true);
+    const auto wait = [&] {
+        store->updateIndex();
+        IndexManager::waitUntilIdle(*store, std::chrono::steady_clock::now() + kPatience);
+    };
+    wait();
+    store->syncAppendMessages(numberedLetters(1000 + writesLeft * 5, 5), true);
+    wait();
+    store->deleteMessages({store->allMessages()[0], store->allMessages()[3]});
+    store->doCompact();
+    wait();
+    store->close();
+    ::_exit(brindle::testing::kAlive);
+}
+
+TEST(MailboxSearchCrash, FitsTheMailAgainAfterDeathAtAnyWriteOfTheIndex) {
+    LogCapture log;
+    IndexedMailbox box(/*indexed=*/false);
+    box.close();
+    bool done = false;
+    for (int allowed = 0; !done; allowed += 1 + allowed / 4) {
+        SCOPED_TRACE(allowed);
+        const pid_t child = ::fork();
+        if (child == 0) workUntilWrite(box.path(), allowed);
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status));
+        done = WEXITSTATUS(status) == brindle::testing::kAlive;
+        ASSERT_TRUE(done || WEXITSTATUS(status) == brindle::testing::kKilled);
+        box.open();
+        ASSERT_NE(box.store, nullptr);
+        ASSERT_EQ(box.store->inconsistency(), "");
+        box.turnOn();
+        expectIndexFits(box);
+        box.close();
+        EXPECT_THAT(checkIndex(box.path()).findings, ::testing::IsEmpty());
+    }
+}
+
+/// Nothing tells that a letter of a word has changed; but whatever has changed, the mail is there, the work
+/// comes to its end, and a search to an answer.
+TEST(MailboxSearchCrash, DamageAnywhereInTheIndexHarmsNoMail) {
+    constexpr std::size_t kStep = 509;  // another place of each block
+    const LogCapture quiet;
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append(numberedLetters(1, 12)));
+    ASSERT_TRUE(box.wait());
+    box.close();
+    const auto sound = readFile(box.indexPath());
+    std::mt19937 random(11);
+    std::size_t right = 0, all = 0;
+    for (std::size_t place = 0; place < sound.size(); place += kStep, ++all) {
+        SCOPED_TRACE(place);
+        auto damaged = sound;
+        damaged[place] = static_cast<char>(random());
+        writeFile(box.indexPath(), damaged);
+        box.open();
+        ASSERT_TRUE(box.wait());
+        ASSERT_EQ(box.store->totalCount(), 12u);
+        box.find("letter | rare3", true);
+        ASSERT_TRUE(box.wait());
+        right += box.find("rare7") == std::vector<std::string>{"about 7"} ? 1U : 0U;
+        box.close();
+    }
+    EXPECT_GT(right, all * 9 / 10);
 }
 
 }  // namespace

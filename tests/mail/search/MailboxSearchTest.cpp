@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "lorvale/defaults.h"
+#include "lorvale/mime.h"
 #include "lorvale/platform/run_loop.h"
 #include "tests/support/IndexedMailbox.h"
 #include "tests/support/LogCapture.h"
@@ -16,6 +17,15 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
+
+/// Of a mailbox that nobody has open.
+bool hasAllInFiles(const std::string& path) {
+    const auto reader = TarnMbox::initWithPath(path, /*readOnly=*/true);
+    if (reader == nullptr) return false;
+    const bool hasAll = IndexManager::hasAllMessages(*reader);
+    reader->close();
+    return hasAll;
+}
 
 TEST(MailboxSearch, FindsWhatWasAppendedBeforeAndAfterItWasTurnedOn) {
     IndexedMailbox box(/*indexed=*/false);
@@ -116,6 +126,68 @@ TEST(MailboxSearch, IndexesOneOfSeveralMessagesWithOneID) {
     box.store->doCompact();
     ASSERT_TRUE(box.wait());
     EXPECT_THAT(box.find("rare1"), ElementsAre("about 1")) << "the other one is still there";
+}
+
+TEST(MailboxSearch, TellsByTheTimesOfTheFilesThatNothingIsMissing) {
+    namespace files = std::filesystem;
+    IndexedMailbox box;
+    const auto mail = box.path() + "/mbox";
+    const auto age = [&] {
+        files::last_write_time(mail, files::last_write_time(mail) - std::chrono::hours(1));
+    };
+    const auto hasAll = [&] { return box.reopen(), IndexManager::hasAllMessages(*box.store); };
+    const auto hadAll = [&] { return box.wait(), box.close(), hasAllInFiles(box.path()); };
+    ASSERT_TRUE(box.append({numberedLetter(1), numberedLetter(1), numberedLetter(2)}));
+    EXPECT_FALSE(hadAll()) << "mail may have come in the same tick of the clock";
+    age();
+    EXPECT_FALSE(hasAll()) << "while it is kept";
+    EXPECT_TRUE(hadAll());
+    EXPECT_FALSE(hasAll());
+    ASSERT_TRUE(box.append({numberedLetter(3)}));
+    box.wait();
+    age();
+    EXPECT_FALSE(hadAll()) << "somebody else has been at the mail";
+    EXPECT_FALSE(hasAll());
+    EXPECT_TRUE(hadAll());
+    age();
+    EXPECT_FALSE(hasAllInFiles(box.path()));
+    EXPECT_FALSE(hasAll());
+    box.store->removeMessagesFromIndex(box.store->allMessages());
+    EXPECT_FALSE(hadAll()) << "they are still in the mailbox";
+}
+
+/// Two neighbouring characters of messages of the sample.
+TEST(MailboxSearch, FindsTheJapaneseAndChineseMailOfTheSample) {
+    const auto data = sharedData();
+    if (!data) GTEST_SKIP() << "no sample mail beside the checkout";
+    const struct {
+        const char *file, *query;
+    } rows[] = {{"mime/mimekit/messages/japanese.txt", "日本"},
+                {"mime/mikel-mail/multi_charset/japanese_shift_jis.eml", "今後"},
+                {"mime/mikel-mail/multi_charset/japanese_iso_2022.eml", "まみ"},
+                {"mime/mikel-mail/plain_emails/raw_email_with_partially_quoted_subject.eml", "漢字"},
+                {"mime/mikel-mail/error_emails/content_transfer_encoding_empty.eml", "矇竄"}};
+    UserDefaults::standard().setArgument("IndexAnalysis", "Uni1");
+    setMailDialect(MailDialect::standard);
+    const LogCapture quiet;
+    IndexedMailbox box;
+    for (const auto& row : rows) {
+        auto bytes = readFile(*data / row.file);
+        std::erase(bytes, '\r');  // as it is in a mailbox
+        if (!bytes.starts_with("From ")) bytes = "From a@x.example Thu Aug 22 12:46:23 2002\n" + bytes;
+        ASSERT_TRUE(box.append({Message::messageWithData(Data::copyOf(bytes))})) << row.file;
+    }
+    ASSERT_TRUE(box.append(numberedLetters(1, 3)));
+    ASSERT_TRUE(box.wait());
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.file);
+        const auto number = static_cast<std::size_t>(&row - rows);
+        const auto subject = box.store->allMessages()[number]->headers()->subject();
+        EXPECT_THAT(box.find(row.query), ::testing::Contains(subject));
+        EXPECT_THAT(box.find(std::string(row.query) + " not letter", true), ::testing::Contains(subject));
+    }
+    setMailDialect(MailDialect::classic);
+    UserDefaults::standard().removeArguments();
 }
 
 TEST(MailboxSearch, IsOnlyReadWhereTheMailboxMayNotBeChanged) {
