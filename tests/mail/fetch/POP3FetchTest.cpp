@@ -291,22 +291,23 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenItIsKilledAtAnyMoment) {
     EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), static_cast<std::size_t>(kLetters));
 }
 
-/// And when the power goes, or the disk is full, at any change of a file.
+/// And when the power goes, the disk is full, or the process is killed, at any change of a file.
 TEST_F(POP3FetchFromServer, LosesNothingWhenADiskFailsAtAnyChange) {
     const TemporaryFolder aside;
-    // The one at every other change, the other at those between.
-    for (int at = 0, survived = 0; survived < 2 && at < 300; ++at) {
+    enum { powerGoes, diskIsFull, isKilled, ways };
+    // One at every third change, the others at those between.
+    for (int at = 0, survived = 0; survived < ways && at < 300; ++at) {
         SCOPED_TRACE(at);
-        const bool power = at % 2 == 0;
+        const int way = at % ways;
         fs::remove_all(active);
         fs::remove_all(this->at("pop"));
         while (server.messagesOf("anna").size() < 3) deliver(1);
         survived += inChild([&] {
             ::setenv("TMPDIR", aside.path().c_str(), 1);
             FailingFileSystem disk(static_cast<std::uint64_t>(at));
-            power ? disk.dieAtChange(at) : disk.failFromChange(at, ENOSPC);
+            way == diskIsFull ? disk.failFromChange(at, ENOSPC) : disk.dieAtChange(at);
             disk.onDeath([&] {
-                disk.losePower();
+                if (way == powerGoes) disk.losePower();
                 ::_exit(0);
             });
             const auto asked = account();
