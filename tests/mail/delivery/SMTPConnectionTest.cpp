@@ -212,6 +212,19 @@ TEST(SMTPConnection, BeginsAnewBehindAMailWithoutText) {
     EXPECT_EQ(peer.firstSurprise(), "");
 }
 
+TEST(SMTPConnection, HangsUpOnAServerThatContradictsItself) {
+    ScriptedPeer peer({"S: 220", "C: EHLO *", "S: 250-x\r\n250 PIPELINING", "C: MAIL*", "C: RCPT*", "C: DATA",
+                       "S: 550 no\r\n250\r\n354"});
+    SMTPConnection connection(KTSocket::socket(), {}, kStandard);
+    connection.connectToHost(hostOf(peer));
+    EXPECT_EQ(whatOf([&] {
+                  connection.startMail({"a@x", {"b@x"}, 1, true});
+              }),
+              "SMTPPermanentException: 550 no");
+    EXPECT_NE(whatOf([&] { connection.quit(); }), "");
+    EXPECT_EQ(peer.firstSurprise(), "") << "nothing that it could take for a text";
+}
+
 TEST(SMTPConnection, EndsInANamedExceptionWhateverThePeerDoes) {
     const std::string large(1'000'000, '2');
     const struct {
@@ -240,6 +253,26 @@ TEST(SMTPConnection, EndsInANamedExceptionWhateverThePeerDoes) {
                 connection.mailFrom("");
             });
             EXPECT_THAT(what, StartsWith(dialect == kClassic ? row.classic : row.standard));
+        }
+    }
+    constexpr auto kLimit = SMTPConnection::kReplyLimit;
+    const std::string unasked = "SMTPPermanentException: The server has said, unasked: 250 x";
+    for (const auto dialect : {kClassic, kStandard}) {
+        for (const std::size_t size : {kLimit, kLimit + 1}) {
+            MemoryTransport::Log log;
+            const auto line = "220 " + std::string(size - 5, 'x') + "\n";
+            SMTPConnection connection(std::make_unique<KTSocket>(std::make_unique<MemoryTransport>(
+                                          inPieces(line + "250 x\r\n250 y\r\n", 4000), log)),
+                                      {}, dialect);
+            const auto what = whatOf([&] {
+                connection.beginConversation("x");
+                connection.mailFrom("");
+            });
+            if (size > kLimit) {
+                EXPECT_THAT(what, StartsWith("SocketLimitException: "));
+            } else {
+                EXPECT_EQ(what, dialect == kClassic ? "" : unasked);
+            }
         }
     }
     std::string endless, hyphens;

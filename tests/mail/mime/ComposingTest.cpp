@@ -328,6 +328,7 @@ TEST(StandardComposer, MakesTheTree) {
               "image/png)),application/pdf,application/pdf)");
     const auto part = MimeBodyPart::bodyPartFromAttributedString(text, standard);
     EXPECT_EQ(part->bodyParts()->front()->bodyParts()->front()->body(), "a[p.PNG]ca[p.PNG]c");
+    EXPECT_EQ(part->bodyParts()->front()->bodyParts()->back()->mimeParameterForKey("type"), "text/html");
     const auto read = MimeBodyPart::bodyPartWithData(Data::copyOf(bytesOf(*part)), standard);
     EXPECT_EQ(read->decodeBodyPartInDirectory(std::nullopt).string(), "a\uFFFCca\uFFFCc\n\uFFFC\n\uFFFC");
     EXPECT_EQ(MimeBodyPart::bodyPartFromAttributedString(with(&TextAttributes::link, "x:", "a"), standard)
