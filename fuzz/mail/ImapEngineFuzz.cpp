@@ -26,6 +26,32 @@ std::string headersText(const CachedHeaders& headers) {
     return headers.textForKey("from") + '|' + headers.textForKey("subject");
 }
 
+/// What only the standard dialect does.
+void addExtensions(std::string& outcome, IMAPConnection& c) {
+    const auto note = [&](const IMAPFetched& message) {
+        outcome += std::to_string(message.number()) + message.items().description();
+        outcome += headersText(message.envelope());
+        if (const auto section = message.section()) outcome += section->view();
+    };
+    c.setNumbersAreUIDs(true);
+    outcome += c.fetchEach(IMAPMessageSet::from(1), "(FLAGS ENVELOPE BODY[])", note, 3) ? '+' : '-';
+    add(outcome, c.fetchParts({1, 2}),
+        [](const auto& part) { return part.section + part.type + part.fileName(); });
+    IMAPPlaces places;
+    outcome += c.moveMessageNumbers({1, 2}, "x\xC3\xA4", &places) ? '+' : '-';
+    outcome += c.appendData("y\xC3\xA4", "x", std::nullopt, &places) ? '+' : '-';
+    IMAPConnection::Numbers refused;
+    const std::string_view flags[] = {"\\Seen"};
+    outcome += c.changeFlags(IMAPConnection::FlagChange::add, flags, {1, 5}, 7, &refused) ? '+' : '-';
+    const auto found = c.searchNumbers(IMAPSearchKeys().add("TEXT", "\xC3\xA4"));
+    const IMAPConnection::Numbers* const lists[] = {&places.from, &places.to, &refused,
+                                                    found ? &*found : nullptr};
+    for (const auto* const numbers : lists)
+        for (std::size_t i = 0; numbers != nullptr && i < std::min<std::size_t>(numbers->size(), 100); ++i)
+            outcome += std::to_string((*numbers)[i]) + ' ';
+    outcome += std::to_string(static_cast<int>(c.idle(std::chrono::milliseconds(0))));
+}
+
 std::string outcomeOf(MailDialect dialect, std::string_view server, std::size_t piece) {
     lorvale::testing::ImapConversation conversation(dialect, server, piece);
     auto& c = *conversation.connection;
@@ -45,6 +71,7 @@ std::string outcomeOf(MailDialect dialect, std::string_view server, std::size_t 
     add(outcome, c.status("INBOX", items));
     outcome += c.appendData("x\r\n", "INBOX") ? '+' : '-';
     outcome += c.expunge().value_or("-");
+    addExtensions(outcome, c);
     for (int i = 0; i < 1'000'000 && c.connectionState() != IMAPConnection::State::notConnected; ++i) c.noop();
     fuzz::require(c.connectionState() == IMAPConnection::State::notConnected);
     return outcome + error + conversation.sent();

@@ -5,6 +5,7 @@
 #include "fuzz/mail/CodecFuzz.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
+#include "mail/imap/AskedItems.h"
 #include "mail/imap/FetchParsing.h"
 #include "mail/imap/ListParsing.h"
 #include "mail/imap/MailboxListing.h"
@@ -35,6 +36,13 @@ void requireSetSurvives(std::string_view text) {
     fuzz::require(together == numbers);
 }
 
+/// Each part has a name by which it can be fetched.
+void requireSections(const IMAPBodyPart& part) {
+    fuzz::require(!part.section.empty());
+    for (const auto& each : part.parts) requireSections(each);
+    (void)part.fileName();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
@@ -56,6 +64,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             addToTree(tree, *mailbox, mailbox->separator.value_or(""));
     }
     (void)parseRFC822Response(texts);
+    for (const auto& value : parseValues(texts[0]))
+        if (const auto part = bodyPartOfStructure(value)) requireSections(*part);
+    (void)AskedItems(text).areIn(parseValues(texts[0]));
     (void)parseClassicList(texts[0], Spaces::joinWords);
     return 0;
 }

@@ -32,6 +32,7 @@ public:
         while (skipWhite(), !_cursor.atEnd() && !_cursor.skip(')')) {
             if (!readItem(item, level)) break;
             if (item) items.push_back(*item);
+            if (++_values >= kMostValues) _cursor.takeRest();
         }
         return IMAPValue(std::move(items));
     }
@@ -98,6 +99,7 @@ private:
     const Data& _text;
     Cursor _cursor;
     const Spaces _spaces;
+    int _values = 0;
 };
 
 }  // namespace

@@ -159,8 +159,10 @@ bool IMAPEngine::sendPieces(const CommandText& text, std::uint32_t tag) {
     for (std::size_t i = 0; i < text.pieces.size(); ++i) {
         if (i > 0 && wait(tag) != Result::continuation) return false;
         if (!write({text.pieces[i]})) return false;
+        // To a server that has refused the connection a command goes out, but nobody waits for its answer.
+        if (i > 0 || state() == State::notConnected) continue;
         const MutexLock lock(_lock);
-        if (i == 0) _outstandingCommands.insert(name);
+        _outstandingCommands.insert(name);
     }
     return true;
 }

@@ -25,7 +25,12 @@ public:
 
     IMAPValue::List values(int level) {
         IMAPValue::List found;
-        while (auto value = next(level)) found.push_back(*std::move(value));
+        while (_values < kMostValues) {
+            auto value = next(level);
+            if (!value) break;
+            ++_values;
+            found.push_back(*std::move(value));
+        }
         return found;
     }
 
@@ -119,6 +124,7 @@ private:
 
     const Data& _text;
     Cursor _cursor;
+    int _values = 0;
 };
 
 BracketValue classicResponseValue(std::string_view response) {

@@ -9,11 +9,13 @@
 #include "lorvale/values/data.h"
 
 /// The values in a server's answers.  Nothing here fails: what is no value ends the reading, and lists nest
-/// kMostLevels deep.  Linear in the length of the text, whatever it holds.
+/// kMostLevels deep and hold kMostValues in all.  Linear in the length of the text, whatever it holds.
 
 namespace lorvale {
 
 inline constexpr int kMostLevels = 100;
+/// Of one text.  A value takes fifty times the memory of the two bytes that make one.
+inline constexpr int kMostValues = 1'000'000;
 
 /// Whether a blank ends a word in the classic reading, or is part of it.
 enum class Spaces : bool { joinWords, separateWords };

@@ -16,6 +16,7 @@ namespace lorvale {
 ResponseLine ResponseReader::read(KTSocket& socket) {
     _buffer.truncate(0);
     _lastBrace = std::string_view::npos;
+    _searched = 0;
     ResponseLine response;
     std::size_t lineStart = 0;
     readLine(socket);
@@ -44,7 +45,7 @@ void ResponseReader::readLiteral(KTSocket& socket, std::size_t length) {
 std::optional<std::size_t> ResponseReader::announced(std::size_t lineStart) {
     const auto line = _buffer.view().substr(lineStart);
     if (!line.ends_with("}\r\n")) return std::nullopt;
-    if (_dialect == MailDialect::classic) return announcedInClassicManner(lineStart);
+    if (_dialect == MailDialect::classic) return announcedInClassicManner();
     const auto brace = line.rfind('{');
     if (brace == std::string_view::npos) return std::nullopt;
     const auto digits = line.substr(brace + 1, line.size() - brace - 4);
@@ -54,12 +55,14 @@ std::optional<std::size_t> ResponseReader::announced(std::size_t lineStart) {
     return error == std::errc() ? length : _limit + 1;
 }
 
-/// The brace may stand in an earlier line, and what follows it need be no number: the next line then belongs to
-/// the response too.  Servers that break a line behind a brace have been read that way from the start.
-std::optional<std::size_t> ResponseReader::announcedInClassicManner(std::size_t lineStart) {
+/// The brace may stand in an earlier line or in a literal, and what follows it need be no number: the next line
+/// then belongs to the response too.  Servers that break a line behind a brace have been read that way from the
+/// start.
+std::optional<std::size_t> ResponseReader::announcedInClassicManner() {
     const auto all = _buffer.view();
-    const auto brace = all.substr(lineStart).rfind('{');
-    if (brace != std::string_view::npos) _lastBrace = lineStart + brace;
+    const auto brace = all.substr(_searched).rfind('{');
+    if (brace != std::string_view::npos) _lastBrace = _searched + brace;
+    _searched = all.size();
     if (_lastBrace == std::string_view::npos) return 0;
     TextScanner number(all.substr(_lastBrace + 1, 64));
     int length = 0;

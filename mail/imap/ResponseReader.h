@@ -35,14 +35,15 @@ public:
 private:
     /// How many bytes the line that was read last announces; nullopt for a complete response.
     std::optional<std::size_t> announced(std::size_t lineStart);
-    std::optional<std::size_t> announcedInClassicManner(std::size_t lineStart);
+    std::optional<std::size_t> announcedInClassicManner();
     void readLine(KTSocket& socket);
     void readLiteral(KTSocket& socket, std::size_t length);
 
     const MailDialect _dialect;
     std::size_t _limit = kResponseLimit;
     ByteBuffer _buffer{4096};
-    std::size_t _lastBrace = std::string_view::npos;  // of the classic manner: the last one in the buffer
+    // Of the classic manner: the last brace in the buffer, and how much of that was looked at for it.
+    std::size_t _lastBrace = std::string_view::npos, _searched = 0;
 };
 
 /// What a response says, as its first words tell.

@@ -10,6 +10,8 @@ namespace lorvale::testing {
 namespace {
 
 using namespace std::chrono_literals;
+using ::testing::AnyOf;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -116,7 +118,9 @@ TEST_F(Tls, EndsWithAServerThatDoesNotPlayAlong) {
             startTLS(*socket, "mail.example", settings());
             ADD_FAILURE() << row.says;
         } catch (const NamedException& exception) {
-            EXPECT_THAT(exception.what(), StartsWith(row.says));
+            // Who hangs up on bytes that it has not read resets the connection, now and then before they are
+            // sent.
+            EXPECT_THAT(exception.what(), AnyOf(StartsWith(row.says), EndsWith(": Connection reset by peer")));
         }
     }
     ScriptedPeer plain({"s: garbage in place of a handshake\r\n", "W"});

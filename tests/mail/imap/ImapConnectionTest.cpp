@@ -8,6 +8,7 @@
 #include "lorvale/platform/run_loop.h"
 #include "tests/mail/imap/ImapConversation.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ScriptedPeer.h"
 
 namespace lorvale {
 namespace {
@@ -155,6 +156,8 @@ TEST(ImapConnection, KeepsTheStateThatTheServerPutsItIn) {
     EXPECT_EQ(ImapConversation(kClassic, "* PREAUTH hi\r\n").connection->connectionState(), State::loggedIn);
     EXPECT_EQ(ImapConversation(kClassic, "* BYE go\r\n").connection->connectionState(), State::notConnected);
     EXPECT_EQ(ImapConversation(kClassic, "").greeting, std::nullopt);
+    ImapConversation refused(kClassic, "* BYE go\r\n0 OK x\r\n");
+    EXPECT_EQ(refused.connection->resultCodeForCommandNumber(refused.connection->sendCommand("NOOP")), 0);
 }
 
 struct Listener : IMAPConnectionDelegate {
@@ -237,6 +240,7 @@ TEST(ImapConnection, WaitsForAnAnswerAsTheDialectHasIt) {
         {"a bare answer is none in the classic dialect", "0 OK\r\n0 NO x\r\n", 2, 1},
         {"words are capitals in the classic dialect", "0 Ok x\r\n", 0, 1},
         {"a brace without digits takes the next line along", "* X {a}\r\n0 OK x\r\n0 NO x\r\n", 2, 1},
+        {"a brace in a literal counts", "* X {3}\r\n{0 }\r\n\r\n0 OK x\r\n0 NO x\r\n", 1, 1},
         {"an empty line", "\r\n0 OK x\r\n", 1, 1},
         {"a continuation nobody expects", "+\r\n0 OK x\r\n", 6, 6},
         {"the end", "* BYE x\r\n", 3, 3},
@@ -272,6 +276,8 @@ TEST(ImapConnection, OutlivesAHostileServer) {
         {"numbers beyond all",
          "* 2147483648 EXISTS\r\n* 99999999999999999999 RECENT\r\n* -1 EXPUNGE\r\n0 OK x\r\n"},
         {"bytes that are no text", std::string("* \0 \xFF\xFE\r\n\0\r\n0 OK \xD0\0\r\n", 20)},
+        {"lists in lists", "* 1 FETCH " + std::string(100'000, '(') + std::string(100'000, ')') + "\r\n"},
+        {"one message for ever", many("* 1 FETCH (FLAGS () UID 1 BODY[] \"\")\r\n", 50'000)},
         {"nothing", ""},
     };
     for (const auto& [why, server] : servers) {
@@ -283,8 +289,29 @@ TEST(ImapConnection, OutlivesAHostileServer) {
             conversation.connection->setDelegate(std::make_shared<Listener>());
             conversation.connection->noop();
             (void)conversation.connection->fetchFlags({1});
+            EXPECT_FALSE(conversation.connection->fetchEach({1}, "BODY[]", [](const auto&) {}));
             EXPECT_FALSE(conversation.connection->appendData("x", "y"));
             EXPECT_EQ(conversation.connection->connectionState(), IMAPConnection::State::notConnected);
+        }
+    }
+}
+
+TEST(ImapConnection, WaitsNoLongerThanItMay) {
+    for (const auto dialect : {kClassic, kStandard}) {
+        for (const bool isInterrupted : {false, true}) {
+            const testing::LogCapture log;
+            testing::ScriptedPeer peer({"S: * OK hi", "C: 0 NOOP*", "s: * 1 FETCH (BODY[] {9}\r\nab", "W"});
+            const auto connection = IMAPConnection::imapConnection(dialect);
+            connection->setTimeout(isInterrupted ? std::chrono::seconds(60) : std::chrono::milliseconds(50));
+            ASSERT_TRUE(connection->connectOverSocket(peer.connect(), "x").has_value());
+            std::thread other([&] {
+                if (!isInterrupted) return;
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                connection->interrupt();
+            });
+            connection->noop();
+            other.join();
+            EXPECT_EQ(connection->connectionState(), IMAPConnection::State::notConnected);
         }
     }
 }

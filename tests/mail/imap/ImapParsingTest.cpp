@@ -87,6 +87,10 @@ TEST(ImapLists, NestAsDeepAsTheyLikeAndCostNoMoreThanTheirLength) {
         EXPECT_TRUE(parseClassicList(Data::copyOf(text), Spaces::separateWords).has_value());
         EXPECT_LE(parseValues(Data::copyOf(text)).size(), 1u);
     }
+    std::string empty = "(";
+    for (int i = 0; i < kMostValues; ++i) empty += "()";
+    EXPECT_EQ(parseClassicList(Data::copyOf(empty + ")"), Spaces::separateWords)->list().size(), 1'000'000u);
+    EXPECT_EQ(parseValues(Data::copyOf(empty + "())"))[0].list().size(), 1'000'000u);
     int levels = 0;
     for (auto value = *parseClassicList(Data::copyOf(deep.substr(0, 100) + "x"), Spaces::separateWords);
          value.isList() && !value.list().empty(); value = IMAPValue(value.list()[0]))

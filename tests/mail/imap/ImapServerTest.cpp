@@ -96,6 +96,11 @@ TEST_F(ImapServer, FetchesWhatWasDelivered) {
         EXPECT_EQ(infos->front().envelope.find("date"), connection->fetchEnvelopes({1})->front().find("date"));
         EXPECT_THAT(connection->fetchRawData({2, 1}, false), Optional(ElementsAre(letter(2), letter(1))));
         EXPECT_TRUE(connection->fetchBodyStructures({1})->front().isList());
+        // What makes a message read tells its flags first, and the classic dialect looks at the first item
+        // alone.
+        const testing::LogCapture log;
+        EXPECT_EQ(connection->fetchRawData({4}, true).has_value(), dialect == kStandard);
+        EXPECT_THAT(connection->fetchRawData({4}, true), Optional(ElementsAre(letter(4))));
     }
 }
 
