@@ -66,11 +66,7 @@ constexpr auto kCompact = choiceOption(
 constexpr auto kStorePassword =
     flag("--password", "ask for a password on the terminal, and store it", "password");
 constexpr auto kPasswordDescriptor =
-    Typed<std::uint64_t>{{.name = "--password-fd",
-                          .placeholder = "N",
-                          .help = "store the line that this file descriptor gives",
-                          .takes = Takes::number,
-                          .group = "password"}};
+    descriptorOption("--password-fd", "N", "store the line that this file descriptor gives", "password");
 constexpr auto kPasswordCommand = Typed<std::string>{{.name = "--password-command",
                                                       .placeholder = "COMMAND",
                                                       .help = "store the first line that a command prints",

@@ -53,7 +53,7 @@ inline constexpr auto kDelete = flag("--delete", "delete on the server what has 
 inline constexpr auto kAll = flag("--all", "fetch also what was fetched before");
 // A password never is an argument, which every user of the machine can read.
 inline constexpr auto kPasswordDescriptor =
-    numberOption("--password-fd", "N", "read the password from this file descriptor");
+    descriptorOption("--password-fd", "N", "read the password from this file descriptor");
 inline constexpr auto kPasswordCommand =
     textOption("--password-command", "COMMAND", "take the first line that this command prints as the password");
 

@@ -38,6 +38,7 @@ struct Row {
     std::size_t depth = 0;  // 0: the account itself
     bool isFolder = false;
     std::optional<Counts> counts = {};  // of a mailbox that can be read
+    std::string shown = {};             // in the table, in place of the name
 };
 
 class Tree {
@@ -77,6 +78,8 @@ private:
                     .depth = depth};
             row.isFolder = std::ranges::find(words, lorvale::IMAPMailboxAttributeNoSelect) != words.end();
             if (!row.isFolder) row.counts = countOnServer(account, each);
+            // Names are typed with the server's separator, which only this tells.
+            if (item && row.path != item->path + '/' + row.name) row.shown = row.path;
             print(row);
             if (account.isItemExpandable(each)) addBelowOnServer(account, each, depth + 1);
         }
@@ -125,11 +128,11 @@ private:
 
     void print(const Row& row) {
         if (_asJson) return _output.write(asJson(row));
-        const std::string indent(2 * row.depth, ' ');
-        if (row.isFolder) return _table.addRow({indent + row.name + "/", "", "", ""}, row.depth == 0);
-        if (!row.counts) return _table.addRow({indent + row.name, "-", "-", "-"});
+        const auto name = std::string(2 * row.depth, ' ') + (row.shown.empty() ? row.name : row.shown);
+        if (row.isFolder) return _table.addRow({name + "/", "", "", ""}, row.depth == 0);
+        if (!row.counts) return _table.addRow({name, "-", "-", "-"});
         const auto& counts = *row.counts;
-        _table.addRow({indent + row.name, groupedNumber(counts.messages), groupedNumber(counts.unread),
+        _table.addRow({name, groupedNumber(counts.messages), groupedNumber(counts.unread),
                        counts.size ? groupedNumber(*counts.size) : "-"},
                       counts.unread > 0);
     }

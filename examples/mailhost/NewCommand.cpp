@@ -1,4 +1,6 @@
 /// Making and removing mailboxes.
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "Accounts.h"
@@ -66,6 +68,11 @@ int runNew(const Arguments& arguments) {
     return 0;
 }
 
+std::string notRemoved(const std::string& name, const Arguments& arguments) {
+    const bool wasAsked = arguments.has(kYes) || ::isatty(STDIN_FILENO) == 1;
+    return name + ": was not removed" + (wasAsked ? "" : "; where nobody can be asked, --yes agrees");
+}
+
 int removeOnServer(const Arguments& arguments, const Place& place) {
     const auto account = serverAccount(place);
     const auto shown = nameOf(*account) + "/" + place.name;
@@ -78,7 +85,7 @@ int removeOnServer(const Arguments& arguments, const Place& place) {
     if (!isThereNow()) throw Failure(shown + ": is not there");
     account->removeMailbox(
         std::make_shared<const lorvale::AccountItem>(lorvale::AccountItem{place.account, place.name}));
-    if (isThereNow()) throw Failure(shown + ": was not removed");
+    if (isThereNow()) throw Failure(notRemoved(shown, arguments));
     tell(arguments, "Removed", shown);
     return 0;
 }
@@ -95,7 +102,7 @@ int runRemove(const Arguments& arguments) {
         throw Failure(typed + ": neither a mailbox \"NAME.mbox\" nor a folder of an account");
     place.account->removeMailbox(
         std::make_shared<const lorvale::AccountItem>(lorvale::AccountItem{place.account, place.path}));
-    if (isThere(place.path)) throw Failure(typed + ": was not removed");
+    if (isThere(place.path)) throw Failure(notRemoved(typed, arguments));
     tell(arguments, "Removed", place.path);
     return 0;
 }

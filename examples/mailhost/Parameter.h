@@ -26,7 +26,7 @@ struct Period {
 };
 
 /// How the text of a parameter is read, and what a shell offers for it.
-enum class Takes { nothing, text, choice, number, bytes, period, setting, mailbox, folder, file };
+enum class Takes { nothing, text, choice, number, descriptor, bytes, period, setting, mailbox, folder, file };
 
 /// An option, or one of the words that a command needs.
 struct Parameter {
@@ -66,6 +66,12 @@ constexpr Typed<std::string> choiceOption(std::string_view name, std::string_vie
 constexpr Typed<std::uint64_t> numberOption(std::string_view name, std::string_view placeholder,
                                             std::string_view help) {
     return {{.name = name, .placeholder = placeholder, .help = help, .takes = Takes::number}};
+}
+/// Of an open file: 0 is standard input.
+constexpr Typed<std::uint64_t> descriptorOption(std::string_view name, std::string_view placeholder,
+                                                std::string_view help, std::string_view group = {}) {
+    return {
+        {.name = name, .placeholder = placeholder, .help = help, .takes = Takes::descriptor, .group = group}};
 }
 /// "4096", "100K", "2.5M", "1G": the letters stand for powers of 1024.
 constexpr Typed<std::uint64_t> bytesOption(std::string_view name, std::string_view placeholder,

@@ -25,11 +25,12 @@ Value choice(const Parameter& parameter, std::string_view text) {
     refuse(parameter, enumeration(parameter.choices), text);
 }
 
-Value number(const Parameter& parameter, std::string_view text) {
+Value number(const Parameter& parameter, std::string_view text, std::uint64_t least) {
     std::uint64_t number = 0;
     const auto end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc() || stop != end || number == 0) refuse(parameter, "a number from 1", text);
+    if (error != std::errc() || stop != end || number < least)
+        refuse(parameter, "a number from " + std::to_string(least), text);
     return number;
 }
 
@@ -128,7 +129,9 @@ Value valueOf(const Parameter& parameter, std::string_view text) {
         case Takes::choice:
             return choice(parameter, text);
         case Takes::number:
-            return number(parameter, text);
+            return number(parameter, text, 1);
+        case Takes::descriptor:
+            return number(parameter, text, 0);
         case Takes::bytes:
             return bytes(parameter, text);
         case Takes::period:

@@ -104,7 +104,7 @@ TEST_F(MailhostFetch, BringsMailFromAServerOnceAndWatchesForMore) {
     server.deliver("anna", letter("first"));
     const auto pop = "--pop localhost:" + std::to_string(server.port("pop3")) +
                      " --user anna --security starttls --authorities " + server.certificate().string();
-    const auto fetched = run("fetch " + pop + " --password-fd 3 3<" + at("password"));
+    const auto fetched = run("fetch " + pop + " --password-fd 0 <" + at("password"));
     EXPECT_EQ(fetched.output, "anna@localhost: 1 message\n") << fetched.errors;
     EXPECT_EQ(run("fetch " + pop + " --password-command 'echo secret'").output, "anna@localhost: 0 messages\n");
     EXPECT_THAT(run("list --unread " + at("mail/Active.mbox")).output, HasSubstr("first"));
