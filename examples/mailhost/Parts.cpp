@@ -29,26 +29,83 @@ std::string childNumber(const std::string& number, std::size_t index) {
     return (number.empty() ? "" : number + ".") + std::to_string(index + 1);
 }
 
-void addRows(Table& table, MimeBodyPart& part, const std::string& number, std::size_t depth) {
-    table.addRow(
-        {number.empty() ? "-" : number, std::string(2 * depth, ' ') + typeOf(part), charsetOf(part),
-         part.mimeEncoding().value_or(""), part.givenFilename().value_or(""), groupedNumber(sizeOf(part))},
-        part.isAttachment());
-    const auto* const children = part.bodyParts();
-    for (std::size_t i = 0; children != nullptr && i < children->size(); ++i)
-        addRows(table, *(*children)[i], childNumber(number, i), depth + 1);
+/// What is told of a part, whoever knows it.
+struct PartLine {
+    std::string number, type, charset, encoding, name;
+    std::size_t size = 0;
+    bool isAttachment = false;
+    std::optional<std::vector<PartLine>> parts = {};
+};
+
+PartLine lineOf(MimeBodyPart& part, const std::string& number) {
+    PartLine line{number,
+                  typeOf(part),
+                  charsetOf(part),
+                  part.mimeEncoding().value_or(""),
+                  part.givenFilename().value_or(""),
+                  sizeOf(part),
+                  part.isAttachment()};
+    if (const auto* const children = part.bodyParts()) {
+        line.parts.emplace();
+        for (std::size_t i = 0; i < children->size(); ++i)
+            line.parts->push_back(lineOf(*(*children)[i], childNumber(number, i)));
+    }
+    return line;
 }
 
-std::string asJson(MimeBodyPart& part, const std::string& number) {
+/// A server tells the size of a part as it is encoded.
+PartLine lineOf(const lorvale::IMAPBodyPart& part) {
+    const auto charset = part.parameters.find("charset");
+    PartLine line{part.section,
+                  part.type + "/" + part.subtype,
+                  charset == part.parameters.end() ? "" : charset->second,
+                  part.encoding,
+                  part.fileName(),
+                  part.size,
+                  part.disposition == "attachment" || !part.fileName().empty()};
+    if (!part.isMultipart()) return line;
+    line.parts.emplace();
+    for (const auto& child : part.parts) {
+        line.parts->push_back(lineOf(child));
+        line.size += line.parts->back().size;
+    }
+    return line;
+}
+
+/// The whole message has no number, also where it is but one part.
+PartLine rootOf(const lorvale::IMAPBodyPart& part) {
+    auto line = lineOf(part);
+    line.number.clear();
+    return line;
+}
+
+void addRows(Table& table, const PartLine& part, std::size_t depth) {
+    table.addRow({part.number.empty() ? "-" : part.number, std::string(2 * depth, ' ') + part.type,
+                  part.charset, part.encoding, part.name, groupedNumber(part.size)},
+                 part.isAttachment);
+    for (const auto& child : part.parts.value_or(std::vector<PartLine>())) addRows(table, child, depth + 1);
+}
+
+void print(const PartLine& root) {
+    Table table({{.title = "Part"},
+                 {.title = "Type", .takesRest = true},
+                 {.title = "Charset", .dispensable = 2},
+                 {.title = "Encoding", .dispensable = 1},
+                 {.title = "Name", .widest = 40, .narrowest = 12},
+                 {.title = "Bytes", .numeric = true}},
+                outputColumns(), outputIsStyled());
+    addRows(table, root, 0);
+    table.finish();
+}
+
+std::string asJson(const PartLine& part) {
     JsonObject object;
-    object.add("part", number).add("type", typeOf(part)).add("charset", charsetOf(part));
-    object.add("transferEncoding", part.mimeEncoding().value_or(""));
-    object.add("name", part.givenFilename().value_or(""));
-    object.add("size", sizeOf(part)).add("attachment", part.isAttachment());
-    if (const auto* const children = part.bodyParts()) {
+    object.add("part", part.number).add("type", part.type).add("charset", part.charset);
+    object.add("transferEncoding", part.encoding).add("name", part.name);
+    object.add("size", part.size).add("attachment", part.isAttachment);
+    if (part.parts) {
         std::vector<std::string> inner;
-        for (std::size_t i = 0; i < children->size(); ++i)
-            inner.push_back(asJson(*(*children)[i], childNumber(number, i)));
+        for (const auto& child : *part.parts) inner.push_back(asJson(child));
         object.addJson("parts", jsonArray(inner));
     }
     return object.text();
@@ -110,19 +167,19 @@ std::string typeOf(const MimeBodyPart& part) {
 }
 
 void printParts(MimeBodyPart& root) {
-    Table table({{.title = "Part"},
-                 {.title = "Type", .takesRest = true},
-                 {.title = "Charset", .dispensable = 2},
-                 {.title = "Encoding", .dispensable = 1},
-                 {.title = "Name", .widest = 40, .narrowest = 12},
-                 {.title = "Bytes", .numeric = true}},
-                outputColumns(), outputIsStyled());
-    addRows(table, root, "", 0);
-    table.finish();
+    print(lineOf(root, ""));
+}
+
+void printParts(const lorvale::IMAPBodyPart& root) {
+    print(rootOf(root));
 }
 
 std::string partsAsJson(MimeBodyPart& root) {
-    return asJson(root, "");
+    return asJson(lineOf(root, ""));
+}
+
+std::string partsAsJson(const lorvale::IMAPBodyPart& root) {
+    return asJson(rootOf(root));
 }
 
 }  // namespace mailhost

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "lorvale/body.h"
+#include "lorvale/imap.h"
 #include "lorvale/message.h"
 
 /// The tree of parts that a MIME message is.
@@ -23,7 +24,10 @@ std::optional<std::size_t> attachmentCount(lorvale::Message& message);
 
 /// A line for each part, inner ones indented.
 void printParts(lorvale::MimeBodyPart& root);
+/// As a server tells them, with their sizes as they are encoded.
+void printParts(const lorvale::IMAPBodyPart& root);
 /// An object with the members part, type, charset, transferEncoding, name, size, attachment and parts.
 std::string partsAsJson(lorvale::MimeBodyPart& root);
+std::string partsAsJson(const lorvale::IMAPBodyPart& root);
 
 }  // namespace mailhost

@@ -11,6 +11,7 @@
 #include "Parts.h"
 #include "Passage.h"
 #include "SearchIndex.h"
+#include "ServerMailbox.h"
 #include "Summary.h"
 #include "Table.h"
 #include "Terminal.h"
@@ -39,8 +40,9 @@ constexpr auto kSort =
     choiceOption("--sort", "ORDER", kOrders, "the order of the lines; date: the latest first");
 constexpr auto kShow = flag("--show", "with the passage of each message that was found");
 constexpr auto kAttachments = flag("--attachments", "only messages with attachments");
+constexpr auto kServer = flag("--server", "let the servers look, for mailboxes of IMAP accounts");
 constexpr auto kOptions =
-    joined(std::to_array<Parameter>({kBoolean, kMax, kSort, kShow, kAttachments}), kFilterOptions);
+    joined(std::to_array<Parameter>({kServer, kBoolean, kMax, kSort, kShow, kAttachments}), kFilterOptions);
 
 /// A message that was found, with what is told of it.
 struct Found {
@@ -103,6 +105,19 @@ Mailboxes opened(const std::vector<std::string>& paths) {
     return mailboxes;
 }
 
+/// Mailboxes that nobody has to have indexed or mirrored.
+Mailboxes openedOnServers(const Arguments& arguments) {
+    if (arguments.has(kBoolean)) throw UsageError("--server takes words, and no --boolean");
+    Mailboxes mailboxes;
+    for (const auto& path : arguments.values(kMailboxes)) {
+        const auto place = placeOnServer(path);
+        if (!place) throw Failure(path + ": is on no server");
+        mailboxes.push_back(std::make_unique<Mailbox>(path));
+        needServer(*place, dynamic_cast<lorvale::IMAPStore&>(mailboxes.back()->store()));
+    }
+    return mailboxes;
+}
+
 class Search {
 public:
     Search(const Arguments& arguments, const Mailboxes& mailboxes)
@@ -127,14 +142,34 @@ public:
             if (found.size() == most) break;
             if (hit.message != nullptr && accepts(*hit.message)) found.push_back(describe(hit));
         }
-        if (_arguments.value(kSort) == "date")
-            std::ranges::stable_sort(found, std::ranges::greater(), [](const Found& each) {
-                return each.summary.date ? each.summary.date->secondsSince1970() : INT64_MIN;
-            });
+        if (_arguments.value(kSort) == "date") sortByDate(found);
+        return found;
+    }
+
+    /// Those whose headers or texts hold what was asked for, as it stands; the latest first.
+    std::vector<Found> runOnServers() {
+        const auto most = _arguments.value(kMax).value_or(kUsualMaximum);
+        std::vector<Found> found;
+        for (const auto& mailbox : _mailboxes) {
+            auto& store = dynamic_cast<lorvale::IMAPStore&>(mailbox->store());
+            const auto keys = lorvale::IMAPSearchKeys().add("TEXT", _arguments[kQuery]);
+            const auto messages = store.messagesFound(keys);
+            if (!messages) throw Failure(mailbox->path() + ": the server cannot search for that");
+            for (const auto& message : *messages)
+                if (accepts(*message)) found.push_back(describe({message, store.shared_from_this(), 1}));
+        }
+        sortByDate(found);
+        while (found.size() > most) found.pop_back();
         return found;
     }
 
 private:
+    static void sortByDate(std::vector<Found>& found) {
+        std::ranges::stable_sort(found, std::ranges::greater(), [](const Found& each) {
+            return each.summary.date ? each.summary.date->secondsSince1970() : INT64_MIN;
+        });
+    }
+
     bool isFiltered() const {
         return _arguments.has(kAttachments) ||
                std::ranges::any_of(kFilterOptions,
@@ -212,8 +247,10 @@ void printForPeople(const std::vector<Found>& all, const Arguments& arguments) {
 }
 
 int run(const Arguments& arguments) {
-    const auto mailboxes = opened(arguments.values(kMailboxes));
-    const auto found = Search(arguments, mailboxes).run();
+    const bool onServers = arguments.has(kServer);
+    const auto mailboxes = onServers ? openedOnServers(arguments) : opened(arguments.values(kMailboxes));
+    Search search(arguments, mailboxes);
+    const auto found = onServers ? search.runOnServers() : search.run();
     if (arguments.has(kJson)) {
         printJson(found, arguments);
     } else {
@@ -233,6 +270,8 @@ const Command searchCommand = {
         "makes one list. Words count in any form: \"running\" finds \"runs\". With --boolean the query is of "
         "words with \"and\", \"or\" and \"not\" (or &, | and !) between them, as in \"ferry not train\", and "
         "parentheses.\n\n"
+        "With --server the servers of IMAP accounts look for the words as they stand, in headers and texts, "
+        "whether or not these are mirrored here; the latest message comes first, and every score is 1.\n\n"
         "The options that pick messages narrow what was found; --sort date puts the N best in the order of "
         "their dates, the latest first. Mail that came while nobody kept the index is indexed first, if the "
         "mailbox is not in use.\n\n"

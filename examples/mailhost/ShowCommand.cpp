@@ -215,11 +215,32 @@ Part wantedPart(const Arguments& arguments) {
     return arguments.has(kText) ? Part::text : Part::summary;
 }
 
+/// The parts of a message whose text is still on its server; nullopt for any other.
+std::optional<lorvale::IMAPBodyPart> partsOnServer(Mailbox& mailbox, lorvale::Message& message) {
+    auto* const store = dynamic_cast<lorvale::IMAPStore*>(&mailbox.store());
+    return store != nullptr && !store->isMirrored(message) ? store->structureOfMessage(message) : std::nullopt;
+}
+
+void showPartsOnServer(const lorvale::IMAPBodyPart& parts, lorvale::Message& message, std::uint64_t number,
+                       bool inJson) {
+    if (inJson) {
+        auto object = Summary(message, number, Summary::Detail::json).json();
+        LineOutput().write(object.addJson("body", partsAsJson(parts)).text());
+    } else {
+        const Pager pager;
+        printParts(parts);
+    }
+}
+
 int run(const Arguments& arguments) {
     Mailbox mailbox(arguments[kMailbox]);
     const auto number = arguments[kNumber];
     const auto message = mailbox.message(number);
     const auto part = wantedPart(arguments);
+    if (const auto parts = part == Part::parts ? partsOnServer(mailbox, *message) : std::nullopt) {
+        showPartsOnServer(*parts, *message, number, arguments.has(kJson));
+        return 0;
+    }
     const auto folder = arguments.value(kSave).value_or("");
     workOn(nameOfMessage(number), message->messageSize(), [&] {
         message->headers()->allHeaders();
@@ -248,6 +269,8 @@ const Command showCommand = {
         "but for --raw into a file or a pipe, which gets the very bytes.\n\n"
         "--rich wraps the text to the width of the output and shows its fonts, colours and links, unless "
         "$NO_COLOR is set. On a terminal all this goes through $MAILHOST_PAGER, $PAGER or less.\n\n"
+        "Of a message on a server only what is needed is fetched; --parts fetches no text, and tells the sizes "
+        "of the parts as they are encoded.\n\n"
         "In JSON --parts gives the member body, an object with the members part (\"1.2\" for the second part "
         "in "
         "the first), type, charset, transferEncoding, name, size (in bytes, decoded), attachment and, for a "

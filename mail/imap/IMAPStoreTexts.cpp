@@ -6,6 +6,7 @@
 #include "base/text/Ascii.h"
 #include "lorvale/imap/store.h"
 #include "lorvale/platform/log.h"
+#include "mail/imap/Digits.h"
 #include "mail/imap/FetchParsing.h"
 #include "mail/imap/ServerLock.h"
 #include "mail/imap/StoreNames.h"
@@ -75,6 +76,31 @@ std::optional<Data> IMAPStore::_dataForMessage(Message& message) {
 std::string IMAPStore::cacheFileOf(const std::string& uid) const {
     if (uid.empty() || !std::ranges::all_of(uid, isAsciiDigit)) return {};
     return stringByAppendingPathComponent(pathOf(kMirrorName), uid);
+}
+
+std::optional<MessageList> IMAPStore::messagesFound(const IMAPSearchKeys& keys) {
+    if (!isStandard() || !checkConnectionToServer()) return std::nullopt;
+    std::optional<Numbers> found;
+    {
+        const ServerTurn turn(*_lock);
+        found = _connection->searchNumbers(keys);
+    }
+    if (!found) return std::nullopt;
+    std::ranges::sort(*found);
+    std::vector<std::shared_ptr<Message>> messages;
+    for (const auto& message : allMessages()) {
+        const auto uid = numberIn(static_cast<IMAPMessage&>(*message).uid());
+        if (uid && std::ranges::binary_search(*found, *uid)) messages.push_back(message);
+    }
+    return MessageList(std::move(messages));
+}
+
+std::optional<IMAPBodyPart> IMAPStore::structureOfMessage(Message& message) {
+    const auto numbers = numbersOf(MessageList{message.shared_from_this()});
+    if (!isStandard() || numbers.empty() || !checkConnectionToServer()) return std::nullopt;
+    const ServerTurn turn(*_lock);
+    auto parts = _connection->fetchParts(numbers);
+    return parts && parts->size() == 1 ? std::optional(std::move(parts->front())) : std::nullopt;
 }
 
 bool IMAPStore::isMirrored(const Message& message) const {

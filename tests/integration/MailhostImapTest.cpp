@@ -58,6 +58,11 @@ TEST_F(MailhostImap, ReadsAnAccountLikeAnyOtherAndMarksNothing) {
     EXPECT_THAT(good("mailhost list work/INBOX; mailhost list work/INBOX --json --sort received-date"),
                 AllOf(HasSubstr("One"), HasSubstr("Three"), HasSubstr("a@x.example")));
     EXPECT_EQ(mirrored("INBOX"), 0u) << "a list needs no text";
+    EXPECT_THAT(good("mailhost show work/INBOX 2 --parts; mailhost show work/INBOX 2 --parts --json"),
+                AllOf(HasSubstr("text/plain"), HasSubstr(R"("body":{"part":"","type":"text/plain")")));
+    EXPECT_THAT(good("mailhost search --server 'text of t' work/INBOX"),
+                AllOf(HasSubstr("Two"), HasSubstr("Three"), Not(HasSubstr("One"))));
+    EXPECT_EQ(mirrored("INBOX"), 0u) << "the server tells of parts and words";
     EXPECT_THAT(good("mailhost show work/INBOX 2"), HasSubstr("Text of Two"));
     EXPECT_EQ(mirrored("INBOX"), 1u);
     EXPECT_THAT(good("mailhost list work/INBOX --json"), Not(HasSubstr("\"read\":true")));

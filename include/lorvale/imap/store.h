@@ -92,6 +92,14 @@ public:
     std::string messageIDForMessage(Message& message) override;  ///< its UID
     std::shared_ptr<Message> messageForMessageID(std::string_view messageID) override;
 
+    // Questions to the server, whether or not the texts are here.  Nullopt when it cannot be asked, and in the
+    // classic dialect.
+
+    /// The messages for which all keys hold, in the order of the list.
+    std::optional<MessageList> messagesFound(const IMAPSearchKeys& keys);
+    /// The parts of a message, without its text.
+    std::optional<IMAPBodyPart> structureOfMessage(Message& message);
+
     /// On the server, without a detour; false for messages that are not of this store.
     bool copyMessages(const MessageList& messages, std::string_view toMailboxNamed);
     /// To the server, or into the queue when it is not there, from which they go up at the next
