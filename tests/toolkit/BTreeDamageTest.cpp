@@ -126,16 +126,43 @@ TEST_F(DamagedBTree, PagesThatLeadToEachOther) {
 }
 
 TEST_F(DamagedBTree, VerifyNamesEveryBrokenRule) {
-    Write({2, 1, 9, 7, 64}, {{2, 3, {{4, "g"}, {5, "m"}}},
-                             {3, 0, {{0, "k"}}},    // below its separator
-                             {4, 0, {}},            // empty
-                             {5, 6, {{7, "h"}}}});  // not a leaf
-    EXPECT_THAT(Violations(),
-                ::testing::ElementsAre(HasSubstr("Page 4 at level 1 has no entries"),
-                                       HasSubstr("Page 5 at level 1 has children at the lowest level"),
-                                       HasSubstr("Page 3 at level 1 has objects out of order"),
-                                       HasSubstr("The header counts 9 objects, the pages hold 4"),
-                                       HasSubstr("The header counts 7 pages, there are 4")));
+    const struct {
+        BTreeHeader header;
+        std::vector<RawPage> pages;
+        std::vector<const char*> violations;
+    } rows[] = {
+        {{2, 1, 9, 7, 64},
+         {{2, 3, {{4, "g"}, {5, "m"}}},
+          {3, 0, {{0, "k"}}},   // below its separator
+          {4, 0, {}},           // empty
+          {5, 6, {{7, "h"}}}},  // not a leaf
+         {"Page 4 at level 1 has no entries", "Page 5 at level 1 has children at the lowest level",
+          "Page 3 at level 1 has objects out of order", "The header counts 9 objects, the pages hold 4",
+          "The header counts 7 pages, there are 4"}},
+        {{2, 0, 1, 1, 64}, {{2, 0, {{0, "a"}, {0, "b"}}}}, {"The header counts 1 objects, the pages hold 2"}},
+        {{2, 0, 1, 0, 64}, {{2, 0, {{0, "a"}}}}, {"The header counts 0 pages, there are 1"}},
+        {{2, 1, 1, 2, 64}, {{2, 3, {}}, {3, 0, {{0, "a"}}}}, {"Page 2 at level 0 has no entries"}},
+        {{2, 1, 3, 3, 64},
+         {{2, 3, {{4, "g"}}}, {3, 0, {{0, "z"}}}, {4, 0, {{0, "g"}}}},
+         {"Page 4 at level 1 has objects out of order"}},
+        {{2, 1, 5, 4, 64},
+         {{2, 3, {{4, "g"}, {5, "m"}}}, {3, 0, {{0, "z"}}}, {4, 0, {{0, "a"}}}, {5, 0, {{0, "c"}}}},
+         {"Page 5 at level 1 has objects out of order"}},
+        {{1, 0, 0, 0, 64}, {}, {"The root page is the header block itself"}},
+        {{2, 32, 0, 0, 64}, {}, {"The header tells a depth of 32"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.violations.front());
+        Write(row.header, row.pages);
+        std::vector<::testing::Matcher<std::string>> says(row.violations.size());
+        std::ranges::transform(row.violations, says.begin(),
+                               [](const char* sentence) { return HasSubstr(sentence); });
+        EXPECT_THAT(Violations(), ::testing::ElementsAreArray(says));
+    }
+    Write({2, 0, 3, 1, 64}, {{2, 0, {{0, "a"}, {0, "b"}, {0, "c"}}}});
+    Write({2, 0, 3, 1, 16}, {});  // as if it were of a tree of smaller pages
+    EXPECT_THAT(Violations(), Contains(HasSubstr("more than a page may")));
+    EXPECT_THAT(Violations(), Contains(HasSubstr("too big for its page size")));
 }
 
 /// Every byte of a small file changed in several ways, and the file cut at every length.
