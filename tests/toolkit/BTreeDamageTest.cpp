@@ -94,6 +94,9 @@ TEST_F(DamagedBTree, EntriesOutOfOrderEndAnIteration) {
         EXPECT_EQ(FailureOfOpen(), "");
         EXPECT_EQ(FailureOfIteration(), "VSIV btree pages out of order");
         EXPECT_THAT(Violations(), Contains(HasSubstr("has objects out of order")));
+        const auto members = t.tree->MakeIterator();
+        EXPECT_NE(failureOf([&] { static_cast<void>(members->Next()); }), "");
+        EXPECT_EQ(members->Next(), nullptr) << "it would go round for ever";
     }
 }
 
@@ -148,6 +151,15 @@ TEST_F(DamagedBTree, VerifyNamesEveryBrokenRule) {
         {{2, 1, 5, 4, 64},
          {{2, 3, {{4, "g"}, {5, "m"}}}, {3, 0, {{0, "z"}}}, {4, 0, {{0, "a"}}}, {5, 0, {{0, "c"}}}},
          {"Page 5 at level 1 has objects out of order"}},
+        {{2, 2, 7, 7, 64},  // below a page that is in order by itself
+         {{2, 3, {{4, "m"}}},
+          {3, 7, {{8, "r"}}},
+          {4, 5, {{6, "c"}}},
+          {5, 0, {{0, "z"}}},
+          {6, 0, {{0, "a"}}},
+          {7, 0, {{0, "x"}}},
+          {8, 0, {{0, "p"}}}},
+         {"Page 5 at level 2 has objects out of order"}},
         {{1, 0, 0, 0, 64}, {}, {"The root page is the header block itself"}},
         {{2, 32, 0, 0, 64}, {}, {"The header tells a depth of 32"}},
     };

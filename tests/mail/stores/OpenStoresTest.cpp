@@ -68,8 +68,11 @@ TEST(OpenStores, KeepTheirPlaceWhenTheDirectoryChanges) {
     fs::current_path(folder.path());
     const auto store = ListStore::initWithPath("box");
     MessageStore::registerOpenStore(store);
+    const auto yetToBeMade = ListStore::initWithPath("new");
+    MessageStore::registerOpenStore(yetToBeMade);
     store->userInfo().set("Kept", "yes");
     fs::current_path(before);
+    EXPECT_EQ(MessageStore::currentlyOpenStoreForPath(std::string(folder / "new")), yetToBeMade);
     EXPECT_EQ(MessageStore::currentlyOpenStoreForPath(std::string(folder / "box")), store);
     store->close();
     EXPECT_FALSE(MessageStore::currentlyOpenStoreForPath(std::string(folder / "box")));
