@@ -26,6 +26,7 @@ inline std::shared_ptr<Message> numberedLetter(int number, std::string_view body
 
 inline MessageList numberedLetters(int first, int count) {
     std::vector<std::shared_ptr<Message>> letters;
+    letters.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) letters.push_back(numberedLetter(first + i));
     return letters;
 }

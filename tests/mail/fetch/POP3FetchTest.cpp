@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -187,7 +188,10 @@ TEST_F(POP3FetchFromServer, TwoAtOnceDoNotFetchTwice) {
 
 TEST_F(POP3FetchFromServer, ACancelledFetchKeepsWhatHasCome) {
     deliver(2);
-    server.deliver("anna", letter(2) + std::string(30'000'000, 'x') + "\n");
+    constexpr std::size_t kLong = 30'000'000;
+    std::string text = letter(2);
+    text.append(kLong, 'x').append("\n");
+    server.deliver("anna", text);
     const auto asked = account();
     asked->deletes = true;
     const auto store = storeOf(asked);
@@ -345,9 +349,9 @@ TEST_F(POP3FetchThreads, FetchesRoutesAppendsAndIndexesWhileOthersList) {
     const auto store = storeOf(asked);
     std::atomic<bool> done = false;
     std::atomic<std::size_t> looked = 0;
-    std::vector<std::jthread> others;
-    for (int i = 0; i < 2; ++i)
-        others.emplace_back([&] {
+    std::array<std::jthread, 2> others;
+    for (auto& other : others)
+        other = std::jthread([&] {
             while (!done)
                 for (const MessageStore* each :
                      {static_cast<MessageStore*>(mailbox.get()), static_cast<MessageStore*>(store.get())})
@@ -359,7 +363,7 @@ TEST_F(POP3FetchThreads, FetchesRoutesAppendsAndIndexesWhileOthersList) {
     EXPECT_TRUE(fetch(*store));
     runMainLoopUntil([&] { return looked > 10'000; });
     done = true;
-    others.clear();
+    for (auto& other : others) other.join();
     EXPECT_EQ(mailbox->totalCount(), 250u);
     EXPECT_EQ(mailbox->inconsistency(), "");
     ASSERT_TRUE(IndexManager::waitUntilIdle(*mailbox, std::chrono::steady_clock::now() + kPatience));
