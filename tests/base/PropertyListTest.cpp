@@ -183,6 +183,16 @@ TEST(PropertyList, MovedFromValuesAndNullPointersAreNull) {
     EXPECT_TRUE(PropertyList(nothing).isNull());
 }
 
+TEST(PropertyList, TakesThePlaceOfWhatItIsAPartOf) {
+    PropertyList list(PropertyList::Array{PropertyList(PropertyList::Dictionary{{"below", "deep"}})});
+    list = list.array()[0];
+    list = list["below"];
+    EXPECT_EQ(list.string(), "deep");
+    const auto& same = list;
+    list = same;
+    EXPECT_EQ(list.string(), "deep");
+}
+
 TEST(PropertyList, ChangesInPlace) {
     PropertyList list("text");
     list.set("k", 1);

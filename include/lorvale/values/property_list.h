@@ -32,7 +32,10 @@ public:
 
     PropertyList() = default;
     PropertyList(const PropertyList&) = default;
-    PropertyList& operator=(const PropertyList&) = default;
+    /// The other list may be a part of this one.
+    PropertyList& operator=(const PropertyList& other) {
+        return this == &other ? *this : *this = PropertyList(other);
+    }
     PropertyList(PropertyList&& other) noexcept : _value(std::exchange(other._value, std::monostate())) {}
     PropertyList& operator=(PropertyList&& other) noexcept {
         Value taken(std::exchange(other._value, std::monostate()));
