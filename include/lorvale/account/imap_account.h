@@ -117,7 +117,7 @@ private:
 
     std::atomic<bool> _stayOffline = false;
     std::atomic<std::int32_t> _policyInUse = -1;  // below 0: the setting
-    const std::unique_ptr<ServerLock> _lock;  // over what follows and each exchange; taken before any mutex
+    const std::unique_ptr<ServerLock> _lock;      // over what follows and each exchange; taken before any mutex
     std::shared_ptr<IMAPConnection> _connection;
     std::map<std::string, Listing, std::less<>> _mailboxes;    // by name; the root is ""
     std::map<std::string, PropertyList, std::less<>> _status;  // each is used once
