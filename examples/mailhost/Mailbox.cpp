@@ -106,6 +106,7 @@ std::shared_ptr<lorvale::Message> Mailbox::message(std::uint64_t number) const {
 
 lorvale::MessageList Mailbox::messages(const std::vector<std::uint64_t>& numbers) const {
     std::vector<std::shared_ptr<lorvale::Message>> wanted;
+    wanted.reserve(numbers.size());
     for (const auto number : numbers) wanted.push_back(message(number));
     return wanted;
 }
