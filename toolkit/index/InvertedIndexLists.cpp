@@ -120,13 +120,15 @@ std::unique_ptr<TermInfo> InvertedIndex::ExpungeTerm(std::unique_ptr<TermInfo> i
     if (!HasDeletedPostings(AsInverted(*info), deleted)) return info;
     const IALock lock(chainMutex.get());
     info = ExpungePostings(std::move(info), deleted);
-    AsInverted(*info).chainStamp = chainChanges;
     if (info->GetDocumentCount() == 0) {
         IAAssertion(termInfoSet->Remove(info.get()), "unable to remove terminfo", IAAssertionFailure);
+        ++chainChanges;
         *goneID = info->GetTermID();
         return nullptr;
     }
     termInfoSet->Put(IADeepCopyOf(*info));
+    // Now nobody who has this number can come by the old record any more.
+    AsInverted(*info).chainStamp = ++chainChanges;
     return info;
 }
 

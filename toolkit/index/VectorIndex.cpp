@@ -180,8 +180,8 @@ void VectorIndex::DeletingDoc(const DocInfo& info) {
     for (const TFComponent& component : vector->GetComponents()) ++termIdUpdates[component.termID];
     CountUpdates(vector->GetDocumentLength());
     GetStorage()->Deallocate(block);
-    ++vectorsGone;
     TermIndex::DeletingDoc(info);
+    ++vectorsGone;  // last: whoever has this number can no longer come by the record
 }
 
 void VectorIndex::FlushUpdates() {
