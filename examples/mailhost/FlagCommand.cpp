@@ -1,5 +1,3 @@
-#include <set>
-
 #include "Commands.h"
 #include "Json.h"
 #include "Mailbox.h"
@@ -12,11 +10,6 @@ namespace mailhost {
 
 namespace {
 
-constexpr auto kNumbers = Typed<std::uint64_t>{{.name = "N",
-                                                .placeholder = {},
-                                                .help = "the number of a message",
-                                                .takes = Takes::number,
-                                                .repeats = true}};
 constexpr auto kRead = flag("--read", "mark as read", "reading");
 constexpr auto kUnread = flag("--unread", "mark as unread", "reading");
 constexpr auto kDelete = flag("--delete", "mark as deleted, and with that as read", "deleting");
@@ -53,9 +46,7 @@ int runFlag(const Arguments& arguments) {
     const bool marksDeleting = arguments.has(kDelete) || arguments.has(kUndelete);
     if (!marksReading && !marksDeleting)
         throw UsageError("flag needs one of --read, --unread, --delete and --undelete");
-    const auto given = arguments.values(kNumbers);
-    const std::set<std::uint64_t> sorted(given.begin(), given.end());
-    const std::vector<std::uint64_t> numbers(sorted.begin(), sorted.end());
+    const auto numbers = givenNumbers(arguments);
     const auto typed = arguments[kDirectoryMailbox];
     if (const auto place = placeOnServer(typed)) {
         Mailbox mailbox(typed, Mailbox::Access::change);

@@ -1,6 +1,7 @@
 #include "Mailbox.h"
 
 #include <unistd.h>
+#include <algorithm>
 
 #include <cerrno>
 #include <cstring>
@@ -32,6 +33,13 @@ std::string whyNotOpened(const std::string& path, const std::string& file) {
 }
 
 }  // namespace
+
+std::vector<std::uint64_t> givenNumbers(const Arguments& arguments) {
+    auto numbers = arguments.values(kNumbers);
+    std::ranges::sort(numbers);
+    numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
+    return numbers;
+}
 
 Mailbox::Mailbox(const std::string& path, Access access) : _place(path) {
     if (const auto place = placeOnServer(path)) {

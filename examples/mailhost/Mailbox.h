@@ -14,6 +14,13 @@
 namespace mailhost {
 
 inline constexpr auto kMailbox = mailboxWord("MAILBOX", "the path of a mailbox, or ACCOUNT/NAME");
+inline constexpr auto kNumbers = Typed<std::uint64_t>{{.name = "N",
+                                                       .placeholder = {},
+                                                       .help = "the number of a message",
+                                                       .takes = Takes::number,
+                                                       .repeats = true}};
+/// Those of kNumbers, each once, ascending.
+std::vector<std::uint64_t> givenNumbers(const Arguments& arguments);
 inline constexpr auto kDirectoryMailbox =
     mailboxWord("MAILBOX", "the path of a directory mailbox, or ACCOUNT/NAME");
 

@@ -1,6 +1,6 @@
 /// Moving and copying messages between mailboxes.
 #include <filesystem>
-#include <set>
+#include <utility>
 
 #include "Accounts.h"
 #include "Commands.h"
@@ -16,11 +16,6 @@ namespace mailhost {
 
 namespace {
 
-constexpr auto kNumbers = Typed<std::uint64_t>{{.name = "N",
-                                                .placeholder = {},
-                                                .help = "the number of a message",
-                                                .takes = Takes::number,
-                                                .repeats = true}};
 constexpr auto kTo = mailboxWord("TO", "the mailbox that they go to");
 constexpr auto kWords = std::to_array<Parameter>({kMailbox, kNumbers, kTo});
 
@@ -30,12 +25,9 @@ struct Picked {
 };
 
 Picked pick(const Mailbox& mailbox, const Arguments& arguments) {
-    const auto given = arguments.values(kNumbers);
-    const std::set<std::uint64_t> sorted(given.begin(), given.end());
-    std::vector<std::shared_ptr<lorvale::Message>> messages;
-    messages.reserve(sorted.size());
-    for (const auto number : sorted) messages.push_back(mailbox.message(number));
-    return {{sorted.begin(), sorted.end()}, messages};
+    auto numbers = givenNumbers(arguments);
+    auto messages = mailbox.messages(numbers);
+    return {std::move(numbers), std::move(messages)};
 }
 
 /// Messages of one account need no detour.  False where they do.
