@@ -66,18 +66,25 @@ bool isRunning(int process) {
     return ::kill(process, 0) == 0 || errno != ESRCH;
 }
 
-/// Takes away the lock file of a dead process.  Two processes may find it dead at once, and the slower one must
-/// not take away the lock that the quicker one has made since: so whoever wants to remove a lock file holds the
-/// system's own lock on that very file and looks again whether it still has the name.
+bool isOfDeadProcess(const LockOwner& owner) {
+    return owner.process > 0 && owner.host == asField(hostName()) && !isRunning(owner.process);
+}
+
+/// Takes away the lock file of a dead process.  Many processes may find it dead at once, and the slower ones
+/// must not take away the lock that the quickest has made since.  So whoever wants to remove a lock file holds
+/// the system's own lock on that very file, looks again whether it still has the name, and reads again who made
+/// it: the file that was found dead may have given way to a new one before this one was opened.
 bool removeStaleLock(const std::string& lockPath) {
     auto& files = FileSystem::current();
     const Descriptor stale(::open(lockPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat info {};
     if (!stale || ::fstat(stale.get(), &info) != 0) return false;
-    // Some network file systems have no such lock; then the look at the name must do.
+    // Some network file systems have no such lock; then the looks at name and owner must do.
     if (::flock(stale.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return false;
     const auto named = files.attributes(lockPath);
     if (!named || named->device != info.st_dev || named->inode != info.st_ino) return false;
+    const auto bytes = readLockFile(lockPath);
+    if (!bytes || !isOfDeadProcess(parseLockFile(bytes->view()))) return false;
     const auto removed = files.remove(lockPath);
     if (!removed) log("%@", removed.text());
     return static_cast<bool>(removed);
@@ -174,9 +181,7 @@ bool shouldOpenDespiteLockFile(const std::string& lockPath) {
     const auto bytes = readLockFile(lockPath);
     if (!bytes) return false;
     const auto owner = parseLockFile(bytes->view());
-    if (owner.process > 0 && owner.host == asField(hostName()) && !isRunning(owner.process)) {
-        return removeStaleLock(lockPath);
-    }
+    if (isOfDeadProcess(owner)) return removeStaleLock(lockPath);
     const auto mailbox = abbreviateWithTilde(folderOf(lockPath));
     if (!Defaults::sharedInstance().canUseWindowKit()) {
         log("The mailbox %@ is currently locked by %@ on host %@", mailbox, showable(owner.user),

@@ -7,6 +7,7 @@
 
 #include <array>
 
+#include "base/files/PosixFileSystem.h"
 #include "lorvale/platform/paths.h"
 #include "tests/support/StoreSupport.h"
 #include "tests/support/TextRows.h"
@@ -179,6 +180,35 @@ TEST_F(StoreLock, OfOneProcessMakesTheNextReadOnly) {
               }),
               0);
     EXPECT_TRUE(fs::exists(lock)) << "the reader has taken the lock away";
+}
+
+/// The real disk, on which another process takes a dead one's lock over right after we have read it.
+class QuickRival : public PosixFileSystem {
+public:
+    explicit QuickRival(std::string lock) : _lock(std::move(lock)), _previous(setCurrent(this)) {}
+    ~QuickRival() override { setCurrent(_previous); }
+
+    std::unique_ptr<ReadableFile> openForReading(const std::string& path, FileStatus* status) override {
+        auto file = PosixFileSystem::openForReading(path, status);
+        if (path == _lock && std::exchange(_waits, false)) {
+            writeFile(_lock + ".new", lockLine(hostName(), ::getppid()));
+            fs::rename(_lock + ".new", _lock);
+        }
+        return file;
+    }
+
+private:
+    const std::string _lock;
+    FileSystem* const _previous;
+    bool _waits = true;
+};
+
+TEST_F(StoreLock, ThatAQuickerTakerHasMadeMeanwhileStays) {
+    writeFile(lock, lockLine(hostName(), deadProcess()));
+    const QuickRival rival(lock);
+    const LogCapture quiet;
+    EXPECT_FALSE(shouldOpenDespiteLockFile(lock));
+    EXPECT_EQ(readFile(lock), lockLine(hostName(), ::getppid()));
 }
 
 TEST_F(StoreLock, OfADeadProcessGoesToOneOfManyTakers) {
