@@ -43,7 +43,7 @@ function(lorvale_test_program name)
   lorvale_target_defaults(${name})
   target_link_libraries(${name} PRIVATE lorvale_test_support lorvale_internal GTest::gmock GTest::gtest_main)
   target_precompile_headers(${name} REUSE_FROM lorvale_test_support)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST NO_PRETTY_VALUES PROPERTIES TIMEOUT 300)
 endfunction()
 
 # lorvale_fuzz(NAME source): with LORVALE_BUILD_FUZZ a libFuzzer program.  In every build with tests, the
