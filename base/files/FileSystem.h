@@ -77,6 +77,9 @@ public:
     virtual FileStatus truncate(std::uint64_t size) = 0;
     virtual FileStatus sync() = 0;   ///< returns when the bytes are on disk
     virtual FileStatus close() = 0;  ///< once; nothing may follow
+    /// sync() for all files on the same disk that were written since this one was opened, closed ones included:
+    /// one wait where each of many would take one.
+    virtual FileStatus syncWithOthers() = 0;
 };
 
 enum class WriteMode {

@@ -80,6 +80,7 @@ public:
         return statusOf(::ftruncate(_descriptor.get(), static_cast<off_t>(size)), "truncate", _path);
     }
     FileStatus sync() override { return statusOf(::fsync(_descriptor.get()), "sync", _path); }
+    FileStatus syncWithOthers() override { return statusOf(::syncfs(_descriptor.get()), "sync", _path); }
     FileStatus close() override {
         // Linux gives the descriptor back also when close() reports an error: never close it again.
         return statusOf(::close(_descriptor.release()), "close", _path);

@@ -7,6 +7,7 @@
 #include "base/files/PathUtils.h"
 #include "lorvale/imap/store.h"
 #include "lorvale/platform/log.h"
+#include "lorvale/platform/run_loop.h"
 #include "mail/imap/Digits.h"
 #include "mail/imap/FetchParsing.h"
 #include "mail/imap/MirrorFiles.h"
@@ -20,6 +21,11 @@ namespace {
 /// How much is asked for at once: others who want to talk to the server wait so long.
 constexpr std::size_t kMessagesAtOnce = 256;
 constexpr std::size_t kBytesAtOnce = 1024 * 1024;
+
+/// How much may be fetched anew when all goes dark, and how long it takes until a text shows: each time takes
+/// the disk a moment.
+constexpr std::size_t kBytesKeptAtOnce = 16 * 1024 * 1024;
+constexpr std::chrono::seconds kLongestWait{2};
 
 }  // namespace
 
@@ -67,28 +73,43 @@ bool IMAPStore::mirrorOneByOne(const MessageList& all, const std::vector<std::si
 }
 
 /// Several in one command; one of them at a time is in memory.
-bool IMAPStore::mirrorTogether(const MessageList& all, const std::vector<std::size_t>& places) {
-    for (std::size_t first = 0; first < places.size();) {
-        if (!_connected || !goesOn()) return false;
-        showStatus(formatText("Caching message number %d...", places[first] + 1));
-        Numbers uids;
-        std::size_t bytes = 0;
-        while (first < places.size() && uids.size() < kMessagesAtOnce && bytes < kBytesAtOnce) {
-            const auto& message = static_cast<const IMAPMessage&>(*all[places[first++]]);
-            if (const auto uid = numberIn(message.uid())) uids.push_back(*uid);
-            bytes += message.messageSize();
-        }
-        MirrorFiles written(pathOf(kMirrorName));
+bool IMAPStore::mirrorTogether(const MessageList& all, std::span<const std::size_t> places) {
+    MirrorFiles files(pathOf(kMirrorName));
+    const auto keep = [&] {
+        // Under the lock, since another UIDVALIDITY makes worthless what waits.
         const ServerTurn turn(*_lock);
-        // What the server had sent before it went is good.
-        (void)_connection->fetchEach(uids, "BODY.PEEK[]", [&](const IMAPFetched& fetched) {
-            const auto uid = fetched.uid();
-            const auto text = fetched.section();
-            if (uid && text && written.add(std::to_string(*uid), withNewlines(text->view()))) ++_mirrored;
-        });
-        written.commit();
+        _mirrored += files.commit();
+    };
+    auto kept = RunLoop::Clock::now();
+    while (!places.empty() && _connected && goesOn()) {
+        showStatus(formatText("Caching message number %d...", places.front() + 1));
+        places = fetchInto(files, all, places);
+        if (files.bytes() < kBytesKeptAtOnce && RunLoop::Clock::now() - kept < kLongestWait) continue;
+        keep();
+        kept = RunLoop::Clock::now();
     }
-    return true;
+    keep();
+    return places.empty();
+}
+
+/// Gives what is left of the places.  What the server had sent before it went is good.
+std::span<const std::size_t> IMAPStore::fetchInto(MirrorFiles& files, const MessageList& all,
+                                                  std::span<const std::size_t> places) {
+    Numbers uids;
+    std::size_t bytes = 0;
+    while (!places.empty() && uids.size() < kMessagesAtOnce && bytes < kBytesAtOnce) {
+        const auto& message = static_cast<const IMAPMessage&>(*all[places.front()]);
+        if (const auto uid = numberIn(message.uid())) uids.push_back(*uid);
+        bytes += message.messageSize();
+        places = places.subspan(1);
+    }
+    const ServerTurn turn(*_lock);
+    (void)_connection->fetchEach(uids, "BODY.PEEK[]", [&](const IMAPFetched& fetched) {
+        const auto uid = fetched.uid();
+        const auto text = fetched.section();
+        if (uid && text) (void)files.add(std::to_string(*uid), withNewlines(text->view()));
+    });
+    return places;
 }
 
 }  // namespace lorvale

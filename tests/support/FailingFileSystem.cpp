@@ -56,6 +56,11 @@ public:
         _disk._unsynced.erase(_id);
         return {};  // no need to wait for the real disk
     }
+    FileStatus syncWithOthers() override {
+        if (auto status = _disk.change(_path); !status) return status;
+        _disk._unsynced.clear();
+        return {};
+    }
     FileStatus close() override { return _file->close(); }
 
 private:

@@ -33,10 +33,10 @@ struct SimulatedCrash {};
 ///     }
 ///
 /// A change is a call that changes something or syncs: openForWriting (where it makes or empties a file),
-/// write, truncate, sync, rename, link, symbolicLink, remove, makeDirectory, setPermissions, setOwner,
-/// syncFolder.  Of a power loss each write since the file's last sync may be kept, lost or torn, whatever
-/// became of the others; the names made, moved and removed since their folder's last sync are lost from some
-/// moment on (a journal on disk keeps their order).  One thread at a time.
+/// write, truncate, sync, syncWithOthers, rename, link, symbolicLink, remove, makeDirectory, setPermissions,
+/// setOwner, syncFolder.  Of a power loss each write since the file's last sync may be kept, lost or torn,
+/// whatever became of the others; the names made, moved and removed since their folder's last sync are lost
+/// from some moment on (a journal on disk keeps their order).  One thread at a time.
 class FailingFileSystem : public PosixFileSystem {
 public:
     explicit FailingFileSystem(std::uint64_t seed = 1);

@@ -23,6 +23,7 @@
 
 namespace lorvale {
 
+class MirrorFiles;
 class ServerLock;
 struct StoreArchive;
 
@@ -159,7 +160,9 @@ private:
     bool takeAllFlags(const MessageList& all);
     void cacheMessagesFromServer();
     bool mirrorOneByOne(const MessageList& all, const std::vector<std::size_t>& places);
-    bool mirrorTogether(const MessageList& all, const std::vector<std::size_t>& places);
+    bool mirrorTogether(const MessageList& all, std::span<const std::size_t> places);
+    std::span<const std::size_t> fetchInto(MirrorFiles& files, const MessageList& all,
+                                           std::span<const std::size_t> places);
     void _processPendedAppendData();
     /// Runs in the main thread, and returns when it has; false when the store is told to stop first.
     bool callInMainThread(std::function<void(IMAPStore&)> call);
