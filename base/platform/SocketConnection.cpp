@@ -70,16 +70,29 @@ void SocketConnection::connectTo(const std::string& host, std::uint16_t port) {
     const AddressList addresses(host);
     if (addresses.first == nullptr)
         throw GenericException(formatText("Can't determine IP address of host: %@.", host));
+    if (const int error = connectToOneOf(*addresses.first, port); error != 0)
+        throw GenericException(
+            formatText("Can't connect to host named %@ on port %d, errno: 0x%x", host, port, error));
+}
+
+int SocketConnection::connectToOneOf(addrinfo& addresses, std::uint16_t port) {
     int firstError = 0;
-    for (auto* address = addresses.first; address != nullptr; address = address->ai_next) {
+    for (auto* address = &addresses; address != nullptr; address = address->ai_next) {
         setPort(*address, port);
-        const int error = tryAddress(*address);
-        if (error == 0) return;
+        int error = 0;
+        try {
+            error = tryAddress(*address);
+        } catch (const SocketTimeoutException&) {
+            // One that does not answer, as a wrong route of a host with two does, need not keep us from the
+            // other.
+            if (address->ai_next == nullptr) throw;
+            error = ETIMEDOUT;
+        }
+        if (error == 0) return 0;
         if (firstError == 0) firstError = error;
     }
     _socket = newSocket(AF_INET);  // what has failed to connect reads as ended
-    throw GenericException(
-        formatText("Can't connect to host named %@ on port %d, errno: 0x%x", host, port, firstError));
+    return firstError;
 }
 
 int SocketConnection::tryAddress(const addrinfo& address) {

@@ -26,6 +26,9 @@ public:
     static std::unique_ptr<SocketConnection> make();
 
     void connectTo(const std::string& host, std::uint16_t port);
+    /// To the first address of the list that answers; sets their ports.  0, or the number of the first error.
+    /// Throws SocketTimeoutException when the last one is silent.
+    int connectToOneOf(addrinfo& addresses, std::uint16_t port);
 
     std::size_t readSome(std::span<std::uint8_t> into) override;
     std::size_t writeSome(std::span<const std::string_view> pieces) override;

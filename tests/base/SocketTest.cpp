@@ -2,10 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netdb.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <thread>
 
+#include "base/platform/SocketConnection.h"
 #include "tests/support/MemoryTransport.h"
 #include "tests/support/ScriptedPeer.h"
 
@@ -127,6 +130,39 @@ TEST(Socket, NamesWhatItCannotConnectTo) {
     socket->connectToHost(ScriptedPeer::host(), peer.port());
     std::string line;
     EXPECT_TRUE(socket->readLine(line));
+}
+
+TEST(Socket, TriesTheNextAddressWhereOneIsSilent) {
+    ScriptedPeer peer({});
+    // A server whose queue is full takes nobody and refuses nobody.
+    const Descriptor silent(::socket(AF_INET, SOCK_STREAM, 0));
+    auto address = loopback(peer.port()), none = address, there = address;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    none.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 2);
+    ASSERT_EQ(::bind(silent.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(silent.get(), 0), 0);
+    std::vector<Descriptor> waiting;
+    for (int i = 0; i < 3; ++i) {
+        waiting.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+        ::connect(waiting.back().get(), reinterpret_cast<sockaddr*>(&address), sizeof address);
+    }
+    const auto outcome = [&](std::vector<sockaddr_in*> addresses) -> std::string {
+        std::vector<addrinfo> list(addresses.size());
+        for (std::size_t i = 0; i < list.size(); ++i) {
+            list[i].ai_family = AF_INET;
+            list[i].ai_addr = reinterpret_cast<sockaddr*>(addresses[i]);
+            list[i].ai_addrlen = sizeof(sockaddr_in);
+            list[i].ai_next = i + 1 < list.size() ? &list[i + 1] : nullptr;
+        }
+        const auto connection = SocketConnection::make();
+        connection->setTimeout(50ms);
+        int error = 0;
+        const auto thrown = reasonOf([&] { error = connection->connectToOneOf(list.front(), peer.port()); });
+        return thrown.empty() ? std::to_string(error) : thrown;
+    };
+    EXPECT_EQ(outcome({&address, &none, &there}), "0");
+    EXPECT_EQ(outcome({&address, &none}), std::to_string(ETIMEDOUT));
+    EXPECT_EQ(outcome({&none, &address}), "SocketTimeoutException: The peer has been silent for 0.05 seconds.");
 }
 
 TEST(Socket, NeverWaitsLongerThanItMay) {

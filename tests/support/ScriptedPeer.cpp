@@ -1,6 +1,5 @@
 #include "tests/support/ScriptedPeer.h"
 
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <signal.h>
@@ -16,11 +15,24 @@ namespace {
 
 constexpr int kPatience = 30'000;  // milliseconds; machines are busy at times
 
-Descriptor listenOnFreePort(std::uint16_t& port) {
-    Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+bool isAsExpected(std::string_view line, std::string_view expected) {
+    if (!expected.ends_with('*')) return line == expected;
+    return line.starts_with(expected.substr(0, expected.size() - 1));
+}
+
+}  // namespace
+
+sockaddr_in loopback(std::uint16_t port) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+Descriptor listenOnFreePort(std::uint16_t& port) {
+    Descriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    auto address = loopback(0);
     auto* const plain = reinterpret_cast<sockaddr*>(&address);
     socklen_t size = sizeof address;
     if (::bind(listener.get(), plain, size) != 0 || ::listen(listener.get(), 16) != 0 ||
@@ -29,13 +41,6 @@ Descriptor listenOnFreePort(std::uint16_t& port) {
     port = ntohs(address.sin_port);
     return listener;
 }
-
-bool isAsExpected(std::string_view line, std::string_view expected) {
-    if (!expected.ends_with('*')) return line == expected;
-    return line.starts_with(expected.substr(0, expected.size() - 1));
-}
-
-}  // namespace
 
 ScriptedPeer::ScriptedPeer(std::vector<std::string> script, Pace pace, TestIdentity identity)
     : _script(std::move(script)),

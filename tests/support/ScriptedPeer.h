@@ -1,4 +1,6 @@
 #pragma once
+#include <netinet/in.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -13,6 +15,11 @@
 #include "tests/support/TestAuthority.h"
 
 namespace lorvale::testing {
+
+/// A port of this machine.
+sockaddr_in loopback(std::uint16_t port);
+/// On a port of this machine that nobody else uses.  Throws std::runtime_error without one.
+Descriptor listenOnFreePort(std::uint16_t& port);
 
 /// A server on a free port of this machine that plays a conversation.  Each line of the script is a step:
 ///
