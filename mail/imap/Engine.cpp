@@ -213,16 +213,22 @@ IMAPEngine::Result IMAPEngine::readLine() {
 }
 
 IMAPEngine::Result IMAPEngine::receiveOrNote(const Response& response) {
+    bool isTaken = false;
     try {
-        if ((*_receiver)(response.parsed.key, response.whole.subdata(*response.parsed.text)))
-            return Result::other;
+        isTaken = (*_receiver)(response.parsed.key, response.whole.subdata(*response.parsed.text));
     } catch (...) {
         lose("What a message was for has thrown an exception.");
         throw;
     }
+    if (isTaken && _expected > 0) {
+        --_expected;
+        return Result::other;
+    }
     try {
         const MutexLock lock(_lock);
-        return note(response);
+        if (!isTaken) return note(response);
+        count(response.whole.size());
+        return Result::other;
     } catch (const std::exception& exception) {
         lose(exception.what());
         return Result::bad;
@@ -327,7 +333,7 @@ IMAPEngine::Answer IMAPEngine::ask(std::string_view word, std::span<const Comman
 }
 
 IMAPEngine::Answer IMAPEngine::receive(std::string_view word, std::span<const CommandArgument> arguments,
-                                       const Receiver& receiver) {
+                                       std::size_t expected, const Receiver& receiver) {
     struct Receiving {
         const Receiver*& place;
         Receiving(const Receiver*& where, const Receiver& what) : place(where) { place = &what; }
@@ -335,6 +341,7 @@ IMAPEngine::Answer IMAPEngine::receive(std::string_view word, std::span<const Co
         Receiving(const Receiving&) = delete;
         Receiving& operator=(const Receiving&) = delete;
     } const receiving(_receiver, receiver);
+    _expected = expected;
     return ask(word, arguments);
 }
 

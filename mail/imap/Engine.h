@@ -82,8 +82,10 @@ public:
     /// ask(), then `look` at the answer, then didFinishCommand().
     Answer run(std::string_view word, std::span<const CommandArgument> arguments,
                const std::function<void(const Answer&)>& look = {});
-    /// ask(), during which what comes for messages goes to `receiver` first, as it comes.
-    Answer receive(std::string_view word, std::span<const CommandArgument> arguments, const Receiver& receiver);
+    /// ask(), during which what comes for messages goes to `receiver` first, as it comes.  What it takes beyond
+    /// `expected` answers counts as what nobody asked for, so that a server that goes on for ever is left.
+    Answer receive(std::string_view word, std::span<const CommandArgument> arguments, std::size_t expected,
+                   const Receiver& receiver);
     /// Hands what is left of the untagged data to the delegate.
     void didFinishCommand(std::string_view word);
     /// Waits until there is something to read, the end included.  False when nothing has come, or when wake()
@@ -137,7 +139,9 @@ private:
     std::size_t _waitingBytes LORVALE_GUARDED_BY(_lock) = 0;  // of these two, roughly
     std::size_t _waitingLimit LORVALE_GUARDED_BY(_lock) = ResponseReader::kResponseLimit;
 
-    const Receiver* _receiver = nullptr;  // of the command under way; belongs to the thread of the exchange
+    // Of the command under way; they belong to the thread of the exchange.
+    const Receiver* _receiver = nullptr;
+    std::size_t _expected = 0;  // answers that are still to come for it
 };
 
 }  // namespace lorvale

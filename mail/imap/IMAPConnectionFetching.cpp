@@ -11,6 +11,7 @@
 #include "mail/imap/Engine.h"
 #include "mail/imap/FetchParsing.h"
 #include "mail/imap/MessageSets.h"
+#include "mail/imap/StoreNames.h"
 
 namespace lorvale {
 
@@ -31,6 +32,11 @@ private:
     std::vector<std::uint32_t> _numbers;
     const std::optional<std::uint32_t> _allFrom;
 };
+
+/// How many messages a set can name at most.
+std::size_t countOf(const IMAPMessageSet& set) {
+    return set.numbers.size() + (set.allFrom ? kMostMessages : 0);
+}
 
 std::vector<std::string> textsOf(const IMAPMessageSet& set) {
     auto texts = setsOf(set.numbers, MailDialect::standard);
@@ -96,7 +102,7 @@ bool IMAPConnection::receiveFetched(const IMAPMessageSet& messages, std::string_
     for (const auto& set : textsOf(messages)) {
         std::vector<CommandArgument> arguments = {set, items};
         if (!modifier.empty()) arguments.emplace_back(modifier);
-        isOK = isOK && _engine->receive(numbered("FETCH"), arguments, receive).isOK();
+        isOK = isOK && _engine->receive(numbered("FETCH"), arguments, countOf(messages), receive).isOK();
     }
     _engine->didFinishCommand("FETCH");
     return isOK;

@@ -40,6 +40,45 @@ TEST(ImapFetching, HandsOverEachAnswerAsItComes) {
     EXPECT_FALSE(c.connection->fetchEach(Numbers(), "FLAGS", [](const auto&) { FAIL(); }));
 }
 
+/// Greets, and then says the same for ever.
+class EndlessTransport final : public SocketTransport {
+public:
+    explicit EndlessTransport(std::string line) : _line(std::move(line)) {}
+    std::size_t readSome(std::span<std::uint8_t> into) override {
+        const auto& text = std::exchange(_hasGreeted, true) ? _line : _greeting;
+        return static_cast<std::size_t>(std::ranges::copy(text.substr(0, into.size()), into.begin()).out -
+                                        into.begin());
+    }
+    std::size_t writeSome(std::span<const std::string_view> pieces) override {
+        std::size_t size = 0;
+        for (const auto piece : pieces) size += piece.size();
+        return size;
+    }
+    std::size_t pending() const override { return 1; }
+    void close() noexcept override {}
+
+private:
+    const std::string _line, _greeting = "* OK hi\r\n";
+    bool _hasGreeted = false;
+};
+
+TEST(ImapFetching, LeavesAServerThatAnswersForEver) {
+    constexpr std::size_t kLimit = 100'000;
+    for (const auto* line :
+         {"* 1 FETCH (BODY[] \"x\")\r\n", "* 9 FETCH (BODY[] \"x\")\r\n", "* 1 EXISTS\r\n", "\r\n"}) {
+        SCOPED_TRACE(line);
+        const testing::LogCapture log;
+        const auto connection = IMAPConnection::imapConnection(kStandard);
+        connection->setLimits(kLimit, kLimit);
+        ASSERT_TRUE(connection->connectOverSocket(
+            std::make_unique<KTSocket>(std::make_unique<EndlessTransport>(line)), "here"));
+        std::size_t taken = 0;
+        EXPECT_FALSE(connection->fetchEach({1, 2}, "BODY.PEEK[]", [&](const auto&) { ++taken; }));
+        EXPECT_LT(taken, kLimit / 100);
+        EXPECT_EQ(connection->connectionState(), IMAPConnection::State::notConnected);
+    }
+}
+
 TEST(ImapFetching, AsksForWhatHasChanged) {
     ImapConversation c(
         kStandard,
