@@ -320,9 +320,9 @@ void IMAPEngine::forget(std::uint32_t tag) {
     _commandResponses.erase(std::to_string(tag));
 }
 
-void IMAPEngine::finish(std::uint32_t tag, std::string_view word) {
+void IMAPEngine::finish(std::uint32_t tag) {
     forget(tag);
-    didFinishCommand(word);
+    didFinishCommand();
 }
 
 IMAPEngine::Answer IMAPEngine::ask(std::string_view word, std::span<const CommandArgument> arguments) {
@@ -358,11 +358,11 @@ IMAPEngine::Answer IMAPEngine::run(std::string_view word, std::span<const Comman
                                    const std::function<void(const Answer&)>& look) {
     auto found = ask(word, arguments);
     if (look) look(found);
-    didFinishCommand(word);
+    didFinishCommand();
     return found;
 }
 
-void IMAPEngine::didFinishCommand(std::string_view) {
+void IMAPEngine::didFinishCommand() {
     Untagged left;
     {
         const MutexLock lock(_lock);

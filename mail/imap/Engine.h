@@ -76,7 +76,7 @@ public:
     /// What a command that was waited for was answered.
     Answer answer(std::uint32_t tag, Result result) const;
     /// Ends a command that was sent: forgets its answer, then didFinishCommand().
-    void finish(std::uint32_t tag, std::string_view word);
+    void finish(std::uint32_t tag);
     /// send() and wait(), without an end.
     Answer ask(std::string_view word, std::span<const CommandArgument> arguments);
     /// ask(), then `look` at the answer, then didFinishCommand().
@@ -87,7 +87,7 @@ public:
     Answer receive(std::string_view word, std::span<const CommandArgument> arguments, std::size_t expected,
                    const Receiver& receiver);
     /// Hands what is left of the untagged data to the delegate.
-    void didFinishCommand(std::string_view word);
+    void didFinishCommand();
     /// Waits until there is something to read, the end included.  False when nothing has come, or when wake()
     /// was called, now or before.
     bool waitForInput(std::chrono::milliseconds atMost);

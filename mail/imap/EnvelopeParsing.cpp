@@ -1,7 +1,6 @@
 /// The headers of a listing, from an envelope or from a few lines of the header itself.
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 #include "base/text/Ascii.h"
 #include "base/text/Cursor.h"
@@ -12,6 +11,7 @@
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/MimeHeaderEncoding.h"
+#include "mail/imap/Digits.h"
 #include "mail/imap/FetchParsing.h"
 #include "mail/imap/ListParsing.h"
 #include "mail/model/HeaderDecoding.h"
@@ -111,21 +111,14 @@ CachedHeaders headersOfBlock(std::string_view block, MailDialect dialect) {
     return headers;
 }
 
-std::optional<std::uint32_t> takeNumber(Cursor& cursor) {
-    cursor.takeWhile(isAsciiWhite);
-    const auto digits = cursor.takeWhile(isAsciiDigit);
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    return digits.empty() || error != std::errc() ? std::nullopt : std::optional(number);
-}
-
 /// Size first, then the one literal, of which only the line that announces it is looked at: the header ends by
 /// its empty line.
 std::optional<IMAPConnection::CacheInfo> classicCacheInfo(std::string_view text) {
     Cursor cursor(text);
     cursor.takeUntil(IMAPDataRFC822Size);
     if (!cursor.skip(IMAPDataRFC822Size)) return std::nullopt;
-    const auto size = takeNumber(cursor);
+    cursor.takeWhile(isAsciiWhite);
+    const auto size = takeWholeNumber(cursor);
     cursor.takeUntil("\r\n");
     if (!size || !cursor.skip("\r\n")) return std::nullopt;
     return IMAPConnection::CacheInfo{*size, headersOfBlock(cursor.rest(), MailDialect::classic)};

@@ -1,7 +1,6 @@
 #include "mail/imap/FetchParsing.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 
 #include "base/text/Ascii.h"
@@ -9,6 +8,7 @@
 #include "base/text/DataUtils.h"
 #include "lorvale/imap/words.h"
 #include "lorvale/values/text.h"
+#include "mail/imap/Digits.h"
 #include "mail/imap/ListParsing.h"
 
 namespace lorvale {
@@ -119,10 +119,8 @@ std::optional<std::string> parseRFC822Response(ResponseTexts texts) {
     cursor.takeUntil(IMAPDataRFC822Size);
     if (!cursor.skip(IMAPDataRFC822Size)) return std::nullopt;
     cursor.takeWhile(isAsciiWhite);
-    const auto digits = cursor.takeWhile(isAsciiDigit);
-    std::size_t size = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), size);
-    if (digits.empty() || error != std::errc()) return std::nullopt;
+    const auto size = takeWholeNumber<std::size_t>(cursor);
+    if (!size) return std::nullopt;
     cursor.takeWhile(isAsciiWhite);
     if (!cursor.skipIgnoringCase(IMAPDataRFC822)) {
         cursor.takeUntil(IMAPDataBody);
@@ -130,7 +128,7 @@ std::optional<std::string> parseRFC822Response(ResponseTexts texts) {
         cursor.skip("[]");
     }
     cursor.advance();
-    return withNewlines(cursor.take(size));
+    return withNewlines(cursor.take(*size));
 }
 
 std::string withNewlines(std::string_view text) {

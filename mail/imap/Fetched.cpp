@@ -1,8 +1,7 @@
 #include "lorvale/imap/fetched.h"
 
-#include <charconv>
-
 #include "lorvale/imap/words.h"
+#include "mail/imap/Digits.h"
 #include "mail/imap/FetchParsing.h"
 
 namespace lorvale {
@@ -24,11 +23,7 @@ std::optional<std::uint32_t> IMAPFetched::size() const {
 std::optional<std::uint64_t> IMAPFetched::modSequence() const {
     const auto* const found = item("MODSEQ");
     if (found == nullptr || found->list().size() != 1) return std::nullopt;
-    const auto digits = found->list().front().text();
-    std::uint64_t value = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    const bool isNumber = error == std::errc() && end == digits.data() + digits.size();
-    return isNumber ? std::optional(value) : std::nullopt;
+    return wholeNumber<std::uint64_t>(found->list().front().text());
 }
 
 std::optional<std::vector<std::string_view>> IMAPFetched::flags() const {

@@ -186,8 +186,8 @@ IMAPConnection::Untagged IMAPConnection::untaggedResponses() const {
     return _engine->untagged();
 }
 
-void IMAPConnection::didFinishCommand(std::string_view command) {
-    _engine->didFinishCommand(command);
+void IMAPConnection::didFinishCommand(std::string_view) {
+    _engine->didFinishCommand();
 }
 
 std::vector<std::string> IMAPConnection::capabilities() {
@@ -296,7 +296,7 @@ bool IMAPConnection::finishLogin(std::uint32_t tag, std::string_view command, st
     _engine->setStateIfConnected(answer.isOK() ? State::loggedIn : State::connected);
     if (!answer.isOK() && errorString != nullptr) fillCommandFailure(*errorString, command, answer);
     learnCapabilities(answer.text);
-    _engine->finish(tag, command);
+    _engine->finish(tag);
     if (answer.isOK()) acceptUTF8();
     return answer.isOK();
 }

@@ -180,7 +180,7 @@ bool IMAPConnection::appendData(std::string_view data, std::string_view toMailbo
         }
     }
     if (done && places != nullptr) learnPlaces(*places, _engine->answer(tag, Result::ok).text.value_or(""), 1);
-    _engine->finish(tag, "APPEND");
+    _engine->finish(tag);
     return done;
 }
 

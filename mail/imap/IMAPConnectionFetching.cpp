@@ -1,13 +1,13 @@
 /// What is fetched of messages.  In the classic dialect answers wait under the numbers of their messages until
 /// the command is done; in the standard one each is looked at as it comes.
 #include <algorithm>
-#include <charconv>
 #include <unordered_map>
 
 #include "lorvale/imap/connection.h"
 #include "lorvale/imap/words.h"
 #include "lorvale/platform/log.h"
 #include "mail/imap/AskedItems.h"
+#include "mail/imap/Digits.h"
 #include "mail/imap/Engine.h"
 #include "mail/imap/FetchParsing.h"
 #include "mail/imap/MessageSets.h"
@@ -44,12 +44,6 @@ std::vector<std::string> textsOf(const IMAPMessageSet& set) {
     return texts;
 }
 
-std::optional<std::uint32_t> numberOf(std::string_view key) {
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), number);
-    return error == std::errc() && end == key.data() + key.size() ? std::optional(number) : std::nullopt;
-}
-
 }  // namespace
 
 void IMAPConnection::setNumbersAreUIDs(bool uids) {
@@ -68,7 +62,7 @@ IMAPConnection::Fetched<Value> IMAPConnection::_processFetchCommand(const Number
     const CommandArgument arguments[] = {messageSet(numbers, dialect()), item};
     Fetched<Value> found;
     if (_engine->ask("FETCH", arguments).isOK()) takeFetched(numbers, processResults, found.emplace());
-    _engine->didFinishCommand("FETCH");
+    _engine->didFinishCommand();
     return found;
 }
 
@@ -91,7 +85,7 @@ bool IMAPConnection::receiveFetched(const IMAPMessageSet& messages, std::string_
     const AskedItems asked(items);
     const Members members(messages);
     const auto receive = [&](std::string_view key, const Data& text) {
-        const auto number = numberOf(key);
+        const auto number = numberIn(key);
         auto list = parseRawFetchResponse(text, MailDialect::standard);
         if (!number || !list || !asked.areIn(list->list())) return false;
         const IMAPFetched message(*number, *std::move(list));
@@ -104,7 +98,7 @@ bool IMAPConnection::receiveFetched(const IMAPMessageSet& messages, std::string_
         if (!modifier.empty()) arguments.emplace_back(modifier);
         isOK = isOK && _engine->receive(numbered("FETCH"), arguments, countOf(messages), receive).isOK();
     }
-    _engine->didFinishCommand("FETCH");
+    _engine->didFinishCommand();
     return isOK;
 }
 

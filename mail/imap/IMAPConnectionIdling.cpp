@@ -41,7 +41,7 @@ IMAPConnection::IdleEnd IMAPConnection::idle(std::chrono::milliseconds atMost) {
         why = idleUntil(end, tag);
         if (_engine->isWaitedFor(tag) && _engine->write({"DONE\r\n"})) (void)_engine->wait(tag);
     }
-    _engine->finish(tag, "IDLE");
+    _engine->finish(tag);
     return connectionState() == State::notConnected ? IdleEnd::refused : why;
 }
 

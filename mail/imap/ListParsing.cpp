@@ -1,12 +1,12 @@
 #include "mail/imap/ListParsing.h"
 
 #include <algorithm>
-#include <charconv>
 #include <limits>
 #include <string>
 
 #include "base/text/Ascii.h"
 #include "base/text/Cursor.h"
+#include "mail/imap/Digits.h"
 
 namespace lorvale {
 
@@ -93,13 +93,10 @@ private:
     std::optional<IMAPValue> literal() {
         auto ahead = _cursor;
         ahead.advance();
-        const auto digits = ahead.takeWhile(isAsciiDigit, 20);
+        const auto length = wholeNumber<std::size_t>(ahead.takeWhile(isAsciiDigit, 20));
         ahead.skip('+');  // no server sends it; one that does means the same
-        std::size_t length = 0;
-        const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
-        if (digits.empty() || error != std::errc() || !ahead.skip("}\r\n") || ahead.rest().size() < length)
-            return std::nullopt;
-        const auto text = ahead.take(length);
+        if (!length || !ahead.skip("}\r\n") || ahead.rest().size() < *length) return std::nullopt;
+        const auto text = ahead.take(*length);
         _cursor = ahead;
         return IMAPValue(_text.subdata(text));
     }
@@ -166,11 +163,7 @@ BracketValue responseValue(std::string_view response, MailDialect dialect) {
 }
 
 std::optional<std::uint32_t> IMAPValue::number() const {
-    const auto digits = text();
-    std::uint32_t value = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-    if (digits.empty() || error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
-    return value;
+    return wholeNumber(text());
 }
 
 std::vector<std::string_view> IMAPValue::texts() const {

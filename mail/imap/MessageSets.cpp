@@ -1,11 +1,9 @@
 #include "mail/imap/MessageSets.h"
 
 #include <algorithm>
-#include <charconv>
-#include <optional>
 
-#include "base/text/Ascii.h"
 #include "base/text/Cursor.h"
+#include "mail/imap/Digits.h"
 
 namespace lorvale {
 
@@ -50,13 +48,6 @@ std::string textOf(const Run& run) {
     return run.first == run.last ? first : first + ':' + std::to_string(run.last);
 }
 
-std::optional<std::uint32_t> takeNumber(Cursor& cursor) {
-    const auto digits = cursor.takeWhile(isAsciiDigit);
-    std::uint32_t number = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    return digits.empty() || error != std::errc() ? std::nullopt : std::optional(number);
-}
-
 }  // namespace
 
 std::string messageSet(std::span<const std::uint32_t> numbers, MailDialect dialect) {
@@ -88,9 +79,9 @@ std::vector<std::uint32_t> numbersOfSet(std::string_view set, std::size_t most) 
     std::vector<std::uint32_t> numbers;
     Cursor cursor(set);
     do {
-        const auto first = takeNumber(cursor);
+        const auto first = takeWholeNumber(cursor);
         if (!first) break;
-        const auto last = cursor.skip(':') ? takeNumber(cursor) : first;
+        const auto last = cursor.skip(':') ? takeWholeNumber(cursor) : first;
         if (!last || most - numbers.size() <= std::max(*first, *last) - std::min(*first, *last)) break;
         // The smaller one may stand behind: "5:3" is "3:5".
         for (std::uint64_t n = std::min(*first, *last); n <= std::max(*first, *last); ++n)

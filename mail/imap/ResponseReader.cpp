@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <limits>
 
 #include "base/text/Ascii.h"
 #include "base/text/Cursor.h"
@@ -10,6 +10,7 @@
 #include "lorvale/platform/log.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
+#include "mail/imap/Digits.h"
 
 namespace lorvale {
 
@@ -50,9 +51,7 @@ std::optional<std::size_t> ResponseReader::announced(std::size_t lineStart) {
     if (brace == std::string_view::npos) return std::nullopt;
     const auto digits = line.substr(brace + 1, line.size() - brace - 4);
     if (digits.empty() || !std::ranges::all_of(digits, isAsciiDigit)) return std::nullopt;
-    std::size_t length = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), length);
-    return error == std::errc() ? length : _limit + 1;
+    return wholeNumber<std::size_t>(digits).value_or(std::numeric_limits<std::size_t>::max());
 }
 
 /// The brace may stand in an earlier line or in a literal, and what follows it need be no number: the next line
