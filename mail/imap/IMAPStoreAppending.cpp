@@ -1,6 +1,7 @@
 /// Messages on their way to the server, and the queue of those that cannot go there now.
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <utility>
 
 #include "base/files/FileSystem.h"
@@ -93,9 +94,11 @@ bool IMAPStore::writeQueue(const std::vector<Data>& queue) {
     return static_cast<bool>(saved);
 }
 
-bool IMAPStore::addToQueue(const Data& message) {
+bool IMAPStore::addToQueue(std::vector<Data> messages) {
+    if (messages.empty()) return true;
+    const ServerTurn turn(*_lock);
     auto queue = readQueue();
-    queue.push_back(message);
+    std::ranges::move(messages, std::back_inserter(queue));
     return writeQueue(queue);
 }
 
@@ -117,34 +120,47 @@ bool IMAPStore::appendMessages(const MessageList& messages) {
 
 bool IMAPStore::appendWithFlags(const MessageList& messages, const std::vector<std::string>& flags) {
     bool isAllTaken = true, isLastTaken = true;
+    std::vector<Data> queued;
     int count = 0;
     for (const auto& message : messages) {
-        ++count;
-        const auto show = [&, source = message->messageStore()](std::string_view format) {
-            const auto text = formatText(format, count, messages.size());
-            if (source) userAgentOrAbsent().displayStatus(text, source.get());
-            showStatus(text);
+        const auto status = [&, number = ++count](std::string_view format) {
+            return formatText(format, number, messages.size());
         };
-        const auto bytes = bytesToAppend(*message);
-        const ServerTurn turn(*_lock);
-        if (!bytes) {
-            log("A message for %@ cannot be read", _mailboxName);
-            isLastTaken = false;
-        } else if (_connection->connectionState() == IMAPConnection::State::mailboxSelected) {
-            show("Transferring %d of %d messages...");
-            isLastTaken = _connection->appendData(bytes->view(), _mailboxName, flags);
-        } else {
-            show("Queuing %d of %d to be transferred later...");
-            isLastTaken = addToQueue(*bytes);
-        }
+        isLastTaken = appendOrQueue(*message, flags, status, queued);
         isAllTaken = isAllTaken && isLastTaken;
-        if (const auto source = message->messageStore()) userAgentOrAbsent().displayStatus("", source.get());
     }
+    if (!addToQueue(std::move(queued))) isAllTaken = isLastTaken = false;
     showStatus("");
     const ServerTurn turn(*_lock);
     if (_connection->connectionState() == IMAPConnection::State::mailboxSelected) _connection->noop();
     // The answer of the classic dialect is about the last message, whatever became of the others.
     return isStandard() ? isAllTaken : isLastTaken;
+}
+
+/// False when it can neither go up nor wait.
+bool IMAPStore::appendOrQueue(Message& message, const std::vector<std::string>& flags, const StatusText& status,
+                              std::vector<Data>& queued) {
+    const auto source = message.messageStore();
+    const auto show = [&](std::string_view text) {
+        if (source) userAgentOrAbsent().displayStatus(text, source.get());
+        showStatus(text);
+    };
+    const auto bytes = bytesToAppend(message);
+    if (!bytes) {
+        log("A message for %@ cannot be read", _mailboxName);
+        return false;
+    }
+    bool isTaken = true;
+    const ServerTurn turn(*_lock);
+    if (_connection->connectionState() == IMAPConnection::State::mailboxSelected) {
+        show(status("Transferring %d of %d messages..."));
+        isTaken = _connection->appendData(bytes->view(), _mailboxName, flags);
+    } else {
+        show(status("Queuing %d of %d to be transferred later..."));
+        queued.push_back(*bytes);
+    }
+    if (source) userAgentOrAbsent().displayStatus("", source.get());
+    return isTaken;
 }
 
 bool IMAPStore::syncAppendMessages(const MessageList& messages, bool setUnread) {
@@ -168,6 +184,9 @@ void IMAPStore::_processPendedAppendData() {
                               i + 1, queue.size()));
         if (!_connection->appendData(queue[i].view(), _mailboxName, {{std::string(IMAPFlagSeen)}}))
             refused.push_back(queue[i]);
+        if (_connection->connectionState() != IMAPConnection::State::notConnected) continue;
+        refused.insert(refused.end(), queue.begin() + static_cast<std::ptrdiff_t>(i + 1), queue.end());
+        break;
     }
     if (isStandard() && !refused.empty()) {
         if (refused.size() != queue.size()) (void)writeQueue(refused);

@@ -188,10 +188,13 @@ private:
     std::string pathOf(std::string_view name) const;
 
     // The queue.
+    using StatusText = std::function<std::string(std::string_view format)>;
     bool appendWithFlags(const MessageList& messages, const std::vector<std::string>& flags);
+    bool appendOrQueue(Message& message, const std::vector<std::string>& flags, const StatusText& status,
+                       std::vector<Data>& queued);
     std::vector<Data> readQueue();
     bool writeQueue(const std::vector<Data>& queue);
-    bool addToQueue(const Data& message);
+    bool addToQueue(std::vector<Data> messages);
 
     void readArchive();
     void writeArchive();
