@@ -164,7 +164,11 @@ void IMAPStore::writeArchive() {
                                .unread = now.unread.value_or(MessageList()),
                                .totalSize = now.allSize,
                                .deletedSize = now.deletedSize};
-    const auto saved = writeFileAtomically(pathOf(kArchiveName), bytesOf(archive), kMirrorFileMode);
+    const auto file = pathOf(kArchiveName);
+    const auto bytes = bytesOf(archive);
+    // Where nothing has changed, the disk need not be waited for.
+    if (const auto before = FileSystem::current().readFile(file); before && before->view() == bytes) return;
+    const auto saved = writeFileAtomically(file, bytes, kMirrorFileMode);
     if (!saved) log("%@", saved.text());
 }
 
@@ -223,7 +227,8 @@ bool IMAPStore::openMailboxNow() {
     const std::string_view items[] = {IMAPResponseMessages, IMAPResponseUnseen, IMAPResponseUIDNext,
                                       IMAPResponseUIDValidity};
     const auto status = _connection->status(_mailboxName, items);
-    if (!status) return _connected = true;
+    // A server that tells nothing of the mailbox is there all the same; one that has gone is not.
+    if (!status) return _connected = _connection->connectionState() != IMAPConnection::State::notConnected;
     takeStatus(*status);
     showStatus(formatText("Opening mailbox %@...", _mailboxName));
     std::string error;
