@@ -102,11 +102,15 @@ TEST_F(Tls, RefusesACertificateItCannotTrust) {
 TEST_F(Tls, EndsWithAServerThatDoesNotPlayAlong) {
     const struct {
         std::vector<std::string> script;
-        std::string says;
+        ::testing::Matcher<const char*> says;
     } rows[] = {
-        {{"s: 500 what?\r\n and more text", "W"}, "TLSException: mail.example has sent text before"},
-        {{"s: 22", "s: 0 y\r\n", "X"}, "TLSException: The secured connection to mail.example "},
-        {{"s: 220 y\r\n", "W"}, "SocketTimeoutException: "},
+        {{"s: 500 what?\r\n and more text", "W"},
+         StartsWith("TLSException: mail.example has sent text before")},
+        // Who hangs up on bytes that it has not read resets the connection, now and then before they are sent.
+        {{"s: 22", "s: 0 y\r\n", "X"},
+         AnyOf(StartsWith("TLSException: The secured connection to mail.example "),
+               EndsWith(": Connection reset by peer"))},
+        {{"s: 220 y\r\n", "W"}, StartsWith("SocketTimeoutException: ")},
     };
     for (const auto& row : rows) {
         ScriptedPeer peer(row.script);
@@ -116,11 +120,9 @@ TEST_F(Tls, EndsWithAServerThatDoesNotPlayAlong) {
         EXPECT_TRUE(socket->readLine(line));
         try {
             startTLS(*socket, "mail.example", settings());
-            ADD_FAILURE() << row.says;
+            ADD_FAILURE() << row.script.front();
         } catch (const NamedException& exception) {
-            // Who hangs up on bytes that it has not read resets the connection, now and then before they are
-            // sent.
-            EXPECT_THAT(exception.what(), AnyOf(StartsWith(row.says), EndsWith(": Connection reset by peer")));
+            EXPECT_THAT(exception.what(), row.says);
         }
     }
     ScriptedPeer plain({"s: garbage in place of a handshake\r\n", "W"});
