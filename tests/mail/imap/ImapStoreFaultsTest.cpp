@@ -2,11 +2,14 @@
 
 #include <gmock/gmock.h>
 
-#include "lorvale/imap.h"
+#include "lorvale/body.h"
 #include "lorvale/message.h"
-#include "lorvale/platform/run_loop.h"
+#include "lorvale/platform/user_defaults.h"
+#include "lorvale/values/attributed_text.h"
+#include "lorvale/values/text.h"
 #include "mail/imap/MirrorFiles.h"
 #include "mail/imap/StoreArchive.h"
+#include "tests/mail/imap/ImapStoreSupport.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/ScriptedPeer.h"
@@ -15,21 +18,10 @@
 namespace lorvale {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::AnyOf;
 using ::testing::HasSubstr;
-
-struct Account : IMAPStoreAccount {
-    std::string path() const override { return "/"; }
-    std::optional<std::string> hostname() const override { return "127.0.0.1"; }
-    std::optional<std::string> username() const override { return "anna"; }
-    std::optional<std::string> password(bool) override { return "secret"; }
-    bool isOffline() const override { return port == 0; }
-    void prepareConnection(IMAPConnection& connection) const override {
-        connection.setPort(port);
-        connection.setTimeout(std::chrono::seconds(5));
-    }
-    std::uint16_t port = 0;
-};
+using ::testing::Not;
 
 std::string letter(int number) {
     return "Subject: Letter " + std::to_string(number) + "\n\nText\n";
@@ -38,7 +30,10 @@ std::string letter(int number) {
 /// A mailbox with the messages 1 and 2, as an earlier program left it.
 class ImapStoreFaults : public ::testing::Test {
 protected:
-    void SetUp() override { setMailDialect(MailDialect::standard); }
+    void SetUp() override {
+        setMailDialect(MailDialect::standard);
+        account->patience = std::chrono::seconds(5);
+    }
     void TearDown() override { setMailDialect(MailDialect::classic); }
     static std::string place(const testing::TemporaryFolder& folder) { return (folder / "box.imap").string(); }
     static void fill(const std::string& place) {
@@ -66,7 +61,7 @@ protected:
         return subjects;
     }
 
-    const std::shared_ptr<Account> account = std::make_shared<Account>();
+    const std::shared_ptr<testing::ImapUser> account = std::make_shared<testing::ImapUser>();
     const testing::LogCapture log;
 };
 
@@ -129,6 +124,36 @@ TEST_F(ImapStoreFaults, MirrorATextWholeOrNotAtAll) {
     EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
+TEST_F(ImapStoreFaults, SendUpNoReferenceToADirectoryOfThisMachine) {
+    TarnMailBody::setTarCommand("/bin/tar");
+    const testing::TemporaryFolder folder;
+    const auto store = open(place(folder));
+    for (const auto* converts : {"NO", "YES"}) {
+        UserDefaults::standard().setArgument("ConvertTarnMailToMIME", converts);
+        const auto message =
+            Message::messageWithData(Data::ofStatic("Subject: a drawing\nTarn-Reference: here.attach\n\n\n"));
+        const auto body = std::make_shared<TarnMailBody>();
+        message->setMessageBody(body);
+        body->setMessage(message);
+        TextAttributes bold;
+        bold.font = Font{.family = "Times", .bold = true};
+        body->setDecodedBody(AttributedText("very bold", bold));
+        EXPECT_TRUE(store->appendMessages(MessageList{message}));
+        EXPECT_TRUE(message->headers()->objectsForKey("tarn-reference").has_value())
+            << "the message itself stays as it is";
+    }
+    UserDefaults::standard().removeArguments();
+    const auto waiting = store->pendingAppends();
+    ASSERT_EQ(waiting.size(), 2u);
+    const auto packed = asciiLowered(waiting[0]->messageData()->view()),
+               converted = asciiLowered(waiting[1]->messageData()->view());
+    EXPECT_THAT(packed, AllOf(HasSubstr("\r\ntarn-attachment: .tar."), HasSubstr("\r\nbegin 600 .tar.")));
+    EXPECT_THAT(converted, AllOf(HasSubstr("subject: a drawing\r\n"), HasSubstr("mime-version: 1.0\r\n"),
+                                 HasSubstr("very bold"), Not(HasSubstr("tarn-attachment"))));
+    for (const auto& text : {packed, converted}) EXPECT_THAT(text, Not(HasSubstr("tarn-reference")));
+    store->close();
+}
+
 TEST_F(ImapStoreFaults, SetAsideWhatCannotBeRead) {
     const testing::TemporaryFolder folder;
     const auto at = place(folder);
@@ -188,9 +213,7 @@ TEST_F(ImapStoreFaults, BelieveNoServerThatMixesMessagesUp) {
         account->port = peer.port();
         const testing::TemporaryFolder folder;
         const auto store = open(place(folder));
-        store->waitUntilSynchronized();
-        RunLoop::current()->runFor(std::chrono::milliseconds(5));
-        store->waitUntilSynchronized();
+        testing::settle(*store);
         ASSERT_EQ(store->totalCount(), row.listed) << peer.firstSurprise();
         std::uint32_t uid = 11;
         for (const auto& message : store->allMessages())

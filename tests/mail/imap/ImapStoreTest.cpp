@@ -6,11 +6,9 @@
 #include <chrono>
 #include <random>
 
-#include "lorvale/imap.h"
-#include "lorvale/platform/run_loop.h"
+#include "tests/mail/imap/ImapStoreSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/MailServer.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
@@ -19,6 +17,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using testing::settle;
 
 constexpr auto kClassic = MailDialect::classic, kStandard = MailDialect::standard;
 
@@ -27,22 +26,6 @@ std::string letter(int number) {
         "From: a%d@x.example\nDate: Fri, 23 Aug 2002 11:04:%02d +0200\nSubject: Letter %d\n\nText of %d\n",
         number, number % 60, number, number);
 }
-
-struct Account : IMAPStoreAccount {
-    std::string path() const override { return "/"; }
-    std::string displayName() const override { return "test"; }
-    std::optional<std::string> hostname() const override { return "127.0.0.1"; }
-    std::optional<std::string> username() const override { return user; }
-    std::optional<std::string> password(bool) override { return "secret"; }
-    IMAPCachePolicy cachePolicy() const override { return policy; }
-    void prepareConnection(IMAPConnection& connection) const override {
-        connection.setPort(port);
-        connection.setTimeout(std::chrono::seconds(20));
-    }
-    std::string user;
-    std::uint16_t port = 0;
-    IMAPCachePolicy policy = IMAPCachePolicy::allMessages;
-};
 
 class ImapStoreThreads : public ::testing::Test {
 protected:
@@ -55,7 +38,7 @@ protected:
 
     void begin(MailDialect dialect) {
         setMailDialect(dialect);
-        account = std::make_shared<Account>();
+        account = std::make_shared<testing::ImapUser>();
         account->user = dialect == kClassic ? "anna" : "bert";
         account->port = _server.port("imap");
         place = (_folder / account->user).string() + ".imap";
@@ -65,11 +48,7 @@ protected:
         ASSERT_TRUE(other->selectMailbox("INBOX").has_value());
     }
     std::shared_ptr<IMAPStore> open() const {
-        std::filesystem::create_directories(place);
-        if (!std::filesystem::exists(place + "/Info.plist"))
-            testing::writeFile(place + "/Info.plist",
-                               "<plist><dict><key>IMAPMailboxPath</key><string>INBOX</string></dict></plist>");
-        auto store = IMAPStore::initWithPath(place, true, false, account);
+        auto store = testing::openInbox(place, account);
         if (store) settle(*store);
         return store;
     }
@@ -77,11 +56,6 @@ protected:
     std::vector<std::string> seenByOther(std::string_view keys) const {
         other->noop();
         return other->search(keys).value_or(std::vector<std::string>());
-    }
-    static void settle(IMAPStore& store) {
-        store.waitUntilSynchronized();
-        RunLoop::current()->runFor(std::chrono::milliseconds(5));
-        store.waitUntilSynchronized();
     }
     std::vector<std::string> mirrored() const {
         std::vector<std::string> names;
@@ -102,7 +76,7 @@ protected:
 
     testing::MailServer _server;
     testing::TemporaryFolder _folder;
-    std::shared_ptr<Account> account;
+    std::shared_ptr<testing::ImapUser> account;
     std::shared_ptr<IMAPConnection> other;
     std::string place;
 };
