@@ -1,0 +1,140 @@
+// A mailbox of an IMAP server on this machine, whose port LORVALE_IMAP_PORT names; bench/mail/imap.py starts
+// one, fills it, and runs this.  "raw" sends the same commands and throws away what comes: nobody can be
+// faster.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "lorvale/imap.h"
+#include "lorvale/mime.h"
+#include "lorvale/platform/run_loop.h"
+#include "lorvale/platform/socket.h"
+
+namespace {
+
+using namespace lorvale;
+namespace fs = std::filesystem;
+
+constexpr std::string_view kEnvelopes = "(UID RFC822.SIZE BODY.PEEK[HEADER.FIELDS (DATE SUBJECT FROM)])";
+constexpr std::string_view kBodies = "(UID BODY.PEEK[])";
+
+std::uint16_t port() {
+    const char* const named = std::getenv("LORVALE_IMAP_PORT");
+    return static_cast<std::uint16_t>(named == nullptr ? 0 : std::atoi(named));
+}
+
+/// Sends the command and reads until its answer; how many bytes came.
+std::size_t rawCommand(KTSocket& socket, const std::string& command) {
+    socket.writeData("t " + command + "\r\n");
+    std::size_t total = 0;
+    for (std::string tail; tail.rfind("\r\nt OK ") == std::string::npos;) {
+        const auto data = socket.readAvailableData(256 * 1024);
+        if (!data) return 0;
+        total += data->size();
+        tail += data->view().substr(data->size() - std::min<std::size_t>(data->size(), 200));
+        tail.erase(0, tail.size() - std::min<std::size_t>(tail.size(), 200));
+    }
+    return total;
+}
+
+void raw(benchmark::State& state, std::string_view items) {
+    const auto socket = KTSocket::socket();
+    std::string greeting;
+    try {
+        socket->connectToHost("127.0.0.1", port());
+        socket->readLine(greeting);
+        for (const auto* command : {"NOOP", "LOGIN anna secret", "EXAMINE INBOX"}) rawCommand(*socket, command);
+    } catch (const NamedException&) {
+        return state.SkipWithError("no server");
+    }
+    std::size_t size = 0;
+    for (auto _ : state) size = rawCommand(*socket, "FETCH 1:* " + std::string(items));
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+}
+
+/// The user's inbox with a mirror of its own.
+class Inbox {
+public:
+    explicit Inbox(IMAPCachePolicy policy) {
+        setMailDialect(MailDialect::standard);
+        _owner->policy = policy;
+        clear();
+    }
+    ~Inbox() { fs::remove_all(_folder); }
+    Inbox(const Inbox&) = delete;
+    Inbox& operator=(const Inbox&) = delete;
+
+    void clear() const {
+        fs::remove_all(_folder);
+        fs::create_directories(_folder);
+        std::ofstream(_folder / "Info.plist")
+            << "<plist><dict><key>IMAPMailboxPath</key><string>INBOX</string></dict></plist>";
+    }
+    /// In line with the server; null where that failed.
+    std::shared_ptr<IMAPStore> open() const {
+        auto store = IMAPStore::initWithPath(_folder.string(), true, false, _owner);
+        if (!store) return nullptr;
+        while (store->isSynchronizing())
+            RunLoop::current()->runOnce(RunLoop::Clock::now() + std::chrono::milliseconds(1));
+        return store->isSynchronized() && store->totalCount() > 0 ? store : nullptr;
+    }
+
+private:
+    struct Owner : IMAPStoreAccount {
+        std::string path() const override { return "/"; }
+        std::optional<std::string> hostname() const override { return "127.0.0.1"; }
+        std::optional<std::string> username() const override { return "anna"; }
+        std::optional<std::string> password(bool) override { return "secret"; }
+        IMAPCachePolicy cachePolicy() const override { return policy; }
+        void prepareConnection(IMAPConnection& connection) const override { connection.setPort(port()); }
+        IMAPCachePolicy policy = IMAPCachePolicy::messagesAsRead;
+    };
+    const std::shared_ptr<Owner> _owner = std::make_shared<Owner>();
+    const fs::path _folder = fs::temp_directory_path() / ("imap_bench-" + std::to_string(::getpid()) + ".imap");
+};
+
+/// From nothing to a list in line with the server, connecting included; with the bodies, to a full mirror.
+void opening(benchmark::State& state, IMAPCachePolicy policy) {
+    const Inbox inbox(policy);
+    for (auto _ : state) {
+        const auto store = inbox.open();
+        if (!store) return state.SkipWithError("not in line with the server");
+        state.PauseTiming();
+        const auto [done, total] = store->mirrorProgress();
+        if (done != total) return state.SkipWithError("not all came");
+        store->close();
+        inbox.clear();
+        state.ResumeTiming();
+    }
+}
+
+void openingAgain(benchmark::State& state) {
+    const Inbox inbox(IMAPCachePolicy::messagesAsRead);
+    for (auto _ : state) {
+        const auto store = inbox.open();
+        if (!store) return state.SkipWithError("not in line with the server");
+        store->close();
+    }
+}
+
+void marking(benchmark::State& state) {
+    const Inbox inbox(IMAPCachePolicy::messagesAsRead);
+    const auto store = inbox.open();
+    if (!store) return state.SkipWithError("not in line with the server");
+    for (bool isRead = false; auto _ : state) store->setRead(isRead = !isRead, store->allMessages());
+    store->setRead(true, store->allMessages());
+    store->close();
+}
+
+constexpr auto kMilliseconds = benchmark::kMillisecond;
+BENCHMARK_CAPTURE(raw, envelopes, kEnvelopes)->Unit(kMilliseconds)->UseRealTime();
+BENCHMARK_CAPTURE(opening, envelopes, IMAPCachePolicy::messagesAsRead)->Unit(kMilliseconds)->UseRealTime();
+BENCHMARK(openingAgain)->Unit(kMilliseconds)->UseRealTime();
+BENCHMARK(marking)->Unit(kMilliseconds)->UseRealTime();
+BENCHMARK_CAPTURE(raw, bodies, kBodies)->Unit(kMilliseconds)->UseRealTime();
+BENCHMARK_CAPTURE(opening, bodies, IMAPCachePolicy::allMessages)->Unit(kMilliseconds)->UseRealTime();
+
+}  // namespace
