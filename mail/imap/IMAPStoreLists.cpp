@@ -151,6 +151,7 @@ void IMAPStore::appendNew(std::size_t total) {
 /// The list is compared with the server's again, also when that is just being done: what was asked before the
 /// change does not tell of it.
 void IMAPStore::contentsDidChange() {
+    ++_contentChanges;
     _isSynchronized = false;
     if (_connected && !isClosed()) startSynchronizing();
 }

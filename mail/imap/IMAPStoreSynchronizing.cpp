@@ -102,14 +102,18 @@ void IMAPStore::synchronizeWithServer() {
 }
 
 void IMAPStore::bringIntoLine() {
+    const auto changes = _contentChanges.load();
     if (!_isSynchronized && !compareWithServer()) return;
     showStatus(_isSynchronized ? "Messages synchronized, updating flags..."
                                : "Done synchronizing messages, updating flags...");
     if (!goesOn() || !synchronizeFlagsWithServer()) return;
     _processPendedAppendData();
     _pushStateToServer = true;
-    if (_work == Work::running) _isSynchronized = true;
-    (void)callInMainThread([](IMAPStore& store) { store.updateIndex(); });
+    (void)callInMainThread([changes](IMAPStore& store) {
+        // What the server told of meanwhile is not in the list yet.
+        if (store._work == Work::running && store._contentChanges == changes) store._isSynchronized = true;
+        store.updateIndex();
+    });
 }
 
 /// What the server calls the messages for which a key holds; nullopt when it does not tell.

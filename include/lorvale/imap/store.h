@@ -207,6 +207,8 @@ private:
     std::atomic<bool> _connected = false, _stayOffline = false, _isSynchronized = false;
     std::atomic<bool> _pushStateToServer = false, _hasLists = false;
     std::atomic<std::uint64_t> _flagChanges = 0;  // that the user made
+    std::atomic<std::uint64_t> _contentChanges =
+        0;  // of which the server told by itself; counts in the main thread
     std::atomic<std::size_t> _mirrored = 0, _toMirror = 0;
 
     mutable Mutex _stateMutex;
