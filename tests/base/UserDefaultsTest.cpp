@@ -1,5 +1,6 @@
 #include "lorvale/platform/user_defaults.h"
 
+#include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -201,7 +202,7 @@ TEST_F(UserDefaultsTest, StandardOneFollowsTheConfigurationDirectory) {
     EXPECT_TRUE(defaults.synchronize());
     EXPECT_EQ(stringOf(defaults, "a"), "there");
     setConfigurationDirectory("");
-    EXPECT_EQ(UserDefaults::standard().searchList().front(), "base_tests");
+    EXPECT_EQ(UserDefaults::standard().searchList().front(), program_invocation_short_name);
 }
 
 TEST(UserDefaultsThreads, ReadersAndWritersOfOneFileKeepEachOthersValues) {
