@@ -32,7 +32,7 @@ std::unique_ptr<WordMemory> WordMemories::take() {
 }
 
 void WordMemories::giveBack(std::unique_ptr<WordMemory> memory) {
-    constexpr std::size_t kMostIdle = 2;  // one for what is indexed, one for queries
+    constexpr std::size_t kMostIdle = 2;  // one for what is indexed, one for long queries
     const MutexLock lock(_mutex);
     if (_idle.size() < kMostIdle) _idle.push_back(std::move(memory));
 }
@@ -64,14 +64,14 @@ private:
 
 RememberedWords::RememberedWords(std::unique_ptr<brindle::IATokenStream> words, const Filters& filters,
                                  WordMemories& memories)
-    : IATokenFilter(std::move(words)), _memories(memories), _memory(memories.take()) {
+    : IATokenFilter(std::move(words)), _memories(memories) {
     auto word = std::make_unique<OneWord>();
     _word = word.get();
     _filters = filters(std::move(word));
 }
 
 RememberedWords::~RememberedWords() {
-    _memories.giveBack(std::move(_memory));
+    if (_memory != nullptr) _memories.giveBack(std::move(_memory));
 }
 
 std::unique_ptr<brindle::IAToken> RememberedWords::GetNextToken() {
@@ -83,7 +83,7 @@ std::unique_ptr<brindle::IAToken> RememberedWords::GetNextToken() {
 
 bool RememberedWords::NextTerm(brindle::IATermView& next) {
     while (Input().NextTerm(next)) {
-        if (next.length > WordMemory::kLongest) {
+        if (next.length > WordMemory::kLongest || !remembers()) {
             if (filter(next)) return true;
             continue;
         }
@@ -104,6 +104,13 @@ bool RememberedWords::NextTerm(brindle::IATermView& next) {
         return true;
     }
     return false;
+}
+
+/// From some words on: a query comes to its end before a memory is worth its making.
+bool RememberedWords::remembers() {
+    constexpr std::uint32_t kWordsOfAQuery = 16;
+    if (_memory == nullptr && ++_wordsBefore > kWordsOfAQuery) _memory = _memories.take();
+    return _memory != nullptr;
 }
 
 /// False for a word that the chain drops.

@@ -60,13 +60,15 @@ public:
 
 private:
     class OneWord;
+    bool remembers();
     bool filter(brindle::IATermView& word);
 
     OneWord* _word;                                    // at the head of the chain
     std::unique_ptr<brindle::IATokenStream> _filters;  // the chain
     WordMemories& _memories;
-    std::unique_ptr<WordMemory> _memory;
-    WordMemory::Word _term{};  // the one that was given last
+    std::unique_ptr<WordMemory> _memory;  // null at first
+    std::uint32_t _wordsBefore = 0;       // it
+    WordMemory::Word _term{};             // the one that was given last
 };
 
 }  // namespace lorvale
