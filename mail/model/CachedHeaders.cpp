@@ -225,17 +225,47 @@ void CachedHeadersOfMany::addRecord(std::string_view cachedKey, bool isDate, std
     _bytes.commit(sizeof record + bytes.size());
 }
 
-std::string_view CachedHeadersOfMany::textOf(const CachedHeaders& headers, std::string_view key) {
-    if (!headers._records) return {};
+/// Its records, until the function answers true.
+template <class Use>
+void CachedHeadersOfMany::forEachRecord(const CachedHeaders& headers, Use use) {
+    if (!headers._records) return;
     std::uint32_t length = 0;
     std::memcpy(&length, headers._records.get(), sizeof length);
     const auto* at = headers._records.get() + sizeof length;
     for (const auto* const end = at + length; at != end;) {
         const auto record = CachedHeaders::Record::at(at);
-        if (keyName(record.key) == key) return record.isDate == 0 ? record.text(at) : std::string_view();
+        if (use(record, at)) return;
         at = record.next(at);
     }
-    return {};
+}
+
+std::string_view CachedHeadersOfMany::textOf(const CachedHeaders& headers, std::string_view key) {
+    std::string_view text;
+    forEachRecord(headers, [&](const auto& record, const char* bytes) {
+        const bool isIt = keyName(record.key) == key;
+        if (isIt && record.isDate == 0) text = record.text(bytes);
+        return isIt;
+    });
+    return text;
+}
+
+CachedHeadersOfMany::Values CachedHeadersOfMany::valuesOf(const CachedHeaders& headers) {
+    constexpr KeyNumber kFrom = 0, kSubject = 1, kDate = 2;
+    static_assert(kCachedKeys[kFrom] == "from" && kCachedKeys[kSubject] == "subject" &&
+                  kCachedKeys[kDate] == "date");
+    Values values;
+    forEachRecord(headers, [&](const auto& record, const char* bytes) {
+        if (record.isDate != 0) {
+            if (record.key == kDate)
+                std::memcpy(static_cast<void*>(&values.date), bytes + sizeof record, sizeof values.date);
+        } else if (record.key == kFrom) {
+            values.from = record.text(bytes);
+        } else if (record.key == kSubject) {
+            values.subject = record.text(bytes);
+        }
+        return false;
+    });
+    return values;
 }
 
 std::vector<CachedHeaders> CachedHeadersOfMany::finish() {

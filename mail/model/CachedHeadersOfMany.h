@@ -23,8 +23,16 @@ public:
     std::vector<CachedHeaders> finish();
     /// CachedHeaders::textForKey() in place: good until the headers change.
     static std::string_view textOf(const CachedHeaders& headers, std::string_view key);
+    /// All of cachedKeys() at once, in place; empty, and the date of 1970, where there is none.
+    struct Values {
+        std::string_view from, subject;
+        Date date;
+    };
+    static Values valuesOf(const CachedHeaders& headers);
 
 private:
+    template <class Use>
+    static void forEachRecord(const CachedHeaders& headers, Use use);
     void endMessage();
     void addRecord(std::string_view cachedKey, bool isDate, std::string_view bytes);
 

@@ -10,8 +10,8 @@
 
 namespace lorvale {
 
-/// Finds the messages of a list by their identifiers.  It remembers those of the list that it was asked about
-/// last, and reads on where the next list goes on.  Any thread.
+/// Finds the messages of a list, TOCMessages all of them, by their identifiers.  It remembers those of the list
+/// that it was asked about last, and reads on where the next list goes on.  Any thread.
 class MessagesByID {
 public:
     /// Of several with the same identifier the last one; null when there is none.

@@ -63,6 +63,17 @@ CachedHeaders cachedHeadersOf(const TOCListing& listing) {
     return std::move(one.finish().front());
 }
 
+/// By the thousand, when messages are looked up by it.
+void appendMessageID(std::string& identifier, std::string_view sender, std::string_view subject,
+                     const Date& date) {
+    std::array<char, 24> digits;
+    const auto* const end =
+        std::to_chars(digits.data(), digits.data() + digits.size(), date.secondsSince1970()).ptr;
+    const std::string_view seconds(digits.data(), static_cast<std::size_t>(end - digits.data()));
+    identifier.reserve(sender.size() + subject.size() + seconds.size() + 2);
+    identifier.append(sender).append("_").append(subject).append("_").append(seconds);
+}
+
 }  // namespace
 
 Date listedDate(const Date& date) {
@@ -141,27 +152,29 @@ std::shared_ptr<TOCMessage> TOCMessage::TOCMessageFromMessage(Message& message) 
 
 std::string TOCMessage::messageIDForSender(std::string_view sender, std::string_view subject,
                                            const Date& date) {
-    // Asked for by the thousand, when messages are looked up by it.
-    std::array<char, 24> digits;
-    const auto* const end =
-        std::to_chars(digits.data(), digits.data() + digits.size(), date.secondsSince1970()).ptr;
-    const std::string_view seconds(digits.data(), static_cast<std::size_t>(end - digits.data()));
     std::string identifier;
-    identifier.reserve(sender.size() + subject.size() + seconds.size() + 2);
-    identifier.append(sender).append("_").append(subject).append("_").append(seconds);
+    appendMessageID(identifier, sender, subject, date);
     return identifier;
 }
 
 Date TOCMessage::dateReceived() const {
-    const auto value = _listing.find("date");
-    const auto* const date = value ? std::get_if<Date>(&*value) : nullptr;
-    return date != nullptr ? *date : Date();
+    return CachedHeadersOfMany::valuesOf(_listing).date;
 }
 
 std::string TOCMessage::messageID() {
-    if (!isListed()) return Message::messageID();
-    return messageIDForSender(CachedHeadersOfMany::textOf(_listing, "from"),
-                              CachedHeadersOfMany::textOf(_listing, "subject"), dateReceived());
+    std::string identifier;
+    putMessageID(identifier);
+    return identifier;
+}
+
+void TOCMessage::putMessageID(std::string& into) {
+    if (!isListed()) {
+        into = Message::messageID();
+        return;
+    }
+    const auto [from, subject, date] = CachedHeadersOfMany::valuesOf(_listing);
+    into.clear();
+    appendMessageID(into, from, subject, date);
 }
 
 std::optional<std::string> TOCMessage::messageTypeImageName() const {

@@ -85,6 +85,8 @@ public:
 
     /// messageIDForSender() of the listing; without one what any message answers.
     std::string messageID() override;
+    /// The same into a text that is used for one message after the other.
+    void putMessageID(std::string& into);
     std::optional<std::string> messageTypeImageName() const override;
     /// "Rich MIME" and the like.
     std::string_view typeDescription() const;
