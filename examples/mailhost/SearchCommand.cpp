@@ -184,7 +184,7 @@ private:
     Found describe(const lorvale::MessageHit& hit) const {
         const auto mailbox =
             std::ranges::find(_mailboxes, hit.store.get(), [](const auto& each) { return &each->store(); });
-        const auto detail = _arguments.has(kJson) ? Summary::Detail::json : Summary::Detail::row;
+        const auto detail = _arguments.has(kJson) ? Summary::Detail::json : Summary::Detail::listed;
         return {mailbox->get(), hit.message,
                 Summary(*hit.message, hit.store->numberOfMessage(*hit.message), detail), hit.score};
     }

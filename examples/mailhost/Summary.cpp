@@ -10,6 +10,15 @@
 
 namespace mailhost {
 
+namespace {
+
+lorvale::HeaderSummary listedSummaryOf(lorvale::Message& message) {
+    const auto headers = message.headers();
+    return {headers->sender(), headers->subject(), {}, {}, {}, headers->knownDateReceived()};
+}
+
+}  // namespace
+
 std::vector<std::string> recipientsOf(const lorvale::HeaderSummary& summary) {
     std::vector<std::string> recipients;
     const bool classic = lorvale::mailDialect() == lorvale::MailDialect::classic;
@@ -35,7 +44,7 @@ lorvale::HeaderSummary summaryOf(lorvale::Message& message) {
 }
 
 Summary::Summary(lorvale::Message& message, std::size_t theNumber, Detail detail) : number(theNumber) {
-    const auto summary = summaryOf(message);
+    const auto summary = detail == Detail::listed ? listedSummaryOf(message) : summaryOf(message);
     const auto flags = message.messageFlags();
     size = message.messageSize();
     read = flags->isRead();

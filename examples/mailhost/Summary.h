@@ -16,8 +16,10 @@ std::vector<std::string> recipientsOf(const lorvale::HeaderSummary& summary);
 
 /// What a listing tells about one message.
 struct Summary {
-    /// What a table shows is at hand without reading all headers of a message; JSON has more.
-    enum class Detail { row, json };
+    /// What a table shows is at hand without reading all headers of a message; JSON has more.  `listed` is a
+    /// row that reads no mail at all, of a store that lists its messages itself: whether they can be read shows
+    /// when somebody does.
+    enum class Detail { listed, row, json };
 
     Summary(lorvale::Message& message, std::size_t number, Detail detail);
 
