@@ -127,6 +127,7 @@ bool TarnMbox::syncAppendMessages(const MessageList& messages, bool setUnread, c
     } else if (_rebuildInMemory()) {
         rebuildMessageLists();
         structureDidChange();
+        updateIndex();
     }
     return batch.all();
 }

@@ -101,6 +101,7 @@ void TarnMbox::rebuildTableOfContents() {
     invalidateDeleteStack();
     rebuildMessageLists();
     structureDidChange();
+    updateIndex();
 }
 
 /// Sees to it that the table tells of the file as it is before the store changes it.  False when it cannot.
@@ -116,6 +117,7 @@ bool TarnMbox::_catchUp() {
     if (!_rebuildInMemory()) return false;
     rebuildMessageLists();
     structureDidChange();
+    updateIndex();
     return true;
 }
 
@@ -174,6 +176,7 @@ void TarnMbox::_newDoCompact() {
     } else {
         _rewriteInPlace(deleted);
     }
+    removeMessagesFromIndex(deleted);
     _finishCompaction(deleted);
     RunLoop::main()->performAfterDelay(
         [path = _storePath, attachments] { _deleteAttachments(path, attachments); }, std::chrono::seconds(1));
