@@ -16,7 +16,7 @@ namespace {
 constexpr auto kMailboxes = mailboxWord("MAILBOX", "the path of a directory mailbox", /*repeats=*/true);
 constexpr auto kWords = std::to_array<Parameter>({kMailboxes});
 
-void tell(const std::string& path, std::uint32_t indexed, std::uint64_t bytes, bool asJson) {
+void tell(const std::string& path, std::uint32_t indexed, std::size_t all, std::uint64_t bytes, bool asJson) {
     if (asJson) {
         LineOutput().write(JsonObject().add("path", path).add("indexed", indexed).add("size", bytes).text());
         return;
@@ -24,6 +24,9 @@ void tell(const std::string& path, std::uint32_t indexed, std::uint64_t bytes, b
     LineOutput().write(printableLine(path) + ": " + groupedNumber(indexed) +
                        (indexed == 1 ? " message" : " messages") + " indexed, in " + groupedNumber(bytes) +
                        " bytes.");
+    if (indexed >= all) return;
+    LineOutput().write(printableLine(path) + ": " + groupedNumber(all - indexed) +
+                       " more cannot be told from these by sender, subject and date, or cannot be read.");
 }
 
 int runIndex(const Arguments& arguments) {
@@ -31,7 +34,7 @@ int runIndex(const Arguments& arguments) {
         ChangingMailbox mailbox(path);
         auto& store = mailbox.store();
         bringIndexUpToDate(store);
-        tell(path, lorvale::IndexManager::indexedCount(store),
+        tell(path, lorvale::IndexManager::indexedCount(store), store.totalCount(),
              sizeOfFile(lorvale::IndexManager::pathForIndexInStore(store)), arguments.has(kJson));
     }
     return 0;
