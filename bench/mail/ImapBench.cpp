@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 constexpr std::string_view kEnvelopes = "(UID RFC822.SIZE BODY.PEEK[HEADER.FIELDS (DATE SUBJECT FROM)])";
 constexpr std::string_view kBodies = "(UID BODY.PEEK[])";
 
-std::uint16_t port() {
+std::uint16_t serverPort() {
     const char* const named = std::getenv("LORVALE_IMAP_PORT");
     return static_cast<std::uint16_t>(named == nullptr ? 0 : std::atoi(named));
 }
@@ -44,7 +44,7 @@ void raw(benchmark::State& state, std::string_view items) {
     const auto socket = KTSocket::socket();
     std::string greeting;
     try {
-        socket->connectToHost("127.0.0.1", port());
+        socket->connectToHost("127.0.0.1", serverPort());
         socket->readLine(greeting);
         for (const auto* command : {"NOOP", "LOGIN anna secret", "EXAMINE INBOX"}) rawCommand(*socket, command);
     } catch (const NamedException&) {
@@ -89,7 +89,7 @@ private:
         std::optional<std::string> username() const override { return "anna"; }
         std::optional<std::string> password(bool) override { return "secret"; }
         IMAPCachePolicy cachePolicy() const override { return policy; }
-        void prepareConnection(IMAPConnection& connection) const override { connection.setPort(port()); }
+        void prepareConnection(IMAPConnection& connection) const override { connection.setPort(serverPort()); }
         IMAPCachePolicy policy = IMAPCachePolicy::messagesAsRead;
     };
     const std::shared_ptr<Owner> _owner = std::make_shared<Owner>();
