@@ -124,7 +124,7 @@ bool TarnMbox::syncAppendMessages(const MessageList& messages, bool setUnread, c
     MessageList added;
     if (_listTail(batch.records, setUnread, added)) {
         _appendDone(added);
-    } else if (_rebuildInMemory()) {
+    } else if (_rebuildTableOfContents()) {
         rebuildMessageLists();
         structureDidChange();
         updateIndex();
@@ -324,7 +324,7 @@ bool TarnMbox::_takeInSpool(MessageList& added) {
         // It stays where it is, and is taken in the next time.
         log("%@", status.text());
         MessageList unlisted;
-        if (!_listTail({}, false, unlisted) && _rebuildInMemory()) rebuildMessageLists();
+        if (!_listTail({}, false, unlisted) && _rebuildTableOfContents()) rebuildMessageLists();
         _listAppended(unlisted);
         return false;
     }
@@ -338,7 +338,7 @@ bool TarnMbox::_takeInSpool(MessageList& added) {
         }
     }
     if (!_listTail(records, /*unread=*/true, added)) {
-        if (!_rebuildInMemory()) return false;
+        if (!_rebuildTableOfContents()) return false;
         rebuildMessageLists();
     }
     // Only when the status is on disk the place from which it could be had again may go; the table first, since

@@ -89,7 +89,8 @@ bool TarnMbox::_rebuildTableOfContents() {
     log("rebuilding table of contents for %@...", _storePath);
     if (_toc == nullptr) _toc = std::make_unique<TableOfContents>(pathOf(kTableName));
     if (!_rebuildInMemory()) return false;
-    // Where the table cannot be written, the next opening makes it anew once more.
+    // At once: the old table on the disk may fit the mail by its length and time, and would show each message
+    // at another one's place.  Where this one cannot be written, its time alone tells the next opening.
     _toc->flushToFile(mbox()->known);
     return true;
 }
@@ -114,7 +115,7 @@ bool TarnMbox::_catchUp() {
         return false;
     }
     log("The mailbox %@ was changed by another program", _storePath);
-    if (!_rebuildInMemory()) return false;
+    if (!_rebuildTableOfContents()) return false;
     rebuildMessageLists();
     structureDidChange();
     updateIndex();
@@ -256,7 +257,7 @@ void TarnMbox::_rewriteInPlace(const MessageList& deleted) {
     const auto now = before->changed(/*placesToo=*/true);
     if (!status || now == nullptr) {
         // What stands there now is nobody's guess: the table follows the file.
-        if (_rebuildInMemory()) rebuildMessageLists();
+        if (_rebuildTableOfContents()) rebuildMessageLists();
         throwUnwritten(rest.size(), _mboxPath, status.text());
     }
     debugLog("Appended %u bytes to file %@", rest.size(), _mboxPath);

@@ -162,6 +162,28 @@ TEST_F(Tarn, ListsATailThatAKillLeft) {
     EXPECT_EQ(bytesOf(*store->allMessages()[3]), mboxMessage("d"));
 }
 
+TEST_F(Tarn, LeavesNoTableOfMailThatAnotherProgramHasMoved) {
+    constexpr std::chrono::sys_seconds kStamp(std::chrono::seconds(0x60000000));
+    const auto setTime = [&](const char* name, int milliseconds) {
+        fs::last_write_time(
+            path + name, std::chrono::file_clock::from_sys(kStamp + std::chrono::milliseconds(milliseconds)));
+    };
+    made({"a", "b"})->close();
+    auto table = readFile(path + "/table_of_contents");
+    writeFile(path + "/table_of_contents", table.replace(8, 4, std::string("\x60\0\0\0", 4)));
+    setTime("/mbox", 0);
+    setTime("/table_of_contents", 400);
+    const auto store = open();
+    store->setRead(true, store->allMessages()[0]);
+    writeFile(path + "/mbox", mboxMessage("b") + mboxMessage("a"));
+    setTime("/mbox", 100);  // as of a copy that keeps its time: nothing tells that the table is older
+    EXPECT_FALSE(store->syncAppendMessages({std::make_shared<Message>()}, true));
+    ASSERT_EQ(listing(*store), "b* a ");
+    const auto afterAKill = open(/*readOnly=*/true);
+    ASSERT_NE(afterAKill, nullptr);
+    EXPECT_EQ(listing(*afterAKill), "b* a ");
+}
+
 TEST_F(Tarn, TakesMailFromTheBackground) {
     const auto store = made({"a"}, /*unread=*/false);
     store->asyncAppendMessages({letter("b"), letter("c")}, true);
