@@ -5,7 +5,9 @@
 
 MAILBOX is a flat mailbox (packed by xz if its name says so) of which the first 1,000 messages are served, letters of this
 script without one.  All programs talk to the same server, which tests/support/dovecot starts, in turn; the best of RUNS
-counts.  mailhost does the most: it also puts the mail into a directory mailbox and lists it.  Each result is checked.
+counts.  "The server" is how long that takes for the commands that mailhost sends, all at once, when nobody looks at its
+answers.  mailhost does the most: it also puts the mail into a directory mailbox and lists it; "mailhost, spool" stops
+before that, with the mail in a flat file, on the disk.  Each result is checked.
 """
 import os
 import pathlib
@@ -13,9 +15,11 @@ import poplib
 import lzma
 import re
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 
 LONGEST = 60    # seconds: a program that waits for an answer, or is far too slow, is left out
@@ -46,6 +50,25 @@ def deliver(folder, messages):
             os.chown(path, owner.st_uid, owner.st_gid)
 
 
+def by_nobody(port, _):
+    """What the server takes: everything is asked for at once, and what comes is counted and thrown away."""
+    with socket.create_connection(("127.0.0.1", port)) as server:
+        lines = server.makefile("rb")
+        lines.readline()
+        for command in ("USER anna", "PASS secret", "STAT"):
+            server.sendall(command.encode() + b"\r\n")
+            answer = lines.readline()
+        count = int(answer.split()[1])
+        asked = "LIST\r\nUIDL\r\n" + "".join(f"TOP {n} 0\r\nRETR {n}\r\n" for n in range(1, count + 1)) + "QUIT\r\n"
+        threading.Thread(target=server.sendall, args=(asked.encode(),)).start()
+        room, ends, last = bytearray(1 << 18), 0, b""
+        while size := server.recv_into(room):
+            last = last[-4:] + room[:size]
+            ends += last.count(b"\r\n.\r\n")
+            last = bytes(last)
+        return (ends - 2) // 2
+
+
 def by_poplib(port, work):
     server = poplib.POP3("127.0.0.1", port)
     server.user("anna")
@@ -70,10 +93,21 @@ def by_fetchmail(port, work):
     return len(re.findall(rb"^DATA\r?$", (work / "out").read_bytes(), re.M))
 
 
-def by_mailhost(program, port, work):
+def run_mailhost(program, port, work, *options):
     home = ["--home", work, "--config", work / "config", "-o", f"MailDir={work}"]
     subprocess.run([program, *home, "fetch", "--pop", f"127.0.0.1:{port}", "--user", "anna", "--password-command",
-                    "echo secret"], check=True, stdout=subprocess.DEVNULL, timeout=LONGEST)
+                    "echo secret", *options], check=not options, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                   timeout=LONGEST)
+    return home
+
+
+def into_the_spool(program, port, work):
+    run_mailhost(program, port, work, "--state", work / "pop", "--into", "/proc/there-is-no-such.mbox")
+    return len(re.findall(rb"^From ", (work / "pop/POPSpoolFile").read_bytes(), re.M))
+
+
+def by_mailhost(program, port, work):
+    home = run_mailhost(program, port, work)
     listed = subprocess.run([program, *home, "list", work / "Active.mbox", "--json"], check=True, capture_output=True)
     return listed.stdout.count(b"\n")
 
@@ -82,7 +116,9 @@ def main():
     program = pathlib.Path(sys.argv[1]).resolve()
     messages = letters(sys.argv[2] if len(sys.argv) > 2 else None)
     runs = int(sys.argv[3]) if len(sys.argv) > 3 else 5
-    ways = {"poplib": by_poplib, "mailhost": lambda port, work: by_mailhost(program, port, work)}
+    ways = {"the server": by_nobody, "poplib": by_poplib,
+            "mailhost, spool": lambda port, work: into_the_spool(program, port, work),
+            "mailhost": lambda port, work: by_mailhost(program, port, work)}
     if shutil.which("fetchmail"):
         ways["fetchmail"] = by_fetchmail
     script = subprocess.Popen([ROOT / "tests/support/dovecot", "serve"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
@@ -100,7 +136,7 @@ def main():
                     try:
                         count = fetch(int(told["pop3"]), pathlib.Path(work))
                     except subprocess.TimeoutExpired:
-                        print(f"{name:10} is left out: it took more than {LONGEST} s")
+                        print(f"{name:15} is left out: it took more than {LONGEST} s")
                         del ways[name]
                         continue
                     taken = time.perf_counter() - start
@@ -108,7 +144,7 @@ def main():
                     sys.exit(f"{name} brought {count} of {len(messages)} messages")
                 best[name] = min(best.get(name, taken), taken)
         for name, taken in best.items():
-            print(f"{name:10} {taken:6.3f} s  {best['poplib'] / taken:5.2f} times poplib")
+            print(f"{name:15} {taken:6.3f} s  {best['poplib'] / taken:5.2f} times poplib")
     finally:
         script.stdin.close()
         script.wait()

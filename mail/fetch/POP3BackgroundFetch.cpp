@@ -238,14 +238,13 @@ void POP3BackgroundFetch::noteDeleted() {
 }
 
 void POP3BackgroundFetch::connectionWillRetrieveMessageNumber(POP3Connection&, std::uint32_t,
-                                                              const std::shared_ptr<MessageHeaders>& header,
-                                                              std::uint64_t size) {
+                                                              const POP3Header* header, std::uint64_t size) {
     currentMessageProgress = 0;
     currentMessageSize = static_cast<double>(size);
     currentlyFetchingMessage = true;
     ++messagesFetched;
     if (!_request.showsPanel) return;
-    auto subject = header != nullptr ? header->subject() : std::string();
+    auto subject = header != nullptr ? header->firstTextForKey("subject") : std::string();
     if (subject.empty()) subject = LVLocalizedString("No subject", "Stands for the subject of a message");
     _progressor->setMinValue(0);
     _progressor->setMaxValue(currentMessageSize);

@@ -38,8 +38,7 @@ private:
 
     void connectionReceivedNumberOfBytes(POP3Connection& connection, std::size_t bytes) override;
     void connectionWillRetrieveMessageNumber(POP3Connection& connection, std::uint32_t number,
-                                             const std::shared_ptr<MessageHeaders>& header,
-                                             std::uint64_t size) override;
+                                             const POP3Header* header, std::uint64_t size) override;
     void connectionDidRetrieveMessageNumber(POP3Connection& connection, std::uint32_t number) override;
 
     void converse();

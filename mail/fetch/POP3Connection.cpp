@@ -33,8 +33,7 @@ POP3Exception::~POP3Exception() = default;
 POP3ConnectionDelegate::~POP3ConnectionDelegate() = default;
 void POP3ConnectionDelegate::connectionReceivedNumberOfBytes(POP3Connection&, std::size_t) {}
 void POP3ConnectionDelegate::connectionWillRetrieveMessageNumber(POP3Connection&, std::uint32_t,
-                                                                 const std::shared_ptr<MessageHeaders>&,
-                                                                 std::uint64_t) {}
+                                                                 const POP3Header*, std::uint64_t) {}
 void POP3ConnectionDelegate::connectionDidRetrieveMessageNumber(POP3Connection&, std::uint32_t) {}
 POP3Spool::~POP3Spool() = default;
 

@@ -62,15 +62,33 @@ void POP3Connection::forgetTops() {
     _topBytes = 0;
 }
 
-std::shared_ptr<MessageHeaders> POP3Connection::messageHeaderForMessageNumber(std::uint32_t number) {
-    if (top(number) != kOK) return nullptr;
-    const auto block = withNewlines(*_topResults[number]);
+std::string POP3Header::firstTextForKey(std::string_view key) const {
+    return firstValuesInBlock(_block, std::span(&key, 1)).front().value_or("");
+}
+
+std::shared_ptr<MessageHeaders> POP3Header::headers() const {
+    auto headers = decoded();
+    headers->appendFromSpaceIfMissing();
+    return headers;
+}
+
+std::shared_ptr<MessageHeaders> POP3Header::decoded() const {
     auto header = std::make_shared<MessageHeaders>();
     HeaderOrder order;
-    auto headers = header->decodeHeadersFromData(Data::copyOf(block), order);
+    auto headers = header->decodeHeadersFromData(Data::copyOf(_block), order);
     header->setAllHeaders(std::move(headers), std::move(order));
-    header->setCachedHeaders(cachedHeadersInBlock(block));
+    header->setCachedHeaders(cachedHeadersInBlock(_block));
     return header;
+}
+
+std::optional<POP3Header> POP3Connection::headerOfMessageNumber(std::uint32_t number) {
+    if (top(number) != kOK) return std::nullopt;
+    return POP3Header(withNewlines(*_topResults[number]));
+}
+
+std::shared_ptr<MessageHeaders> POP3Connection::messageHeaderForMessageNumber(std::uint32_t number) {
+    const auto header = headerOfMessageNumber(number);
+    return header ? header->decoded() : nullptr;
 }
 
 void POP3Connection::fetchMessageHeaders(std::span<const std::uint32_t> numbers) {
@@ -87,15 +105,15 @@ void POP3Connection::retr(std::uint32_t number, POP3Spool& toSpool) {
 
 /// Reads the reply to RETR, and makes an entry of it.
 void POP3Connection::readMessage(std::uint32_t number, POP3Spool& toSpool) {
-    const auto header = messageHeaderForMessageNumber(number);
+    const auto known = headerOfMessageNumber(number);
+    const auto* const header = known ? &*known : nullptr;
     forgetTop(number);  // needed no more, and there may be very many
     if (_getReply() != kOK) return;
-    if (header != nullptr) header->appendFromSpaceIfMissing();
     if (_delegate != nullptr)
         _delegate->connectionWillRetrieveMessageNumber(*this, number, header, sizeOfMessageNumber(number));
     _readMultilineResponse(_text, _largestMessage);
     _entry.clear();
-    appendSpoolEntry(_entry, envelopeLineFor(header.get(), _username, _hostname), _text);
+    appendSpoolEntry(_entry, envelopeLineFor(header, _username, _hostname), _text);
     if (_delegate != nullptr) _delegate->connectionDidRetrieveMessageNumber(*this, number);
     toSpool.write(_entry);
 }

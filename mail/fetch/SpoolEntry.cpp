@@ -3,6 +3,7 @@
 #include <cstring>
 #include <optional>
 
+#include "lorvale/fetch/pop3_connection.h"
 #include "lorvale/message.h"
 #include "lorvale/values/date.h"
 #include "lorvale/values/format.h"
@@ -13,7 +14,7 @@ namespace lorvale {
 
 namespace {
 
-std::optional<Date> dateReceived(MessageHeaders& header) {
+std::optional<Date> dateReceived(const POP3Header& header) {
     const auto received = header.firstTextForKey("received");
     const auto semicolon = received.find(';');
     if (semicolon == std::string::npos) return std::nullopt;
@@ -28,10 +29,10 @@ std::optional<Date> dateReceived(MessageHeaders& header) {
 
 }  // namespace
 
-std::string envelopeLineFor(MessageHeaders* header, std::string_view user, std::string_view host) {
+std::string envelopeLineFor(const POP3Header* header, std::string_view user, std::string_view host) {
     std::string sender, date;
     if (header != nullptr) {
-        sender = uncommentedAddress(header->sender());
+        sender = uncommentedAddress(header->firstTextForKey("from"));
         if (const auto received = dateReceived(*header))
             date = received->inLocalZone().descriptionWithCalendarFormat("%a %b %d %H:%M:%S %Y");
     }

@@ -4,12 +4,12 @@
 
 namespace lorvale {
 
-class MessageHeaders;
+class POP3Header;
 
 /// The line with which a flat mailbox begins an entry: "From SENDER DATE\n".  The date is that of the first
 /// "Received:" header, in the local zone; without one it is now.  The sender is that of the message, or else
-/// "user@host".
-std::string envelopeLineFor(MessageHeaders* header, std::string_view user, std::string_view host);
+/// "user@host".  The header may be null.
+std::string envelopeLineFor(const POP3Header* header, std::string_view user, std::string_view host);
 
 /// Appends an entry: that line and a text as it came over the wire, with CRLF.  A line that would begin another
 /// entry gets a ">", and each CRLF becomes a newline.

@@ -10,6 +10,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "lorvale/export.h"
@@ -32,17 +33,32 @@ public:
     ~POP3Exception() override;
 };
 
+/// The header of a message as the server gave it, decoded as far as it is asked for: to decode all of it costs
+/// more than everything else about a small message.
+class LORVALE_EXPORT POP3Header {
+public:
+    explicit POP3Header(std::string block) : _block(std::move(block)) {}  ///< lines end in newlines
+    /// The first value of a header, its key in lower case; an empty text when there is none.
+    std::string firstTextForKey(std::string_view key) const;
+    /// All of it, with an envelope line.
+    std::shared_ptr<MessageHeaders> headers() const;
+
+private:
+    friend class POP3Connection;
+    std::shared_ptr<MessageHeaders> decoded() const;
+    std::string _block;
+};
+
 /// Hears how a retrieval goes, in the thread of the connection.  Any operation may throw, which ends it.
 class LORVALE_EXPORT POP3ConnectionDelegate {
 public:
     virtual ~POP3ConnectionDelegate();
     /// So many bytes since the last time: of every reply, and while a message comes every few thousand.
     virtual void connectionReceivedNumberOfBytes(POP3Connection& connection, std::size_t bytes);
-    /// Before the text of the message is read.  The header is null where the server gives none; the size is
-    /// what the server's list says.
+    /// Before the text of the message is read.  The header, lent for the call, is null where the server gives
+    /// none; the size is what the server's list says.
     virtual void connectionWillRetrieveMessageNumber(POP3Connection& connection, std::uint32_t number,
-                                                     const std::shared_ptr<MessageHeaders>& header,
-                                                     std::uint64_t size);
+                                                     const POP3Header* header, std::uint64_t size);
     /// Before the entry is given to the spool.
     virtual void connectionDidRetrieveMessageNumber(POP3Connection& connection, std::uint32_t number);
 };
@@ -159,6 +175,7 @@ private:
     void readCapabilities();
     void readList();
     int readTop(std::uint32_t number);
+    std::optional<POP3Header> headerOfMessageNumber(std::uint32_t number);
     void readMessage(std::uint32_t number, POP3Spool& toSpool);
     void forgetTop(std::uint32_t number);
     void forgetTops();

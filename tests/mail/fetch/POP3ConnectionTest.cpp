@@ -319,9 +319,11 @@ TEST_F(POP3, TheDelegateHearsOfEveryByteAndMayEndIt) {
             if (received.size() == 3) throw GenericException("enough");
         }
         void connectionWillRetrieveMessageNumber(POP3Connection&, std::uint32_t number,
-                                                 const std::shared_ptr<MessageHeaders>& header,
-                                                 std::uint64_t size) override {
-            told = std::to_string(number) + header->subject() + std::to_string(size);
+                                                 const POP3Header* header, std::uint64_t size) override {
+            told = std::to_string(number) + header->firstTextForKey("subject") + std::to_string(size);
+            const auto all = header->headers();
+            EXPECT_EQ(all->subject() + all->sender(), "oneA <a@b.example>");
+            EXPECT_THAT(all->firstTextForKey(kFromSpaceKey), ::testing::StartsWith("a@b.example "));
             isOn = true;
         }
         void connectionDidRetrieveMessageNumber(POP3Connection&, std::uint32_t) override { told += " done"; }
