@@ -63,7 +63,7 @@ void POP3BackgroundFetch::cancel() {
 }
 
 bool POP3BackgroundFetch::cancelled() {
-    if (_request.showsPanel && _progressor->cancelled()) _isCancelled = true;
+    if (_listensToPanel && _progressor->cancelled()) _isCancelled = true;
     return _isCancelled;
 }
 

@@ -29,9 +29,11 @@ public:
 
     /// All of it, in its thread.
     void run();
-    /// Any thread.
+    /// Any thread, as the next two.
     void cancel();
     bool wasCancelled() const { return _isCancelled; }
+    /// From now on its button counts; before, what it says is about the last fetch.
+    void panelIsShown() { _listensToPanel = true; }
 
 private:
     using Numbers = std::vector<std::uint32_t>;
@@ -63,7 +65,7 @@ private:
     std::shared_ptr<POP3FetchStore> _store;
     const std::shared_ptr<Progressor> _progressor;
     const Request _request;
-    std::atomic<bool> _isCancelled = false;
+    std::atomic<bool> _isCancelled = false, _listensToPanel = false;
     Mutex _mutex;
     std::shared_ptr<POP3Connection> _connection LORVALE_GUARDED_BY(_mutex);  // to be ended from outside
 

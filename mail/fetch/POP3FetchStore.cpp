@@ -153,6 +153,7 @@ void POP3FetchStore::beginningBackgroundFetch() {
     _progressor->setButtonEnabled(true);
     _progressor->setShowDetail(true);
     _progressor->showPanel();
+    _fetch->panelIsShown();
 }
 
 void POP3FetchStore::finishedBackgroundFetch() {

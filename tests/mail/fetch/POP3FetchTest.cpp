@@ -205,6 +205,12 @@ TEST_F(POP3FetchFromServer, ACancelledFetchKeepsWhatHasCome) {
     EXPECT_EQ(server.messagesOf("anna").size(), 3u);
     EXPECT_THAT(agent.told, ElementsAre());
     EXPECT_TRUE(store->performFetch());
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the panel of the last fetch is still there
+    runMainLoopUntil([&] { return !store->isFetching(); });
+    EXPECT_FALSE(store->wasCancelled());
+    EXPECT_EQ(server.messagesOf("anna").size(), 0u);
+    deliver(1);
+    EXPECT_TRUE(store->performFetch());
     store->close();  // in the middle of it
     EXPECT_FALSE(store->performFetch());
     runMainLoopUntil([] { return true; });
