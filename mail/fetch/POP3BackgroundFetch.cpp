@@ -96,9 +96,10 @@ void POP3BackgroundFetch::converse() {
 void POP3BackgroundFetch::quit(POP3Connection& connection) {
     setProgressPanelMessage(
         LVLocalizedString("Closing connection to server...", "The message of a panel during a fetch"));
-    if (connection.quit() != POP3Connection::kOK || !_isDeletionNoted) return;
-    if (const auto removed = FileSystem::current().remove(_request.deletedPath); !removed)
-        log("%@", removed.text());
+    if (connection.quit() != POP3Connection::kOK || !_hasNothingElseToDelete) return;
+    auto& files = FileSystem::current();
+    if (!files.exists(_request.deletedPath)) return;
+    if (const auto removed = files.remove(_request.deletedPath); !removed) log("%@", removed.text());
 }
 
 void POP3BackgroundFetch::connect(POP3Connection& connection) {
@@ -139,36 +140,54 @@ POP3BackgroundFetch::Numbers POP3BackgroundFetch::availableMessages(POP3Connecti
     if (cancelled()) return {};
     setProgressPanelMessage(
         LVLocalizedString("Checking for messages...", "The message of a panel during a fetch"));
-    connection.stat();
-    return connection.messagesAvailable() > 0 ? connection.list() : Numbers();
+    const bool isTold = connection.stat() == POP3Connection::kOK;
+    if (connection.messagesAvailable() > 0) return connection.list();
+    _hasNothingElseToDelete = isTold;
+    return {};
 }
 
 void POP3BackgroundFetch::leaveOutSeen(POP3Connection& connection, Numbers& numbers) {
     setProgressPanelMessage(
         LVLocalizedString("Finding unseen messages...", "The message of a panel during a fetch"));
     previouslySeenMessages = readSeenMessages(_request.seenPath);
-    auto identifiers = connection.availableMessagesUsingUIDL();
-    if (!identifiers) return leaveOutSeenByHeaders(connection, numbers);
-    messageIDsToFetch = std::move(*identifiers);
-    std::erase_if(numbers, [this](std::uint32_t number) {
-        const auto identifier = messageIDsToFetch.find(number);
-        return identifier != messageIDsToFetch.end() && previouslySeenMessages->contains(identifier->second);
-    });
-    if (_request.deletesOnServer) deleteAgain();
+    const auto identifiers = connection.availableMessagesUsingUIDL();
+    if (identifiers) {
+        messageIDsToFetch = *identifiers;
+        std::erase_if(numbers, [this](std::uint32_t number) {
+            const auto identifier = messageIDsToFetch.find(number);
+            return identifier != messageIDsToFetch.end() &&
+                   previouslySeenMessages->contains(identifier->second);
+        });
+    } else {
+        leaveOutSeenByHeaders(connection, numbers);
+    }
+    if (_request.deletesOnServer) deleteAgain(connection, /*headersTell=*/!identifiers);
 }
 
 /// A server deletes when it hears QUIT.  Where the last fetch did not come to that, it still has what is in no
 /// list of ours but that of what was seen, and would keep it for ever.
-void POP3BackgroundFetch::deleteAgain() {
-    const auto deleted = readSeenMessages(_request.deletedPath);
-    _isDeletionNoted = !deleted.empty();
+void POP3BackgroundFetch::deleteAgain(POP3Connection& connection, bool headersTell) {
+    _hasNothingElseToDelete = true;
+    const auto told = readSeenMessages(_request.deletedPath);
+    if (told.empty()) return;
+    if (headersTell) {  // down to the first that was seen they are known
+        for (const auto number : connection.list()) {
+            if (messageIDsToFetch.contains(number)) continue;
+            if (const auto header = connection.messageHeaderForMessageNumber(number))
+                messageIDsToFetch[number] = header->messageID();
+        }
+    }
     std::map<std::string_view, int> times;
     for (const auto& [number, identifier] : messageIDsToFetch) ++times[identifier];
-    for (const auto& [number, identifier] : messageIDsToFetch)
-        // Of two messages that a server calls the same, one has perhaps not been fetched.
-        if (times[identifier] == 1 && deleted.contains(identifier) &&
+    for (const auto& [number, identifier] : messageIDsToFetch) {
+        // Of two messages that a server calls the same, one has perhaps not been fetched; and it may have
+        // deleted the one, and given the name to another.
+        const auto found = told.find(identifier);
+        if (times[identifier] == 1 && found != told.end() &&
+            found->second == connection.sizeOfMessageNumber(number) &&
             previouslySeenMessages->contains(identifier))
             messageNumbersToDelete.push_back(number);
+    }
 }
 
 /// Messages arrive in order, so that below one that was seen there are only others that were.
@@ -220,21 +239,20 @@ void POP3BackgroundFetch::keepAndForget(POP3Connection& connection) {
         connection.deleteMessages(messageNumbersToDelete);
     }
     if (!previouslySeenMessages) return;
-    if (_request.deletesOnServer) noteDeleted();
+    if (_request.deletesOnServer) noteDeleted(connection);
     if (const auto written = writeSeenMessages(_request.seenPath, *previouslySeenMessages); !written)
         throw POP3Exception(written.text());
 }
 
 /// Before anything is noted as seen; see deleteAgain().
-void POP3BackgroundFetch::noteDeleted() {
+void POP3BackgroundFetch::noteDeleted(POP3Connection& connection) {
     SeenMessages deleted;
     for (const auto number : messageNumbersToDelete)
         if (const auto identifier = messageIDsToFetch.find(number); identifier != messageIDsToFetch.end())
-            deleted[identifier->second] = number;
+            deleted[identifier->second] = connection.sizeOfMessageNumber(number);
     if (deleted.empty()) return;
     if (const auto written = writeSeenMessages(_request.deletedPath, deleted); !written)
         throw POP3Exception(written.text());
-    _isDeletionNoted = true;
 }
 
 void POP3BackgroundFetch::connectionWillRetrieveMessageNumber(POP3Connection&, std::uint32_t,

@@ -48,12 +48,12 @@ private:
     void logIn(POP3Connection& connection);
     Numbers availableMessages(POP3Connection& connection);
     void leaveOutSeen(POP3Connection& connection, Numbers& numbers);
-    void deleteAgain();
+    void deleteAgain(POP3Connection& connection, bool headersTell);
     void leaveOutSeenByHeaders(POP3Connection& connection, Numbers& numbers);
     bool retrieve(POP3Connection& connection, const Numbers& numbers);
     void writeSpool(POP3Connection& connection, const Numbers& numbers);
     void keepAndForget(POP3Connection& connection);
-    void noteDeleted();
+    void noteDeleted(POP3Connection& connection);
     void quit(POP3Connection& connection);
     void setProgressPanelMessage(std::string_view message);
     void updatePanel();
@@ -77,7 +77,8 @@ private:
     std::map<std::uint32_t, std::string> messageIDsToFetch;  // from the number to the identifier
     std::optional<SeenMessages> previouslySeenMessages;      // nullopt: not asked for
     Numbers messageNumbersToDelete;
-    bool _isDeletionNoted = false;  // the file of what was told to the server is there
+    // Once the server has heard QUIT, it has deleted all that it was ever told to.
+    bool _hasNothingElseToDelete = false;
 };
 
 }  // namespace lorvale

@@ -12,15 +12,16 @@ namespace lorvale {
 SeenMessages seenMessagesFrom(const PropertyList& list) {
     SeenMessages seen;
     for (const auto& [identifier, number] : list.dictionary()) {
-        const auto last = std::int64_t{std::numeric_limits<std::int32_t>::max()};
-        seen[identifier] = static_cast<std::uint32_t>(std::clamp<std::int64_t>(number.integer(), 0, last));
+        seen[identifier] = static_cast<std::uint64_t>(std::max<std::int64_t>(number.integer(), 0));
     }
     return seen;
 }
 
 PropertyList propertyListOf(const SeenMessages& seen) {
     PropertyList::Dictionary dictionary;
-    for (const auto& [identifier, number] : seen) dictionary[identifier] = std::int64_t{number};
+    constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
+    for (const auto& [identifier, number] : seen)
+        dictionary[identifier] = static_cast<std::int64_t>(std::min(number, kLargest));
     return dictionary;
 }
 

@@ -9,12 +9,13 @@
 
 namespace lorvale {
 
-/// What has been fetched before, as a file remembers it: a property list, a dictionary from the identifier of a
-/// message to the number that it had on the server then.  Of a server without identifiers it is the message ID.
-using SeenMessages = std::map<std::string, std::uint32_t, std::less<>>;
+/// Messages as a file remembers them: a property list, a dictionary from the identifier of a message, which is
+/// its message ID on a server without identifiers, to a number.
+using SeenMessages = std::map<std::string, std::uint64_t, std::less<>>;
 
+/// What has been fetched before, with the number that it had on the server then.
 inline constexpr std::string_view kSeenMessagesName = ".pop_messages_seen";
-/// In the same form, what a server was told to delete and has not said to have deleted.  It is seen as well.
+/// What a server was told to delete and has not said to have deleted, with its size there.  It is seen as well.
 inline constexpr std::string_view kDeletedMessagesName = ".pop_messages_deleted";
 
 SeenMessages seenMessagesFrom(const PropertyList& list);

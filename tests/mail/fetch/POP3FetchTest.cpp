@@ -60,6 +60,12 @@ struct Agent : UserAgent {
     std::vector<std::string> told;
 };
 
+using Script = std::vector<std::string>;
+
+void add(Script& to, std::initializer_list<Script> pieces) {
+    for (const auto& piece : pieces) to.insert(to.end(), piece.begin(), piece.end());
+}
+
 std::string letter(int number) {
     return "From: a@b.example\nReceived: x; Thu, 22 Aug 2002 12:46:23 +0000\nSubject: about " +
            std::to_string(number) + "\nMessage-ID: <" + std::to_string(number) + "@b.example>\n\nhello " +
@@ -438,32 +444,51 @@ TEST_F(POP3Fetch, WithoutIdentifiersGoesDownToTheFirstMessageThatWasSeen) {
 /// The last fetch broke off between the list of what was seen and the QUIT with which a server deletes.
 TEST_F(POP3Fetch, DeletesAgainWhatTheServerHasNotDeleted) {
     fs::create_directory(at("pop"));
-    ASSERT_TRUE(writeSeenMessages(at("pop/.pop_messages_seen"), {{"a", 1}, {"b", 2}, {"twice", 3}}));
-    const auto deleted = at("pop/.pop_messages_deleted");
-    const std::vector<std::string> login = {
-        "S: +OK",     "C: USER anna", "S: +OK",     "C: PASS secret", "S: +OK", "C: STAT",
-        "S: +OK 5 5", "C: LIST",      "S: +OK",     "S: 1 1",         "S: 2 1", "S: 3 1",
-        "S: 4 1",     "S: 5 1",       "S: .",       "C: UIDL",        "S: +OK", "S: 1 a",
-        "S: 2 b",     "S: 3 twice",   "S: 4 twice", "S: 5 unseen",    "S: ."};
-    auto script = login;
-    for (const auto* const line :
-         {"C: TOP 5 0", "S: -ERR", "C: RETR 5", "S: -ERR", "C: DELE 2", "S: +OK", "C: QUIT", "S: -ERR", "A"})
-        script.emplace_back(line);
-    script.insert(script.end(), login.begin(), login.end());
-    script.insert(script.end(), {"C: DELE 2", "S: +OK", "C: QUIT", "S: +OK"});
-    ASSERT_TRUE(writeSeenMessages(deleted, {{"b", 2}, {"twice", 3}, {"unseen", 5}}));
+    const SeenMessages seen = {{"a", 1}, {"b", 2}, {"renamed", 4}, {"twice", 3}};
+    const auto seenPath = at("pop/.pop_messages_seen"), told = at("pop/.pop_messages_deleted");
+    const Script login = {"S: +OK", "C: USER anna", "S: +OK", "C: PASS secret", "S: +OK", "C: STAT"};
+    const Script listing = {"S: +OK 6 66", "C: LIST", "S: +OK", "S: 1 11", "S: 2 22", "S: 3 33",
+                            "S: 4 33",     "S: 5 55", "S: 6 6", "S: .",    "C: UIDL"};
+    const Script withNames = {"S: +OK",      "S: 1 a",       "S: 2 b",    "S: 3 twice", "S: 4 twice",
+                              "S: 5 unseen", "S: 6 renamed", "S: .",      "C: TOP 5 0", "S: -ERR",
+                              "C: RETR 5",   "S: -ERR",      "C: DELE 2", "S: +OK",     "C: QUIT"};
+    Script byHeaders = {"S: -ERR"};
+    // The sixth is known; below it nobody would look, were it not for what is to be deleted.
+    const char* const names[] = {"renamed", "a", "b", "twice", "twice", "unseen"};
+    for (const int number : {6, 1, 2, 3, 4, 5})
+        add(byHeaders, {{"C: TOP " + std::to_string(number) + " 0", "S: +OK",
+                         "S: Message-ID: " + std::string(names[number % 6]), "S: ."}});
+    add(byHeaders, {{"C: DELE 2", "S: +OK", "C: QUIT"}});
+    Script script;
+    add(script, {login, listing, withNames, {"S: -ERR", "A"}, login, listing, withNames, {"S: +OK", "A"}});
+    add(script, {login, listing, byHeaders, {"S: +OK", "A"}, login, {"S: -ERR", "C: QUIT", "S: +OK", "A"}});
+    add(script, {login, {"S: +OK 0 0", "C: QUIT", "S: +OK"}});
     setMailDialect(MailDialect::classic);
     ScriptedPeer peer(script);
     const auto account = std::make_shared<Account>(peer.port());
     account->deletes = true;
     const auto store = storeOf(account);
-    EXPECT_TRUE(fetch(*store));
-    EXPECT_EQ(readSeenMessages(deleted), (SeenMessages{{"b", 2}}));
-    ASSERT_TRUE(
-        writeSeenMessages(at("pop/.pop_messages_seen"), {{"b", 2}, {"twice", 3}, {"unseen", 5}, {"a", 1}}));
-    EXPECT_TRUE(fetch(*store));
-    EXPECT_FALSE(fs::exists(deleted));
+    const SeenMessages all = {{"b", 22}, {"renamed", 66}, {"twice", 33}, {"unseen", 55}};
+    const struct {
+        const char* why;
+        SeenMessages before, after;
+    } rows[] = {
+        {"it was not confirmed", all, {{"b", 22}}},
+        {"it was", {{"b", 22}}, {}},
+        {"names of a server without identifiers", all, {}},
+        {"nothing was listed", {{"gone", 1}}, {{"gone", 1}}},
+        {"all is gone", {{"gone", 1}}, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        ASSERT_TRUE(writeSeenMessages(seenPath, seen));
+        ASSERT_TRUE(writeSeenMessages(told, row.before));
+        EXPECT_TRUE(fetch(*store));
+        EXPECT_EQ(fs::exists(told), !row.after.empty());
+        EXPECT_EQ(readSeenMessages(told), row.after);
+    }
     EXPECT_EQ(peer.firstSurprise(), "");
+    EXPECT_THAT(log.take(), ElementsAre()) << "of files that need not be there";
 }
 
 TEST_F(POP3Fetch, ASpoolThatACrashLeftIsMadeGoodAndRouted) {
