@@ -120,7 +120,7 @@ void FetchStore::_routeMessages(bool inBackground) {
     const auto self = std::static_pointer_cast<FetchStore>(shared_from_this());
     numReaders = 0;
     allRouted = false;
-    _messagesToRoute = _messagesRouted = 0;
+    forgetLastRouting();
     std::vector<std::shared_ptr<Route>> routes;
     const bool made = runLoggingExceptions("Routing", [&] {
         const auto router = MessageRouter::routerForStore(*this);

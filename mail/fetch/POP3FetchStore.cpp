@@ -120,6 +120,7 @@ bool POP3FetchStore::performFetch() {
     request.deletesOnServer = options.deleteMessagesOnServer();
     _fetchLock = std::move(lock);
     _failures.clear();
+    forgetLastRouting();
     _messagesFetched = 0;
     _wasCancelled = false;
     startThread(std::make_shared<POP3BackgroundFetch>(

@@ -104,6 +104,7 @@ bool SpoolFetchStore::performFetch() {
 
 bool SpoolFetchStore::doFetch() {
     if (_busy || isClosed() || isReadOnly()) return false;
+    forgetLastRouting();
     if (FileSystem::current().openForReading(_spoolPath) == nullptr) return false;
     if (mbox() != nullptr) throw InternalInconsistencyException("_mbox being leaked");
     if (!openSpool()) return false;

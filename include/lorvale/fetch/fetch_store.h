@@ -42,7 +42,8 @@ public:
     virtual void routeMessages() { _routeMessages(/*inBackground=*/true); }
     /// The same, and the destinations have the messages when it returns.
     virtual void routeMessagesSynchronously() { _routeMessages(/*inBackground=*/false); }
-    /// Of the last routing: how many messages there were, and how many of them have gone on.
+    /// Of the last fetch, and in it the last routing: how many messages there were to route, and how many of
+    /// them have gone on.
     std::size_t messagesToRoute() const { return _messagesToRoute; }
     std::size_t messagesRouted() const { return _messagesRouted; }
 
@@ -51,6 +52,8 @@ protected:
 
     /// Called once at the end of each routing, whatever became of it.
     virtual void routingFinished();
+    /// A fetch begins, and may have nothing to route.
+    void forgetLastRouting() { _messagesToRoute = _messagesRouted = 0; }
 
 private:
     struct Route;

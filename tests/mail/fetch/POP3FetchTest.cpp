@@ -130,7 +130,7 @@ TEST_F(POP3FetchFromServer, BringsNewMailOnceAndRemembers) {
     EXPECT_EQ(readSeenMessages(at("pop/.pop_messages_seen")).size(), 3u);
     EXPECT_EQ(server.messagesOf("anna").size(), 3u);
     EXPECT_TRUE(fetch(*store));
-    EXPECT_EQ(store->messagesFetched(), 0u);
+    EXPECT_EQ(store->messagesFetched() + store->messagesToRoute() + store->messagesRouted(), 0u);
     deliver(1);
     EXPECT_TRUE(fetch(*store));
     EXPECT_EQ(store->messagesFetched(), 1u);
