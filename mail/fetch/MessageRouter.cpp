@@ -22,6 +22,7 @@ WillingnessRegistry<RouterClass>& routerClasses() {
 }  // namespace
 
 bool MessageRouter::registerRouterClass(RouterClass routerClass) {
+    if (!routerClass.willingness || !routerClass.make) return false;
     return routerClasses().registerClass(std::move(routerClass));
 }
 

@@ -44,7 +44,7 @@ std::shared_ptr<SpoolFetchStore> SpoolFetchStore::globalFetcher() {
     static Mutex mutex;
     static auto& shared = *new std::shared_ptr<SpoolFetchStore>;  // guarded by mutex; never destroyed
     const MutexLock lock(mutex);
-    if (shared == nullptr)
+    if (shared == nullptr || shared->isClosed())
         if (const auto path = globalSpool(); !path.empty()) shared = initWithPath(path, /*readOnly=*/false);
     return shared;
 }

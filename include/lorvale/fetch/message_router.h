@@ -24,7 +24,8 @@ struct RouterClass {
 /// derives its own and registers it.  Routers live for one routing and belong to its thread, the main one.
 class LORVALE_EXPORT MessageRouter {
 public:
-    /// False, and nothing changes, for a name that is registered already.  Any thread, as the next two.
+    /// False, and nothing changes, for a name that is registered already, or without one of the functions.  Any
+    /// thread, as the next two.
     static bool registerRouterClass(RouterClass routerClass);
     static void unregisterRouterClass(std::string_view name);
     static float willingnessToRouteForStore(const MessageStore& store);

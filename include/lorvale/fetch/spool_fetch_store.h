@@ -22,7 +22,8 @@ class LORVALE_EXPORT SpoolFetchStore : public FetchStore {
 public:
     /// The one for the process's own spool: what the user default "DebugFetchSource" names; with "DebugFetch"
     /// "tmp/test.spool" in the home directory; else the user's file in the spool directory of Defaults.  Null
-    /// where there is none of these, or it cannot be opened; then asked for anew by the next call.
+    /// where there is none of these, or it cannot be opened; then asked for anew by the next call, and also
+    /// when it has been closed.
     static std::shared_ptr<SpoolFetchStore> globalFetcher();
     /// 0.333 for a path at which something is, else 0.
     static float willingnessToOpen(std::string_view path);

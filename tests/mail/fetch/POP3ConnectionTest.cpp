@@ -73,15 +73,20 @@ protected:
 
 TEST_F(POP3, CommandsAnswerByTheFirstWordOfTheReply) {
     Conversation talk({"C: USER anna", "S: +OK", "C: PASS two words", "S: -ERR locked", "C: APOP anna c0ffee",
-                       "S: +OKAY", "C: STAT", "S: +OK 2 5000000000", "C: LIST 2", "S: +OK 2 7", "C: DELE 2",
-                       "S: OK", "C: QUIT", "S: +OK"});
+                       "S: +OKAY", "C: STAT", "S: +OK 2 5000000000", "C: LIST 2", "S: +OK 2 7", "C: LIST 0",
+                       "S: -ERR", "C: DELE 2", "S: OK", "C: QUIT", "S: +OK"});
     setDebugLogging(true);
     auto& pop = talk.connection;
-    const std::vector<int> answers = {pop.user("anna"), pop.pass("two words"), pop.apop("anna c0ffee"),
-                                      pop.stat(),       pop.list(2),           pop.dele(2),
+    const std::vector<int> answers = {pop.user("anna"),
+                                      pop.pass("two words"),
+                                      pop.apop("anna c0ffee"),
+                                      pop.stat(),
+                                      pop.list(2),
+                                      pop.list(0),
+                                      pop.dele(2),
                                       pop.quit()};
     setDebugLogging(false);
-    EXPECT_THAT(answers, ElementsAre(0, 7, 0, 0, 0, 7, 0));
+    EXPECT_THAT(answers, ElementsAre(0, 7, 0, 0, 0, 7, 7, 0));
     EXPECT_EQ(pop.messagesAvailable(), 2u);
     EXPECT_EQ(pop.sizeOfMessagesAvailable(), 0xFFFF'FFFFu) << "as much as fits";
     const auto lines = log.lines();

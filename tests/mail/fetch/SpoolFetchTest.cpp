@@ -145,6 +145,19 @@ TEST_F(SpoolFetch, AnotherAppendToTheDestinationEndsNoRouting) {
     EXPECT_EQ(mailbox->totalCount(), 3u);
 }
 
+TEST_F(SpoolFetch, TheOneOfTheProcessIsWhereTheFirstSettingSaysUntilItIsClosed) {
+    setHomeDirectory(at("home"));
+    UserDefaults::standard().setArgument("DebugFetch", "YES");
+    const auto first = SpoolFetchStore::globalFetcher();
+    UserDefaults::standard().setArgument("DebugFetchSource", spool);
+    EXPECT_EQ(SpoolFetchStore::globalFetcher(), first);
+    EXPECT_EQ(first->storePath(), at("home/tmp/test.spool"));
+    first->close();
+    EXPECT_EQ(SpoolFetchStore::globalFetcher()->storePath(), spool);
+    SpoolFetchStore::globalFetcher()->close();
+    setHomeDirectory({});
+}
+
 TEST_F(SpoolFetch, ARoutingInProgressIsNotBegunAgain) {
     writeFile(spool, mboxMessage("a"));
     const auto fetcher = store();
@@ -159,7 +172,12 @@ TEST_F(SpoolFetch, EqualWillingnessLeavesTheChoiceToTheFirst) {
              ADD_FAILURE();
              return nullptr;
          }});
-    EXPECT_FALSE(MessageRouter::registerRouterClass({"Equal", {}, {}}));
+    const auto make = [] { return std::make_unique<MessageRouter>(); };
+    EXPECT_FALSE(
+        MessageRouter::registerRouterClass({"Equal", MessageRouter::willingnessToRouteForStore, make}));
+    EXPECT_FALSE(MessageRouter::registerRouterClass({"Another", {}, make}));
+    EXPECT_FALSE(
+        MessageRouter::registerRouterClass({"Another", MessageRouter::willingnessToRouteForStore, {}}));
     EXPECT_NE(MessageRouter::routerForStore(*store()), nullptr);
     MessageRouter::unregisterRouterClass("Equal");
 }
