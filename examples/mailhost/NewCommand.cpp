@@ -50,6 +50,12 @@ void tell(const Arguments& arguments, const char* what, const std::string& path)
     }
 }
 
+void refuseInMailbox(const std::filesystem::path& path) {
+    for (auto above = path.parent_path(); above.has_relative_path(); above = above.parent_path())
+        if (above.extension() == ".mbox")
+            throw Failure(path.string() + ": " + above.string() + " is a mailbox, and holds no other ones");
+}
+
 int runNew(const Arguments& arguments) {
     if (arguments.has(kYes)) ConsoleAgent::agreeToAll();
     const auto typed = arguments[kDirectoryMailbox];
@@ -61,6 +67,7 @@ int runNew(const Arguments& arguments) {
     }
     const auto place = placeOf(typed);
     const auto path = place.path.ends_with(".mbox") ? place.path : place.path + ".mbox";
+    refuseInMailbox(path);
     if (isThere(path)) throw Failure(path + ": is there already");
     const auto made = place.account->createMailboxNamed(place.name, nullptr);
     if (!made) throw Failure(typed + ": was not made");

@@ -42,6 +42,12 @@ std::optional<Place> placeOfMailbox(const std::string& base, std::string_view na
     return Place{std::move(folder), std::move(path)};
 }
 
+/// Whether the folder is a mailbox of the account, or in one.
+bool isInMailbox(std::string_view folder, std::string_view root) {
+    while (folder.size() > root.size() && !isMailboxPath(folder)) folder = folder.substr(0, folder.rfind('/'));
+    return folder.size() > root.size();
+}
+
 bool makeMailbox(const std::string& path) {
     try {
         if (MessageStore::currentlyOpenStoreForPath(path)) return true;
@@ -79,6 +85,8 @@ AccountItemShare LocalAccount::createMailboxNamed(std::string_view name,
     bool made = false;
     if (place && place->folder != root && !place->folder.starts_with(root + '/')) {
         log("The mailbox %@ would lie outside of the account", place->path);
+    } else if (place && isInMailbox(place->folder, root)) {
+        log("The mailbox %@ would lie in another mailbox", place->path);
     } else if (place) {
         if (place->folder != base && !agreesToFolder(place->folder)) return nullptr;
         made = makeMailbox(place->path);

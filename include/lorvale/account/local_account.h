@@ -55,7 +55,7 @@ public:
     /// Makes the mailbox if it is missing.
     std::shared_ptr<MessageStore> storeForItemPath(std::string_view path) override;
     /// The name may lead through folders, "work/lists/cooks"; asks before it makes one.  Null, after telling
-    /// the user, also for a name that leads out of the account.
+    /// the user, also for a name that leads out of the account, or into a mailbox.
     AccountItemShare createMailboxNamed(std::string_view name, const AccountItemShare& asChildOfItem) override;
     /// A mailbox is there whole or not at all, at whatever moment the process ends.  One that another process
     /// has open is not removed, nor are the folders above it; the user is told.

@@ -138,6 +138,8 @@ TEST_F(LocalAccountTest, MakesMailboxesByName) {
         {"../out", nullptr},
         {"a/../../out", nullptr},
         {"../Mailbox/out", nullptr},
+        {"x.mbox/in", nullptr},
+        {"no.mbox/in/in", nullptr},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -156,6 +158,7 @@ TEST_F(LocalAccountTest, MakesMailboxesByName) {
             EXPECT_THAT(agent.said, ElementsAre());
     }
     EXPECT_EQ(account->createMailboxNamed("z", item("there"))->path, mail / "there/z.mbox");
+    EXPECT_EQ(account->createMailboxNamed("in", item("x.mbox")), nullptr);
     EXPECT_FALSE(fs::exists(folder / "out.mbox") || fs::exists(folder / "Mailbox"));
     agent.agrees = false;
     EXPECT_EQ(account->createMailboxNamed("new/x", nullptr), nullptr);
