@@ -51,7 +51,7 @@ bool MailAccount::saveMailAccounts(const std::vector<std::shared_ptr<MailAccount
 
 bool MailAccount::addAccount(const std::shared_ptr<MailAccount>& account) {
     auto accounts = mailAccounts();
-    accounts.push_back(account);
+    if (std::ranges::find(accounts, account) == accounts.end()) accounts.push_back(account);
     return saveMailAccounts(accounts);
 }
 
@@ -279,7 +279,7 @@ std::shared_ptr<MessageStore> MailAccount::storeForItem(const AccountItemShare& 
 }
 
 void MailAccount::openItem(const AccountItemShare& item) {
-    userAgentOrAbsent().openStore(storeForItem(item), /*quietly=*/false);
+    if (const auto store = storeForItem(item)) userAgentOrAbsent().openStore(store, /*quietly=*/false);
 }
 
 AccountItemShare MailAccount::createMailboxNamed(std::string_view, const AccountItemShare&) {

@@ -80,7 +80,7 @@ public:
     /// an account that is as it was here, stays; accounts of classes that are not known here stay too.  False,
     /// after a log line, when they could not be written; the next save tries again.
     static bool saveMailAccounts(const std::vector<std::shared_ptr<MailAccount>>& accounts);
-    static bool addAccount(const std::shared_ptr<MailAccount>& account);
+    static bool addAccount(const std::shared_ptr<MailAccount>& account);  ///< one that is there is only written
     /// Calls deleteAccount() of an account that is in the list; another one changes nothing, and answers false.
     static bool removeAccount(const std::shared_ptr<MailAccount>& account);
 
@@ -168,7 +168,7 @@ public:
     virtual std::shared_ptr<MessageStore> storeForItemPath(std::string_view path);
     /// Opens the mailbox; null for the root, and where that fails.
     virtual std::shared_ptr<MessageStore> storeForItem(const AccountItemShare& item);
-    /// Has the user agent show the mailbox.
+    /// Has the user agent show the mailbox, where it can be opened.
     void openItem(const AccountItemShare& item);
     /// Null when it was not made; the user has been told then.  Here nothing is made.
     virtual AccountItemShare createMailboxNamed(std::string_view name, const AccountItemShare& asChildOfItem);

@@ -69,7 +69,8 @@ TEST_F(FetchingAccounts, BringWhatAServerHas) {
     // It goes in the middle of a fetch, and nobody asks it any more.
     server.deliver("anna", "From: a@b.example\nSubject: second\n\nhello\n");
     const auto fetcher = account->fetcher();
-    EXPECT_TRUE(account->doFetchNow(false));
+    account->setShouldAutoFetch(true);
+    EXPECT_TRUE(account->doFetchNow(true));
     account->setPath((folder / "other").string());
     EXPECT_TRUE(fetcher->isClosed());
     EXPECT_EQ(fetcher->account(), nullptr);
@@ -82,6 +83,10 @@ TEST_F(FetchingAccounts, TellWhoTheyAre) {
     EXPECT_FALSE(account->doFetchNow(false)) << "no host";
     account->setHostname("h");
     EXPECT_EQ(account->displayName(), "POP: h");
+    EXPECT_FALSE(account->doFetchNow(false)) << "no user";
+    EXPECT_THAT(agent.said, ElementsAre()) << "nobody is asked for a password of whom?";
+    account->setUsername("u");
+    EXPECT_FALSE(account->doFetchNow(false)) << "no password";
     account->setDisplayName("Work");
     EXPECT_EQ(account->displayName(), "Work");
     EXPECT_TRUE(account->showProgressPanel() && account->onlyFetchUnseenMessages());
