@@ -103,10 +103,10 @@ std::string counted(std::size_t number, std::string_view one) {
 /// Fetches from all sources, at the same time, and tells what became of it.
 class Fetch {
 public:
-    explicit Fetch(const Arguments& arguments)
+    Fetch(const Arguments& arguments, bool byClock)
         : _json(arguments.has(kJson)),
           _routing(rulesOf(arguments), intoMailbox(arguments)),
-          _sources(fetchSources(arguments, arguments.values(kAccount))),
+          _sources(fetchSources(arguments, arguments.values(kAccount), byClock)),
           _interrupts([this] { interrupt(); }) {}
 
     /// Whether every source could be fetched.  `tellsNothing`: also of those without mail.
@@ -159,13 +159,13 @@ private:
 
 int runFetch(const Arguments& arguments) {
     const QuietAlerts quiet;  // each is told once, with its source
-    return Fetch(arguments).run(/*tellsNothing=*/true) ? 0 : 1;
+    return Fetch(arguments, /*byClock=*/false).run(/*tellsNothing=*/true) ? 0 : 1;
 }
 
 int runWatch(const Arguments& arguments) {
     const QuietAlerts quiet;
     const std::chrono::seconds every(std::min<std::uint64_t>(arguments.value(kEvery).value_or(300), 1'000'000));
-    Fetch fetch(arguments);
+    Fetch fetch(arguments, /*byClock=*/true);
     while (!fetch.wasInterrupted()) {
         fetch.run(/*tellsNothing=*/false);
         for (const auto next = RunLoop::Clock::now() + every;
@@ -209,7 +209,8 @@ const Command watchCommand = {
     .description =
         "Fetches like \"mailhost fetch\", at once and then now and again, until it is interrupted, and writes "
         "a line when "
-        "mail has come or something is wrong. It takes the same options.",
+        "mail has come or something is wrong. It takes the same options. An account that is not to fetch by "
+        "itself is left out, unless it is named.",
     .words = kWords,
     .options = kWatchOptions,
     .run = runWatch,

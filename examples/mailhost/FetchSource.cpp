@@ -11,6 +11,7 @@
 #include "ServerMailbox.h"
 #include "lorvale/account.h"
 #include "lorvale/defaults.h"
+#include "lorvale/platform/exception.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/values/text.h"
 
@@ -21,6 +22,12 @@ FetchSource::~FetchSource() = default;
 namespace {
 
 using lorvale::POPAccount;
+
+/// What people are told: not the name by which programs know a failure.
+std::string reasonOf(const std::exception& failure) {
+    const auto* const named = dynamic_cast<const lorvale::NamedException*>(&failure);
+    return named != nullptr ? named->reason() : failure.what();
+}
 
 /// A flat file, to be emptied.
 class SpoolSource : public FetchSource {
@@ -40,7 +47,7 @@ public:
         try {
             if (!_store->doFetch()) _failures.emplace_back("cannot be read, or another program has locked it");
         } catch (const std::exception& failure) {
-            _failures.emplace_back(failure.what());
+            _failures.push_back(reasonOf(failure));
         }
         _hasFetched = _failures.empty();
     }
@@ -73,7 +80,7 @@ public:
             if (_store->performFetch()) return;
             _failure = "no password, or another fetch is under way";
         } catch (const std::exception& failure) {
-            _failure = failure.what();
+            _failure = reasonOf(failure);
         }
     }
     bool isUnderWay() const override { return _store->isFetching(); }
@@ -111,7 +118,7 @@ public:
                 if (isFrom(message->messageID(), next)) ++_outcome.routed;
             store->close();
         } catch (const std::exception& failure) {
-            _outcome.failures.emplace_back(failure.what());
+            _outcome.failures.push_back(reasonOf(failure));
         }
     }
     bool isUnderWay() const override { return false; }
@@ -190,7 +197,8 @@ bool isNamed(const lorvale::MailAccount& account, const std::string& name) {
 
 }  // namespace
 
-FetchSources fetchSources(const Arguments& arguments, const std::vector<std::string>& accountNames) {
+FetchSources fetchSources(const Arguments& arguments, const std::vector<std::string>& accountNames,
+                          bool byClock) {
     FetchSources sources;
     for (const auto& spool : arguments.values(kSpool))
         sources.push_back(std::make_unique<SpoolSource>(spool, nullptr));
@@ -206,8 +214,10 @@ FetchSources fetchSources(const Arguments& arguments, const std::vector<std::str
         sources.push_back(std::move(source));
     }
     if (!sources.empty()) return sources;
-    for (const auto& account : accounts)
+    for (const auto& account : accounts) {
+        if (byClock && !account->shouldAutoFetch()) continue;
         if (auto source = sourceOf(account)) sources.push_back(std::move(source));
+    }
     if (sources.empty())
         throw Failure("there is no account to fetch from; name a --spool or a --pop server, or add an account");
     return sources;

@@ -57,8 +57,10 @@ inline constexpr auto kPasswordDescriptor =
 inline constexpr auto kPasswordCommand =
     textOption("--password-command", "COMMAND", "take the first line that this command prints as the password");
 
-/// Those of the command line, or else the user's accounts, all or those named.  Throws Failure for an account
-/// that is not there or that cannot be fetched, and where there is nothing to fetch from.
-FetchSources fetchSources(const Arguments& arguments, const std::vector<std::string>& accountNames);
+/// Those of the command line, or else the user's accounts, all or those named.  `byClock` leaves out those of
+/// all that are fetched by hand only.  Throws Failure for an account that is not there or that cannot be
+/// fetched, and where there is nothing to fetch from.
+FetchSources fetchSources(const Arguments& arguments, const std::vector<std::string>& accountNames,
+                          bool byClock);
 
 }  // namespace mailhost

@@ -33,7 +33,7 @@ protected:
 TEST_F(AccountRegistryTest, KeepsAccountsOverARestart) {
     const auto a = account("/a"), b = account("/b");
     b->setUsername("anna");
-    EXPECT_TRUE(MailAccount::addAccount(a) && MailAccount::addAccount(b));
+    EXPECT_TRUE(MailAccount::addAccount(a) && MailAccount::addAccount(b) && MailAccount::addAccount(a));
     EXPECT_EQ(MailAccount::mailAccounts(), (std::vector{a, b}));
     restart();
     ASSERT_EQ(paths(), (std::vector<std::string>{"/a", "/b"}));
