@@ -4,8 +4,7 @@
 
 #include <filesystem>
 
-#include "RunProgram.h"
-#include "tests/support/TestSupport.h"
+#include "MailhostUser.h"
 
 namespace lorvale::testing {
 namespace {
@@ -14,20 +13,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 namespace fs = std::filesystem;
 
-class MailhostAccounts : public ::testing::Test {
-protected:
-    Outcome run(const std::string& commands) const {
-        return runShell("cd " + shellWord(folder.path().string()) + "; export HOME=$PWD XDG_CONFIG_HOME=; " +
-                        commands);
-    }
-    std::string good(const std::string& commands) const {
-        const auto outcome = run(commands);
-        EXPECT_EQ(outcome.status, 0) << commands << "\n" << outcome.errors;
-        return outcome.output;
-    }
-
-    const TemporaryFolder folder;
-};
+using MailhostAccounts = MailhostUser;
 
 TEST_F(MailhostAccounts, TakePasswordsFromElsewhereAndNeverShowThem) {
     const auto add = [](const std::string& name, const std::string& how) {
@@ -87,6 +73,8 @@ TEST_F(MailhostAccounts, MakeFillWalkAndRemoveMailboxes) {
     good("mailhost new 'Local Mailboxes/In'; mailhost new Mailboxes/Trips/2003.mbox --yes; mailhost new ./out");
     EXPECT_EQ(run("mailhost new 'Local Mailboxes/In.mbox'").status, 1) << "is there";
     EXPECT_EQ(run("mailhost new 'Local Mailboxes/no/x' </dev/null").status, 1) << "nobody agrees to the folder";
+    for (const auto* const name : {"Mailboxes/In.mbox/x", "out.mbox/x", "'Local Mailboxes/no.mbox/x/y' --yes"})
+        EXPECT_THAT(bad(std::string("mailhost new ") + name), HasSubstr(".mbox is a mailbox"));
     good("mailhost import " + inbox +
          " 'Local Mailboxes/In' --unread; mailhost flag Mailboxes/In.mbox 2 --read");
     good("mailhost copy 'Local Mailboxes/In' 1 2 Mailboxes/Trips/2003.mbox");

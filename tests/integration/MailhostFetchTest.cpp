@@ -5,10 +5,9 @@
 
 #include <filesystem>
 
-#include "RunProgram.h"
+#include "MailhostUser.h"
 #include "tests/support/MailServer.h"
 #include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale::testing {
 namespace {
@@ -16,15 +15,11 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
-class MailhostFetch : public ::testing::Test {
+class MailhostFetch : public MailhostUser {
 protected:
-    std::string at(std::string_view name) const { return (folder / name).string(); }
-    /// The command with its settings in the folder of the test.
     Outcome run(const std::string& command) const {
-        return runShell("mailhost --home " + folder.path().string() + " --config " + at("config") +
-                        " -o MailDir=" + at("mail") + " " + command);
+        return MailhostUser::run("mailhost -o MailDir=" + at("mail") + " " + command);
     }
-    const TemporaryFolder folder;
 };
 
 TEST_F(MailhostFetch, SortsASpoolByRules) {
@@ -58,10 +53,12 @@ TEST_F(MailhostFetch, TellsWhatFailedAndKeepsTheMail) {
         {"a program without a password", "--pop 127.0.0.1:1 --password-command false",
          "the password command failed", 1},
         {"nobody to ask", "--pop 127.0.0.1:1", "no password", 1},
+        {"no room for what it keeps", "--pop 127.0.0.1:1 --state " + at("file/x"), "127.0.0.1: POP spool", 1},
         {"a port that is none", "--pop 127.0.0.1:x", "HOST:PORT", 2},
         {"nor is that one", "--pop 127.0.0.1:0", "HOST:PORT", 2},
     };
     writeFile(at("flat"), mboxMessage("x"));
+    writeFile(at("file"), "");
     writeFile(at("rules"), "# one\nsubject is x -> y\n");
     writeFile(at("spool"), mboxMessage("a"));
     writeFile(at("spool.lock"), "elsewhere,somebody,mailer (Lorvale version 106),1\n");
@@ -92,6 +89,8 @@ TEST_F(MailhostFetch, WhatAServerHasIsFoundByItsWords) {
     EXPECT_THAT(found.output, HasSubstr("\"subject\":\"first\""));
     EXPECT_THAT(found.output, ::testing::Not(HasSubstr("second")));
     EXPECT_EQ(found.errors, "") << "nothing had to be indexed behind the fetch";
+    EXPECT_EQ(run("accounts set Work --auto-fetch no").status, 0);
+    EXPECT_THAT(run("watch").errors, HasSubstr("no account to fetch from")) << "nothing goes by the clock";
 }
 
 TEST_F(MailhostFetch, BringsMailFromAServerOnceAndWatchesForMore) {

@@ -4,9 +4,8 @@
 
 #include <filesystem>
 
-#include "RunProgram.h"
+#include "MailhostUser.h"
 #include "tests/support/MailServer.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale::testing {
 namespace {
@@ -16,7 +15,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 namespace fs = std::filesystem;
 
-class MailhostImap : public ::testing::Test {
+class MailhostImap : public MailhostUser {
 protected:
     void SetUp() override {
         if (!_server.runs()) GTEST_SKIP() << _server.whyNot();
@@ -26,20 +25,6 @@ protected:
         good("mailhost accounts add work --type imap --host 127.0.0.1 --user anna --security none --port " +
              std::to_string(_server.port("imap")) + " --password-command 'echo secret'");
     }
-    Outcome run(const std::string& commands) const {
-        return runShell("cd " + shellWord(folder.path().string()) + "; export HOME=$PWD XDG_CONFIG_HOME=; " +
-                        commands);
-    }
-    std::string good(const std::string& commands) const {
-        const auto outcome = run(commands);
-        EXPECT_EQ(outcome.status, 0) << commands << "\n" << outcome.errors;
-        return outcome.output;
-    }
-    std::string bad(const std::string& commands) const {
-        const auto outcome = run(commands);
-        EXPECT_EQ(outcome.status, 1) << commands << "\n" << outcome.output;
-        return outcome.errors;
-    }
     std::size_t mirrored(const std::string& mailbox) const {
         std::error_code none;
         const fs::directory_iterator files(folder / (".mailhost/work/" + mailbox + "/CachedMessages"), none);
@@ -47,7 +32,6 @@ protected:
     }
     std::string fileOnServer(std::size_t index) const { return _server.messagesOf("anna")[index].string(); }
 
-    const TemporaryFolder folder;
     MailServer _server;
 };
 

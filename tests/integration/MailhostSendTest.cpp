@@ -4,9 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "RunProgram.h"
+#include "MailhostUser.h"
 #include "tests/support/ScriptedPeer.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale::testing {
 namespace {
@@ -15,17 +14,14 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using Steps = std::vector<std::string>;
 
-class MailhostSend : public ::testing::Test {
+class MailhostSend : public MailhostUser {
 protected:
     Outcome send(const std::string& options, const std::string& text = "hi") {
-        return runShell("printf '" + text + "' | mailhost --config " + _folder.path().string() +
-                        " send --from a@x --subject s " + options);
+        return run("printf '" + text + "' | mailhost send --from a@x --subject s " + options);
     }
     static std::string host(const ScriptedPeer& peer) {
         return " --host 127.0.0.1:" + std::to_string(peer.port());
     }
-
-    const TemporaryFolder _folder;
 };
 
 TEST_F(MailhostSend, NamesEachRefusalByItsRecipient) {
@@ -63,8 +59,8 @@ TEST_F(MailhostSend, NamesEachRefusalByItsRecipient) {
 
 TEST_F(MailhostSend, SecuresAndLogsIn) {
     const TestAuthority authority;
-    authority.writeTo(_folder / "authority.pem");
-    writeFile(_folder / "password", "secret\r\nmore\n");
+    authority.writeTo(folder / "authority.pem");
+    writeFile(folder / "password", "secret\r\nmore\n");
     const Steps script = {"S: 220",
                           "C: EHLO *",
                           "S: 250-x\r\n250 STARTTLS",
@@ -85,10 +81,9 @@ TEST_F(MailhostSend, SecuresAndLogsIn) {
                           "S: 250",
                           "C: QUIT",
                           "S: 221"};
-    const auto folder = _folder.path().string();
-    const auto options = " --to b@x --security starttls --user anna --password-file " + folder + "/password";
+    const auto options = " --to b@x --security starttls --user anna --password-file " + at("password");
     ScriptedPeer good(script, ScriptedPeer::Pace::whole, authority.issue("IP:127.0.0.1"));
-    const auto sent = send(options + host(good) + " --authorities " + folder + "/authority.pem");
+    const auto sent = send(options + host(good) + " --authorities " + at("authority.pem"));
     EXPECT_EQ(sent.status, 0) << sent.errors;
     EXPECT_EQ(good.firstSurprise(), "");
     ScriptedPeer stranger(script, ScriptedPeer::Pace::whole, authority.issue("IP:127.0.0.1"));
@@ -119,18 +114,16 @@ TEST_F(MailhostSend, TellsWhatKeepsItFromSending) {
 }
 
 TEST_F(MailhostSend, GivesALargeLetterToTheMailer) {
-    const auto folder = _folder.path().string();
-    writeFile(_folder / "mailer", "#!/bin/sh\necho \"$@\" > " + folder + "/arguments\ncat > " + folder +
-                                      "/part\nmv " + folder + "/part " + folder + "/text\n");
-    std::filesystem::permissions(_folder / "mailer", std::filesystem::perms::owner_all);
-    writeFile(_folder / "file", std::string(1'000'000, 'x'));
-    const auto outcome =
-        send("--to b@x --bcc c@x --attach " + folder + "/file -o Mailer=" + folder + "/mailer");
+    writeFile(folder / "mailer", "#!/bin/sh\ncd " + folder.path().string() +
+                                     "\necho \"$@\" > arguments\ncat > part\nmv part text\n");
+    std::filesystem::permissions(folder / "mailer", std::filesystem::perms::owner_all);
+    writeFile(folder / "file", std::string(1'000'000, 'x'));
+    const auto outcome = send("--to b@x --bcc c@x --attach file -o Mailer=" + at("mailer"));
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
-    for (int i = 0; i < 1000 && !std::filesystem::exists(_folder / "text"); ++i)
+    for (int i = 0; i < 1000 && !std::filesystem::exists(folder / "text"); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    EXPECT_EQ(readFile(_folder / "arguments"), "-oi -odb -- b@x c@x\n");
-    EXPECT_GT(std::filesystem::file_size(_folder / "text"), 1'000'000U);
+    EXPECT_EQ(readFile(folder / "arguments"), "-oi -odb -- b@x c@x\n");
+    EXPECT_GT(std::filesystem::file_size(folder / "text"), 1'000'000U);
 }
 
 }  // namespace
