@@ -2,6 +2,7 @@
 // one, fills it, and runs this.  "raw" sends the same commands and throws away what comes: nobody can be
 // faster.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -28,30 +29,34 @@ std::uint16_t serverPort() {
 
 /// Sends the command and reads until its answer; how many bytes came.
 std::size_t rawCommand(KTSocket& socket, const std::string& command) {
+    constexpr std::size_t kLongestAnswer = 2000;
     socket.writeData("t " + command + "\r\n");
     std::size_t total = 0;
-    for (std::string tail; tail.rfind("\r\nt OK ") == std::string::npos;) {
+    for (std::string tail = "\r\n"; tail.rfind("\r\nt OK ") == std::string::npos;) {
         const auto data = socket.readAvailableData(256 * 1024);
         if (!data) return 0;
         total += data->size();
-        tail += data->view().substr(data->size() - std::min<std::size_t>(data->size(), 200));
-        tail.erase(0, tail.size() - std::min<std::size_t>(tail.size(), 200));
+        tail += data->view().substr(data->size() - std::min(data->size(), kLongestAnswer));
+        tail.erase(0, tail.size() - std::min(tail.size(), kLongestAnswer));
     }
     return total;
 }
 
+/// Connecting and logging in included, as for the mailboxes below.
 void raw(benchmark::State& state, std::string_view items) {
-    const auto socket = KTSocket::socket();
-    std::string greeting;
+    std::size_t size = 0;
     try {
-        socket->connectToHost("127.0.0.1", serverPort());
-        socket->readLine(greeting);
-        for (const auto* command : {"NOOP", "LOGIN anna secret", "EXAMINE INBOX"}) rawCommand(*socket, command);
+        for (auto _ : state) {
+            const auto socket = KTSocket::socket();
+            std::string greeting;
+            socket->connectToHost("127.0.0.1", serverPort());
+            socket->readLine(greeting);
+            for (const auto* command : {"LOGIN anna secret", "EXAMINE INBOX"}) rawCommand(*socket, command);
+            size = rawCommand(*socket, "FETCH 1:* " + std::string(items));
+        }
     } catch (const NamedException&) {
         return state.SkipWithError("no server");
     }
-    std::size_t size = 0;
-    for (auto _ : state) size = rawCommand(*socket, "FETCH 1:* " + std::string(items));
     state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
 }
 
@@ -61,14 +66,15 @@ public:
     explicit Inbox(IMAPCachePolicy policy) {
         setMailDialect(MailDialect::standard);
         _owner->policy = policy;
-        clear();
+        startAnew();
     }
-    ~Inbox() { fs::remove_all(_folder); }
+    ~Inbox() { fs::remove_all(_place); }
     Inbox(const Inbox&) = delete;
     Inbox& operator=(const Inbox&) = delete;
 
-    void clear() const {
-        fs::remove_all(_folder);
+    /// The old mirror stays until the end: disks are slow to make files where they have just removed some.
+    void startAnew() {
+        _folder = _place / (std::to_string(++_count) + ".imap");
         fs::create_directories(_folder);
         std::ofstream(_folder / "Info.plist")
             << "<plist><dict><key>IMAPMailboxPath</key><string>INBOX</string></dict></plist>";
@@ -93,12 +99,14 @@ private:
         IMAPCachePolicy policy = IMAPCachePolicy::messagesAsRead;
     };
     const std::shared_ptr<Owner> _owner = std::make_shared<Owner>();
-    const fs::path _folder = fs::temp_directory_path() / ("imap_bench-" + std::to_string(::getpid()) + ".imap");
+    const fs::path _place = fs::temp_directory_path() / ("imap_bench-" + std::to_string(::getpid()));
+    fs::path _folder;
+    int _count = 0;
 };
 
 /// From nothing to a list in line with the server, connecting included; with the bodies, to a full mirror.
 void opening(benchmark::State& state, IMAPCachePolicy policy) {
-    const Inbox inbox(policy);
+    Inbox inbox(policy);
     for (auto _ : state) {
         const auto store = inbox.open();
         if (!store) return state.SkipWithError("not in line with the server");
@@ -106,7 +114,7 @@ void opening(benchmark::State& state, IMAPCachePolicy policy) {
         const auto [done, total] = store->mirrorProgress();
         if (done != total) return state.SkipWithError("not all came");
         store->close();
-        inbox.clear();
+        inbox.startAnew();
         state.ResumeTiming();
     }
 }

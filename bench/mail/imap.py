@@ -125,7 +125,11 @@ def main():
             fill(folder, count, size)
             if os.path.basename(program) == "imap_bench":
                 raw_envelopes(port)  # see below
+                timed("imaplib: envelopes", lambda: imaplib_envelopes(port))
                 subprocess.run([program, *sys.argv[4:]], check=True, env={**os.environ, "LORVALE_IMAP_PORT": str(port)})
+                print("up to", resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss // 1024, "MB")
+                if shutil.which("mbsync"):
+                    timed("mbsync: mirror", lambda: run(*mbsync_settings(home, port)))
                 return
             run(*host, "accounts", "add", "work", "--type", "imap", "--host", "127.0.0.1", "--port", str(port),
                 "--user", "anna", "--security", "none", "--password-command", "echo secret")
