@@ -2,6 +2,7 @@
 
 #include "tests/support/BTreeFixture.h"
 #include "tests/support/FailureText.h"
+#include "toolkit/storage/StoredMembers.h"
 
 namespace brindle::testing {
 namespace {
@@ -117,15 +118,69 @@ TEST_F(DamagedBTree, PagesThatLeadToEachOther) {
                              {8, 0, {{0, "a"}}}});
     EXPECT_EQ(FailureOfOpen(), "");
     EXPECT_EQ(FailureOfIteration(), "VSIV btree pages out of order");
+    EXPECT_EQ(failureOf([&] { ForEachStored(*t.tree->MakeIterator(), [](auto) {}); }),
+              "VSIV more members than the btree has");
     EXPECT_THAT(Violations(), Contains(HasSubstr("is used more than once")));
-    const std::uint32_t next = t.storage->Allocate();
-    EXPECT_EQ(failureOf([&] { t.tree->Destroy(); }), "VSIV btree page met twice");
-    EXPECT_EQ(t.storage->Allocate(), next + 1) << "nothing was given back";
 
     // Neighbours that are one page: levelling them would lose what they hold.
     Write({2, 1, 9, 9, 64}, {{2, 3, {{3, "m"}}}, {3, 0, {{0, "n"}}}});
     EXPECT_EQ(FailureOfOpen(), "");
     EXPECT_EQ(failureOf([&] { t.Put("z"); }), "VSIV btree page met twice");
+}
+
+TEST_F(DamagedBTree, DestroyGivesNoBlockBackTwice) {
+    const char* const twice = "VSIV btree page met twice";
+    const struct {
+        const char* why;
+        std::uint32_t depth;
+        std::vector<RawPage> pages;
+        std::string failure;
+    } rows[] = {
+        {"one leaf in two places", 1, {{2, 3, {{3, "m"}}}, {3, 0, {{0, "n"}}}}, twice},
+        {"the header as a leaf", 1, {{2, 3, {{1, "m"}}}, {3, 0, {{0, "n"}}}}, twice},
+        {"more ways than there is time for", 31, {{2, 2, {{2, "b"}, {2, "c"}}}}, twice},
+        {"a leaf too high",
+         2,
+         {{2, 3, {{4, "m"}}}, {3, 0, {}}, {4, 0, {}}},
+         "VSIV btree page at the wrong level"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        Write({2, row.depth, 9, 9, 64}, row.pages);
+        ASSERT_EQ(FailureOfOpen(), "");
+        const std::uint32_t next = t.storage->Allocate();
+        EXPECT_EQ(failureOf([&] { t.tree->Destroy(); }), row.failure);
+        EXPECT_EQ(t.storage->Allocate(), next + 1) << "nothing was given back";
+    }
+}
+
+TEST_F(DamagedBTree, LargePageBehindTheEndOfTheStore) {
+    TreeInMemory large(65'536);
+    large.Make();
+    for (const char* key : {"a", "b", "c"}) large.Put(key, std::string(5000, 'v'));
+    large.FlushAndCommit();
+    large.Open();
+    EXPECT_EQ(large.tree->Count(), MembersOf(*large.tree).size());
+    large.bytes->resize(large.storage->GetReadAddress(2) + 9000);
+    EXPECT_EQ(failureOf([&] { large.Open(); }), "VSPB text past the end of its block");
+}
+
+TEST(PageImage, RefusesBytesThatAreNoPage) {
+    class Lying : public Entry {
+    public:
+        explicit Lying(std::uint32_t told) : size(told) {}
+        std::uint32_t StoredSize(std::span<const std::uint8_t>) const override { return size; }
+        const std::uint32_t size;
+    };
+    const Bytes leaf = {0, 0, 0, 0, 0, 0, 0, 1, 'x'};
+    const auto restored = [&leaf](std::size_t length, std::uint32_t objectSize) {
+        const Bytes exact(leaf.begin(), leaf.begin() + static_cast<std::ptrdiff_t>(length));
+        return PageImage::Restore(exact, Lying(objectSize));
+    };
+    EXPECT_EQ(failureOf([&] { restored(7, 0); }), "VSEo passed EOF");
+    EXPECT_EQ(restored(8, 0)->Count(), 1u) << "an object that is stored as nothing";
+    EXPECT_EQ(restored(9, 1)->LargestObject(), 1u);
+    EXPECT_EQ(failureOf([&] { restored(9, 2); }), "VSPB buffer position passed blockEnd");
 }
 
 TEST_F(DamagedBTree, VerifyNamesEveryBrokenRule) {

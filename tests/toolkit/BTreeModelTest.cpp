@@ -187,13 +187,13 @@ TEST(PageMemory, LeavesNoTraceInTheFile) {
         for (int step = 0; step < 3000; ++step) {
             if (step % 400 == 300) driver.Turn();
             driver.Step();
+            const PageMemory* const pages = PageMemory::Of(*driver.Tree().storage);
+            EXPECT_EQ(pages != nullptr, memory > 0);
+            if (pages != nullptr) {
+                EXPECT_LE(pages->MemorySize(), memory) << "whether or not it was time for a commit";
+            }
         }
         driver.Tree().FlushAndCommit();
-        const PageMemory* const pages = PageMemory::Of(*driver.Tree().storage);
-        EXPECT_EQ(pages != nullptr, memory > 0);
-        if (pages != nullptr) {
-            EXPECT_LE(pages->MemorySize(), memory);
-        }
         IAPageMemory = before;
         return LiveBytes(*driver.Tree().storage, *driver.Tree().bytes);
     };
@@ -221,6 +221,37 @@ TEST(PageMemory, FollowsTheBlocks) {
     EXPECT_EQ(blocks.Read(2).Count(), 1u);
     t.storage->Deallocate(2);
     EXPECT_THROW(blocks.Read(2), IAException);
+}
+
+/// What one tree has left there is no way round the checks of another, of other objects or of smaller pages.
+TEST(PageMemory, ChecksWhatItRemembers) {
+    class Byte : public Entry {
+    public:
+        std::uint32_t StoredSize(std::span<const std::uint8_t>) const override { return 1; }
+    };
+    const std::string tooLong(40, 'v');  // for a page of 64, though the page as a whole is not too large
+    const std::vector<std::pair<const char*, std::string>> histories[] = {
+        {{"a", tooLong}}, {{"a", ""}, {"a", tooLong}}, {{"a", tooLong}, {"b", ""}}};
+    for (const auto& history : histories) {
+        TreeInMemory t;
+        t.Make();
+        for (const auto& [key, value] : history) t.Put(key, value);
+        t.tree->Flush();
+        const Entry prototype;
+        EXPECT_THROW(PageBlocks(*t.storage, nullptr, prototype, 64).Read(2), IAException);
+        t.Put("c");
+        t.tree->Flush();
+        const Byte bytes;
+        EXPECT_EQ(PageBlocks(*t.storage, nullptr, bytes).Read(2).Image().Object(0).size(), 1u);
+    }
+    const auto leafOf = [](std::size_t objectSize) {
+        auto image = PageImage::Make(true, typeid(Entry), {99, 9});
+        image->InsertEntry(0, 0, objectSize);
+        return image;
+    };
+    const auto small = leafOf(3), large = leafOf(30);
+    small->InsertEntries(1, *large, 0, 1);
+    EXPECT_EQ(small->LargestObject(), 30u);
 }
 
 /// A page that waits for the commit is there for whoever reads its block, and what was flushed stays so when

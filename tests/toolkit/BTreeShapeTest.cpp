@@ -42,8 +42,12 @@ public:
             for (std::uint32_t i = 0; i < kKeys; ++i) Remove(numbers.Below(kKeys));
             for (std::uint32_t i = 0; i < kKeys / 2; ++i) Remove(round == 0 ? i : kKeys - 1 - i);
         }
+        for (std::uint32_t i = 0; i < kKeys / 2; ++i) Put(numbers.Below(kKeys), true);
+        MembersOf(*t.tree, kKeys / 3);
         Put(1, true);
         t.FlushAndCommit();
+        t.Open();
+        DestroyAnother();
         for (std::uint32_t i = 0; i < 2 * kKeys; ++i) Put(numbers.Below(kKeys), i % 3 != 0);
         t.FlushAndCommit();
         return DigestOf(LiveBytes(*t.storage, *t.bytes));
@@ -54,6 +58,13 @@ private:
         std::uint32_t length = 0;
         while (ObjectFits(Entry(KeyOf(0), std::string(length + 1, 'v')).StoreSize(), treePageSize)) ++length;
         return length;
+    }
+    /// The blocks that it gives back are taken again in an order that depends on its own.
+    void DestroyAnother() {
+        BTree other(std::make_unique<Entry>(), 64);
+        other.Initialize(t.storage.get(), t.storage->Allocate(), false);
+        for (std::uint32_t i = 0; i < 90; ++i) other.Put(std::make_unique<Entry>(KeyOf(i), "value"));
+        other.Destroy();
     }
     void Put(std::uint32_t number, bool mixed) {
         const std::uint32_t dice = numbers.Below(8);
@@ -86,7 +97,7 @@ TEST(BTreeShape, IsTheSameAfterTheSameChanges) {
     const struct {
         std::uint32_t pageSize;
         std::uint64_t digest;
-    } rows[] = {{128, 17121654056485919120u}, {4096, 3117353173769859833u}};
+    } rows[] = {{128, 14650039981700239689u}, {4096, 18042040708029795484u}};
     for (const auto& row : rows) {
         for (const bool searchesStored : {false, true}) {
             TreeInMemory t(row.pageSize);

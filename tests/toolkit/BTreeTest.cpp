@@ -17,6 +17,9 @@ protected:
 
 TEST_F(BTreeTest, EmptyTreeHasNothing) {
     const Entry key("x");
+    EXPECT_FALSE(t.tree->Remove(&key));
+    t.Put("x");
+    EXPECT_TRUE(t.tree->Remove(&key)) << "the last one";
     EXPECT_EQ(t.tree->MakeIterator(&key)->Next(), nullptr);
     EXPECT_EQ(t.tree->PositionEstimate(&key), 0.5F);
     EXPECT_EQ(t.tree->TotalSize(), 4096u + 20u);
@@ -29,6 +32,10 @@ TEST_F(BTreeTest, TheStoredPageSizeCountsNotThatOfTheOpener) {
     EXPECT_EQ(opened.TotalSize(), 4096u + 20u);
     EXPECT_FALSE(opened.Put(std::make_unique<Entry>("k", std::string(2000, 'v'))))
         << "too big for a page of 64";
+    BTree tiny(std::make_unique<Entry>(), BTPageOverhead - 1);
+    tiny.Initialize(t.storage.get(), t.storage->Allocate(), false);
+    EXPECT_EQ(failureOf([&] { tiny.Put(std::make_unique<Entry>()); }),
+              "VSBE Ordered Storable Set Entry Too Big");
 }
 
 TEST_F(BTreeTest, LargestEntryIsHalfOfAPage) {

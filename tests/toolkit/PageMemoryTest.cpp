@@ -43,7 +43,9 @@ TEST_F(PageMemoryTest, KeepsWhatWaitsAndForgetsWhatWasUsedLeast) {
     EXPECT_TRUE(memory.Find(3));
     memory.EnterRead(9, LeafOf(100), memory.Changes());
     EXPECT_FALSE(memory.Find(2));
+    memory.EnterRead(10, LeafOf(100), memory.Changes());
     EXPECT_TRUE(memory.Find(3)) << "used since the hand came by";
+    EXPECT_FALSE(memory.Find(4));
 }
 
 TEST_F(PageMemoryTest, KnowsWhatWaits) {
@@ -63,6 +65,12 @@ TEST_F(PageMemoryTest, KnowsWhatWaits) {
     memory.Forget(7);
     memory.EnterRead(5, LeafOf(100), before);
     EXPECT_FALSE(memory.Find(5)) << "something changed while it was read";
+
+    memory.EnterRead(4, LeafOf(100), memory.Changes());
+    const std::uint64_t beforeWriting = memory.Changes();
+    memory.EnterUnwritten(4, LeafOf(100), 128);
+    memory.EnterRead(4, LeafOf(100), beforeWriting);
+    EXPECT_EQ(memory.UnwrittenEnd(), 256u) << "known before, and not replaced by what it was then";
 }
 
 TEST_F(PageMemoryTest, WritesWholeBuffersNeighboursJoinedTheRestZero) {
