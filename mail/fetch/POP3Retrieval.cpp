@@ -1,5 +1,6 @@
 /// Messages from the server into a spool.
 #include <algorithm>
+#include <array>
 #include <set>
 #include <utility>
 
@@ -20,6 +21,9 @@ namespace {
 constexpr std::size_t kHeaderLimit = 16 * 1024 * 1024;
 // Headers are remembered up to so many bytes; a server without identifiers is asked for all of them.
 constexpr std::size_t kHeaderMemory = 4 * 1024 * 1024;
+
+// For the envelope line and the panel.
+constexpr std::array<std::string_view, 3> kUsualKeys = {"from", "received", "subject"};
 
 /// Line ends as they are inside: CRLF is a matter of the wire.
 std::string withNewlines(std::string_view text) {
@@ -62,7 +66,13 @@ void POP3Connection::forgetTops() {
     _topBytes = 0;
 }
 
+POP3Header::POP3Header(std::string block)
+    : _block(std::move(block)), _usual(firstValuesInBlock(_block, kUsualKeys)) {}
+
 std::string POP3Header::firstTextForKey(std::string_view key) const {
+    const auto usual = std::ranges::find(kUsualKeys, key);
+    if (usual != kUsualKeys.end())
+        return _usual[static_cast<std::size_t>(usual - kUsualKeys.begin())].value_or("");
     return firstValuesInBlock(_block, std::span(&key, 1)).front().value_or("");
 }
 

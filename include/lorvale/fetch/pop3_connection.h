@@ -37,7 +37,7 @@ public:
 /// more than everything else about a small message.
 class LORVALE_EXPORT POP3Header {
 public:
-    explicit POP3Header(std::string block) : _block(std::move(block)) {}  ///< lines end in newlines
+    explicit POP3Header(std::string block);  ///< lines end in newlines
     /// The first value of a header, its key in lower case; an empty text when there is none.
     std::string firstTextForKey(std::string_view key) const;
     /// All of it, with an envelope line.
@@ -47,6 +47,7 @@ private:
     friend class POP3Connection;
     std::shared_ptr<MessageHeaders> decoded() const;
     std::string _block;
+    std::vector<std::optional<std::string>> _usual;  // what everybody asks for, found in one walk
 };
 
 /// Hears how a retrieval goes, in the thread of the connection.  Any operation may throw, which ends it.

@@ -49,6 +49,7 @@ const Script kHeader = {"S: +OK",
                         "S: From: A <a@b.example>",
                         "S: Received: x; Thu, 22 Aug 2002 12:46:23 +0000",
                         "S: Subject: one",
+                        "S: X: y",
                         "S: ",
                         "S: ."};
 
@@ -326,6 +327,8 @@ TEST_F(POP3, TheDelegateHearsOfEveryByteAndMayEndIt) {
         void connectionWillRetrieveMessageNumber(POP3Connection&, std::uint32_t number,
                                                  const POP3Header* header, std::uint64_t size) override {
             told = std::to_string(number) + header->firstTextForKey("subject") + std::to_string(size);
+            EXPECT_THAT(header->firstTextForKey("received"), ::testing::StartsWith("x; Thu, 22"));
+            EXPECT_EQ(header->firstTextForKey("x") + header->firstTextForKey("none"), "y");
             const auto all = header->headers();
             EXPECT_EQ(all->subject() + all->sender(), "oneA <a@b.example>");
             EXPECT_THAT(all->firstTextForKey(kFromSpaceKey), ::testing::StartsWith("a@b.example "));
