@@ -1,14 +1,10 @@
 #include "lorvale/platform/user_defaults.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-
 #include <algorithm>
 #include <chrono>
-#include <thread>
 #include <utility>
 
-#include "base/files/Descriptor.h"
+#include "base/files/FileLock.h"
 #include "base/platform/DefaultsDomain.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/paths.h"
@@ -17,22 +13,10 @@ namespace lorvale {
 
 namespace {
 
-/// Keeps other processes from writing settings in a folder at the same time: both would read, both write, and
-/// the changes of one would be lost.  Waits two seconds at most; a process that holds it for longer hangs, and
-/// the files are whole without the lock as well.
-class FolderLock {
-public:
-    explicit FolderLock(const std::string& folder)
-        : _folder(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        for (int attempt = 0; _folder && attempt < 1000; ++attempt) {
-            if (::flock(_folder.get(), LOCK_EX | LOCK_NB) == 0) return;
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-    }
-
-private:
-    const Descriptor _folder;  // closing it gives the lock back
-};
+/// Two processes that wrote settings in a folder at the same time would both read, both write, and the changes
+/// of one would be lost.  A process that holds the lock for longer hangs, and the files are whole without it,
+/// too.
+constexpr std::chrono::seconds kPatience(2);
 
 /// Only these have a form as text.
 bool isText(const PropertyList& value) {
@@ -143,7 +127,7 @@ private:
             values = updateDefaultsFile(path, changes);
         } else {
             static_cast<void>(makeDirectories(folderOf(path), 0700));  // told of when the file is written
-            const FolderLock others(folderOf(path));
+            const auto others = FileLock::ofFolder(folderOf(path), kPatience);
             values = updateDefaultsFile(path, changes, edit);
         }
         if (!values) return false;

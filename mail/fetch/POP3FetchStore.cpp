@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/files/FileLock.h"
 #include "base/files/FileSystem.h"
 #include "base/files/PathUtils.h"
 #include "lorvale/platform/localization.h"
@@ -10,7 +11,6 @@
 #include "lorvale/platform/user_agent.h"
 #include "lorvale/store/mail_account.h"
 #include "lorvale/values/format.h"
-#include "mail/fetch/FetchLock.h"
 #include "mail/fetch/POP3BackgroundFetch.h"
 #include "mail/fetch/SpoolFile.h"
 
@@ -106,8 +106,9 @@ bool POP3FetchStore::performFetch() {
     if (!password) return false;
     // Whoever was asked has had time for another fetch.
     if (isFetching() || isClosed()) return false;
-    auto lock = std::make_unique<FetchLock>(stringByAppendingPathComponent(_directory, kLockName));
-    if (!*lock) return false;
+    auto lock = std::make_unique<FileLock>(stringByAppendingPathComponent(_directory, kLockName));
+    if (!lock->failure()) log("%@", lock->failure().text());
+    if (!lock->isHeld()) return false;
     request.password = *password;
     request.port = options.fetchPort();
     request.security = options.fetchSecurity();

@@ -15,7 +15,7 @@
 
 namespace lorvale {
 
-class FetchLock;
+class FileLock;
 class POP3BackgroundFetch;
 
 /// What a fetch asks of its account beside host, user and password: an account that is one of these, too, says
@@ -90,7 +90,7 @@ private:
     const std::shared_ptr<Progressor> _progressor;
     std::vector<std::string> _failures;
     std::atomic<std::size_t> _messagesFetched = 0;
-    std::unique_ptr<FetchLock> _fetchLock;        // while a fetch is under way
+    std::unique_ptr<FileLock> _fetchLock;         // while a fetch is under way
     std::shared_ptr<POP3BackgroundFetch> _fetch;  // likewise
     Thread _thread;                               // last: joined before the rest goes
 };
