@@ -209,6 +209,13 @@ void StoreIndexer::removeMessagesFromIndex(const MessageList& messages) {
     if (!removed) index->noteDamage();
 }
 
+/// At once, so that a kill leaves nothing of it; the thread does without what it has open.
+void StoreIndexer::forgetAll() {
+    _file.remove();
+    _isOutdated = true;
+    wakeThread();
+}
+
 void StoreIndexer::flushToDisk() {
     const auto index = _index();
     if (index == nullptr) return;

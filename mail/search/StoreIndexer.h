@@ -3,9 +3,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/run_loop.h"
@@ -48,6 +50,8 @@ public:
     void stopBackgroundActivity() override;
     void addMessagesToIndex(const MessageList& messages) override;
     void removeMessagesFromIndex(const MessageList& messages) override;
+    void indexOnly(std::function<bool(const Message&)> isReady) override { _isReady = std::move(isReady); }
+    void forgetAll() override;
     void flushToDisk() override;
 
     /// Null while there is none that can be searched.  Any thread.
@@ -92,6 +96,7 @@ private:
     void finishBatch(MessageStore& store);
     bool closeIndex();
     void startAnew(MessageStore& store);
+    void discard();
     void publish(std::shared_ptr<MboxIndex> index);
     bool goesOn(const MessageStore& store) const;
     void askForWork();
@@ -103,6 +108,7 @@ private:
     const std::weak_ptr<MessageStore> _store;
     const MessageStore* const _identity;  // never followed
     const MboxIndexFile _file;
+    std::function<bool(const Message&)> _isReady;  // null: each is; not changed once the thread runs
 
     mutable ConditionLock _indexLock;
     std::optional<MessageList> _messagesToBeIndexed LORVALE_GUARDED_BY(_indexLock);
@@ -111,6 +117,7 @@ private:
     std::atomic<std::size_t> _reached = 0, _batchSize = 0;
     std::atomic<bool> _mayDiffer = true;  // the index and the mailbox, by more than messages at the end
     std::atomic<bool> _isSaved = false;   // by the thread when it ended
+    std::atomic<bool> _isOutdated = false;
 
     /// Work by the number of times that it was asked for; nobody waits where no thread runs.
     struct Work {

@@ -59,6 +59,7 @@ bool StoreIndexer::goesOn(const MessageStore& store) const {
 
 void StoreIndexer::workOn(const std::shared_ptr<MessageStore>& store, const MessageList& batch) {
     const bool done = runLoggingExceptions("Indexing", [&] {
+        if (_isOutdated.exchange(false)) discard();
         if (_opened != nullptr && _opened->isDamaged()) throw std::runtime_error("the index is damaged");
         const bool wasOpen = _opened != nullptr;
         if (!wasOpen && !openIndex(store)) return;
@@ -130,6 +131,10 @@ bool StoreIndexer::add(MessageStore& store, const MessageList& messages, std::si
 
 bool StoreIndexer::addOne(MessageStore& store, const std::shared_ptr<Message>& message, std::size_t number,
                           std::size_t total) {
+    if (_isReady && !_isReady(*message)) {
+        _mayDiffer = true;
+        return false;
+    }
     const MutexLock bigLock(MboxIndex::bigIndexingLock());
     _reached = number;
     _batchSize = total;
@@ -165,6 +170,13 @@ bool StoreIndexer::closeIndex() {
     _opened->close();
     _opened.reset();
     return isSaved;
+}
+
+void StoreIndexer::discard() {
+    if (_opened == nullptr) return;
+    _opened->noteDamage();  // so that it is not saved
+    closeIndex();
+    _file.remove();
 }
 
 /// After a failure of the index: it is thrown away, and made anew if this was the first in a row.

@@ -19,4 +19,8 @@ std::shared_ptr<MailboxIndex> MailboxIndex::indexForStore(const std::shared_ptr<
 
 MailboxIndex::~MailboxIndex() = default;
 
+void MailboxIndex::indexOnly(std::function<bool(const Message&)>) {}
+
+void MailboxIndex::forgetAll() {}
+
 }  // namespace lorvale

@@ -7,6 +7,7 @@
 
 namespace lorvale {
 
+class Message;
 class MessageStore;
 
 /// The search index of one mailbox, and whatever keeps it up to date, as its store sees them.  The search
@@ -42,6 +43,11 @@ public:
     virtual void stopBackgroundActivity() = 0;
     virtual void addMessagesToIndex(const MessageList& messages) = 0;
     virtual void removeMessagesFromIndex(const MessageList& messages) = 0;
+    /// Only messages for which this holds are added; the others are looked at again at each update.  Before
+    /// storeDidOpen().  Called by any thread.
+    virtual void indexOnly(std::function<bool(const Message&)> isReady);
+    /// The IDs in it name other messages now: it is thrown away, and made anew where it is kept.
+    virtual void forgetAll();
     /// Makes the changes last.
     virtual void flushToDisk() = 0;
 
