@@ -13,19 +13,30 @@
 
 namespace lorvale {
 
+namespace {
+
+/// As the end of a sentence for people.
+std::string refusalOf(const IMAPConnection& connection) {
+    const auto told = connection.refusal();
+    return told.empty() ? "" : " (" + told + ")";
+}
+
+}  // namespace
+
 AccountItemShare IMAPAccount::createMailboxNamed(std::string_view name, const AccountItemShare& asChildOfItem) {
     bool made = false;
-    std::string whole;
+    std::string whole, reason;
     {
         const ServerTurn turn(*_lock);
         const auto connection = usableConnection();
         whole = childName(asChildOfItem, name);
         made = connection && !name.empty() && connection->createMailbox(whole);
         if (made) _mailboxes.erase(asChildOfItem ? asChildOfItem->path : "");
+        if (connection) reason = refusalOf(*connection);
     }
     if (!made) {
         userAgentOrAbsent().alertUserWithMessage(
-            formatText(LVLocalizedString("Could not create mailbox named %@.", "A failure"), name),
+            formatText(LVLocalizedString("Could not create mailbox named %@.", "A failure"), name) + reason,
             LVLocalizedString("Mailbox creation failed", "A title"));
         return nullptr;
     }
@@ -44,20 +55,21 @@ bool IMAPAccount::removeMailbox(const AccountItemShare& item) {
     const bool agrees = userAgentOrAbsent().queryUserForYesNoWithMessage(
         formatText(text, item->path), LVLocalizedString("Delete Mailbox", "A title"),
         LVLocalizedString("Delete", "A button"), LVLocalizedString("Cancel", "A button"));
-    if (agrees && !deleteOnServer(item))
+    std::string reason;
+    if (agrees && !deleteOnServer(item, reason))
         userAgentOrAbsent().alertUserWithMessage(
-            formatText(LVLocalizedString("Unable to delete %@", "A failure"), item->path),
+            formatText(LVLocalizedString("Unable to delete %@", "A failure"), item->path) + reason,
             LVLocalizedString("Delete Mailbox", "A title"));
     return true;
 }
 
 /// In the classic dialect the one mailbox, whose directory goes whatever the server says; in the standard one
 /// first those below it, and the directory only with the mailbox: messages may wait in it for the server.
-bool IMAPAccount::deleteOnServer(const AccountItemShare& item) {
+bool IMAPAccount::deleteOnServer(const AccountItemShare& item, std::string& reason) {
     const bool isStandard = mailDialect() == MailDialect::standard;
     bool isGone = true;
     if (isStandard)
-        for (const auto& child : mailboxesForItem(item)) isGone = deleteOnServer(child) && isGone;
+        for (const auto& child : mailboxesForItem(item)) isGone = deleteOnServer(child, reason) && isGone;
     if (!isGone) return false;
     const auto place = _storePathForName(item->path);
     if (const auto store = place ? MessageStore::currentlyOpenStoreForPath(*place) : nullptr) {
@@ -68,6 +80,7 @@ bool IMAPAccount::deleteOnServer(const AccountItemShare& item) {
     const auto connection = usableConnection();
     if (!connection) return false;
     isGone = connection->deleteMailbox(item->path);
+    if (!isGone) reason = refusalOf(*connection);
     if (isGone) forgetItem(item->path);
     if (place && (isGone || !isStandard)) (void)deletePath(*place);
     return isGone;

@@ -98,7 +98,7 @@ std::optional<std::string> IMAPAccount::_storePathForName(std::string_view name)
     const auto isBad = [](const std::string& component) {
         return component == "." || component == ".." || component.find('\0') != std::string::npos ||
                component == kMirrorName || component == kArchiveName || component == kQueueName ||
-               component == MessageStoreUserInfo;
+               component == kSendingName || component == MessageStoreUserInfo;
     };
     if (!name.empty() && std::ranges::none_of(componentsOf(name, "/"), isBad))
         return path() + '/' + std::string(name);

@@ -317,7 +317,14 @@ IMAPEngine::Answer IMAPEngine::answer(std::uint32_t tag, Result result) const {
 
 void IMAPEngine::forget(std::uint32_t tag) {
     const MutexLock lock(_lock);
-    _commandResponses.erase(std::to_string(tag));
+    const auto told = _commandResponses.extract(std::to_string(tag));
+    const bool isRefusal = told && (told.mapped().result == Result::no || told.mapped().result == Result::bad);
+    _refusal = isRefusal ? told.mapped().text.value_or("") : "";
+}
+
+std::string IMAPEngine::refusal() const {
+    const MutexLock lock(_lock);
+    return _refusal;
 }
 
 void IMAPEngine::finish(std::uint32_t tag) {

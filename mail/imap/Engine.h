@@ -102,6 +102,8 @@ public:
     std::vector<Data> look(std::string_view key) const;
     /// Everything under keys that are numbers, for answers that are told apart by what is in them.
     std::vector<std::pair<std::string, Data>> takeNumbered();
+    /// What the last command that has ended was refused with; empty where it was not.
+    std::string refusal() const;
     /// Whether the command was sent and its answer is still to come.
     bool isWaitedFor(std::uint32_t tag) const;
 
@@ -135,6 +137,7 @@ private:
     CommandManner _manner LORVALE_GUARDED_BY(_lock);
     std::set<std::string, std::less<>> _outstandingCommands LORVALE_GUARDED_BY(_lock);
     std::map<std::string, Answer, std::less<>> _commandResponses LORVALE_GUARDED_BY(_lock);  // by tag
+    std::string _refusal LORVALE_GUARDED_BY(_lock);
     Untagged _untaggedResponses LORVALE_GUARDED_BY(_lock);
     std::size_t _waitingBytes LORVALE_GUARDED_BY(_lock) = 0;  // of these two, roughly
     std::size_t _waitingLimit LORVALE_GUARDED_BY(_lock) = ResponseReader::kResponseLimit;

@@ -190,6 +190,13 @@ void IMAPConnection::didFinishCommand(std::string_view) {
     _engine->didFinishCommand();
 }
 
+std::string IMAPConnection::refusal() const {
+    auto text = _engine->refusal();
+    const auto end = text.starts_with('[') ? text.find(']') : std::string::npos;
+    if (end != std::string::npos) text.erase(0, text.find_first_not_of(' ', end + 1));
+    return text;
+}
+
 std::vector<std::string> IMAPConnection::capabilities() {
     if (_capabilities) return *_capabilities;
     _engine->run("CAPABILITY", {}, [&](const auto&) {

@@ -6,11 +6,13 @@
 #include <thread>
 #include <utility>
 
+#include "base/files/FileLock.h"
 #include "base/files/FileSystem.h"
 #include "base/files/PathUtils.h"
 #include "lorvale/imap/words.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/run_loop.h"
+#include "lorvale/store/mailbox_index.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
 #include "mail/imap/ServerLock.h"
@@ -109,6 +111,7 @@ bool IMAPStore::openAtPath(std::string_view path, bool create, bool readOnly,
     _connection->setDelegate(std::weak_ptr<IMAPConnectionDelegate>(
         std::dynamic_pointer_cast<IMAPConnectionDelegate>(shared_from_this())));
     _connection->setNumbersAreUIDs(true);
+    _lock->setAsking([this] { askForConnection(); });
     if (const auto* const owner = imapAccount()) owner->prepareConnection(*_connection);
     checkConnectionToServer();
     userAgentOrAbsent().registerObjectForTimedFetch(*this);
@@ -279,11 +282,31 @@ void IMAPStore::takeUIDValidity(const std::string& validity) {
     const auto folder = pathOf(kMirrorName);
     for (const auto& name : files.namesInFolder(folder).value_or(std::vector<std::string>()))
         remove(stringByAppendingPathComponent(folder, name));
+    if (index()) index()->forgetAll();
     if (files.isDirectory(folder)) (void)files.syncFolder(folder);
     (void)files.syncFolder(path());
     _uidValidity = validity;
     userInfo().set(IMAPResponseUIDValidity, validity);
     saveUserInfo();
+}
+
+/// An index that would fetch what it reads would fetch the whole mailbox, and in that mark it as read: in the
+/// standard dialect it waits for what the mirror gets.
+void IMAPStore::didOpen() {
+    if (index() && mailDialect() == MailDialect::standard) {
+        const auto self = std::static_pointer_cast<IMAPStore>(shared_from_this());
+        index()->indexOnly([weak = std::weak_ptr(self)](const Message& message) {
+            const auto store = weak.lock();
+            return store && store->isMirrored(message);
+        });
+    }
+    MessageStore::didOpen();
+}
+
+bool IMAPStore::mayWriteIndex() const {
+    const MutexLock lock(_stateMutex);
+    if (!_indexLock) _indexLock = std::make_unique<FileLock>(pathOf(kIndexLockName));
+    return !_indexLock->isTaken();
 }
 
 void IMAPStore::showStatus(std::string_view text) {
@@ -306,18 +329,26 @@ void IMAPStore::willClose() {
 void IMAPStore::stopBackgroundActivity() {
     setShouldProcessInBackground(false);
     MessageStore::stopBackgroundActivity();
-    if (_thread.id() == std::this_thread::get_id()) return;
-    // What the thread is just reading may end by itself; what a silent server owes it never comes.
+    _watcher.requestStop();
+    const auto self = std::this_thread::get_id();
+    if (_thread.id() == self || _watcher.id() == self) return;
+    // What the threads are just reading may end by itself; what a silent server owes them never comes.
+    const auto isBusy = [this] { return isSynchronizing() || _isWatched; };
     const auto patience = RunLoop::Clock::now() + kPatienceAtClosing;
-    while (isSynchronizing() && RunLoop::Clock::now() < patience)
+    while (isBusy() && RunLoop::Clock::now() < patience)
         RunLoop::current()->runOnce(RunLoop::Clock::now() + std::chrono::milliseconds(10));
-    if (isSynchronizing() && _connection) _connection->interrupt();
+    if (isBusy() && _connection) _connection->interrupt();
     _thread.join();
+    _watcher.join();
 }
 
 void IMAPStore::close() {
     if (isClosed()) return;
     MessageStore::close();
+    {
+        const MutexLock lock(_stateMutex);
+        _indexLock.reset();
+    }
     if (!_connection) return;
     const ServerTurn turn(*_lock);
     const auto* const owner = imapAccount();
@@ -338,7 +369,8 @@ bool IMAPStore::doFetchNow(bool automatically) {
         const ServerTurn turn(*_lock);
         _connection->noop();
     }
-    if (unreadCount() <= before) return false;
+    // In the standard dialect what is new is known, and told, when the list was compared.
+    if (isStandard() || unreadCount() <= before) return false;
     NotificationCenter::defaultCenter().postNotification(MessageStoreNewMail, shared_from_this());
     return true;
 }

@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "base/files/FileLock.h"
 #include "base/files/FileSystem.h"
 #include "base/files/PathUtils.h"
 #include "base/files/PropertyListFile.h"
@@ -54,13 +55,14 @@ std::shared_ptr<Message> withoutTarnReference(Message& message, MessageBody& bod
 /// The bytes that go up; nullopt when they cannot be had.
 std::optional<Data> bytesToAppend(Message& given) {
     std::shared_ptr<Message> message = given.shared_from_this();
-    if (const auto body = std::dynamic_pointer_cast<TarnMailBody>(message->messageBody()))
-        message = withoutTarnReference(given, *body);
-    else
-        message->flushCachedData();
+    const auto rich = std::dynamic_pointer_cast<TarnMailBody>(message->messageBody());
+    if (rich) message = withoutTarnReference(given, *rich);
     if (!message) return std::nullopt;
-    const auto body = message->encodedBody();
+    // The headers of a letter that is just being composed are completed with its body.
+    if (rich || !message->messageStore()) (void)message->encodedBody();
     const auto block = message->headers()->encodedHeadersForDelivery();
+    if (!rich) message->flushCachedData();  // which takes changes of the headers along
+    const auto body = message->encodedBody();
     if (!block || !body) return std::nullopt;
     auto head = block->view();
     if (head.starts_with("From ")) head.remove_prefix(std::min(head.find('\n'), head.size() - 1) + 1);
@@ -68,6 +70,9 @@ std::optional<Data> bytesToAppend(Message& given) {
 }
 
 }  // namespace
+
+// Others have the mailbox open, too: the queue is read and changed under a lock of its folder, which is kept
+// for no longer than that takes.
 
 std::vector<Data> IMAPStore::readQueue() {
     std::vector<Data> queue;
@@ -97,21 +102,47 @@ bool IMAPStore::writeQueue(const std::vector<Data>& queue) {
 bool IMAPStore::addToQueue(std::vector<Data> messages) {
     if (messages.empty()) return true;
     const ServerTurn turn(*_lock);
+    const auto lock = FileLock::ofFolder(path(), kPatienceForQueue);
+    if (lock.isTaken()) {
+        log("The queue of %@ is in use, so that nothing could be added", path());
+        return false;
+    }
     auto queue = readQueue();
     std::ranges::move(messages, std::back_inserter(queue));
     return writeQueue(queue);
 }
 
+/// Each of them once; what others have added meanwhile stays.
+void IMAPStore::removeFromQueue(const std::vector<Data>& messages) {
+    const auto lock = FileLock::ofFolder(path(), kPatienceForQueue);
+    if (lock.isTaken()) return log("The queue of %@ is in use; what was sent will be sent again", path());
+    std::vector<Data> left;
+    auto next = messages.begin();
+    for (auto& each : readQueue()) {
+        if (next != messages.end() && each == *next)
+            ++next;
+        else
+            left.push_back(std::move(each));
+    }
+    if (!left.empty()) return static_cast<void>(writeQueue(left));
+    const auto removed = FileSystem::current().remove(pathOf(kQueueName));
+    if (!removed && removed.code() != ENOENT) log("%@", removed.text());
+}
+
 std::size_t IMAPStore::pendingAppendCount() {
-    const ServerTurn turn(*_lock);
-    return readQueue().size();
+    return lockedQueue().size();
 }
 
 MessageList IMAPStore::pendingAppends() {
-    const ServerTurn turn(*_lock);
     std::vector<std::shared_ptr<Message>> messages;
-    for (auto& text : readQueue()) messages.push_back(Message::messageWithData(std::move(text)));
+    for (auto& text : lockedQueue()) messages.push_back(Message::messageWithData(std::move(text)));
     return messages;
+}
+
+std::vector<Data> IMAPStore::lockedQueue() {
+    const ServerTurn turn(*_lock);
+    const auto lock = FileLock::ofFolder(path(), kPatienceForQueue);
+    return readQueue();
 }
 
 bool IMAPStore::appendMessages(const MessageList& messages) {
@@ -122,6 +153,7 @@ bool IMAPStore::appendWithFlags(const MessageList& messages, const std::vector<s
     bool isAllTaken = true, isLastTaken = true;
     std::vector<Data> queued;
     int count = 0;
+    _refusal.clear();
     for (const auto& message : messages) {
         const auto status = [&, number = ++count](std::string_view format) {
             return formatText(format, number, messages.size());
@@ -155,6 +187,7 @@ bool IMAPStore::appendOrQueue(Message& message, const std::vector<std::string>& 
     if (_connection->connectionState() == IMAPConnection::State::mailboxSelected) {
         show(status("Transferring %d of %d messages..."));
         isTaken = _connection->appendData(bytes->view(), _mailboxName, flags);
+        if (!isTaken) _refusal = _connection->refusal();
     } else {
         show(status("Queuing %d of %d to be transferred later..."));
         queued.push_back(*bytes);
@@ -172,27 +205,23 @@ bool IMAPStore::syncAppendMessages(const MessageList& messages, bool setUnread) 
 /// In the classic dialect a message that the server does not take is lost with the queue; in the standard one
 /// it stays there.
 void IMAPStore::_processPendedAppendData() {
-    auto& files = FileSystem::current();
-    const auto file = pathOf(kQueueName);
-    if (!goesOn() || _opensReadOnly || !files.exists(file)) return;
+    if (!goesOn() || _opensReadOnly || !FileSystem::current().exists(pathOf(kQueueName))) return;
+    // Nobody else takes messages out as long as this one holds; two would send them twice.
+    const FileLock sending(pathOf(kSendingName));
+    if (sending.isTaken()) return;
     const ServerTurn turn(*_lock);
     if (_connection->connectionState() <= IMAPConnection::State::loggedIn) return;
-    const auto queue = readQueue();
-    std::vector<Data> refused;
+    const auto queue = lockedQueue();
+    std::vector<Data> done;
     for (std::size_t i = 0; i < queue.size(); ++i) {
         showStatus(formatText(LVLocalizedString("Transferring %d of %d previously transfered messages..."),
                               i + 1, queue.size()));
-        if (!_connection->appendData(queue[i].view(), _mailboxName, {{std::string(IMAPFlagSeen)}}))
-            refused.push_back(queue[i]);
-        if (_connection->connectionState() != IMAPConnection::State::notConnected) continue;
-        refused.insert(refused.end(), queue.begin() + static_cast<std::ptrdiff_t>(i + 1), queue.end());
-        break;
+        const bool isTaken =
+            _connection->appendData(queue[i].view(), _mailboxName, {{std::string(IMAPFlagSeen)}});
+        if (isTaken || !isStandard()) done.push_back(queue[i]);
+        if (isStandard() && _connection->connectionState() == IMAPConnection::State::notConnected) break;
     }
-    if (isStandard() && !refused.empty()) {
-        if (refused.size() != queue.size()) (void)writeQueue(refused);
-    } else if (files.exists(file)) {
-        if (const auto removed = files.remove(file); !removed) log("%@", removed.text());
-    }
+    if (!done.empty()) removeFromQueue(done);
 }
 
 }  // namespace lorvale

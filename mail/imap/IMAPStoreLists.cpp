@@ -67,15 +67,19 @@ void IMAPStore::undeleteMessages(MessageList messages) {
 }
 
 bool IMAPStore::copyMessages(const MessageList& messages, std::string_view toMailboxNamed) {
+    _refusal.clear();
     const auto numbers = numbersOf(messages);
     if (numbers.size() != messages.size() || !checkConnectionToServer()) return false;
     const ServerTurn turn(*_lock);
-    return _connection->copyMessageNumbers(numbers, toMailboxNamed);
+    const bool isTaken = _connection->copyMessageNumbers(numbers, toMailboxNamed);
+    _refusal = _connection->refusal();
+    return isTaken;
 }
 
 void IMAPStore::setMessages(const Messages& messages, const Messages& added) {
     const auto self = shared_from_this();
     for (const auto& message : added) message->setMessageStore(self);
+    if (isStandard() && _pushStateToServer) _arrived.insert(_arrived.end(), added.begin(), added.end());
     setAllMessages(messages);
     _hasLists = true;
     rebuildMessageLists();

@@ -51,7 +51,9 @@ void IMAPStore::cacheMessagesFromServer() {
     }
     _mirrored = 0;
     _toMirror = missing.size();
-    if (!(isStandard() ? mirrorTogether(all, missing) : mirrorOneByOne(all, missing))) return;
+    const bool isFilled = isStandard() ? mirrorTogether(all, missing) : mirrorOneByOne(all, missing);
+    if (_mirrored > 0) (void)callInMainThread([](IMAPStore& store) { store.updateIndex(); });
+    if (!isFilled) return;
     if (kept.empty()) return;
     showStatus("Removing old cache files...");
     for (const auto& name : kept) (void)files.remove(stringByAppendingPathComponent(folder, name));

@@ -113,6 +113,7 @@ void IMAPStore::bringIntoLine() {
         // What the server told of meanwhile is not in the list yet.
         if (store._work == Work::running && store._contentChanges == changes) store._isSynchronized = true;
         store.updateIndex();
+        store.tellOfNewMail();
     });
 }
 
@@ -261,8 +262,12 @@ bool IMAPStore::synchronizeFlagsWithServer() {
         const auto name = isStandard() ? static_cast<IMAPMessage&>(*message).uid() : std::to_string(i);
         const auto flags = message->messageFlags();
         const bool isUnseen = unseenThere.contains(name), isDeleted = deletedThere.contains(name);
-        if (flags->isRead() == isUnseen) (isUnseen ? unread : read).push_back(message);
         if (flags->isDeleted() != isDeleted) (isDeleted ? deleted : undeleted).push_back(message);
+        // What is deleted here becomes read, which the server may see otherwise; the classic dialect finds that
+        // the next time.
+        const bool becomesRead = isStandard() && isDeleted && !flags->isDeleted();
+        if (flags->isRead() == isUnseen || (becomesRead && isUnseen))
+            (isUnseen ? unread : read).push_back(message);
     }
     if (deleted.empty() && undeleted.empty() && read.empty() && unread.empty()) return true;
     return callInMainThread([=](IMAPStore& store) {

@@ -5,7 +5,9 @@
 #include "base/files/PathUtils.h"
 #include "base/text/Ascii.h"
 #include "lorvale/imap/store.h"
+#include "lorvale/imap/words.h"
 #include "lorvale/platform/log.h"
+#include "lorvale/values/text.h"
 #include "mail/imap/Digits.h"
 #include "mail/imap/FetchParsing.h"
 #include "mail/imap/ServerLock.h"
@@ -127,15 +129,32 @@ std::optional<std::string> IMAPStore::_stringForMessage(Message& message) {
     return text;
 }
 
+/// The server has marked it, and says so in the answer with the text.
+void IMAPStore::noteRead(IMAPMessage& message) {
+    const auto self = std::static_pointer_cast<IMAPStore>(shared_from_this());
+    userAgentOrAbsent().performInMainThread([weak = std::weak_ptr(self), read = message.shared_from_this()] {
+        const auto store = weak.lock();
+        if (!store || store->isClosed()) return;
+        read->messageFlags()->setRead(true);
+        store->scheduleFlagsChanged();
+    });
+}
+
 std::optional<std::string> IMAPStore::fetchText(IMAPMessage& message, bool setSeenFlag) {
     const ServerTurn turn(*_lock);
     const auto numbers = numbersOf(MessageList{message.shared_from_this()});
     if (isStandard()) {
         std::optional<std::string> found;
+        bool isReadThere = false;
         const auto item = setSeenFlag ? "BODY[]" : "BODY.PEEK[]";
         (void)_connection->fetchEach(numbers, item, [&](const IMAPFetched& fetched) {
             if (const auto text = fetched.section()) found = withNewlines(text->view());
+            const auto flags = fetched.flags().value_or(std::vector<std::string_view>());
+            isReadThere = isReadThere || std::ranges::any_of(flags, [](std::string_view flag) {
+                              return equalIgnoringAsciiCase(flag, IMAPFlagSeen);
+                          });
         });
+        if (isReadThere && !message.messageFlags()->isRead()) noteRead(message);
         return found;
     }
     auto texts = numbers.empty() ? std::nullopt : _connection->fetchRawData(numbers, setSeenFlag);

@@ -99,8 +99,6 @@ private:
     void scheduleClosing();
     std::shared_ptr<IMAPConnection> usableConnection();
     std::string separator() const;
-    /// The last component of a name, and what stands before it.
-    std::string lastComponentOf(std::string_view name) const;
     std::string _parentPathForItemPath(std::string_view name) const;
     std::string childName(const AccountItemShare& parent, std::string_view name) const;
     std::optional<PropertyList> listingForMailbox(const std::string& name);
@@ -112,7 +110,7 @@ private:
     /// nullopt for a name that would lead elsewhere.
     std::optional<std::string> _storePathForName(std::string_view name) const;
     AccountItemShare itemNamed(std::string name) const;
-    bool deleteOnServer(const AccountItemShare& item);
+    bool deleteOnServer(const AccountItemShare& item, std::string& reason);
     void forgetItem(const std::string& name);
 
     std::atomic<bool> _stayOffline = false;

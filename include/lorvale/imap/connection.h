@@ -98,6 +98,9 @@ public:
     /// beyond counts as gone.
     void setLimits(std::size_t responseBytes, std::size_t waitingBytes);
 
+    /// What the server told people when it refused the last command; empty where it took it, or has gone.
+    std::string refusal() const;
+
     // The engine, for commands that stand not below.
 
     std::uint32_t nextCommandNumber();

@@ -1,11 +1,13 @@
 #pragma once
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <set>
 #include <span>
+#include <stop_token>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +25,7 @@
 
 namespace lorvale {
 
+class FileLock;
 class MirrorFiles;
 class ServerLock;
 struct StoreArchive;
@@ -62,6 +65,13 @@ public:
     bool isSynchronized() const { return _isSynchronized; }
     bool isSynchronizing() const { return _work != Work::none; }
     bool isConnected() const { return _connected; }
+    /// From now on the server tells of changes as they happen (IDLE): the list follows, and unread mail posts
+    /// MessageStoreNewMail.  Nothing else has to wait for that.  It lasts until the store closes, which keeps
+    /// the store alive, or the connection goes.  False where the server does not do it or is not there, and in
+    /// the classic dialect: then doFetchNow() has to ask now and then.  `askAnewAfter`: 28 minutes at the most;
+    /// a connection that has died silently shows after that time.
+    bool watch(std::chrono::milliseconds askAnewAfter = std::chrono::minutes(28));
+    bool isWatched() const { return _isWatched; }
     /// Has the thread look at the mailbox again, and fetch what the account's policy wants and is missing.
     void fillMirror();
     /// Waits, serving the run loop of the main thread, until no synchronisation is under way.
@@ -88,6 +98,8 @@ public:
     CachedHeaders cachedHeadersForMessage(Message& message) override;
     std::optional<Data> allHeadersForMessage(Message& message) override;
     std::optional<Data> bodyForMessage(Message& message) override;
+    /// One at a time of those who have the mailbox open, in this process or others, keeps its index.
+    bool mayWriteIndex() const override;
     /// Whether header block and body are at hand without the server.  Any thread.
     bool isMirrored(const Message& message) const;
     std::string messageIDForMessage(Message& message) override;  ///< its UID
@@ -108,6 +120,8 @@ public:
     bool appendMessages(const MessageList& messages);
     /// The same; what waits in the queue counts as read all the same.
     bool syncAppendMessages(const MessageList& messages, bool setUnread) override;
+    /// What the server told people when it last took a copy or an append not; empty when it was not that.
+    const std::string& refusal() const { return _refusal; }
     /// How many messages wait in the queue, and they themselves.
     std::size_t pendingAppendCount();
     MessageList pendingAppends();
@@ -126,6 +140,7 @@ public:
     void receivedFlags(const IMAPValue& flags, std::string_view forMessage) override;
 
 protected:
+    void didOpen() override;
     bool openAtPath(std::string_view path, bool create, bool readOnly,
                     const std::shared_ptr<MailAccount>& account) override;
     void _resetAllMessages() override {}  // the list is what was learnt of the server
@@ -168,6 +183,11 @@ private:
     bool callInMainThread(std::function<void(IMAPStore&)> call);
     bool goesOn() const { return shouldProcessInBackground(); }
 
+    // Watching, in a thread of its own.
+    void idleUntil(const std::stop_token& stop, std::chrono::milliseconds askAnewAfter);
+    void askForConnection();
+    void tellOfNewMail();
+
     // Lists.
     void setMessages(const Messages& messages, const Messages& added);
     void _flushAllData();
@@ -183,6 +203,7 @@ private:
     // Texts.
     std::optional<Data> _dataForMessage(Message& message);
     std::optional<std::string> _stringForMessage(Message& message);
+    void noteRead(IMAPMessage& message);
     std::optional<std::string> fetchText(IMAPMessage& message, bool setSeenFlag);
     std::string cacheFileOf(const std::string& uid) const;
     std::string pathOf(std::string_view name) const;
@@ -193,8 +214,10 @@ private:
     bool appendOrQueue(Message& message, const std::vector<std::string>& flags, const StatusText& status,
                        std::vector<Data>& queued);
     std::vector<Data> readQueue();
+    std::vector<Data> lockedQueue();
     bool writeQueue(const std::vector<Data>& queue);
     bool addToQueue(std::vector<Data> messages);
+    void removeFromQueue(const std::vector<Data>& messages);
 
     void readArchive();
     void writeArchive();
@@ -206,6 +229,7 @@ private:
     std::atomic<Work> _work = Work::none;         // of _thread
     std::atomic<bool> _connected = false, _stayOffline = false, _isSynchronized = false;
     std::atomic<bool> _pushStateToServer = false, _hasLists = false;
+    std::atomic<bool> _isWatched = false, _isIdling = false;
     std::atomic<std::uint64_t> _flagChanges = 0;  // that the user made
     std::atomic<std::uint64_t> _contentChanges =
         0;  // of which the server told by itself; counts in the main thread
@@ -216,6 +240,7 @@ private:
     // By the last STATUS.
     std::uint64_t _totalOnServer LORVALE_GUARDED_BY(_stateMutex) = 0;
     std::string _uidNextOnServer LORVALE_GUARDED_BY(_stateMutex);
+    mutable std::unique_ptr<FileLock> _indexLock LORVALE_GUARDED_BY(_stateMutex);  // null: not asked for yet
     std::string _statusMessageFormat LORVALE_GUARDED_BY(_stateMutex);  // empty: no progress is shown
     std::int32_t _statusMessageCount LORVALE_GUARDED_BY(_stateMutex) = 0;
     std::int32_t _statusMessageMaximum LORVALE_GUARDED_BY(_stateMutex) = 0;
@@ -223,11 +248,13 @@ private:
     // Of the main thread.
     std::string _mailboxName, _uidValidity;  // the first never changes once open, nor does _opensReadOnly
     std::string _uidNext;                    // when the list and the server's were the same
-    std::uint32_t _toldTotal = 0;            // the last number of messages that the server told of itself
-    std::uint64_t _flagsCall = 0;            // of the run loop
+    std::string _refusal;
+    Messages _arrived;             // found by the last look, when it was not the first
+    std::uint32_t _toldTotal = 0;  // the last number of messages that the server told of itself
+    std::uint64_t _flagsCall = 0;  // of the run loop
     bool _opensReadOnly = false, _isRegistered = false;
 
-    Thread _thread;  // last: uses all of them
+    Thread _thread, _watcher;  // last: they use all of them
 };
 
 }  // namespace lorvale
