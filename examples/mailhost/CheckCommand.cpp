@@ -6,6 +6,7 @@
 #include "ConsoleAgent.h"
 #include "Json.h"
 #include "Mailbox.h"
+#include "ServerMailbox.h"
 #include "Table.h"
 #include "Terminal.h"
 #include "Work.h"
@@ -67,6 +68,8 @@ void printForPeople(const std::string& path, const lorvale::MailboxReport& repor
 
 /// Whether the mailbox is in order.
 bool check(const std::string& path, bool asJson) {
+    if (placeOnServer(path))
+        throw Failure(path + ": is kept by its server; \"mailhost sync\" brings what is here in line with it");
     const auto place = lorvale::standardizePath(path);
     lorvale::MailboxReport report;
     workOn(path, sizeOfFile(place), [&] {

@@ -54,13 +54,25 @@ int runCompact(const Arguments& arguments) {
     return compact(mailbox.store(), arguments, std::nullopt);
 }
 
-int runRebuild(const Arguments& arguments) {
-    const auto path = arguments[kDirectoryMailbox];
+std::size_t rebuild(const std::string& path) {
+    if (const auto place = placeOnServer(path)) {
+        const Mailbox mailbox(path);
+        auto& store = dynamic_cast<lorvale::IMAPStore&>(mailbox.store());
+        needServer(*place, store);
+        store.rebuildTableOfContents();
+        settle(store);
+        needServer(*place, store);
+        return store.totalCount();
+    }
     ChangingMailbox mailbox(path);
     auto& store = mailbox.store();
     workOn(path, store.totalCountAndSize().size, [&] { store.rebuildTableOfContents(); });
     forgetDeletions(store);
-    const auto count = store.totalCount();
+    return store.totalCount();
+}
+
+int runRebuild(const Arguments& arguments) {
+    const auto count = rebuild(arguments[kDirectoryMailbox]);
     if (arguments.has(kJson)) {
         JsonObject object;
         object.add("messages", count);
@@ -91,7 +103,7 @@ const Command rebuildCommand = {
     .description =
         "Reads all mail of a directory mailbox and makes its table of contents anew: after another program has "
         "changed the mail, or where \"mailhost check\" says that the two do not agree. Messages keep their "
-        "marks; those that had none count as read.\n\n"
+        "marks; those that had none count as read. The list of a mailbox on a server is fetched anew.\n\n"
         "In JSON the one line has the member messages.",
     .words = kWords,
     .options = {},

@@ -7,6 +7,8 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <set>
+#include <utility>
 
 #include "Commands.h"
 #include "ConsoleAgent.h"
@@ -111,11 +113,29 @@ public:
 
     /// Whether every source could be fetched.  `tellsNothing`: also of those without mail.
     bool run(bool tellsNothing) {
-        for (const auto& source : _sources) source->start();
+        std::vector<FetchSource*> all;
+        for (const auto& source : _sources) all.push_back(source.get());
+        return run(all, tellsNothing);
+    }
+    /// Waits, and fetches meanwhile what sources that can tell of mail tell of.  Until an interrupt at most.
+    void watchUntil(RunLoop::Clock::time_point end, std::chrono::seconds every) {
+        for (const auto& source : _sources)
+            source->watch([this, each = source.get()] { _haveNews.insert(each); }, every);
+        while (RunLoop::Clock::now() < end && !_wasInterrupted) {
+            RunLoop::main()->runOnce(end);
+            const auto news = std::exchange(_haveNews, {});
+            run({news.begin(), news.end()}, /*tellsNothing=*/false);
+        }
+    }
+    bool wasInterrupted() const { return _wasInterrupted; }
+
+private:
+    bool run(const std::vector<FetchSource*>& sources, bool tellsNothing) {
+        for (auto* const source : sources) source->start();
         while (isUnderWay()) RunLoop::main()->runOnce(RunLoop::Clock::now() + std::chrono::seconds(1));
         ProgressBar::clear();
         bool good = true;
-        for (const auto& source : _sources) {
+        for (const auto* const source : sources) {
             const auto outcome = source->outcome();
             if (tellsNothing || outcome.routed + outcome.left > 0 || !outcome.failures.empty())
                 tell(*source, outcome);
@@ -123,9 +143,6 @@ public:
         }
         return good;
     }
-    bool wasInterrupted() const { return _wasInterrupted; }
-
-private:
     bool isUnderWay() const {
         return std::ranges::any_of(_sources, [](const auto& source) { return source->isUnderWay(); });
     }
@@ -153,6 +170,7 @@ private:
     const Routing _routing;
     const FetchSources _sources;
     LineOutput _output;
+    std::set<FetchSource*> _haveNews;
     bool _wasInterrupted = false;
     const Interrupts _interrupts;  // last: uses the sources
 };
@@ -168,9 +186,7 @@ int runWatch(const Arguments& arguments) {
     Fetch fetch(arguments, /*byClock=*/true);
     while (!fetch.wasInterrupted()) {
         fetch.run(/*tellsNothing=*/false);
-        for (const auto next = RunLoop::Clock::now() + every;
-             RunLoop::Clock::now() < next && !fetch.wasInterrupted();)
-            RunLoop::main()->runOnce(next);
+        fetch.watchUntil(RunLoop::Clock::now() + every, every);
     }
     return 0;
 }
@@ -208,9 +224,9 @@ const Command watchCommand = {
     .summary = "brings new mail from time to time",
     .description =
         "Fetches like \"mailhost fetch\", at once and then now and again, until it is interrupted, and writes "
-        "a line when "
-        "mail has come or something is wrong. It takes the same options. An account that is not to fetch by "
-        "itself is left out, unless it is named.",
+        "a line when mail has come or something is wrong. Of an IMAP account the mailbox INBOX is looked at; "
+        "where its server tells of new mail by itself (IDLE), that shows at once. It takes the same options. "
+        "An account that is not to fetch by itself is left out, unless it is named.",
     .words = kWords,
     .options = kWatchOptions,
     .run = runWatch,

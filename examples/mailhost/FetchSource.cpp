@@ -12,6 +12,7 @@
 #include "lorvale/account.h"
 #include "lorvale/defaults.h"
 #include "lorvale/platform/exception.h"
+#include "lorvale/platform/notification.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/values/text.h"
 
@@ -102,34 +103,65 @@ private:
 /// A mailbox on a server keeps its mail: what is new there is counted, and listed from now on.
 class ImapSource : public FetchSource {
 public:
-    explicit ImapSource(std::shared_ptr<lorvale::IMAPAccount> account) : _account(std::move(account)) {}
+    explicit ImapSource(std::shared_ptr<lorvale::IMAPAccount> account)
+        : _account(std::move(account)), _place{_account, "INBOX", _account->path() + "/INBOX"} {}
+    ~ImapSource() override { closeStore(); }
     std::string name() const override {
         return _account->username().value_or("") + "@" + _account->hostname().value_or("");
     }
     void start() override {
         _outcome = {};
         try {
-            const auto place = Place{_account, "INBOX", _account->path() + "/INBOX"};
-            const auto known = lorvale::MessageStore::userInfoForPath(place.path);
-            const auto next = known ? (*known)["UIDNEXT"].string() : "";
-            const auto store = openOnServer(place, ServerAccess::change);
-            if (!store->isConnected()) _outcome.failures.emplace_back("no server");
-            for (const auto& message : store->allMessages())
-                if (isFrom(message->messageID(), next)) ++_outcome.routed;
-            store->close();
+            look();
         } catch (const std::exception& failure) {
             _outcome.failures.push_back(reasonOf(failure));
         }
+        if (!_isToStayOpen || (_store && !_store->isConnected())) closeStore();
     }
     bool isUnderWay() const override { return false; }
     void cancel() override {}
     Outcome outcome() const override { return _outcome; }
+    void watch(std::function<void()> news, std::chrono::seconds anew) override {
+        _isToStayOpen = true;
+        if (!_store || !_store->watch(std::max(anew, kLeastWait))) return;
+        _observer = lorvale::NotificationCenter::defaultCenter().addObserver(
+            [news = std::move(news)](const auto&) { news(); }, lorvale::MessageStoreStructureChanged, _store);
+    }
 
 private:
-    static bool isFrom(const std::string& uid, const std::string& next) {
-        return std::strtoul(uid.c_str(), nullptr, 10) >= std::strtoul(next.c_str(), nullptr, 10);
+    static constexpr std::chrono::seconds kLeastWait{30};
+
+    void look() {
+        if (!_store) {
+            const auto known = lorvale::MessageStore::userInfoForPath(_place.path);
+            _next = known ? numberOf((*known)["UIDNEXT"].string()) : 0;
+            _store = openOnServer(_place, ServerAccess::change);
+        } else if (!_store->isWatched()) {
+            _store->doFetchNow(/*automatically=*/false);
+        }
+        settle(*_store);
+        if (!_store->isConnected()) _outcome.failures.emplace_back("no server");
+        auto next = _next;
+        for (const auto& message : _store->allMessages()) {
+            const auto uid = numberOf(message->messageID());
+            if (uid >= _next) ++_outcome.routed;
+            next = std::max(next, uid + 1);
+        }
+        _next = next;
     }
+    void closeStore() {
+        _observer.reset();
+        if (_store) _store->close();
+        _store.reset();
+    }
+    static std::uint64_t numberOf(const std::string& text) { return std::strtoull(text.c_str(), nullptr, 10); }
+
     const std::shared_ptr<lorvale::IMAPAccount> _account;
+    const Place _place;
+    std::shared_ptr<lorvale::IMAPStore> _store;  // from look to look while it is watched
+    std::uint64_t _next = 0;                     // from this UID on a message is new
+    bool _isToStayOpen = false;
+    lorvale::ObserverToken _observer;
     Outcome _outcome;
 };
 

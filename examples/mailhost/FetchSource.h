@@ -1,6 +1,8 @@
 #pragma once
 #include <array>
+#include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -30,6 +32,10 @@ public:
     virtual void cancel() = 0;
     /// Of the last start().
     virtual Outcome outcome() const = 0;
+    /// From now on something calls `news` in the main loop when mail has come, and start() brings it; done anew
+    /// where the connection that this needs has gone, as far as it can be.  Nothing for a source that has to be
+    /// looked at now and then, as all may be.  `anew`: how often to make sure that the connection still stands.
+    virtual void watch(std::function<void()> /*news*/, std::chrono::seconds /*anew*/) {}
 };
 
 using FetchSources = std::vector<std::unique_ptr<FetchSource>>;

@@ -53,30 +53,43 @@ int runFlag(const Arguments& arguments) {
         auto& store = dynamic_cast<lorvale::IMAPStore&>(mailbox.store());
         needServer(*place, store);
         const auto messages = mailbox.messages(numbers);
+        const auto fresh = notYetDeleted(messages);
         mark(store, messages, arguments);
         needServer(*place, store);  // else it went meanwhile, and may not know
+        if (arguments.has(kDelete)) noteDeletion(store, fresh);
         print(store, messages, arguments.has(kJson));
         return 0;
     }
     ChangingMailbox mailbox(typed);
     auto& store = mailbox.store();
     const auto messages = mailbox.messages(numbers);
-    std::vector<std::uint64_t> fresh;
-    for (const auto number : numbers)
-        if (!store.allMessages()[number - 1]->currentFlags()->isDeleted()) fresh.push_back(number);
+    const auto fresh = notYetDeleted(messages);
     mark(store, messages, arguments);
-    if (arguments.has(kDelete) && !fresh.empty()) noteDeletion(store, fresh);
+    if (arguments.has(kDelete)) noteDeletion(store, fresh);
     print(store, messages, arguments.has(kJson));
     return 0;
 }
 
+lorvale::MessageList undo(lorvale::MessageStore& store) {
+    const auto messages = takeLastDeletion(store);
+    if (!messages) throw Failure("there is nothing to take back");
+    store.undeleteMessages(*messages);
+    return *messages;
+}
+
 int runUndo(const Arguments& arguments) {
-    ChangingMailbox mailbox(arguments[kDirectoryMailbox]);
-    const auto numbers = takeLastDeletion(mailbox.store());
-    if (!numbers) throw Failure("there is nothing to take back");
-    const auto messages = mailbox.messages(*numbers);
-    mailbox.store().undeleteMessages(messages);
-    print(mailbox.store(), messages, arguments.has(kJson));
+    const auto typed = arguments[kDirectoryMailbox];
+    if (const auto place = placeOnServer(typed)) {
+        Mailbox mailbox(typed, Mailbox::Access::change);
+        auto& store = dynamic_cast<lorvale::IMAPStore&>(mailbox.store());
+        needServer(*place, store);
+        const auto messages = undo(store);
+        needServer(*place, store);
+        print(store, messages, arguments.has(kJson));
+        return 0;
+    }
+    ChangingMailbox mailbox(typed);
+    print(mailbox.store(), undo(mailbox.store()), arguments.has(kJson));
     return 0;
 }
 

@@ -1,10 +1,12 @@
 #include <filesystem>
 
 #include "Commands.h"
+#include "ConsoleAgent.h"
 #include "Json.h"
 #include "Mailbox.h"
 #include "Output.h"
 #include "SearchIndex.h"
+#include "ServerMailbox.h"
 #include "Terminal.h"
 #include "lorvale/platform/run_loop.h"
 #include "lorvale/search.h"
@@ -13,7 +15,8 @@ namespace mailhost {
 
 namespace {
 
-constexpr auto kMailboxes = mailboxWord("MAILBOX", "the path of a directory mailbox", /*repeats=*/true);
+constexpr auto kMailboxes =
+    mailboxWord("MAILBOX", "the path of a directory mailbox, or ACCOUNT/NAME", /*repeats=*/true);
 constexpr auto kWords = std::to_array<Parameter>({kMailboxes});
 
 void tell(const std::string& path, std::uint32_t indexed, std::size_t all, std::uint64_t bytes, bool asJson) {
@@ -29,8 +32,29 @@ void tell(const std::string& path, std::uint32_t indexed, std::size_t all, std::
                        " more cannot be told from these by sender, subject and date, or cannot be read.");
 }
 
+/// Of what the mirror has, which is filled first where the account keeps all messages.
+void indexOnServer(const std::string& path, const Place& place, bool asJson) {
+    Mailbox mailbox(path);
+    auto& store = dynamic_cast<lorvale::IMAPStore&>(mailbox.store());
+    const auto policy = configuredPolicy(*serverAccount(place));
+    if (policy == lorvale::IMAPCachePolicy::noMessages)
+        throw Failure(path + ": the account keeps no messages here; \"search --server\" lets the server look");
+    if (!store.mayWriteIndex()) throw Failure(path + ": another program is keeping its search index");
+    if (policy == lorvale::IMAPCachePolicy::allMessages && store.isConnected()) fetchMissing(place, store);
+    bringIndexUpToDate(store);
+    const auto indexed = lorvale::IndexManager::indexedCount(store);
+    tell(path, indexed, sizeOfFile(lorvale::IndexManager::pathForIndexInStore(store)), asJson);
+    if (indexed < store.totalCount())
+        say("mailhost: " + path + ": " + groupedNumber(store.totalCount() - indexed) +
+            " more are not on this machine; \"mailhost sync --all\" fetches them");
+}
+
 int runIndex(const Arguments& arguments) {
     for (const auto& path : arguments.values(kMailboxes)) {
+        if (const auto place = placeOnServer(path)) {
+            indexOnServer(path, *place, arguments.has(kJson));
+            continue;
+        }
         ChangingMailbox mailbox(path);
         auto& store = mailbox.store();
         bringIndexUpToDate(store);
@@ -40,13 +64,23 @@ int runIndex(const Arguments& arguments) {
     return 0;
 }
 
+void unindex(const std::string& path, lorvale::MessageStore& store) {
+    if (!store.mayWriteIndex()) throw Failure(path + ": another program is keeping its search index");
+    store.setIsIndexed(false);
+    lorvale::IndexManager::removeIndexForStore(store);
+    if (lorvale::IndexManager::indexExistsForStore(store))
+        throw Failure(path + ": the search index cannot be removed");
+}
+
 int runUnindex(const Arguments& arguments) {
     for (const auto& path : arguments.values(kMailboxes)) {
-        ChangingMailbox mailbox(path);
-        mailbox.store().setIsIndexed(false);
-        lorvale::IndexManager::removeIndexForStore(mailbox.store());
-        if (lorvale::IndexManager::indexExistsForStore(mailbox.store()))
-            throw Failure(path + ": the search index cannot be removed");
+        if (placeOnServer(path)) {
+            const Mailbox mailbox(path);
+            unindex(path, mailbox.store());
+        } else {
+            ChangingMailbox mailbox(path);
+            unindex(path, mailbox.store());
+        }
     }
     return 0;
 }
@@ -73,6 +107,8 @@ const Command indexCommand = {
         "Turns on the search index of directory mailboxes and brings it up to date. It lies in the mailbox as "
         "\"mbox.index\", and every command that changes an indexed mailbox keeps it in line. An index that is "
         "damaged, or made with another analysis of words (-o IndexAnalysis=TAG), is made anew.\n\n"
+        "Of a mailbox on an IMAP server the messages on this machine are indexed. Where the account keeps all, "
+        "those missing are fetched first.\n\n"
         "In JSON a line has the members path, indexed (messages) and size (bytes of the index).",
     .words = kWords,
     .options = {},

@@ -37,7 +37,8 @@ bool copyOnServer(const Mailbox& source, const lorvale::MessageList& messages, c
     if (!here || !there || here->account != there->account || store == nullptr || !store->isConnected())
         return false;
     if (!store->copyMessages(messages, there->name))
-        throw Failure(to + ": the server has not taken the messages; " + source.path() + " is as it was");
+        throw Failure(to + ": the server has not taken the messages" + reasonOf(*store) + "; " + source.path() +
+                      " is as it was");
     return true;
 }
 
@@ -49,7 +50,8 @@ void append(const Mailbox& source, const lorvale::MessageList& messages, const s
     if (copyOnServer(source, messages, to)) return;
     Mailbox target(to, Mailbox::Access::change);
     if (!copyAll(messages, target.store(), /*allUnread=*/false, "Copying"))
-        throw Failure(to + ": not all messages could be added; " + source.path() + " is as it was");
+        throw Failure(to + ": not all messages could be added" + reasonOf(target.store()) + "; " +
+                      source.path() + " is as it was");
 }
 
 /// Takes out of the mailbox what is in the other one now.
@@ -57,16 +59,15 @@ void takeOut(Mailbox& mailbox, const Picked& picked) {
     auto& store = mailbox.store();
     if (dynamic_cast<lorvale::IMAPStore*>(&store) != nullptr) {
         needServer(*placeOnServer(mailbox.path()), dynamic_cast<lorvale::IMAPStore&>(store));
+        const auto fresh = notYetDeleted(picked.messages);
         store.deleteMessages(picked.messages);
-        return needServer(*placeOnServer(mailbox.path()), dynamic_cast<lorvale::IMAPStore&>(store));
+        needServer(*placeOnServer(mailbox.path()), dynamic_cast<lorvale::IMAPStore&>(store));
+        return noteDeletion(store, fresh);
     }
     if (dynamic_cast<lorvale::TarnMbox*>(&store) != nullptr) {
-        std::vector<std::uint64_t> fresh;
-        for (std::size_t i = 0; i < picked.numbers.size(); ++i)
-            if (!picked.messages[i]->currentFlags()->isDeleted()) fresh.push_back(picked.numbers[i]);
+        const auto fresh = notYetDeleted(picked.messages);
         store.deleteMessages(picked.messages);
-        if (!fresh.empty()) noteDeletion(store, fresh);
-        return;
+        return noteDeletion(store, fresh);
     }
     // A flat mailbox keeps no marks.
     const auto before = mailbox.count();

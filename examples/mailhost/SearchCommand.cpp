@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -31,7 +32,8 @@ constexpr auto kQuery = Typed<std::string>{{.name = "QUERY",
                                             .placeholder = {},
                                             .help = "what to look for, in one word of the shell",
                                             .takes = Takes::text}};
-constexpr auto kMailboxes = mailboxWord("MAILBOX", "the path of an indexed mailbox", /*repeats=*/true);
+constexpr auto kMailboxes =
+    mailboxWord("MAILBOX", "the path of an indexed mailbox, or ACCOUNT/NAME", /*repeats=*/true);
 constexpr auto kWords = std::to_array<Parameter>({kQuery, kMailboxes});
 
 constexpr auto kBoolean = flag("--boolean", "the query is made of words, and, or, not and parentheses");
@@ -84,10 +86,38 @@ bool isComplete(lorvale::MessageStore& store) {
            (IndexManager::hasAllMessages(store) || IndexManager::indexedCount(store) >= store.totalCount());
 }
 
-Mailboxes opened(const std::vector<std::string>& paths) {
+/// By its index where it has one; else the server looks, which the user is told.
+std::unique_ptr<Mailbox> openedOnServer(const std::string& path, const Place& place,
+                                        const Arguments& arguments) {
+    auto mailbox = std::make_unique<Mailbox>(path);
+    auto& store = dynamic_cast<lorvale::IMAPStore&>(mailbox->store());
+    const std::string noIndex = path + ": has no search index";
+    if (lorvale::IndexManager::indexExistsForStore(store)) {
+        const bool keepsAll = configuredPolicy(*serverAccount(place)) == lorvale::IMAPCachePolicy::allMessages;
+        if (keepsAll && store.isConnected()) fetchMissing(place, store);
+        bringIndexUpToDate(store);
+        if (!isComplete(store))
+            say("mailhost: " + path + ": only the " +
+                groupedNumber(lorvale::IndexManager::indexedCount(store)) +
+                " messages on this machine are searched; --server lets the server look in all");
+    } else if (arguments.has(kBoolean)) {
+        throw Failure(noIndex + ", which --boolean needs; \"mailhost index\" makes one");
+    } else if (!store.isConnected()) {
+        throw Failure(noIndex + ", and there is no server that could look; \"mailhost index\" makes one");
+    } else {
+        say("mailhost: " + noIndex + ", so the server looks; \"mailhost index\" makes one");
+    }
+    return mailbox;
+}
+
+Mailboxes opened(const Arguments& arguments) {
     constexpr std::chrono::seconds kPatience(60);
     Mailboxes mailboxes;
-    for (const auto& path : paths) {
+    for (const auto& path : arguments.values(kMailboxes)) {
+        if (const auto place = placeOnServer(path)) {
+            mailboxes.push_back(openedOnServer(path, *place, arguments));
+            continue;
+        }
         if (hasIndex(path) && isStale(lorvale::standardizePath(path))) refresh(path);
         const auto open = [&] {
             auto& store = mailboxes.emplace_back(std::make_unique<Mailbox>(path))->store();
@@ -123,13 +153,28 @@ public:
     Search(const Arguments& arguments, const Mailboxes& mailboxes)
         : _arguments(arguments), _mailboxes(mailboxes), _filter(arguments) {}
 
-    std::vector<Found> run() {
+    /// By the indexes, best first, and for mailboxes without one by their servers, the latest first.
+    std::vector<Found> run(bool asksServers) {
+        std::vector<Found> found;
+        if (!asksServers) found = runOnIndexes();
+        auto others = runOnServers(asksServers);
+        std::ranges::move(others, std::back_inserter(found));
+        if (_arguments.value(kSort) == "date") sortByDate(found);
+        const auto most = _arguments.value(kMax).value_or(kUsualMaximum);
+        while (found.size() > most) found.pop_back();
+        return found;
+    }
+
+private:
+    std::vector<Found> runOnIndexes() const {
         std::vector<std::shared_ptr<lorvale::MessageStore>> stores;
         std::size_t all = 0;
         for (const auto& mailbox : _mailboxes) {
+            if (!lorvale::IndexManager::isSearchable(mailbox->store())) continue;
             stores.push_back(mailbox->store().shared_from_this());
             all += mailbox->count();
         }
+        if (stores.empty()) return {};
         const auto most = _arguments.value(kMax).value_or(kUsualMaximum);
         // Who filters needs all of them, since any of them may be among the best that pass.
         const auto wanted =
@@ -142,15 +187,14 @@ public:
             if (found.size() == most) break;
             if (hit.message != nullptr && accepts(*hit.message)) found.push_back(describe(hit));
         }
-        if (_arguments.value(kSort) == "date") sortByDate(found);
         return found;
     }
 
     /// Those whose headers or texts hold what was asked for, as it stands; the latest first.
-    std::vector<Found> runOnServers() {
-        const auto most = _arguments.value(kMax).value_or(kUsualMaximum);
+    std::vector<Found> runOnServers(bool all) const {
         std::vector<Found> found;
         for (const auto& mailbox : _mailboxes) {
+            if (!all && lorvale::IndexManager::isSearchable(mailbox->store())) continue;
             auto& store = dynamic_cast<lorvale::IMAPStore&>(mailbox->store());
             const auto keys = lorvale::IMAPSearchKeys().add("TEXT", _arguments[kQuery]);
             const auto messages = store.messagesFound(keys);
@@ -159,11 +203,9 @@ public:
                 if (accepts(*message)) found.push_back(describe({message, store.shared_from_this(), 1}));
         }
         sortByDate(found);
-        while (found.size() > most) found.pop_back();
         return found;
     }
 
-private:
     static void sortByDate(std::vector<Found>& found) {
         std::ranges::stable_sort(found, std::ranges::greater(), [](const Found& each) {
             return each.summary.date ? each.summary.date->secondsSince1970() : INT64_MIN;
@@ -248,9 +290,8 @@ void printForPeople(const std::vector<Found>& all, const Arguments& arguments) {
 
 int run(const Arguments& arguments) {
     const bool onServers = arguments.has(kServer);
-    const auto mailboxes = onServers ? openedOnServers(arguments) : opened(arguments.values(kMailboxes));
-    Search search(arguments, mailboxes);
-    const auto found = onServers ? search.runOnServers() : search.run();
+    const auto mailboxes = onServers ? openedOnServers(arguments) : opened(arguments);
+    const auto found = Search(arguments, mailboxes).run(onServers);
     if (arguments.has(kJson)) {
         printJson(found, arguments);
     } else {
@@ -271,7 +312,9 @@ const Command searchCommand = {
         "words with \"and\", \"or\" and \"not\" (or &, | and !) between them, as in \"ferry not train\", and "
         "parentheses.\n\n"
         "With --server the servers of IMAP accounts look for the words as they stand, in headers and texts, "
-        "whether or not these are mirrored here; the latest message comes first, and every score is 1.\n\n"
+        "whether or not these are mirrored here; the latest message comes first, and every score is 1. They "
+        "also "
+        "do that for their mailboxes that are not indexed.\n\n"
         "The options that pick messages narrow what was found; --sort date puts the N best in the order of "
         "their dates, the latest first. Mail that came while nobody kept the index is indexed first, if the "
         "mailbox is not in use.\n\n"

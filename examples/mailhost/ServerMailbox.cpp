@@ -1,9 +1,12 @@
 #include "ServerMailbox.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <utility>
 
 #include "ConsoleAgent.h"
 #include "Output.h"
+#include "Terminal.h"
 #include "lorvale/platform/run_loop.h"
 
 namespace mailhost {
@@ -61,6 +64,33 @@ std::shared_ptr<IMAPStore> openOnServer(const Place& place, ServerAccess access)
 
 void needServer(const Place& place, const IMAPStore& store) {
     if (!store.isConnected()) throw Failure(nameOf(*place.account) + "/" + place.name + ": needs the server");
+}
+
+std::string reasonOf(const lorvale::MessageStore& store) {
+    const auto* const onServer = dynamic_cast<const IMAPStore*>(&store);
+    if (onServer == nullptr) return {};
+    if (!onServer->refusal().empty()) return " (" + onServer->refusal() + ")";
+    return onServer->isConnected() ? "" : " (the connection is gone)";
+}
+
+void fetchMissing(const Place& place, IMAPStore& store) {
+    using lorvale::IMAPCachePolicy;
+    using lorvale::RunLoop;
+    const auto account = serverAccount(place);
+    const auto before = account->cachePolicy();
+    account->useCachePolicy(IMAPCachePolicy::allMessages);
+    store.fillMirror();
+    std::unique_ptr<ProgressBar> bar;
+    std::size_t total = 0;
+    while (store.isSynchronizing()) {
+        RunLoop::main()->runOnce(RunLoop::Clock::now() + std::chrono::milliseconds(50));
+        const auto progress = store.mirrorProgress();
+        if (progress.total != std::exchange(total, progress.total))
+            bar = std::make_unique<ProgressBar>(nameOf(*account) + "/" + place.name, progress.total);
+        if (bar) bar->advanceTo(progress.done);
+    }
+    account->useCachePolicy(before);
+    needServer(place, store);
 }
 
 void settle(IMAPStore& store) {

@@ -20,8 +20,13 @@ enum class ServerAccess {
 /// Open, and with a list that is the server's now; without a server as it was known, which the user is told.
 /// Throws Failure for a mailbox of which nothing is known, or that the server does not have.
 std::shared_ptr<lorvale::IMAPStore> openOnServer(const Place& place, ServerAccess access);
+/// What its server said when it did not take messages, as the end of a sentence; empty for another mailbox.
+std::string reasonOf(const lorvale::MessageStore& store);
 /// Throws Failure unless the server can be told of changes.
 void needServer(const Place& place, const lorvale::IMAPStore& store);
+/// Fetches the texts that the mirror lacks, whatever the account keeps, under a progress bar.  Throws Failure
+/// when the server goes meanwhile.
+void fetchMissing(const Place& place, lorvale::IMAPStore& store);
 /// Serves the main loop until what the server has told of changes is in the list.
 void settle(lorvale::IMAPStore& store);
 

@@ -13,7 +13,6 @@
 #include "Table.h"
 #include "Terminal.h"
 #include "lorvale/message/addresses.h"
-#include "lorvale/platform/run_loop.h"
 
 namespace mailhost {
 
@@ -56,33 +55,11 @@ struct Outcome {
     std::size_t messages = 0, fetched = 0, missing = 0, queued = 0;
 };
 
-/// Shows how far the mirror is until it is filled.
-void follow(lorvale::IMAPStore& store, const std::string& shown) {
-    using lorvale::RunLoop;
-    std::unique_ptr<ProgressBar> bar;
-    std::size_t total = 0;
-    while (store.isSynchronizing()) {
-        RunLoop::main()->runOnce(RunLoop::Clock::now() + std::chrono::milliseconds(50));
-        const auto progress = store.mirrorProgress();
-        if (progress.total != std::exchange(total, progress.total))
-            bar = std::make_unique<ProgressBar>(shown, progress.total);
-        if (bar) bar->advanceTo(progress.done);
-    }
-}
-
 Outcome synchronize(const Place& place, IMAPCachePolicy policy) {
-    const auto account = serverAccount(place);
-    const auto shown = nameOf(*account) + "/" + place.name;
     // The list first, so that a mailbox that is not there is told at once.
     auto store = openOnServer(place, ServerAccess::change);
     needServer(place, *store);
-    if (policy == IMAPCachePolicy::allMessages) {
-        account->useCachePolicy(policy);
-        store->fillMirror();
-        follow(*store, shown);
-        account->useCachePolicy(IMAPCachePolicy::messagesAsRead);
-        needServer(place, *store);
-    }
+    if (policy == IMAPCachePolicy::allMessages) fetchMissing(place, *store);
     settle(*store);
     const auto progress = store->mirrorProgress();
     const Outcome outcome{store->totalCount(), progress.done, progress.total - progress.done,

@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "MailhostUser.h"
 #include "tests/support/MailServer.h"
@@ -29,6 +32,9 @@ protected:
         std::error_code none;
         const fs::directory_iterator files(folder / (".mailhost/work/" + mailbox + "/CachedMessages"), none);
         return none ? 0 : static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    }
+    static auto lines(const std::string& text) {
+        return static_cast<std::size_t>(std::ranges::count(text, '\n'));
     }
     std::string fileOnServer(std::size_t index) const { return _server.messagesOf("anna")[index].string(); }
 
@@ -87,6 +93,68 @@ TEST_F(MailhostImap, WorksFromTheMirrorAndQueuesMeanwhile) {
     EXPECT_THAT(good("mailhost queue work"), HasSubstr("Nothing waits."));
     EXPECT_THAT(good("mailhost --offline show work/INBOX 4"), HasSubstr("Body"));
     EXPECT_EQ(_server.messagesOf("anna").size(), 4u);
+}
+
+TEST_F(MailhostImap, SearchesByAnIndexOrTheServerAndTakesDeletionsBack) {
+    auto found = run("mailhost search 'text of t' work/INBOX");
+    EXPECT_THAT(found.errors, HasSubstr("has no search index, so the server looks"));
+    EXPECT_THAT(found.output, AllOf(HasSubstr("Two"), HasSubstr("Three"), Not(HasSubstr("One"))));
+    EXPECT_THAT(bad("mailhost --offline search three work/INBOX"), HasSubstr("no server that could look"));
+    EXPECT_THAT(good("mailhost index work/INBOX"), HasSubstr("3 messages indexed"));
+    _server.deliver("anna", "Subject: Four\n\nferries\n");
+    found = run(
+        "mailhost search 'ferry or nobody' --boolean work/INBOX; mailhost --offline search three work/INBOX");
+    EXPECT_EQ(found.errors, "");
+    EXPECT_THAT(found.output, AllOf(HasSubstr("Four"), HasSubstr("Three")));
+    EXPECT_THAT(good("mailhost list work/INBOX --json"), Not(HasSubstr("\"read\":true")))
+        << "indexing is no reading";
+    // UIDs of another mailbox of that name: what was indexed under them counts no more.
+    good("mailhost new work/Box; mailhost copy work/INBOX 3 work/Box; mailhost index work/Box");
+    fs::rename(_server.folder() / "mail/anna/.Box", _server.folder() / "mail/anna/.Gone");
+    good("mailhost new work/Box; mailhost copy work/INBOX 4 work/Box");
+    EXPECT_THAT(good("mailhost search three work/Box; mailhost search ferry work/Box"),
+                AllOf(HasSubstr("Four"), Not(HasSubstr("Three"))));
+    good(
+        "mailhost unindex work/INBOX; mailhost flag work/INBOX 1 --delete; mailhost move work/INBOX 2 4 "
+        "work/Box");
+    good("mailhost flag work/INBOX 1 --undelete; mailhost flag work/INBOX 1 3 --delete");
+    fs::remove(fileOnServer(0));
+    EXPECT_THAT(good("mailhost undo work/INBOX"), HasSubstr("message 2: read\n"))
+        << "the third is the second now";
+    EXPECT_THAT(good("mailhost undo work/INBOX"), HasSubstr("message 3: read\n"));
+    EXPECT_THAT(bad("mailhost undo work/INBOX"), HasSubstr("nothing to take back"));
+    EXPECT_THAT(bad("mailhost copy work/INBOX 1 work/Nowhere"), HasSubstr("(Mailbox doesn't exist: Nowhere)"));
+}
+
+TEST_F(MailhostImap, SharesAMailboxWithOtherRunsOfItself) {
+    good("mailhost sync --headers work");
+    std::string commands;
+    for (int i = 0; i < 6; ++i) {
+        const auto name = "flat" + std::to_string(i);
+        writeFile(folder / name, "From a@b Fri Aug 23 11:04:00 2002\nSubject: " + name + "\n\nBody\n\n");
+        commands += "mailhost --offline copy " + name + " 1 work/INBOX & ";
+    }
+    good(commands + "wait");
+    EXPECT_EQ(lines(good("mailhost queue --json")), 6u);
+    (void)run("mailhost sync & mailhost sync & mailhost sync & wait");
+    EXPECT_THAT(good("mailhost sync; mailhost queue"), HasSubstr("Nothing waits."));
+    EXPECT_EQ(_server.messagesOf("anna").size(), 9u);
+
+    // Told by the server, long before it would be asked.
+    good("mailhost watch --every 3600 work >told 2>&1 & echo $! >watching");
+    const auto told = [&](std::string_view text) {
+        for (int i = 0; i < 200 && readFile(folder / "told").find(text) == std::string::npos; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        return readFile(folder / "told");
+    };
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    _server.deliver("anna", "Subject: New\n\nText\n");
+    EXPECT_THAT(told("1 message"), HasSubstr("anna@127.0.0.1: 1 message\n"));
+    good("mailhost --offline list work/INBOX");
+    good(
+        "kill -INT $(cat watching); for i in $(seq 50); do kill -0 $(cat watching) 2>/dev/null || exit 0; "
+        "sleep 0.1; "
+        "done; exit 1");
 }
 
 }  // namespace
