@@ -117,10 +117,12 @@ public:
         for (const auto& source : _sources) all.push_back(source.get());
         return run(all, tellsNothing);
     }
-    /// Waits, and fetches meanwhile what sources that can tell of mail tell of.  Until an interrupt at most.
-    void watchUntil(RunLoop::Clock::time_point end, std::chrono::seconds every) {
+    /// Sources that can tell of mail shall do so; runOnNewsUntil() fetches that, until an interrupt at most.
+    void watch(std::chrono::seconds every) {
         for (const auto& source : _sources)
             source->watch([this, each = source.get()] { _haveNews.insert(each); }, every);
+    }
+    void runOnNewsUntil(RunLoop::Clock::time_point end) {
         while (RunLoop::Clock::now() < end && !_wasInterrupted) {
             RunLoop::main()->runOnce(end);
             const auto news = std::exchange(_haveNews, {});
@@ -184,9 +186,10 @@ int runWatch(const Arguments& arguments) {
     const QuietAlerts quiet;
     const std::chrono::seconds every(std::min<std::uint64_t>(arguments.value(kEvery).value_or(300), 1'000'000));
     Fetch fetch(arguments, /*byClock=*/true);
+    fetch.watch(every);
     while (!fetch.wasInterrupted()) {
         fetch.run(/*tellsNothing=*/false);
-        fetch.watchUntil(RunLoop::Clock::now() + every, every);
+        fetch.runOnNewsUntil(RunLoop::Clock::now() + every);
     }
     return 0;
 }

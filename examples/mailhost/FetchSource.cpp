@@ -116,16 +116,17 @@ public:
         } catch (const std::exception& failure) {
             _outcome.failures.push_back(reasonOf(failure));
         }
-        if (!_isToStayOpen || (_store && !_store->isConnected())) closeStore();
+        if (!_news || (_store && !_store->isConnected())) return closeStore();
+        if (!_store || _store->isWatched() || !_store->watch(std::max(_anew, kLeastWait))) return;
+        _observer = lorvale::NotificationCenter::defaultCenter().addObserver(
+            [this](const auto&) { _news(); }, lorvale::MessageStoreStructureChanged, _store);
     }
     bool isUnderWay() const override { return false; }
     void cancel() override {}
     Outcome outcome() const override { return _outcome; }
     void watch(std::function<void()> news, std::chrono::seconds anew) override {
-        _isToStayOpen = true;
-        if (!_store || !_store->watch(std::max(anew, kLeastWait))) return;
-        _observer = lorvale::NotificationCenter::defaultCenter().addObserver(
-            [news = std::move(news)](const auto&) { news(); }, lorvale::MessageStoreStructureChanged, _store);
+        _news = std::move(news);
+        _anew = anew;
     }
 
 private:
@@ -160,7 +161,8 @@ private:
     const Place _place;
     std::shared_ptr<lorvale::IMAPStore> _store;  // from look to look while it is watched
     std::uint64_t _next = 0;                     // from this UID on a message is new
-    bool _isToStayOpen = false;
+    std::function<void()> _news;                 // empty: it is not watched
+    std::chrono::seconds _anew{};
     lorvale::ObserverToken _observer;
     Outcome _outcome;
 };

@@ -32,9 +32,9 @@ public:
     virtual void cancel() = 0;
     /// Of the last start().
     virtual Outcome outcome() const = 0;
-    /// From now on something calls `news` in the main loop when mail has come, and start() brings it; done anew
-    /// where the connection that this needs has gone, as far as it can be.  Nothing for a source that has to be
-    /// looked at now and then, as all may be.  `anew`: how often to make sure that the connection still stands.
+    /// After the next start(), and every other, something calls `news` in the main loop when mail has come, and
+    /// start() brings it.  Nothing for a source that has to be looked at now and then, as all may be.  `anew`:
+    /// how often to make sure that the connection still stands.
     virtual void watch(std::function<void()> /*news*/, std::chrono::seconds /*anew*/) {}
 };
 

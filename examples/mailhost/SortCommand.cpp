@@ -3,12 +3,12 @@
 
 #include "Commands.h"
 #include "MessageIndex.h"
-#include "ServerMailbox.h"
 #include "Summary.h"
 #include "Table.h"
 #include "Terminal.h"
 #include "Work.h"
 #include "lorvale/message/addresses.h"
+#include "lorvale/platform/paths.h"
 
 namespace mailhost {
 
@@ -29,7 +29,7 @@ constexpr auto kMove = flag("--move", "move each message into its mailbox");
 constexpr auto kWords = std::to_array<Parameter>({kMailbox, kMore});
 constexpr auto kOptions = std::to_array<Parameter>({kBy, kMove});
 
-struct Target {
+struct Place {
     std::size_t example;  // the number of its mailbox
     float score;
     bool moves = false;
@@ -53,8 +53,8 @@ brindle::TWVector centroidOf(brindle::VectorAccessor& accessor, std::size_t firs
 }
 
 /// Of two mailboxes at the same distance the first one.
-Target nearest(const brindle::TWVector& message, const std::vector<brindle::TWVector>& centroids) {
-    Target best{0, 0, false};
+Place nearest(const brindle::TWVector& message, const std::vector<brindle::TWVector>& centroids) {
+    Place best{0, 0, false};
     for (std::size_t i = 0; i < centroids.size(); ++i) {
         const float score = centroids[i].Similarity(message);
         if (score > best.score) best = {i, score, false};
@@ -63,8 +63,7 @@ Target nearest(const brindle::TWVector& message, const std::vector<brindle::TWVe
 }
 
 /// Where each message of the mailbox belongs.
-std::vector<Target> placesFor(Mailbox& mailbox, const std::vector<std::string>& paths,
-                              std::size_t& unreadable) {
+std::vector<Place> placesFor(Mailbox& mailbox, const std::vector<std::string>& paths, std::size_t& unreadable) {
     MessageIndex messages;
     std::vector<std::size_t> begins;
     for (const auto& path : paths) {
@@ -80,7 +79,7 @@ std::vector<Target> placesFor(Mailbox& mailbox, const std::vector<std::string>& 
     std::vector<brindle::TWVector> centroids;
     for (std::size_t i = 0; i < paths.size(); ++i)
         centroids.push_back(centroidOf(accessor, begins[i], begins[i + 1]));
-    std::vector<Target> places;
+    std::vector<Place> places;
     for (auto number = begins.back(); number < messages.count(); ++number)
         places.push_back(nearest(*accessor.GetTWVector(MessageIndex::documentOf(number).get()), centroids));
     return places;
@@ -89,25 +88,24 @@ std::vector<Target> placesFor(Mailbox& mailbox, const std::vector<std::string>& 
 /// Appends messages to a mailbox; all of them are there when it returns.
 void appendTo(const std::string& path, const std::vector<std::shared_ptr<lorvale::Message>>& messages) {
     Mailbox target(path, Mailbox::Access::change);
-    bool added = false;
+    const auto before = target.count();
     workOn(path, sizeOfFile(path),
-           [&] { added = target.store().syncAppendMessages(lorvale::MessageList(messages), false); });
-    if (!added)
-        throw Failure(path + ": the messages could not be added" + reasonOf(target.store()) +
-                      "; they stay where they are");
+           [&] { target.store().syncAppendMessages(lorvale::MessageList(messages), false); });
+    if (target.count() != before + messages.size())
+        throw Failure(path + ": the messages could not be added; they stay where they are");
 }
 
 void refuseItself(const Mailbox& mailbox, const std::vector<std::string>& paths) {
-    const auto file = std::filesystem::path(pathOfMailbox(mailbox.path()));
+    const auto file = std::filesystem::path(lorvale::standardizePath(mailbox.path()));
     std::error_code ignored;
     for (const auto& path : paths) {
-        if (std::filesystem::equivalent(file, pathOfMailbox(path), ignored))
+        if (std::filesystem::equivalent(file, lorvale::standardizePath(path), ignored))
             throw Failure(path + ": cannot be sorted into itself");
     }
 }
 
 /// First into the others, then out of this one: whatever goes wrong, a message is in one of the two or in both.
-void move(Mailbox& mailbox, const std::vector<std::string>& paths, const std::vector<Target>& places) {
+void move(Mailbox& mailbox, const std::vector<std::string>& paths, const std::vector<Place>& places) {
     std::map<std::size_t, std::vector<std::shared_ptr<lorvale::Message>>> byTarget;
     std::vector<std::shared_ptr<lorvale::Message>> moved;
     const auto all = mailbox.store().allMessages();
@@ -121,12 +119,11 @@ void move(Mailbox& mailbox, const std::vector<std::string>& paths, const std::ve
     const auto before = mailbox.count();
     store.deleteMessages(lorvale::MessageList(moved));
     store.doCompact();
-    if (auto* const onServer = dynamic_cast<lorvale::IMAPStore*>(&store)) settle(*onServer);
     if (mailbox.count() != before - moved.size())
         throw Failure(mailbox.path() + ": the messages were copied, but could not be removed here");
 }
 
-void print(const std::vector<Summary>& summaries, const std::vector<Target>& places,
+void print(const std::vector<Summary>& summaries, const std::vector<Place>& places,
            const std::vector<std::string>& paths, bool asJson) {
     LineOutput output;
     Table table({{.title = "No.", .numeric = true},
