@@ -43,7 +43,8 @@ void indexOnServer(const std::string& path, const Place& place, bool asJson) {
     if (policy == lorvale::IMAPCachePolicy::allMessages && store.isConnected()) fetchMissing(place, store);
     bringIndexUpToDate(store);
     const auto indexed = lorvale::IndexManager::indexedCount(store);
-    tell(path, indexed, sizeOfFile(lorvale::IndexManager::pathForIndexInStore(store)), asJson);
+    tell(path, indexed, store.totalCount(), sizeOfFile(lorvale::IndexManager::pathForIndexInStore(store)),
+         asJson);
     if (indexed < store.totalCount())
         say("mailhost: " + path + ": " + groupedNumber(store.totalCount() - indexed) +
             " more are not on this machine; \"mailhost sync --all\" fetches them");
