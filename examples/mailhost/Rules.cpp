@@ -19,6 +19,11 @@ namespace {
 
 constexpr std::string_view kRouterName = "mailhost rules";
 
+/// RFC 5322: visible characters of ASCII, but for the colon.
+bool isHeaderName(std::string_view name) {
+    return !name.empty() && std::ranges::all_of(name, [](char c) { return c > ' ' && c < 0x7F && c != ':'; });
+}
+
 Rule parseRule(std::string_view line, std::size_t number) {
     constexpr std::string_view kContains = " contains ", kArrow = "->";
     const auto contains = line.find(kContains);
@@ -33,7 +38,7 @@ Rule parseRule(std::string_view line, std::size_t number) {
             lorvale::trimmed(line.substr(contains + kContains.size(), arrow - contains - kContains.size()));
         rule.mailbox = lorvale::trimmed(line.substr(arrow + kArrow.size()));
     }
-    if (rule.header.empty() || rule.text.empty() || rule.mailbox.empty())
+    if (!isHeaderName(rule.header) || rule.text.empty() || rule.mailbox.empty())
         throw Failure("line " + std::to_string(number) +
                       " is not \"header contains text -> mailbox\": " + std::string(line));
     return rule;
