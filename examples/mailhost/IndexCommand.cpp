@@ -19,7 +19,7 @@ constexpr auto kMailboxes =
     mailboxWord("MAILBOX", "the path of a directory mailbox, or ACCOUNT/NAME", /*repeats=*/true);
 constexpr auto kWords = std::to_array<Parameter>({kMailboxes});
 
-void tell(const std::string& path, std::uint32_t indexed, std::size_t all, std::uint64_t bytes, bool asJson) {
+void tell(const std::string& path, std::size_t indexed, std::uint64_t bytes, bool asJson) {
     if (asJson) {
         LineOutput().write(JsonObject().add("path", path).add("indexed", indexed).add("size", bytes).text());
         return;
@@ -27,8 +27,10 @@ void tell(const std::string& path, std::uint32_t indexed, std::size_t all, std::
     LineOutput().write(printableLine(path) + ": " + groupedNumber(indexed) +
                        (indexed == 1 ? " message" : " messages") + " indexed, in " + groupedNumber(bytes) +
                        " bytes.");
-    if (indexed >= all) return;
-    LineOutput().write(printableLine(path) + ": " + groupedNumber(all - indexed) +
+}
+
+void tellWhatIsLeftOut(const std::string& path, std::size_t count) {
+    LineOutput().write(printableLine(path) + ": " + groupedNumber(count) +
                        " more cannot be told from these by sender, subject and date, or cannot be read.");
 }
 
@@ -43,24 +45,25 @@ void indexOnServer(const std::string& path, const Place& place, bool asJson) {
     if (policy == lorvale::IMAPCachePolicy::allMessages && store.isConnected()) fetchMissing(place, store);
     bringIndexUpToDate(store);
     const auto indexed = lorvale::IndexManager::indexedCount(store);
-    tell(path, indexed, store.totalCount(), sizeOfFile(lorvale::IndexManager::pathForIndexInStore(store)),
-         asJson);
+    tell(path, indexed, sizeOfFile(lorvale::IndexManager::pathForIndexInStore(store)), asJson);
     if (indexed < store.totalCount())
         say("mailhost: " + path + ": " + groupedNumber(store.totalCount() - indexed) +
             " more are not on this machine; \"mailhost sync --all\" fetches them");
 }
 
 int runIndex(const Arguments& arguments) {
+    const bool asJson = arguments.has(kJson);
     for (const auto& path : arguments.values(kMailboxes)) {
         if (const auto place = placeOnServer(path)) {
-            indexOnServer(path, *place, arguments.has(kJson));
+            indexOnServer(path, *place, asJson);
             continue;
         }
         ChangingMailbox mailbox(path);
         auto& store = mailbox.store();
         bringIndexUpToDate(store);
-        tell(path, lorvale::IndexManager::indexedCount(store), store.totalCount(),
-             sizeOfFile(lorvale::IndexManager::pathForIndexInStore(store)), arguments.has(kJson));
+        const std::size_t indexed = lorvale::IndexManager::indexedCount(store), all = store.totalCount();
+        tell(path, indexed, sizeOfFile(lorvale::IndexManager::pathForIndexInStore(store)), asJson);
+        if (indexed < all && !asJson) tellWhatIsLeftOut(path, all - indexed);
     }
     return 0;
 }

@@ -12,6 +12,7 @@ namespace lorvale {
 namespace {
 
 constexpr std::string_view kMailName = "mbox";
+constexpr std::chrono::seconds kCoarsestClock(2);
 
 std::optional<MboxIndexFile::Time> timeOf(const std::string& path) {
     std::error_code error;
@@ -50,11 +51,13 @@ std::optional<MboxIndexFile::Time> MboxIndexFile::mailTime() const {
 
 bool MboxIndexFile::isMarkedComplete() const {
     const auto mail = mailTime();
-    return mail && mail == timeOf(_path);
+    const auto index = FileSystem::current().attributes(_path);
+    if (!mail || !index || mail != timeOf(_path)) return false;
+    // A file that was written in the same tick as the mail has its time, too, but nobody has given it that.
+    return index->changed - index->modified >= kCoarsestClock.count();
 }
 
 void MboxIndexFile::markComplete(Time mail) const {
-    constexpr std::chrono::seconds kCoarsestClock(2);
     if (mail != mailTime() || Time::clock::now() - mail < kCoarsestClock) return;
     std::error_code ignored;  // it is compared with the mailbox then
     std::filesystem::last_write_time(_path, mail, ignored);
