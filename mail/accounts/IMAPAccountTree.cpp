@@ -12,6 +12,7 @@
 #include "mail/accounts/OneAtATime.h"
 #include "mail/imap/ServerLock.h"
 #include "mail/imap/StoreNames.h"
+#include "mail/search/MboxIndexFile.h"
 
 namespace lorvale {
 
@@ -98,7 +99,8 @@ std::optional<std::string> IMAPAccount::_storePathForName(std::string_view name)
     const auto isBad = [](const std::string& component) {
         return component == "." || component == ".." || component.find('\0') != std::string::npos ||
                component == kMirrorName || component == kArchiveName || component == kQueueName ||
-               component == kSendingName || component == MessageStoreUserInfo;
+               component == kSendingName || component.starts_with(kIndexName) ||
+               component == MessageStoreUserInfo;
     };
     if (!name.empty() && std::ranges::none_of(componentsOf(name, "/"), isBad))
         return path() + '/' + std::string(name);

@@ -123,7 +123,7 @@ TEST_F(ImapAccountThreads, ServesWhatItKnowsWithoutTheServer) {
     EXPECT_EQ(store->totalCount(), 2u);
     EXPECT_FALSE(store->isConnected());
     store->close();
-    for (const auto* name : {"../outside", "a/../../b", "INBOX/CachedMessages", ""})
+    for (const auto* name : {"../outside", "a/../../b", "INBOX/CachedMessages", "INBOX/mbox.index", ""})
         EXPECT_EQ(account->storeForItemPath(name), nullptr) << name;
 }
 
