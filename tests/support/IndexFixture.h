@@ -68,6 +68,12 @@ public:
         storage->Initialize();
         index->Initialize();
     }
+    /// With all the texts in it.
+    void MakeWithAll() {
+        Make();
+        for (const auto& [name, text] : texts) Add(name);
+        index->Flush();
+    }
     void Open(bool writable = true) {
         Attach(std::make_unique<MemoryStoreStream>(bytes));
         storage->Open(writable);

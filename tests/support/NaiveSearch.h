@@ -90,19 +90,24 @@ struct NaiveSearch {
     }
 
     Hits Search(std::string_view text, std::uint32_t maxHits) const {
-        const Query query = QueryOf(text);
-        return Best(maxHits, static_cast<std::uint32_t>(query.size()),
-                    [&](const Doc& doc, float& sum, int& matches) {
-                        for (const auto& [word, term] : query) {
-                            const auto found = doc.words.find(word);
-                            if (found == doc.words.end()) continue;
-                            const double each = bm25 ? BM25(word, term, found->second, doc)
-                                                     : double{Weight(term.scale, found->second)} * term.weight;
-                            sum = static_cast<float>(sum + each);
-                            ++matches;
-                        }
-                        return matches > 0;
-                    });
+        return SearchFor(QueryOf(text), maxHits);
+    }
+    /// The documents with at least one word of the query.
+    Hits SearchFor(const Query& query, std::uint32_t maxHits) const {
+        return Best(maxHits, query.size(), [&](const Doc& doc, float& sum, int& matches) {
+            for (const auto& [word, term] : query) AddWord(word, query, doc, sum, matches);
+            return matches > 0;
+        });
+    }
+    /// What a word of the query gives to a document.
+    void AddWord(const std::string& word, const Query& query, const Doc& doc, float& sum, int& matches) const {
+        const auto found = doc.words.find(word);
+        if (found == doc.words.end()) return;
+        const Term& term = query.at(word);
+        const double each = bm25 ? BM25(word, term, found->second, doc)
+                                 : double{Weight(term.scale, found->second)} * term.weight;
+        sum = static_cast<float>(sum + each);
+        ++matches;
     }
 
     double BM25(const std::string& word, const Term& term, double freq, const Doc& doc) const {
@@ -118,8 +123,8 @@ struct NaiveSearch {
 
     /// The best documents of those that `match` takes, which gives the sum of weights and the number of words.
     template <class Match>
-    Hits Best(std::uint32_t maxHits, std::uint32_t queryTerms, Match match) const {
-        const auto factor = static_cast<float>(1 / std::pow(queryTerms - 0.5, 2));
+    Hits Best(std::uint32_t maxHits, std::size_t queryTerms, Match match) const {
+        const auto factor = static_cast<float>(1 / std::pow(static_cast<double>(queryTerms) - 0.5, 2));
         const double average = AverageNorm();
         std::set<std::pair<float, std::string>> queue;  // the worst first
         for (const auto& docs : indices) {

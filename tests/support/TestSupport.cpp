@@ -63,6 +63,18 @@ fs::path sourceFolder() {
     return LORVALE_SOURCE_DIR;
 }
 
+std::vector<std::string> documentedLines(std::string_view document, std::initializer_list<std::string> starts) {
+    std::ifstream file(sourceFolder() / document);
+    std::string line;
+    for (const auto& start : starts)
+        while (std::getline(file, line) && line != start) continue;
+    std::vector<std::string> lines;
+    while (std::getline(file, line) && !line.starts_with("#") && !line.starts_with("```"))
+        lines.push_back(line);
+    if (lines.empty()) throw std::runtime_error("nothing documented in " + std::string(document));
+    return lines;
+}
+
 std::optional<fs::path> sharedData() {
     const char* const named = std::getenv("LORVALE_SHARED_DATA");
     const fs::path folder = named != nullptr ? fs::path(named) : sourceFolder() / "../shared/data";

@@ -1,9 +1,11 @@
 #pragma once
 #include <filesystem>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace lorvale::testing {
 
@@ -27,6 +29,10 @@ void writeFile(const std::filesystem::path& path, std::string_view bytes);
 
 /// The folder of this project's sources.
 std::filesystem::path sourceFolder();
+
+/// The lines of a document behind those that are `starts`, each looked for behind the one before it, and up to
+/// the next fence or heading.
+std::vector<std::string> documentedLines(std::string_view document, std::initializer_list<std::string> starts);
 
 /// The folder of real mail beside the checkout, or nullopt where it is absent: a test then says so and skips.
 std::optional<std::filesystem::path> sharedData();

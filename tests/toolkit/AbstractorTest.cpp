@@ -77,9 +77,7 @@ TEST(Abstractor, BackgroundSaysWhatIsRare) {
     Texts texts;
     for (int i = 0; i < 100; ++i) texts["d" + std::to_string(i)] = "ferry sails number" + std::to_string(i);
     IndexInMemory background(texts);
-    background.Make();
-    for (const auto& [name, words] : texts) background.Add(name);
-    background.index->Flush();
+    background.MakeWithAll();
     const Abstract alone(text), beside(text, nullptr, background.index.get());
     const auto scoreOf = [](const Abstract& abstract, std::size_t i) {
         return abstract.abstractor.GetExtents()[i]->GetRankedHit()->GetScore();

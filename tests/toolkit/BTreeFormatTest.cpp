@@ -1,31 +1,21 @@
-#include <gmock/gmock.h>
-
-#include <fstream>
+#include <gtest/gtest.h>
 
 #include "tests/support/BTreeFixture.h"
+#include "tests/support/StoredForm.h"
 #include "tests/support/TestSupport.h"
 
 namespace brindle::testing {
 namespace {
 
-/// Bytes as hex digits, in groups of four bytes.
-std::string Hex(const Bytes& bytes, std::uint32_t address, std::uint32_t size) {
-    std::string text;
-    for (std::uint32_t i = 0; i < size; ++i) {
-        if (i > 0 && i % 4 == 0) text += ' ';
-        for (const int shift : {4, 0}) text += "0123456789abcdef"[bytes.at(address + i) >> shift & 15];
-    }
-    return text;
+/// Lays bytes in hex digits beside those that stand at an address of the file.
+void ExpectBytes(const TreeInMemory& t, std::uint32_t address, std::string digits) {
+    std::erase(digits, ' ');
+    const auto begin = t.bytes->begin() + address;
+    const std::string there(begin, begin + static_cast<std::ptrdiff_t>(digits.size() / 2));
+    EXPECT_EQ(hexOf(there), digits) << "at " << address;
 }
 
-class BTreeFormat : public ::testing::Test {
-protected:
-    std::string BlockOf(TreeInMemory& t, std::uint32_t id, std::uint32_t size) {
-        return Hex(*t.bytes, t.storage->GetReadAddress(id), size);
-    }
-};
-
-TEST_F(BTreeFormat, OneLeaf) {
+TEST(BTreeFormat, OneLeaf) {
     TreeInMemory t;
     t.Make();
     t.Put("b", "xy");
@@ -33,30 +23,26 @@ TEST_F(BTreeFormat, OneLeaf) {
     t.FlushAndCommit();
     // The header is block 1, its root block 2, which takes the smallest block there is; behind its end are
     // zeros.
-    EXPECT_EQ(BlockOf(t, 1, 20), "00000002 00000000 00000002 00000001 00001000");
-    EXPECT_EQ(BlockOf(t, 2, 32), "00000000 00000002 01610001 62027879 00000000 00000000 00000000 00000000");
+    ExpectBytes(t, t.storage->GetReadAddress(1), "00000002 00000000 00000002 00000001 00001000");
+    ExpectBytes(t, t.storage->GetReadAddress(2),
+                "00000000 00000002 01610001 62027879 00000000 00000000 00000000 00000000");
     EXPECT_EQ(t.storage->GetBlockSize(2), 32u);
 }
 
-/// The worked example of docs/formats.md is a real tree: its lines "address: bytes" of the section on the
-/// ordered set stand in the file that the program of the example makes.
-TEST_F(BTreeFormat, DocumentedExampleIsARealFile) {
+/// The worked example of the documents is a real tree: its lines "address: bytes" stand in the file that the
+/// program of the example makes.
+TEST(BTreeFormat, DocumentedExampleIsARealFile) {
     TreeInMemory t(64);
     t.Make();
     for (const char* key : {"a", "b", "c", "d", "e", "f"}) t.Put(key, "1234567");
     t.FlushAndCommit();
-
-    std::istringstream docs(lorvale::testing::readFile(lorvale::testing::sourceFolder() / "docs/formats.md"));
     int lines = 0;
-    bool inExample = false;
-    for (std::string line; std::getline(docs, line);) {
-        if (line.starts_with("#")) inExample = line.ends_with("A small ordered set, byte by byte");
-        const std::size_t colon = line.find(": ");
-        if (!inExample || !line.starts_with("    0x") || colon == std::string::npos) continue;
-        const auto address = static_cast<std::uint32_t>(std::stoul(line.substr(6, colon - 6), nullptr, 16));
-        const std::string bytes = line.substr(colon + 2, line.find("  ", colon + 2) - colon - 2);
-        const auto size = static_cast<std::uint32_t>((bytes.size() + 1) / 9 * 4);
-        EXPECT_EQ(Hex(*t.bytes, address, size), bytes) << line;
+    for (const std::string& line :
+         lorvale::testing::documentedLines("docs/formats.md", {"### A small ordered set, byte by byte"})) {
+        if (!line.starts_with("    0x")) continue;
+        const std::size_t begin = line.find(": ") + 2;
+        ExpectBytes(t, static_cast<std::uint32_t>(std::stoul(line, nullptr, 16)),
+                    line.substr(begin, line.find("  ", begin) - begin));
         ++lines;
     }
     EXPECT_EQ(lines, 8);

@@ -1,35 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "lorvale/toolkit/retrieval/progress.h"
 #include "tests/support/FailureText.h"
 #include "tests/support/IndexFixture.h"
+#include "tests/support/StoredForm.h"
 #include "tests/support/TestSupport.h"
 #include "toolkit/index/RecordLimits.h"
 
 namespace brindle::testing {
 namespace {
-
-/// Bytes as hex digits, as Store() writes them.
-std::string Stored(const IAStorable& object) {
-    const auto bytes = std::make_shared<Bytes>();
-    const auto storage = IAMakeStorage(std::make_unique<MemoryStoreStream>(bytes));
-    storage->Initialize();
-    const std::uint32_t block = storage->Allocate();
-    {
-        IAOutputBlock output(storage.get(), block, object.StoreSize());
-        object.Store(&output);
-    }
-    std::string text;
-    IAInputBlock input(storage.get(), block);
-    for (std::uint32_t i = 0; i < object.StoreSize(); ++i) {
-        const std::uint8_t byte = input.ReadByte();
-        text += "0123456789abcdef"[byte >> 4];
-        text += "0123456789abcdef"[byte & 15];
-    }
-    return text;
-}
 
 TEST(Postings, CodingAndPagesOfLists) {
     const struct {
@@ -40,7 +19,6 @@ TEST(Postings, CodingAndPagesOfLists) {
                 {{{5, 1}, {7, 1}}, "0b05"},
                 {{{64, 1}, {128, 200}}, "81018001c801"}};
     for (const auto& row : rows) {
-        InvertedTermInfo info(std::make_unique<IATerm>("ab"), 3);
         EXPECT_EQ(FreqPostingsStoreSize(row.postings) * 2, row.stored.size());
         FreqPostingList list;
         list.Append(row.postings);
@@ -100,11 +78,8 @@ TEST_F(IndexTest, ShortListsStayInTheRecordLongOnesMoveToBlocks) {
 }
 
 TEST_F(IndexTest, DeletedPostingsGoWhenTheirTermIsLookedUp) {
-    t.Make();
     texts = {{"a", "x both"}, {"b", "both"}};
-    t.Add("a");
-    t.Add("b");
-    t.index->Flush();
+    t.MakeWithAll();
     const IATerm both("both"), x("x");
     const auto before = t.index->GetTermInfo(&both);
     t.Delete("a");
@@ -229,12 +204,10 @@ TEST_F(IndexTest, UpdateBringsTheIndexInLineWithItsCorpus) {
 
 TEST_F(IndexTest, MergedDocumentsAreNumberedBehindAllNumbersOfTheirSource) {
     t.Make();
+    texts = {{"a", "x y"}, {"b", "y z"}};
     IndexInMemory source(texts);
-    source.Make();
-    texts = {{"a", "x y"}, {"b", "y z"}, {"c", "z"}};
-    source.Add("a");
-    source.Add("b");
-    source.index->Flush();
+    source.MakeWithAll();
+    texts["c"] = "z";
     source.Delete("b");
     source.index->Flush();
     IAIndex* const sources[] = {source.index.get()};
@@ -283,10 +256,8 @@ TEST_F(IndexTest, OnlyTheSameKindOfIndexIsOpened) {
 }
 
 TEST_F(IndexTest, HighFrequencyTermsComeHighestFirst) {
-    t.Make();
     texts = {{"a", "x y z"}, {"b", "y z"}, {"c", "w y z"}};
-    for (const auto& [name, text] : texts) t.Add(name);
-    t.index->Flush();
+    t.MakeWithAll();
     std::string found;
     for (const std::uint32_t most : {3u, 1u})
         for (const auto& each : GetHighFreqTerms(t.index.get(), most))
@@ -295,37 +266,31 @@ TEST_F(IndexTest, HighFrequencyTermsComeHighestFirst) {
     EXPECT_TRUE(GetHighFreqTerms(t.index.get(), 0).empty());
 }
 
-/// The worked example of docs/formats.md is a real index: its lines "block n: bytes" are what its blocks begin
+/// The worked example of the documents is a real index: its lines "block n: bytes" are what its blocks begin
 /// with.
 TEST_F(IndexTest, DocumentedExampleIsARealIndex) {
     texts = {{"a", "x y x"}, {"b", "y"}};
-    t.Make();
-    for (const auto& [name, text] : texts) t.Add(name);
-    t.FlushAndCommit();
-    std::istringstream docs(lorvale::testing::readFile(lorvale::testing::sourceFolder() / "docs/formats.md"));
-    int lines = 0;
-    for (std::string line; std::getline(docs, line);) {
+    t.MakeWithAll();
+    t.storage->Commit();
+    int blocks = 0;
+    for (const std::string& line :
+         lorvale::testing::documentedLines("docs/formats.md", {"### A small index, byte by byte"})) {
         if (!line.starts_with("    block ")) continue;
         const auto block = static_cast<std::uint32_t>(std::stoul(line.substr(10)));
         const std::size_t begin = line.find(": ") + 2;
-        std::string bytes = line.substr(begin, line.find("  ", begin) - begin), found;
+        std::string bytes = line.substr(begin, line.find("  ", begin) - begin);
         std::erase(bytes, ' ');
-        IAInputBlock input(t.storage.get(), block);
-        while (found.size() < bytes.size()) {
-            const std::uint8_t byte = input.ReadByte();
-            for (const int shift : {4, 0}) found += "0123456789abcdef"[byte >> shift & 15];
-        }
-        EXPECT_EQ(found, bytes) << line;
-        ++lines;
+        EXPECT_EQ(hexOf(readBlock(*t.storage, block, bytes.size() / 2)), bytes) << line;
+        ++blocks;
     }
-    EXPECT_EQ(lines, 7);
+    EXPECT_EQ(blocks, 7);
 }
 
 TEST(Records, NarrowingAndStoredForms) {
-    EXPECT_EQ(Stored(DocInfo(std::make_unique<StringDoc>("a"), 300)), "0161ac0200");
-    EXPECT_EQ(Stored(IDTerm(7, std::make_unique<IATerm>("ab"))), "07026162");
+    EXPECT_EQ(hexOf(storedForm(DocInfo(std::make_unique<StringDoc>("a"), 300))), "0161ac0200");
+    EXPECT_EQ(hexOf(storedForm(IDTerm(7, std::make_unique<IATerm>("ab")))), "07026162");
     EXPECT_TRUE(IDTerm(8).LessThan(std::make_unique<IDTerm>(7).get()));
-    EXPECT_EQ(Stored(TIDRename(1, 2)), "0102");
+    EXPECT_EQ(hexOf(storedForm(TIDRename(1, 2))), "0102");
 }
 
 }  // namespace

@@ -79,16 +79,10 @@ TEST_F(PageMemoryTest, WritesWholeBuffersNeighboursJoinedTheRestZero) {
     memory.EnterUnwritten(2, LeafOf(40, 'a'), 128);
     memory.EnterUnwritten(3, LeafOf(64, 'c'), 192);
     memory.WriteBack(stream);
-    const auto at = [this](std::size_t place) { return static_cast<int>((*bytes)[place]); };
-    EXPECT_EQ(at(127), 0xFF);
-    EXPECT_EQ(at(128 + 39), 'a');
-    EXPECT_EQ(at(128 + 40), 0);
-    EXPECT_EQ(at(191), 0);
-    EXPECT_EQ(at(192 + 63), 'c');
-    EXPECT_EQ(at(256), 0xFF);
-    EXPECT_EQ(at(8192 + 4096), 'b');
-    EXPECT_EQ(at(8192 + 4097), 0);
-    EXPECT_EQ(at(8192 + 8191), 0);
+    const std::pair<std::size_t, int> rows[] = {{127, 0xFF},        {128 + 39, 'a'},  {128 + 40, 0},
+                                                {191, 0},           {192 + 63, 'c'},  {256, 0xFF},
+                                                {8192 + 4096, 'b'}, {8192 + 4097, 0}, {8192 + 8191, 0}};
+    for (const auto& [place, byte] : rows) EXPECT_EQ((*bytes)[place], byte) << place;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "lorvale/toolkit/corpus.h"
 #include "tests/support/FailureText.h"
 #include "tests/support/IndexFixture.h"
+#include "tests/support/StoredForm.h"
 #include "tests/support/TestSupport.h"
 
 namespace brindle::testing {
@@ -106,12 +107,8 @@ TEST_F(RouterTest, IsStoredWithItsIndex) {
     tiny.InitializeClusters(clusters);
     tiny.Store();
     EXPECT_EQ(tiny.StoreSize(), 16u);
-    Bytes bytes(16);
-    {
-        IAInputBlock input(small.storage.get(), small.storage->TOC_Get(IADefaultRouterName));
-        input.ReadBuffer(bytes.data(), 16);
-    }
-    EXPECT_EQ(bytes, (Bytes{0, 0, 0, 2, 1, 1, 0x3F, 0x80, 0, 0, 1, 2, 0x3F, 0x80, 0, 0}));
+    EXPECT_EQ(hexOf(readBlock(*small.storage, small.storage->TOC_Get(IADefaultRouterName), 16)),
+              "0000000201013f80000001023f800000");
     small.FlushAndCommit();
     small.Open();
     IARouter again(small.index.get());

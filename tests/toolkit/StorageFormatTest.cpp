@@ -20,13 +20,8 @@ using testing::MemoryStoreStream;
 /// Lays the bytes of a listing in docs/formats.md over a file: lines of an address and up to 16 bytes, all in
 /// hex.
 std::string withListing(const std::string& title, std::string file) {
-    std::istringstream docs(lorvale::testing::readFile(lorvale::testing::sourceFolder() / "docs/formats.md"));
-    std::string line;
-    while (std::getline(docs, line) && line != "### " + title) {
-    }
-    while (std::getline(docs, line) && line != "```") {
-    }
-    while (std::getline(docs, line) && line != "```") {
+    for (const std::string& line :
+         lorvale::testing::documentedLines("docs/formats.md", {"### " + title, "```"})) {
         std::istringstream words(line.substr(0, 58));
         std::size_t address = 0;
         words >> std::hex >> address;

@@ -4,18 +4,6 @@
 
 namespace brindle::testing {
 
-void writeBlock(IAStorage& storage, std::uint32_t id, const std::string& bytes) {
-    IAOutputBlock block(&storage, id, static_cast<std::uint32_t>(bytes.size()));
-    block.WriteBuffer(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-}
-
-std::string readBlock(IAStorage& storage, std::uint32_t id, std::size_t size) {
-    std::string bytes(size, '\0');
-    IAInputBlock block(&storage, id);
-    block.ReadBuffer(bytes.data(), static_cast<std::uint32_t>(size));
-    return bytes;
-}
-
 namespace {
 
 constexpr const char* kNames[] = {"", "a", "b", "IADefaultIndex", "name with a space", "\xFF\xFE"};

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "lorvale/toolkit/storage.h"
+#include "tests/support/StoredForm.h"
 
 namespace brindle::testing {
 
@@ -15,10 +15,6 @@ struct StorageModel {
     std::map<std::uint32_t, std::optional<std::string>> blocks;  // nullopt: no content one could rely on
     std::map<std::string, std::uint32_t> names;
 };
-
-void writeBlock(IAStorage& storage, std::uint32_t id, const std::string& bytes);
-/// The first `size` bytes of a block.
-std::string readBlock(IAStorage& storage, std::uint32_t id, std::size_t size);
 
 /// The first difference between the storage and the model; empty if there is none.
 std::string differenceFrom(const StorageModel& model, IAStorage& storage);

@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "lorvale/toolkit/retrieval.h"
 #include "tests/support/FailureText.h"
 #include "tests/support/IndexHistory.h"
 #include "tests/support/NaiveSearch.h"
+#include "tests/support/SearchFixture.h"
+#include "tests/support/StoredForm.h"
 
 namespace brindle::testing {
 namespace {
@@ -61,10 +62,6 @@ struct NaiveVectors {
     }
 };
 
-std::string nameOf(const RankedHit& hit) {
-    return std::string(static_cast<const StringDoc*>(hit.GetDocument())->View());
-}
-
 /// The hits are the best of the judge's, and their scores are his, relative to the best.
 void expectBest(const RankedHits& hits, const std::map<std::string, double>& scores, std::size_t maxHits) {
     std::vector<double> sorted;
@@ -73,9 +70,9 @@ void expectBest(const RankedHits& hits, const std::map<std::string, double>& sco
     ASSERT_EQ(hits.size(), std::min(maxHits, sorted.size()));
     std::set<std::string> names;
     for (std::size_t i = 0; i < hits.size(); ++i) {
-        ASSERT_TRUE(scores.contains(nameOf(*hits[i])));
-        ASSERT_TRUE(names.insert(nameOf(*hits[i])).second);
-        ASSERT_NEAR(hits[i]->GetScore(), scores.at(nameOf(*hits[i])) / sorted[0], 1e-5) << nameOf(*hits[i]);
+        const std::string name = NameOf(*hits[i]);
+        ASSERT_TRUE(scores.contains(name) && names.insert(name).second) << name;
+        ASSERT_NEAR(hits[i]->GetScore(), scores.at(name) / sorted[0], 1e-5) << name;
         ASSERT_NEAR(hits[i]->GetScore(), sorted[i] / sorted[0], 1e-5);
         ASSERT_GE(hits[i > 0 ? i - 1 : 0]->GetScore(), hits[i]->GetScore());
     }
@@ -106,10 +103,7 @@ TEST(VectorSearch, AgreesWithTheJudgeAfterAnyHistory) {
         VectorAccessor accessor(&index);
         accessor.Initialize();
         for (int i = 0; i < 25; ++i) {
-            std::string text;
-            for (auto left = 1 + random() % (i % 5 == 0 ? 60 : 4); left > 0; --left)
-                text += "w" + std::to_string(random() % (1u << random() % 8)) + " ";
-            const auto maxHits = static_cast<std::uint32_t>(i % 3 == 0 ? 1000 : 1 + random() % 12);
+            const auto [text, maxHits] = Question(random, i, i % 5 == 0 ? 60 : 4);
             SCOPED_TRACE(text + "for " + std::to_string(maxHits));
             // The weights of a query are not rounded.
             ASSERT_NO_FATAL_FAILURE(expectBest(accessor.RankedSearch(text, {}, maxHits),
@@ -128,59 +122,15 @@ TEST(VectorSearch, AgreesWithTheJudgeAfterAnyHistory) {
     }
 }
 
-class VectorTest : public ::testing::Test {
-protected:
-    VectorTest() {
-        for (int i = 0; i < 200; ++i)
-            texts["d" + std::to_string(100 + i)] =
-                "all w" + std::to_string(i % 7) + " w" + std::to_string(i % 11) + " own" + std::to_string(i);
-        t.Make();
-        for (const auto& [name, text] : texts) t.Add(name);
-        t.index->Flush();
-    }
-    static std::string TermsOf(const RankedHit::Terms& terms) {
-        std::string text;
-        for (const auto& term : terms) text += std::string(term->View()) + " ";
-        return text;
-    }
+using VectorTest = SearchTest<InVecIndex>;
 
-    Texts texts;
-    InMemory<InVecIndex> t{texts};
-};
-
-TEST_F(VectorTest, BytesSayHowMuchATermTells) {
-    VectorAccessor accessor(t.index.get());
-    EXPECT_EQ(failureOf([&] { accessor.RankedSearch("all", {}, 5); }), "VANI accessor not initialized");
-    accessor.Initialize();
-    const auto byteOf = [&](const char* word) {
-        const IATerm term(word);
-        return accessor.GetTermScaleFactors(0)[t.index->GetTermInfo(&term)->GetTermID()];
-    };
-    EXPECT_EQ(byteOf("all"), 0);
-    EXPECT_EQ(byteOf("own3"), 255);
-    EXPECT_EQ(accessor.TermScaleFactor(0, 0xFFFFFF), 1.0f);
-    InVecAccessor both(t.index.get());
-    both.Initialize();
-    const IATerm all("all");
-    const auto id = t.index->GetTermInfo(&all)->GetTermID();
-    const double most = (1 + std::log(200)) * std::log(65536);
-    EXPECT_EQ(both.GetTermMaxWeights(0)[id], std::floor(std::log(2.0) * 255 / most + 0.5));
-    EXPECT_NEAR(both.GetMaxWeightDecoder()[255], most, 1e-4);
-}
-
-TEST_F(VectorTest, TopicsRelatedTermsAndMatchesComeFromVectors) {
-    VectorAccessor accessor(t.index.get());
-    accessor.Initialize();
-    const StringDoc doc("d103");  // all w3 w3 own3
-    const RankedQueryDoc example{&doc, t.index.get()};
-    EXPECT_EQ(TermsOf(accessor.GetDocTopic(example, 2)), "own3 w3 ");
-    EXPECT_EQ(TermsOf(accessor.GetTermsRelated("own3", 2)), "w3 all ");
-    const auto hits = accessor.RankedSearch("all w3 own3 absent", {}, 1, 2);
-    EXPECT_EQ(nameOf(*hits[0]), "d103");
-    EXPECT_EQ(TermsOf(hits[0]->GetMatchingTerms()), "own3 w3 ");
+TEST_F(VectorTest, ExampleOfAnIndexThatIsNotSearchedIsRefused) {
     InMemory<InVecIndex> other(texts);
     other.Make();
+    const StringDoc doc("d103");
     const RankedQueryDoc stranger{&doc, other.index.get()};
+    VectorAccessor accessor(t.index.get());
+    accessor.Initialize();
     EXPECT_EQ(failureOf([&] { accessor.GetDocTopic(stranger, 2); }), "QFLT term weight vector is null");
     InVecAccessor both(t.index.get());
     both.Initialize();
@@ -189,19 +139,17 @@ TEST_F(VectorTest, TopicsRelatedTermsAndMatchesComeFromVectors) {
 }
 
 TEST_F(VectorTest, ExamplesAreSearchedForByListsWithTheirVectors) {
-    texts["long"] = "all";
-    for (int i = 0; i < 40; ++i)
-        texts["long"] += " w" + std::to_string(i % 11) + " own" + std::to_string(i * 4);
-    t.Add("long");
-    t.index->Flush();
+    std::string text = "all";
+    for (int i = 0; i < 40; ++i) text += " w" + std::to_string(i % 11) + " own" + std::to_string(i * 4);
+    Add("long", text);
     InVecAccessor accessor(t.index.get());
     accessor.Initialize();
     NaiveVectors judge;
     NaiveSearch lists;
     lists.indices.resize(1);
-    for (const auto& [name, text] : texts) {
-        judge.docs[name] = WordsOf(text);
-        lists.indices[0].push_back({name, WordsOf(text)});
+    for (const auto& [name, words] : texts) {
+        judge.docs[name] = WordsOf(words);
+        lists.indices[0].push_back({name, WordsOf(words)});
     }
     const double most = (1 + std::log(201.0)) * std::log(65536);
     for (const std::vector<const char*>& names : {std::vector{"d103"}, {"long"}, {"long", "d101"}}) {
@@ -226,23 +174,17 @@ TEST_F(VectorTest, ExamplesAreSearchedForByListsWithTheirVectors) {
                                 word);
         }
         std::sort(powers.begin(), powers.end());
-        const std::uint32_t kept = accessor.TrimmedQuerySize(static_cast<std::uint32_t>(powers.size()));
-        for (std::size_t i = kept; i < powers.size(); ++i) sum.erase(std::get<2>(powers[i]));
-        const auto expected =
-            lists.Best(1000, kept, [&](const NaiveSearch::Doc& doc, float& score, int& matches) {
-                for (const auto& [word, weight] : sum) {
-                    if (!doc.words.contains(word)) continue;
-                    score += lists.Weight(lists.Scale(word), doc.words.at(word)) * static_cast<float>(weight);
-                    ++matches;
-                }
-                return matches > 0;
-            });
+        powers.resize(accessor.TrimmedQuerySize(static_cast<std::uint32_t>(powers.size())));
+        NaiveSearch::Query query;
+        for (const auto& [power, id, word] : powers)
+            query[word] = {lists.Scale(word), static_cast<float>(sum.at(word))};
+        const auto expected = lists.SearchFor(query, 1000);
         const auto found = accessor.RankedSearch("", examples, 1000);
         ASSERT_EQ(found.size(), expected.size());
         std::map<std::string, float> scores(expected.begin(), expected.end());
         for (std::size_t i = 0; i < found.size(); ++i) {
             ASSERT_NEAR(found[i]->GetScore(), expected[i].second, 2e-5) << i;
-            ASSERT_NEAR(found[i]->GetScore(), scores[nameOf(*found[i])], 2e-5) << nameOf(*found[i]);
+            ASSERT_NEAR(found[i]->GetScore(), scores[NameOf(*found[i])], 2e-5) << NameOf(*found[i]);
         }
         // With a text it is the way of the inverted accessor.
         InvertedAccessor inverted(t.index.get());
@@ -257,9 +199,7 @@ TEST_F(VectorTest, ExamplesAreSearchedForByListsWithTheirVectors) {
 TEST_F(VectorTest, TablesAreStoredReadAgainAndExtended) {
     InVecAccessor made(t.index.get());
     made.StoreInitialization();
-    texts["new"] = "all w3 fresh fresh";
-    t.Add("new");
-    t.index->Flush();
+    Add("new", "all w3 fresh fresh");
     InVecAccessor stale(t.index.get()), fresh(t.index.get());
     stale.Update();
     const IATerm term("fresh");
@@ -269,7 +209,7 @@ TEST_F(VectorTest, TablesAreStoredReadAgainAndExtended) {
     EXPECT_EQ(stale.GetTermMaxWeights(0)[id], fresh.GetTermMaxWeights(0)[id]);
     EXPECT_GT(stale.GetTermMaxWeights(0)[id], 0);
     EXPECT_EQ(stale.GetTermScaleFactors(0).size(), t.index->GetMaxTermID());
-    EXPECT_EQ(nameOf(*stale.RankedSearch("fresh", {}, 3)[0]), "new");
+    EXPECT_EQ(NameOf(*stale.RankedSearch("fresh", {}, 3)[0]), "new");
     stale.Store();
     InVecAccessor read(t.index.get());
     read.Initialize();
@@ -279,20 +219,6 @@ TEST_F(VectorTest, TablesAreStoredReadAgainAndExtended) {
     EXPECT_EQ(failureOf([&] { other.Initialize(); }), "VAIV invalid initialization");
 }
 
-TEST_F(VectorTest, CancellingAtAnyReportLeavesTheAccessorUsable) {
-    VectorAccessor accessor(t.index.get());
-    accessor.Initialize();
-    int allowed = 0, reports = 0;
-    do {
-        reports = 0;
-        const auto hits = accessor.RankedSearch("all w3", {}, 10, 2, [&](const RankedProgress& report) {
-            return report.GetPercent() < 100 && ++reports > allowed;
-        });
-        EXPECT_EQ(hits.empty(), reports > allowed);
-    } while (reports > allowed++);
-    EXPECT_GT(allowed, 10);
-}
-
 TEST_F(VectorTest, HitsAreFilteredAndNameWhatWeighsMostInBoth) {
     struct OnlyLong : VectorAccessor {
         using VectorAccessor::VectorAccessor;
@@ -300,10 +226,9 @@ TEST_F(VectorTest, HitsAreFilteredAndNameWhatWeighsMostInBoth) {
             return static_cast<const StringDoc*>(doc)->View() == "long";
         }
     };
-    texts["long"] = "own7";
-    for (int i = 0; i < 50; ++i) texts["long"] += " w3";
-    t.Add("long");
-    t.index->Flush();
+    std::string text = "own7";
+    for (int i = 0; i < 50; ++i) text += " w3";
+    Add("long", text);
     OnlyLong accessor(t.index.get());
     accessor.InitializeAnew();
     const auto hits = accessor.RankedSearch("own7 w3", {}, 9, 1);
@@ -314,9 +239,7 @@ TEST_F(VectorTest, HitsAreFilteredAndNameWhatWeighsMostInBoth) {
 TEST_F(VectorTest, BackgroundWeighsTermsByWhatIsRareThere) {
     const Texts few = {{"a", "all own3 odd"}, {"b", "own3"}, {"c", "odd w1"}};
     InMemory<VectorIndex> small(few);
-    small.Make();
-    for (const auto& [name, text] : few) small.Add(name);
-    small.index->Flush();
+    small.MakeWithAll();
     VectorAccessor accessor(small.index.get(), t.index.get());
     EXPECT_EQ(accessor.GetAccessorType(), IATag("Vec4"));
     const auto byteOf = [&](const char* word) {
@@ -331,14 +254,17 @@ TEST_F(VectorTest, BackgroundWeighsTermsByWhatIsRareThere) {
 
 TEST_F(VectorTest, BothSidesOfAnIndexAreFound) {
     IAIndex* const index = t.index.get();
-    EXPECT_EQ(InVecIndex::IANarrow(index), t.index.get());
     EXPECT_EQ(InvertedIndex::IANarrow(index), static_cast<InvertedIndex*>(t.index.get()));
     EXPECT_EQ(VectorIndex::IANarrow(index), static_cast<VectorIndex*>(t.index.get()));
-    EXPECT_EQ(TermIndex::IANarrow(index), static_cast<TermIndex*>(t.index.get()));
-    IndexInMemory inverted(texts);
-    inverted.Make();
-    EXPECT_EQ(VectorIndex::IANarrow(inverted.index.get()), nullptr);
     EXPECT_EQ(InVecIndex::IANarrow(nullptr), nullptr);
+    const Texts more = {{"more", "all"}};
+    IndexInMemory inverted(more);
+    inverted.MakeWithAll();
+    EXPECT_EQ(VectorIndex::IANarrow(inverted.index.get()), nullptr);
+    IAIndex* const sources[] = {inverted.index.get()};
+    InMemory<VectorIndex> target(more);
+    target.Make();
+    EXPECT_EQ(failureOf([&] { target.index->Merge(sources); }), "VIIV invalid index");
     // What a deletion leaves behind: the bit and the record stay until the term is looked up, the vector goes.
     const StringDoc doc("d103");
     const auto vector = t.index->GetTFVector(&doc);
@@ -354,70 +280,43 @@ TEST_F(VectorTest, BothSidesOfAnIndexAreFound) {
     EXPECT_EQ(t.CountOf("own4"), 0u);
     t.FlushAndCommit();
     EXPECT_EQ(VerifyIndex(*t.index).violations, std::vector<std::string>());
-    IAIndex* const sources[] = {inverted.index.get()};
-    texts["more"] = "all";
-    inverted.Add("more");
-    inverted.index->Flush();
-    InMemory<VectorIndex> target(texts);
-    target.Make();
-    EXPECT_EQ(failureOf([&] { target.index->Merge(sources); }), "VIIV invalid index");
-}
-
-/// The first bytes of a block.
-Bytes bytesOf(IAStorage& storage, std::uint32_t block, std::size_t count) {
-    Bytes bytes(count);
-    IAInputBlock input(&storage, block);
-    input.ReadBuffer(bytes.data(), static_cast<std::uint32_t>(count));
-    return bytes;
 }
 
 TEST(VectorFormat, BlocksAreAsDocumented) {
     // Terms 1 to 7, of which the document "z" has the third once and the seventh twice.
     const Texts texts = {{"a", "ta tb tc td te tf tg"}, {"z", "tg tc tg"}};
     InMemory<InVecIndex> t(texts);
-    t.Make();
-    for (const auto& [name, text] : texts) t.Add(name);
-    t.index->Flush();
+    t.MakeWithAll();
     EXPECT_TRUE(t.index->Validate(true, false));
+    const auto bytesOf = [&](std::uint32_t block, std::size_t count) {
+        return hexOf(readBlock(*t.storage, block, count));
+    };
     const StringDoc z("z");
     const auto info = t.index->GetDocInfo(&z, false);
     const std::uint32_t block = static_cast<const VectorDocInfo&>(*info).GetVectorBlockID();
-    EXPECT_EQ(bytesOf(*t.storage, block, 4), (Bytes{2, 7, 8, 2}));
+    EXPECT_EQ(bytesOf(block, 4), "02070802");
 
+    char time[9];
+    std::snprintf(time, sizeof time, "%08x", t.index->UpdateTime());
+    const std::string head = "00000001" + std::string(time), factors = "00000008 00ffff00 ffffff00";
+    const auto expectTables = [&](IAAccessor& accessor, const char* name, std::string expected) {
+        accessor.StoreInitialization(nullptr, t.storage->GetNamedBlock(name));
+        std::erase(expected, ' ');
+        EXPECT_EQ(bytesOf(t.storage->TOC_Get(name), expected.size() / 2), expected);
+    };
     VectorAccessor byVectors(t.index.get());
-    byVectors.StoreInitialization(nullptr, t.storage->GetNamedBlock("v"));
-    const std::uint32_t time = t.index->UpdateTime();
-    const Bytes head = {'V',
-                        'e',
-                        'c',
-                        '0',
-                        0,
-                        0,
-                        0,
-                        1,
-                        std::uint8_t(time >> 24),
-                        std::uint8_t(time >> 16),
-                        std::uint8_t(time >> 8),
-                        std::uint8_t(time)};
-    const Bytes factors = {0, 0, 0, 8, 0, 255, 255, 0, 255, 255, 255, 0};
-    Bytes expected = head;
-    expected.insert(expected.end(), factors.begin(), factors.end());
-    EXPECT_EQ(bytesOf(*t.storage, t.storage->TOC_Get("v"), expected.size()), expected);
-
+    expectTables(byVectors, "v", hexOf("Vec0") + head + factors);
     InVecAccessor both(t.index.get());
-    both.StoreInitialization(nullptr, t.storage->GetNamedBlock("b"));
-    expected = head;
-    const Bytes type = {'I', '&', 'V', '0'};
-    std::copy(type.begin(), type.end(), expected.begin());
-    const Bytes norms = {0, 0, 0, 3, 0, 6, 4, 0, 0, 0, 10, 0, 0, 0, 2};
-    const Bytes most = {0, 0, 0, 8, 0, 16, 16, 9, 16, 16, 16, 15};
-    for (const Bytes& part : {norms, factors, most}) expected.insert(expected.end(), part.begin(), part.end());
-    EXPECT_EQ(bytesOf(*t.storage, t.storage->TOC_Get("b"), expected.size()), expected);
+    expectTables(
+        both, "b",
+        hexOf("I&V0") + head + "00000003 000604 0000000a 00000002" + factors + "00000008 00101009 1010100f");
+    EXPECT_EQ(both.TermScaleFactor(0, 0xFFFFFF), 1.0f);
+    EXPECT_NEAR(both.GetMaxWeightDecoder()[255], (1 + std::log(2)) * std::log(65536), 1e-4);
 
     // An empty vector is one byte and no valid one; IDs that repeat are none either.
     EXPECT_EQ(failureOf([&] { t.index->WriteTFVector({}, block), t.index->ValidateDocInfos(true); }),
               "QFLT term vector with length of zero");
-    EXPECT_EQ(bytesOf(*t.storage, block, 1), Bytes{0});
+    EXPECT_EQ(bytesOf(block, 1), "00");
     EXPECT_FALSE(t.index->Validate(false, false));
     t.index->WriteTFVector(TFVector({{3, 1}, {3, 2}}), block);
     EXPECT_EQ(failureOf([&] { t.index->ValidateDocInfos(true); }),

@@ -10,9 +10,8 @@
 #include "lorvale/toolkit/analysis.h"
 #include "lorvale/toolkit/corpus.h"
 #include "lorvale/toolkit/retrieval.h"
-#include "lorvale/toolkit/storage.h"
 #include "tests/support/FailureText.h"
-#include "tests/support/MemoryStoreStream.h"
+#include "tests/support/StoredForm.h"
 #include "tests/support/TestSupport.h"
 
 namespace brindle::testing {
@@ -32,43 +31,20 @@ std::string termsOf(const IAAnalysis& analysis, const std::string& text) {
 TEST(EnglishLists, BringFormsOfOneWordTogether) {
     const EnglishAnalysis english(resource("EnglishStopwords").c_str(),
                                   resource("EnglishSubstitutions").c_str());
-    const char* const families[] = {
-        "find found finds finding",
-        "write wrote written writing",
-        "child children",
-        "mouse mice",
-        "woman women",
-        "analysis analyses",
-        "phenomenon phenomena",
-        "nucleus nuclei",
-        "index indices indexes",
-        "bus buses",
-        "virus viruses",
-        "lens lenses",
-        "open opened opening opens",
-        "answer answered answering",
-        "study studies studied studying",
-        "deploy deployed deploying",
-        "agree agreed agreeing agrees",
-        "cancel cancelled canceled cancelling",
-        "panic panicked panicking",
-        "die died dying dies",
-        "quiz quizzes",
-        "large larger largest",
-        "big bigger biggest",
-        "easy easier easiest easily",
-        "good better best",
-        "bad worse worst",
-        "rapid rapidly",
-        "control controlled controls",
-        "occur occurred occurring",
-    };
-    for (const std::string family : families) {
+    std::istringstream families(
+        "find found finds finding;write wrote written writing;child children;mouse mice;woman women;"
+        "analysis analyses;phenomenon phenomena;nucleus nuclei;index indices indexes;bus buses;virus viruses;"
+        "lens lenses;open opened opening opens;answer answered answering;study studies studied studying;"
+        "deploy deployed deploying;agree agreed agreeing agrees;cancel cancelled canceled cancelling;"
+        "panic panicked panicking;die died dying dies;quiz quizzes;large larger largest;big bigger biggest;"
+        "easy easier easiest easily;good better best;bad worse worst;rapid rapidly;"
+        "control controlled controls;occur occurred occurring");
+    for (std::string family; std::getline(families, family, ';');) {
         std::istringstream words(family);
         std::string first, word;
         words >> first;
-        while (words >> word) EXPECT_EQ(termsOf(english, word), termsOf(english, first)) << word;
         EXPECT_NE(termsOf(english, first), "");
+        while (words >> word) EXPECT_EQ(termsOf(english, word), termsOf(english, first)) << word;
     }
     EXPECT_EQ(
         termsOf(english, "It's what I don't think that they've been doing with all of the boxes, e.g. here."),
@@ -98,10 +74,8 @@ TEST(EnglishLists, SayEachThingOnce) {
 
 /// The lines "left -> right" of the fenced block in docs/search.md.
 std::vector<std::pair<std::string, std::string>> documented(const std::string& block) {
-    const std::string text = lorvale::testing::readFile(lorvale::testing::sourceFolder() / "docs/search.md");
-    std::istringstream lines(text.substr(text.find("```" + block + "\n") + block.size() + 4));
     std::vector<std::pair<std::string, std::string>> rows;
-    for (std::string line; std::getline(lines, line) && line != "```";) {
+    for (const auto& line : lorvale::testing::documentedLines("docs/search.md", {"```" + block})) {
         const auto arrow = line.find(" -> ");
         rows.emplace_back(line.substr(0, arrow), line.substr(arrow + 4));
     }
@@ -142,41 +116,22 @@ TEST(LetterTree, StoresItsWordsInTheOrderOfTheirLetters) {
     LetterTree other;  // 17 letters, of which the one in the middle tells them apart
     other.Add("internationalized");
     EXPECT_FALSE(other.Contains("internatxonalized"));
-    ASSERT_EQ(tree.StoreSize(), 4 + 16 + 256u);
-
-    MemoryStoreStream stream(std::make_shared<Bytes>());
-    stream.Open(true);
-    stream.SetPosition(0, tree.StoreSize());
-    {
-        IAOutputBlock output(&stream);
-        tree.Store(&output);
-    }
-    stream.SetPosition(0, tree.StoreSize());
-    IAInputBlock input(&stream);
-    EXPECT_EQ(input.ReadUInt32(), 16 + 256u);
-    std::string words(16, '\0');
-    input.ReadBuffer(words.data(), 16);
-    EXPECT_EQ(words, "an be bet bad i ");
+    const std::string stored = storedForm(tree);
+    ASSERT_EQ(stored.size(), 4 + 16 + 256u);
+    EXPECT_EQ(stored.substr(0, 4 + 16), std::string("\0\0\x01\x10", 4) + "an be bet bad i ");
 }
 
 TEST(LetterTree, ComesBackAsItWasStored) {
-    const std::string stored = std::string("\0\0\0\x0E", 4) + "an be bet bad ";
-    for (const bool damaged : {false, true}) {
-        auto bytes = std::make_shared<Bytes>(stored.begin(), stored.end());
-        if (damaged) (*bytes)[3] = 0x0F;
-        MemoryStoreStream stream(bytes);
-        stream.Open(false);
-        stream.SetPosition(0, static_cast<std::uint32_t>(stored.size()));
-        IAInputBlock input(&stream);
-        std::unique_ptr<LetterTree> tree;
-        const auto failure = failureOf([&] { tree = std::make_unique<LetterTree>(&input); });
-        EXPECT_EQ(failure, damaged ? "VSIV letter tree longer than its block" : "");
-        if (damaged) continue;
-        EXPECT_EQ(tree->StoreSize(), stored.size());
-        EXPECT_TRUE(tree->Contains("bet"));
-        tree->EmptyTree();
-        EXPECT_FALSE(tree->Contains("bet"));
-    }
+    const auto treeOf = [](const std::string& stored) {
+        return withBlockOf(stored, [](IAInputBlock* block) { return std::make_unique<LetterTree>(block); });
+    };
+    const auto tree = treeOf(std::string("\0\0\0\x0E", 4) + "an be bet bad ");
+    EXPECT_EQ(tree->StoreSize(), 4 + 14u);
+    EXPECT_TRUE(tree->Contains("bet"));
+    tree->EmptyTree();
+    EXPECT_FALSE(tree->Contains("bet"));
+    EXPECT_EQ(failureOf([&] { treeOf(std::string("\0\0\0\x0F", 4) + "an be bet bad "); }),
+              "VSIV letter tree longer than its block");
 }
 
 TEST(CharStream, RemembersTheBlockBefore) {
@@ -224,17 +179,15 @@ TEST(Term, ComparesBytesAndIsTerminated) {
 }
 
 TEST(StoredBytes, AreReadToTheLastAndNoFurther) {
-    const Bytes stored = {2, 'a', 'b'};
-    for (const std::uint32_t size : {3u, 2u, 1u}) {
-        MemoryStoreStream stream(std::make_shared<Bytes>(stored));
-        stream.Open(false);
+    for (const std::string stored : {"\2ab", "\2a", "\2"}) {
         const auto restored = [&](const IAStorable& prototype) {
-            stream.SetPosition(0, size);
-            IAInputBlock input(&stream);
-            return failureOf([&] { EXPECT_EQ(prototype.Restore(&input)->StoreSize(), 3u); });
+            return failureOf([&] {
+                withBlockOf(stored,
+                            [&](IAInputBlock* block) { EXPECT_EQ(prototype.Restore(block)->StoreSize(), 3u); });
+            });
         };
-        EXPECT_EQ(restored(IATerm()), size == 3 ? "" : "VSIV term longer than its block");
-        EXPECT_EQ(restored(StringDoc()), size == 3 ? "" : "VSIV document longer than its block");
+        EXPECT_EQ(restored(IATerm()), stored.size() == 3 ? "" : "VSIV term longer than its block");
+        EXPECT_EQ(restored(StringDoc()), stored.size() == 3 ? "" : "VSIV document longer than its block");
     }
 }
 
