@@ -24,12 +24,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     using lorvale::TableOfContents;
     std::unique_ptr<TableOfContents> table;
     try {
-        table = TableOfContents::ofBytes("", {reinterpret_cast<const char*>(bytes), size});
+        table = TableOfContents::ofBytes("", lorvale::Data::copyOf({reinterpret_cast<const char*>(bytes), size}));
     } catch (const lorvale::NamedException&) {
         return 0;
     }
     const auto written = table->cachedData(1);
-    const auto again = TableOfContents::ofBytes("", written.view());
+    const auto again = TableOfContents::ofBytes("", written);
     require(again->count() == table->count() && again->version() == table->version());
     for (std::size_t i = 0; i < table->count(); ++i) {
         const auto &one = at(*table, i), &other = at(*again, i);

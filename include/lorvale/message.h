@@ -148,9 +148,19 @@ private:
     std::optional<Data> readBody();
 
     std::weak_ptr<MessageSource> _source LORVALE_GUARDED_BY(_mutex);
-    // In this order, so that they go in the order headers, body, flags.
-    std::shared_ptr<MessageFlags> _flags LORVALE_GUARDED_BY(_mutex);
-    std::shared_ptr<MessageBody> _body LORVALE_GUARDED_BY(_mutex);
+    /// What few messages have at a time, in this order, so that they go in the order headers, body, flags.
+    struct Loaded {
+        std::shared_ptr<MessageFlags> flags;
+        std::shared_ptr<MessageBody> body;
+    };
+    template <class Part>
+    std::shared_ptr<Part> loaded(std::shared_ptr<Part> Loaded::*part) const;
+    template <class Part>
+    std::shared_ptr<Part> loadOnce(std::shared_ptr<Part> Loaded::*part, std::shared_ptr<Part> made);
+    template <class Part>
+    void replace(std::shared_ptr<Part> Loaded::*part, std::shared_ptr<Part> with);
+
+    std::unique_ptr<Loaded> _loaded LORVALE_GUARDED_BY(_mutex);  // null: nothing
     // Of flushed headers that nobody shares their cached ones alone are left, which take a third of the room.
     std::variant<std::shared_ptr<MessageHeaders>, CachedHeaders> _headers LORVALE_GUARDED_BY(_mutex);
     mutable std::atomic<std::uint32_t> _listHint = kNoHint;  // where a MessageList found it last

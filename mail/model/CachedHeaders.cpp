@@ -10,7 +10,6 @@
 #include "lorvale/message/headers.h"
 #include "lorvale/platform/mutex.h"
 #include "lorvale/values/text.h"
-#include "mail/model/CachedHeadersOfMany.h"
 
 namespace lorvale {
 
@@ -21,6 +20,8 @@ constexpr auto kUsualKeys =
     std::to_array<std::string_view>({"from", "subject", "date", "From", "Subject", "Date"});
 
 using KeyNumber = std::uint32_t;
+constexpr KeyNumber kFrom = 0, kSubject = 1, kDate = 2;
+static_assert(kUsualKeys[kFrom] == "from" && kUsualKeys[kSubject] == "subject" && kUsualKeys[kDate] == "date");
 
 /// The other names that were ever used as a key, numbered behind the usual ones.
 class SharedKeys {
@@ -75,6 +76,8 @@ struct CachedHeaders::Record {
     KeyNumber key = 0, spelling = 0;
     std::uint32_t isDate : 1 = 0, length : 31 = 0;
 
+    static void append(std::string& records, KeyNumber key, KeyNumber spelling, bool isDate,
+                       std::string_view bytes);
     static Record at(const char* bytes) {
         Record record;
         std::memcpy(&record, bytes, sizeof record);
@@ -121,38 +124,68 @@ void CachedHeaders::set(std::string_view key, const HeaderValue& value) {
     set(key, key, value);
 }
 
+namespace {
+
+/// The bytes that a record keeps of a value.
+std::string_view bytesOf(std::string_view text) {
+    return text.substr(0, kLongestValue);
+}
+
+std::string_view bytesOf(const Date& date) {
+    return {reinterpret_cast<const char*>(&date), sizeof date};
+}
+
+}  // namespace
+
+void CachedHeaders::Record::append(std::string& records, KeyNumber key, KeyNumber spelling, bool isDate,
+                                   std::string_view bytes) {
+    Record record;
+    record.key = key;
+    record.spelling = spelling;
+    record.isDate = isDate ? 1 : 0;
+    record.length = static_cast<std::uint32_t>(bytes.size()) & kLongestValue;
+    records.append(reinterpret_cast<const char*>(&record), sizeof record).append(bytes);
+}
+
+void CachedHeaders::keep(std::string_view records) {
+    const auto length = static_cast<std::uint32_t>(records.size());
+    const auto packed = std::make_shared_for_overwrite<char[]>(sizeof length + length);
+    std::memcpy(packed.get(), &length, sizeof length);
+    std::ranges::copy(records, packed.get() + sizeof length);
+    _records = packed;
+}
+
+CachedHeaders CachedHeaders::ofListing(std::string_view subject, std::string_view from, const Date& date) {
+    std::string records;
+    records.reserve(3 * sizeof(Record) + subject.size() + from.size() + sizeof date);
+    Record::append(records, kSubject, kSubject, false, bytesOf(subject));
+    Record::append(records, kFrom, kFrom, false, bytesOf(from));
+    Record::append(records, kDate, kDate, true, bytesOf(date));
+    CachedHeaders listing;
+    listing.keep(records);
+    return listing;
+}
+
 void CachedHeaders::set(std::string_view key, std::string_view spelling, const HeaderValue& value) {
     const auto* const text = std::get_if<std::string>(&value);
-    const auto bytes =
-        text != nullptr
-            ? std::string_view(*text).substr(0, kLongestValue)
-            : std::string_view(reinterpret_cast<const char*>(std::get_if<Date>(&value)), sizeof(Date));
-    Record record;
-    record.key = keyNumber(key);
-    record.spelling = keyNumber(spelling);
-    record.isDate = text == nullptr ? 1 : 0;
-    record.length = static_cast<std::uint32_t>(bytes.size()) & kLongestValue;
-
+    const auto number = keyNumber(key), spellingNumber = keyNumber(spelling);
     std::string records;
     bool replaced = false;
     const auto add = [&] {
         if (std::exchange(replaced, true)) return;
-        records.append(reinterpret_cast<const char*>(&record), sizeof record).append(bytes);
+        Record::append(records, number, spellingNumber, text == nullptr,
+                       text != nullptr ? bytesOf(*text) : bytesOf(*std::get_if<Date>(&value)));
     };
     for (auto each = begin(); each != end(); ++each) {
         const auto old = Record::at(each._record);
-        if (old.key == record.key) {
+        if (old.key == number) {
             add();
         } else {
             records.append(each._record, old.next(each._record));
         }
     }
     add();
-    const auto length = static_cast<std::uint32_t>(records.size());
-    const auto packed = std::make_shared<char[]>(sizeof length + length);
-    std::memcpy(packed.get(), &length, sizeof length);
-    std::ranges::copy(records, packed.get() + sizeof length);
-    _records = packed;
+    keep(records);
 }
 
 std::optional<HeaderValue> CachedHeaders::find(std::string_view key) const {
@@ -164,7 +197,12 @@ std::optional<HeaderValue> CachedHeaders::find(std::string_view key) const {
 }
 
 std::string CachedHeaders::textForKey(std::string_view key) const {
-    return std::string(CachedHeadersOfMany::textOf(*this, key));
+    for (auto each = begin(); each != end(); ++each) {
+        const auto record = Record::at(each._record);
+        if (keyName(record.key) == key)
+            return record.isDate == 0 ? std::string(record.text(each._record)) : std::string();
+    }
+    return "";
 }
 
 CachedHeaders CachedHeaders::withLowerCaseKeys() const {
@@ -188,95 +226,6 @@ std::optional<std::string_view> CachedHeaders::spellingOfKey(std::string_view ke
         if (keyName(record.key) == key) return keyName(record.spelling);
     }
     return std::nullopt;
-}
-
-CachedHeadersOfMany::CachedHeadersOfMany(std::size_t expectedSize) : _bytes(expectedSize) {}
-
-void CachedHeadersOfMany::beginMessage() {
-    endMessage();
-    _starts.push_back(_bytes.size());
-    std::memset(_bytes.reserve(sizeof(std::uint32_t)), 0, sizeof(std::uint32_t));
-    _bytes.commit(sizeof(std::uint32_t));
-}
-
-void CachedHeadersOfMany::endMessage() {
-    if (_starts.empty()) return;
-    const auto length = static_cast<std::uint32_t>(_bytes.size() - _starts.back() - sizeof(std::uint32_t));
-    std::memcpy(_bytes.bytes() + _starts.back(), &length, sizeof length);
-}
-
-void CachedHeadersOfMany::add(std::string_view cachedKey, std::string_view text) {
-    addRecord(cachedKey, false, text);
-}
-
-void CachedHeadersOfMany::add(std::string_view cachedKey, const Date& date) {
-    addRecord(cachedKey, true, {reinterpret_cast<const char*>(&date), sizeof date});
-}
-
-void CachedHeadersOfMany::addRecord(std::string_view cachedKey, bool isDate, std::string_view bytes) {
-    bytes = bytes.substr(0, kLongestValue);
-    CachedHeaders::Record record;
-    record.key = record.spelling = keyNumber(cachedKey);
-    record.isDate = isDate ? 1 : 0;
-    record.length = static_cast<std::uint32_t>(bytes.size()) & kLongestValue;
-    auto* const place = _bytes.reserve(sizeof record + bytes.size());
-    std::memcpy(place, &record, sizeof record);
-    if (!bytes.empty()) std::memcpy(place + sizeof record, bytes.data(), bytes.size());
-    _bytes.commit(sizeof record + bytes.size());
-}
-
-/// Its records, until the function answers true.
-template <class Use>
-void CachedHeadersOfMany::forEachRecord(const CachedHeaders& headers, Use use) {
-    if (!headers._records) return;
-    std::uint32_t length = 0;
-    std::memcpy(&length, headers._records.get(), sizeof length);
-    const auto* at = headers._records.get() + sizeof length;
-    for (const auto* const end = at + length; at != end;) {
-        const auto record = CachedHeaders::Record::at(at);
-        if (use(record, at)) return;
-        at = record.next(at);
-    }
-}
-
-std::string_view CachedHeadersOfMany::textOf(const CachedHeaders& headers, std::string_view key) {
-    std::string_view text;
-    forEachRecord(headers, [&](const auto& record, const char* bytes) {
-        const bool isIt = keyName(record.key) == key;
-        if (isIt && record.isDate == 0) text = record.text(bytes);
-        return isIt;
-    });
-    return text;
-}
-
-CachedHeadersOfMany::Values CachedHeadersOfMany::valuesOf(const CachedHeaders& headers) {
-    constexpr KeyNumber kFrom = 0, kSubject = 1, kDate = 2;
-    static_assert(kCachedKeys[kFrom] == "from" && kCachedKeys[kSubject] == "subject" &&
-                  kCachedKeys[kDate] == "date");
-    Values values;
-    forEachRecord(headers, [&](const auto& record, const char* bytes) {
-        if (record.isDate != 0) {
-            if (record.key == kDate)
-                std::memcpy(static_cast<void*>(&values.date), bytes + sizeof record, sizeof values.date);
-        } else if (record.key == kFrom) {
-            values.from = record.text(bytes);
-        } else if (record.key == kSubject) {
-            values.subject = record.text(bytes);
-        }
-        return false;
-    });
-    return values;
-}
-
-std::vector<CachedHeaders> CachedHeadersOfMany::finish() {
-    endMessage();
-    const auto block = std::make_shared<const Data>(_bytes.data());
-    const auto* const bytes = reinterpret_cast<const char*>(block->bytes());
-    std::vector<CachedHeaders> all(_starts.size());
-    for (std::size_t i = 0; i < all.size(); ++i)
-        all[i]._records = std::shared_ptr<const char[]>(block, bytes + _starts[i]);
-    _starts.clear();
-    return all;
 }
 
 bool operator==(const CachedHeaders& a, const CachedHeaders& b) {

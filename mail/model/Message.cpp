@@ -128,59 +128,74 @@ void Message::setHeaders(std::shared_ptr<MessageHeaders> headers) {
 
 /// Where the source can give them again, and no one else has them.
 void Message::dropHeaders() {
-    if (!messageSource()) return;
+    const auto source = messageSource();
+    if (!source || parts().headers == nullptr) return;
+    const auto atHand = source->keepsCachedHeaders()
+                            ? source->cachedHeadersForMessage(*this).withLowerCaseKeys()
+                            : CachedHeaders();
     decltype(_headers) next;
     const SmallMutexLock lock(_mutex);
     const auto* const held = std::get_if<std::shared_ptr<MessageHeaders>>(&_headers);
     if (held == nullptr || *held == nullptr || held->use_count() > 1) return;
     const auto remains = (*held)->remains();
     if (!remains) return;
-    if (!remains->empty()) next = *remains;
+    if (!remains->empty() && *remains != atHand) next = *remains;
     _headers.swap(next);
 }
 
-std::shared_ptr<MessageFlags> Message::messageFlags() {
-    auto made = currentFlags();
+template <class Part>
+std::shared_ptr<Part> Message::loaded(std::shared_ptr<Part> Loaded::*part) const {
     const SmallMutexLock lock(_mutex);
-    if (!_flags) _flags = std::move(made);
-    return _flags;
+    return _loaded != nullptr ? _loaded.get()->*part : nullptr;
+}
+
+template <class Part>
+std::shared_ptr<Part> Message::loadOnce(std::shared_ptr<Part> Loaded::*part, std::shared_ptr<Part> made) {
+    if (made == nullptr) return nullptr;
+    const SmallMutexLock lock(_mutex);
+    if (_loaded == nullptr) _loaded = std::make_unique<Loaded>();
+    auto& held = _loaded.get()->*part;
+    if (held == nullptr) held.swap(made);
+    return held;
+}
+
+template <class Part>
+void Message::replace(std::shared_ptr<Part> Loaded::*part, std::shared_ptr<Part> with) {
+    const SmallMutexLock lock(_mutex);
+    if (_loaded == nullptr && with == nullptr) return;
+    if (_loaded == nullptr) _loaded = std::make_unique<Loaded>();
+    (_loaded.get()->*part).swap(with);
+    if (_loaded->flags == nullptr && _loaded->body == nullptr) _loaded.reset();
+}
+
+std::shared_ptr<MessageFlags> Message::messageFlags() {
+    return loadOnce(&Loaded::flags, currentFlags());
 }
 
 std::shared_ptr<MessageFlags> Message::currentFlags() {
-    {
-        const SmallMutexLock lock(_mutex);
-        if (_flags) return _flags;
-    }
+    if (auto held = loaded(&Loaded::flags)) return held;
     const auto source = messageSource();
     auto flags = source ? source->flagsForMessage(*this) : nullptr;
     return flags ? flags : MessageFlags::flagsForMessage(*this);
 }
 
 void Message::setMessageFlags(std::shared_ptr<MessageFlags> flags) {
-    const SmallMutexLock lock(_mutex);
-    _flags.swap(flags);
+    replace(&Loaded::flags, std::move(flags));
 }
 
 std::shared_ptr<MessageBody> Message::messageBody() {
-    {
-        const SmallMutexLock lock(_mutex);
-        if (_body) return _body;
-    }
-    auto made = MessageBody::bodyForMessage(weak_from_this().lock());
-    const SmallMutexLock lock(_mutex);
-    if (!_body) _body = std::move(made);
-    return _body;
+    if (auto held = loaded(&Loaded::body)) return held;
+    return loadOnce(&Loaded::body, MessageBody::bodyForMessage(weak_from_this().lock()));
 }
 
 void Message::setMessageBody(std::shared_ptr<MessageBody> body) {
-    const SmallMutexLock lock(_mutex);
-    _body.swap(body);
+    replace(&Loaded::body, std::move(body));
 }
 
 Message::Parts Message::parts() const {
     const SmallMutexLock lock(_mutex);
     const auto* const headers = std::get_if<std::shared_ptr<MessageHeaders>>(&_headers);
-    return {headers != nullptr ? *headers : nullptr, _body};
+    return {headers != nullptr ? *headers : nullptr, _loaded != nullptr ? _loaded->body : nullptr};
 }
 
 std::optional<Data> Message::encodedBody() {

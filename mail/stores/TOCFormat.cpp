@@ -1,6 +1,6 @@
 #include "mail/stores/TOCFormat.h"
 
-#include <optional>
+#include <algorithm>
 #include <string>
 
 #include "lorvale/platform/exception.h"
@@ -45,37 +45,33 @@ char normalised(char status) {
     return status == '>' ? ' ' : status == 'D' ? 'd' : status;
 }
 
-/// Noon of days.  Mailboxes hold runs of mail of one day, and the calendar is slow.
-class DayReader {
-public:
-    Date read(std::uint32_t number) {
-        if (!_day || number != _number) _day = dateFromTocInt(_number = number);
-        return _day.value_or(Date());
-    }
-
-private:
-    std::uint32_t _number = 0;
-    std::optional<Date> _day;
-};
-
-TOCRecord decodeRecord(std::string_view bytes, DayReader& days) {
+TOCRecord decodeRecord(std::string_view bytes) {
     constexpr std::size_t kTexts = 20;
     TOCRecord record;
     record.range = {wordAt(bytes, 4), wordAt(bytes, 8)};
-    const auto day = wordAt(bytes, 12);
-    if (!isTocDay(day) || bytes.substr(18, 2) != "  ") throwBogus("Bogus TOC, bad date");
+    record.time.day = wordAt(bytes, 12);
+    if (!isTocDay(record.time.day) || bytes.substr(18, 2) != "  ") throwBogus("Bogus TOC, bad date");
     record.status = normalised(bytes[16]);
     record.refState = bytes[17];
     auto rest = bytes.substr(kTexts);
     record.sender = takeText(rest);
     record.subject = takeText(rest);
     record.attachment = takeText(rest);
-    const auto posix = rest.size() >= 16 ? wordAt(rest, 12) : 0;
-    record.date = posix != 0 ? Date(posix) : days.read(day);
+    if (rest.size() >= 16) record.time.posix = wordAt(rest, 12);
     return record;
 }
 
 }  // namespace
+
+TOCTime TOCTime::of(const Date& date) {
+    const auto seconds = date.secondsSince1970();
+    const bool hasRoom = seconds > 0 && seconds <= 0xFFFF'FFFF;
+    return {tocSillyDateInt(date), hasRoom ? static_cast<std::uint32_t>(seconds) : 0};
+}
+
+Date TOCTime::date() const {
+    return posix != 0 ? Date(posix) : dateFromTocInt(day).value_or(Date());
+}
 
 void append(ByteBuffer& table, const TOCHeader& header) {
     for (const auto word : {header.version, header.count, header.timeStamp}) appendWord(table, word);
@@ -85,21 +81,33 @@ void append(ByteBuffer& table, const TOCHeader& header) {
 void append(ByteBuffer& table, const TOCRecord& record) {
     const auto length =
         TOCRecord::kFixedSize + record.sender.size() + record.subject.size() + record.attachment.size();
-    const auto seconds = record.date.secondsSince1970();
-    const bool hasRoom = seconds > 0 && seconds <= 0xFFFF'FFFF;
-    for (const auto word : {static_cast<std::uint32_t>(length), record.range.location, record.range.length,
-                            tocSillyDateInt(record.date)})
+    for (const auto word :
+         {static_cast<std::uint32_t>(length), record.range.location, record.range.length, record.time.day})
         appendWord(table, word);
     table.append(record.status);
     table.append(record.refState);
     table.append("  ");
     for (const auto text : {record.sender, record.subject, record.attachment}) appendText(table, text);
     for (int reserved = 0; reserved < 3; ++reserved) appendWord(table, 0);
-    appendWord(table, hasRoom ? static_cast<std::uint32_t>(seconds) : 0);
+    appendWord(table, record.time.posix);
+}
+
+KeptTOCRecord::KeptTOCRecord(const TOCRecord& record) {
+    ByteBuffer bytes;
+    append(bytes, record);
+    const auto kept = std::make_shared_for_overwrite<char[]>(bytes.size());
+    std::ranges::copy(bytes.data().view(), kept.get());
+    _bytes = kept;
+}
+
+TOCRecord KeptTOCRecord::read() const {
+    if (empty()) return {};
+    const auto length = wordAt({_bytes.get(), sizeof(std::uint32_t)}, 0);
+    return decodeRecord({_bytes.get(), length});
 }
 
 std::size_t decodeTable(std::string_view table, TOCHeader& header,
-                        const std::function<void(const TOCRecord&)>& found) {
+                        const std::function<void(const TOCRecord&, std::string_view)>& found) {
     constexpr std::size_t kLeast = 23;  // with three texts that are empty and no word behind them
     if (table.size() < TOCHeader::kSize) throwBogus("Bogus TOC, shorter than its header");
     header = {wordAt(table, 0), wordAt(table, 4), wordAt(table, 8), {}};
@@ -107,12 +115,12 @@ std::size_t decodeTable(std::string_view table, TOCHeader& header,
     if (header.version != TOCHeader::kVersion && header.version != TOCHeader::kOldVersion)
         throw NamedException("Bad TOC", "Incompatible TOC versions");
     auto rest = table.substr(TOCHeader::kSize);
-    DayReader days;
     for (std::uint32_t i = 0; i < header.count; ++i) {
         const auto length = rest.size() >= kLeast ? wordAt(rest, 0) : 0;
         if (length < kLeast || length > rest.size())
             throwBogus(formatText("Bogus TOC, record %d of %d does not fit", i + 1, header.count));
-        found(decodeRecord(rest.substr(0, length), days));
+        const auto bytes = rest.substr(0, length);
+        found(decodeRecord(bytes), bytes);
         rest.remove_prefix(length);
     }
     return rest.size();

@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string_view>
+#include <utility>
 
 #include "lorvale/values/data.h"
 #include "lorvale/values/date.h"
@@ -45,6 +47,15 @@ struct TOCHeader {
     friend bool operator==(const TOCHeader&, const TOCHeader&) = default;
 };
 
+/// When a message was delivered, as a record tells it.
+struct TOCTime {
+    std::uint32_t day = 0, posix = 0;
+
+    /// Of a listedDate().
+    static TOCTime of(const Date& date);
+    Date date() const;
+};
+
 /// The texts are bytes as they stand in the file.
 struct TOCRecord {
     static constexpr std::size_t kFixedSize = 39;
@@ -53,17 +64,37 @@ struct TOCRecord {
     char status = ' ';
     char refState = ' ';
     std::string_view sender, subject, attachment;
-    Date date;
+    TOCTime time;
 };
 
 void append(ByteBuffer& table, const TOCHeader& header);
-/// None of the texts may hold a byte 0, and the date must be a listedDate().
+/// None of the texts may hold a byte 0.
 void append(ByteBuffer& table, const TOCRecord& record);
 
-/// Gives the records of a table one after the other, good during the call.  Throws NamedException "Bad TOC" or
-/// "Bogus table of contents" for what is none: a version that is not known, a date or filler that cannot be, a
-/// length or a count that leads out of the bytes.  Bytes behind the last record do no harm; they are answered.
+/// A record that stays in memory as its bytes stand in a file: that takes less room than its parts, and no
+/// time. Copies share the bytes; empty: none.
+class KeptTOCRecord {
+public:
+    KeptTOCRecord() = default;
+    /// With bytes of its own; see append().
+    explicit KeptTOCRecord(const TOCRecord& record);
+    /// Of bytes that decodeTable() has given, with a share of what owns them.
+    explicit KeptTOCRecord(std::shared_ptr<const char[]> bytes) : _bytes(std::move(bytes)) {}
+
+    bool empty() const { return _bytes == nullptr; }
+    /// Good as long as this or a copy of it; all blank when empty.  Place and status are those of the bytes,
+    /// whatever has become of the message.
+    TOCRecord read() const;
+
+private:
+    std::shared_ptr<const char[]> _bytes;
+};
+
+/// Gives the records of a table one after the other, with the bytes of each, good as long as the table.  Throws
+/// NamedException "Bad TOC" or "Bogus table of contents" for what is none: a version that is not known, a date
+/// or filler that cannot be, a length or a count that leads out of the bytes.  Bytes behind the last record do
+/// no harm; they are answered.
 std::size_t decodeTable(std::string_view table, TOCHeader& header,
-                        const std::function<void(const TOCRecord&)>& found);
+                        const std::function<void(const TOCRecord&, std::string_view bytes)>& found);
 
 }  // namespace lorvale

@@ -10,7 +10,6 @@
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
-#include "mail/model/CachedHeadersOfMany.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/model/HeaderSummary.h"
 
@@ -54,24 +53,30 @@ char refStateOfMime(const std::optional<std::string>& contentType) {
     return major.subtype == "html" ? ReferenceState::html : ReferenceState::plain;
 }
 
-CachedHeaders cachedHeadersOf(const TOCListing& listing) {
-    CachedHeadersOfMany one;
-    one.beginMessage();
-    one.add("subject", listing.subject);
-    one.add("from", listing.sender);
-    one.add("date", listing.date);
-    return std::move(one.finish().front());
+KeptTOCRecord recordOf(const TOCListing& listing, MboxRange range) {
+    const auto sender = encodeCString(listing.sender), subject = encodeCString(listing.subject),
+               attachment = encodeCString(listing.attachment);
+    return KeptTOCRecord(TOCRecord{range, ' ', listing.refState, sender.view(), subject.view(),
+                                   attachment.view(), TOCTime::of(listing.date)});
 }
 
-/// By the thousand, when messages are looked up by it.
-void appendMessageID(std::string& identifier, std::string_view sender, std::string_view subject,
-                     const Date& date) {
+std::string textOf(std::string_view stored) {
+    return isAscii(stored) ? std::string(stored) : decodeCString(stored);
+}
+
+void appendText(std::string& text, std::string_view stored) {
+    if (isAscii(stored)) {
+        text.append(stored);
+    } else {
+        text.append(decodeCString(stored));
+    }
+}
+
+void appendSeconds(std::string& identifier, const Date& date) {
     std::array<char, 24> digits;
     const auto* const end =
         std::to_chars(digits.data(), digits.data() + digits.size(), date.secondsSince1970()).ptr;
-    const std::string_view seconds(digits.data(), static_cast<std::size_t>(end - digits.data()));
-    identifier.reserve(sender.size() + subject.size() + seconds.size() + 2);
-    identifier.append(sender).append("_").append(subject).append("_").append(seconds);
+    identifier.append(digits.data(), static_cast<std::size_t>(end - digits.data()));
 }
 
 }  // namespace
@@ -131,12 +136,12 @@ TOCListing TOCListing::ofHeaderBlock(std::string_view block) {
 }
 
 TOCMessage::TOCMessage(MboxRange range, const TOCListing& listing)
-    : TOCMessage(range, cachedHeadersOf(listing), listing.refState, listing.attachment) {}
+    : _mboxRange(std::bit_cast<std::uint64_t>(range)), _listing(recordOf(listing, range)) {}
 
-TOCMessage::TOCMessage(MboxRange range, CachedHeaders listing, char refState, std::string_view attachment)
-    : _refState(refState), _mboxRange(std::bit_cast<std::uint64_t>(range)), _listing(std::move(listing)) {
-    if (!attachment.empty()) _attachment = std::make_unique<const std::string>(attachment);
-}
+TOCMessage::TOCMessage(const TOCRecord& record, KeptTOCRecord kept)
+    : _status(statusOf(record.status)),
+      _mboxRange(std::bit_cast<std::uint64_t>(record.range)),
+      _listing(std::move(kept)) {}
 
 std::shared_ptr<TOCMessage> TOCMessage::TOCMessageFromMessage(Message& message) {
     const auto block = message.headers()->encodedHeaders();
@@ -152,13 +157,39 @@ std::shared_ptr<TOCMessage> TOCMessage::TOCMessageFromMessage(Message& message) 
 
 std::string TOCMessage::messageIDForSender(std::string_view sender, std::string_view subject,
                                            const Date& date) {
-    std::string identifier;
-    appendMessageID(identifier, sender, subject, date);
+    auto identifier = formatText("%@_%@_", sender, subject);
+    appendSeconds(identifier, date);
     return identifier;
 }
 
+CachedHeaders TOCMessage::listing() const {
+    if (!isListed()) return {};
+    const auto record = _listing.read();
+    return CachedHeaders::ofListing(textOf(record.subject), textOf(record.sender), record.time.date());
+}
+
+std::string TOCMessage::sender() const {
+    return textOf(_listing.read().sender);
+}
+
+std::string TOCMessage::subject() const {
+    return textOf(_listing.read().subject);
+}
+
 Date TOCMessage::dateReceived() const {
-    return CachedHeadersOfMany::valuesOf(_listing).date;
+    return isListed() ? _listing.read().time.date() : Date();
+}
+
+std::string TOCMessage::attachment() const {
+    return textOf(_listing.read().attachment);
+}
+
+TOCRecord TOCMessage::record() const {
+    auto record = _listing.read();
+    record.range = mboxRange();
+    record.status = isDeleted() ? 'd' : isRead() ? ' ' : '*';
+    record.time = TOCTime::of(dateReceived());
+    return record;
 }
 
 std::string TOCMessage::messageID() {
@@ -172,13 +203,25 @@ void TOCMessage::putMessageID(std::string& into) {
         into = Message::messageID();
         return;
     }
-    const auto [from, subject, date] = CachedHeadersOfMany::valuesOf(_listing);
+    const auto record = _listing.read();
     into.clear();
-    appendMessageID(into, from, subject, date);
+    appendText(into, record.sender);
+    into.push_back('_');
+    appendText(into, record.subject);
+    into.push_back('_');
+    appendSeconds(into, record.time.date());
+}
+
+TOCMessage::IDShape TOCMessage::shapeOfID() const {
+    const auto lengthOf = [](std::string_view stored) {
+        return isAscii(stored) ? stored.size() : decodeCString(stored).size();
+    };
+    const auto record = _listing.read();
+    return {record.time.date().secondsSince1970(), lengthOf(record.sender) + lengthOf(record.subject) + 2};
 }
 
 std::optional<std::string> TOCMessage::messageTypeImageName() const {
-    switch (_refState) {
+    switch (refState()) {
         case ReferenceState::tarn:
         case ReferenceState::rich:
             return "nm";
@@ -192,7 +235,7 @@ std::optional<std::string> TOCMessage::messageTypeImageName() const {
 }
 
 std::string_view TOCMessage::typeDescription() const {
-    switch (_refState) {
+    switch (refState()) {
         case ReferenceState::rich:
             return "Rich Tarnmail";
         case ReferenceState::voice:

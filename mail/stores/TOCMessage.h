@@ -9,6 +9,7 @@
 
 #include "lorvale/message.h"
 #include "mail/stores/MboxScan.h"
+#include "mail/stores/TOCFormat.h"
 
 namespace lorvale {
 
@@ -51,8 +52,8 @@ public:
     /// A message that no table lists.
     explicit TOCMessage(MboxRange range) : _mboxRange(std::bit_cast<std::uint64_t>(range)) {}
     TOCMessage(MboxRange range, const TOCListing& listing);
-    /// With the cached headers "subject", "from" and "date" of a listing.
-    TOCMessage(MboxRange range, CachedHeaders listing, char refState, std::string_view attachment);
+    /// As a table has it, with `record` for what the kept one says.
+    TOCMessage(const TOCRecord& record, KeptTOCRecord kept);
 
     /// A new listing of any message, with its place if it has one, its status and no store.  Null when its
     /// headers cannot be had.
@@ -76,17 +77,26 @@ public:
 
     // Of the listing; empty without one.
     bool isListed() const { return !_listing.empty(); }
-    const CachedHeaders& listing() const { return _listing; }
-    std::string sender() const { return _listing.textForKey("from"); }
-    std::string subject() const { return _listing.textForKey("subject"); }
+    /// "subject", "from" and "date".
+    CachedHeaders listing() const;
+    std::string sender() const;
+    std::string subject() const;
     Date dateReceived() const;
-    std::string_view attachment() const { return _attachment ? std::string_view(*_attachment) : ""; }
-    char refState() const { return _refState; }
+    std::string attachment() const;
+    char refState() const { return _listing.read().refState; }
+    /// What a table would say now, good as long as the message.
+    TOCRecord record() const;
 
     /// messageIDForSender() of the listing; without one what any message answers.
     std::string messageID() override;
     /// The same into a text that is used for one message after the other.
     void putMessageID(std::string& into);
+    /// Of a listed one: its seconds, and how many bytes stand before them.
+    struct IDShape {
+        std::int64_t seconds = 0;
+        std::size_t length = 0;
+    };
+    IDShape shapeOfID() const;
     std::optional<std::string> messageTypeImageName() const override;
     /// "Rich MIME" and the like.
     std::string_view typeDescription() const;
@@ -96,15 +106,16 @@ private:
     static constexpr std::uint32_t kNowhere = 0xFFFF'FFFF;  // where no message begins in 4 GB
     static constexpr std::uint8_t kUnread = 1, kDeleted = 2;
 
+    static std::uint8_t statusOf(char inTable) {
+        return inTable == '*' ? kUnread : inTable == 'd' ? kDeleted : 0;
+    }
     void setStatus(std::uint8_t bit, bool on) {
         _status = static_cast<std::uint8_t>(on ? _status | bit : _status & ~bit);
     }
 
-    char _refState = ReferenceState::plain;
     std::atomic<std::uint8_t> _status = 0;
-    std::atomic<std::uint64_t> _mboxRange = 0;       // a whole one: no reader may see half of a change
-    std::unique_ptr<const std::string> _attachment;  // null: none, as nearly always
-    CachedHeaders _listing;                          // never changes
+    std::atomic<std::uint64_t> _mboxRange = 0;  // a whole one: no reader may see half of a change
+    KeptTOCRecord _listing;                     // never changes
 };
 
 }  // namespace lorvale

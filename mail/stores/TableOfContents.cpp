@@ -16,7 +16,6 @@
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/format.h"
 #include "lorvale/values/text.h"
-#include "mail/model/CachedHeadersOfMany.h"
 #include "mail/stores/TarnNames.h"
 
 namespace lorvale {
@@ -25,10 +24,6 @@ namespace {
 
 TOCMessage& listed(const std::shared_ptr<Message>& message) {
     return static_cast<TOCMessage&>(*message);
-}
-
-std::string textOf(std::string_view stored) {
-    return isAscii(stored) ? std::string(stored) : decodeCString(stored);
 }
 
 /// Whether a file was changed after another one, and so soon that a stamp in seconds may not tell.  A longer
@@ -47,13 +42,13 @@ std::string mboxBeside(const std::string& table) {
 
 std::unique_ptr<TableOfContents> TableOfContents::initWithPath(const std::string& path) {
     FileStatus status;
-    const auto bytes = FileSystem::current().readFile(path, &status);
+    auto bytes = FileSystem::current().readFile(path, &status);
     if (!bytes || bytes->empty()) {
         if (!status && status.code() != ENOENT) log("%@", status.text());
         return nullptr;
     }
     try {
-        return ofBytes(path, bytes->view());
+        return ofBytes(path, *std::move(bytes));
     } catch (const NamedException& exception) {
         log("Error loading table of contents file:");
         log("    %@", exception.reason());
@@ -61,34 +56,22 @@ std::unique_ptr<TableOfContents> TableOfContents::initWithPath(const std::string
     }
 }
 
-std::unique_ptr<TableOfContents> TableOfContents::ofBytes(std::string path, std::string_view bytes) {
+std::unique_ptr<TableOfContents> TableOfContents::ofBytes(std::string path, Data bytes) {
     auto table = std::make_unique<TableOfContents>(std::move(path));
-    table->loadCacheFromFile(bytes);
+    table->loadCacheFromFile(std::move(bytes));
     return table;
 }
 
-void TableOfContents::loadCacheFromFile(std::string_view bytes) {
-    CachedHeadersOfMany listings(bytes.size() * 5 / 4);
-    const auto behind = decodeTable(bytes, _header, [&](const TOCRecord& record) {
-        listings.beginMessage();
-        listings.add("subject", isAscii(record.subject) ? record.subject : textOf(record.subject));
-        listings.add("from", isAscii(record.sender) ? record.sender : textOf(record.sender));
-        listings.add("date", record.date);
+void TableOfContents::loadCacheFromFile(Data bytes) {
+    // The records stay as they stand, and the whole file as long as one of its messages.
+    const auto file = std::make_shared<const Data>(std::move(bytes));
+    std::vector<std::shared_ptr<Message>> messages;
+    const auto behind = decodeTable(file->view(), _header, [&](const TOCRecord& record, std::string_view own) {
+        messages.push_back(std::make_shared<TOCMessage>(
+            record, KeptTOCRecord(std::shared_ptr<const char[]>(file, own.data()))));
     });
     // What stands behind the last record belongs to messages that nobody has counted.
     _isValid = behind == 0 && isOfFile();
-    auto all = listings.finish();
-    std::vector<std::shared_ptr<Message>> messages;
-    messages.reserve(all.size());
-    // Read again, since the listings are made all at once: to keep the rest of the records until then would
-    // cost a mailbox a tenth of its memory.
-    decodeTable(bytes, _header, [&](const TOCRecord& record) {
-        auto message = std::make_shared<TOCMessage>(record.range, std::move(all[messages.size()]),
-                                                    record.refState, textOf(record.attachment));
-        message->setIsRead(record.status != '*');
-        message->setIsDeleted(record.status == 'd');
-        messages.push_back(std::move(message));
-    });
     _messages = std::move(messages);
 }
 
@@ -250,17 +233,7 @@ Data TableOfContents::cachedData(std::uint32_t stamp) const {
     header.timeStamp = stamp;
     ByteBuffer bytes(TOCHeader::kSize + count() * 128);
     append(bytes, header);
-    for (const auto& each : _messages) {
-        const auto& message = listed(each);
-        const auto sender = encodeCString(message.sender()), subject = encodeCString(message.subject()),
-                   attachment = encodeCString(message.attachment());
-        append(bytes, TOCRecord{message.mboxRange(),
-                                message.isDeleted() ? 'd'
-                                : message.isRead()  ? ' '
-                                                    : '*',
-                                message.refState(), sender.view(), subject.view(), attachment.view(),
-                                message.dateReceived()});
-    }
+    for (const auto& message : _messages) append(bytes, listed(message).record());
     return bytes.data();
 }
 

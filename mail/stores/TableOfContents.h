@@ -33,7 +33,7 @@ public:
     static std::unique_ptr<TableOfContents> initWithPath(const std::string& path);
 
     /// The same of bytes in memory.  Throws as decodeTable() does.
-    static std::unique_ptr<TableOfContents> ofBytes(std::string path, std::string_view bytes);
+    static std::unique_ptr<TableOfContents> ofBytes(std::string path, Data bytes);
 
     /// Whether the file "mbox" is as it was when the table was written, as far as its time tells: to the
     /// second, and within that by whether the table was written later.  Only a file named "table_of_contents"
@@ -93,7 +93,7 @@ public:
 private:
     class OldRecords;
 
-    void loadCacheFromFile(std::string_view bytes);
+    void loadCacheFromFile(Data bytes);
     bool isOfFile() const;
     bool write(std::uint32_t stamp);
 

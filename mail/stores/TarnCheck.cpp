@@ -36,7 +36,7 @@ void checkTable(const std::string& path, MailboxReport& report) {
         return;
     }
     try {
-        const auto table = TableOfContents::ofBytes(path + '/' + std::string(kTableName), bytes->view());
+        const auto table = TableOfContents::ofBytes(path + '/' + std::string(kTableName), *bytes);
         const auto mail = OpenMbox::open(path + '/' + std::string(kMboxName), status);
         if (mail != nullptr) checkAgainstMail(*table, *mail, report);
     } catch (const NamedException& exception) {

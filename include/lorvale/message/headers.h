@@ -50,6 +50,9 @@ public:
     };
     class const_iterator;
 
+    /// "subject", "from" and "date", in this order.
+    static CachedHeaders ofListing(std::string_view subject, std::string_view from, const Date& date);
+
     /// Adds or replaces.  The key is kept as spelled.
     void set(std::string_view key, const HeaderValue& value);
     /// By the exact spelling; nullopt without one.
@@ -69,9 +72,9 @@ public:
     friend LORVALE_EXPORT bool operator==(const CachedHeaders& a, const CachedHeaders& b);
 
 private:
-    friend class CachedHeadersOfMany;
     struct Record;
     void set(std::string_view key, std::string_view spelling, const HeaderValue& value);
+    void keep(std::string_view records);
 
     std::shared_ptr<const char[]> _records;  // see CachedHeaders.cpp; null: empty
 };

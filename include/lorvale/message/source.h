@@ -32,6 +32,9 @@ public:
     /// Whether those are read from the header block, so that who needs more of it reads it once for both.  No,
     /// unless a subclass says so.
     virtual bool readsCachedHeaders() const { return false; }
+    /// Whether it has those in memory for as long as it is open, so that a flushed message need not keep them.
+    /// No, unless a subclass says so.
+    virtual bool keepsCachedHeaders() const { return false; }
     /// The header block as it stands, up to and including the empty line; nullopt when it cannot be had, for
     /// instance because another program has cut the file off.  The message then answers bytesAreMissing().
     virtual std::optional<Data> allHeadersForMessage(Message& message) = 0;

@@ -77,6 +77,7 @@ public:
 
     /// From the table; no file is touched.
     CachedHeaders cachedHeadersForMessage(Message& message) override;
+    bool keepsCachedHeaders() const override { return true; }
     std::optional<Data> allHeadersForMessage(Message& message) override;
     std::optional<Data> bodyForMessage(Message& message) override;
 

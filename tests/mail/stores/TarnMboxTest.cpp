@@ -86,6 +86,8 @@ TEST_F(Tarn, KeepsMailAndStatusFromOneOpeningToTheNext) {
                 ElementsAre(mboxMessage("a"), mboxMessage("b"), mboxMessage("c")));
     EXPECT_EQ(store->allMessages()[0]->messageID(), "a@x.example_about a_1030020383");
     EXPECT_EQ(store->messageForMessageID("a@x.example_about a_1030020383"), store->allMessages()[0]);
+    store->allMessages()[0]->flushCachedData();
+    EXPECT_EQ(store->allMessages()[0]->cachedDataSize(), 0) << "the table has its headers at hand";
     EXPECT_FALSE(store->haveLock());
     EXPECT_FALSE(store->syncAppendMessages({letter("d")}, true));
     store->deleteMessages(store->allMessages());
