@@ -1,7 +1,3 @@
-#include <signal.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +10,7 @@
 #include "ConsoleAgent.h"
 #include "ConsoleProgress.h"
 #include "FetchSource.h"
+#include "Interrupts.h"
 #include "Json.h"
 #include "Output.h"
 #include "Rules.h"
@@ -43,35 +40,6 @@ constexpr auto kFetchOptions =
     std::to_array<Parameter>({kInto, kRules, kSpool, kPop, kUser, kPasswordDescriptor, kPasswordCommand,
                               kSecurity, kAuthorities, kDelete, kAll, kState});
 constexpr auto kWatchOptions = joined(std::to_array<Parameter>({kEvery}), kFetchOptions);
-
-/// Makes an interrupt an event of the main loop, so that work ends cleanly.  Made before any thread is.
-class Interrupts {
-public:
-    explicit Interrupts(RunLoop::Callback call) {
-        sigset_t wanted;
-        ::sigemptyset(&wanted);
-        ::sigaddset(&wanted, SIGINT);
-        ::sigaddset(&wanted, SIGTERM);
-        ::pthread_sigmask(SIG_BLOCK, &wanted, &_before);
-        _descriptor = ::signalfd(-1, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
-        _source = RunLoop::main()->watch(_descriptor, {.readable = true}, [this, call](RunLoop::Ready) {
-            signalfd_siginfo info{};
-            if (::read(_descriptor, &info, sizeof info) == sizeof info) call();
-        });
-    }
-    ~Interrupts() {
-        _source.reset();
-        ::close(_descriptor);
-        ::pthread_sigmask(SIG_SETMASK, &_before, nullptr);
-    }
-    Interrupts(const Interrupts&) = delete;
-    Interrupts& operator=(const Interrupts&) = delete;
-
-private:
-    sigset_t _before{};
-    int _descriptor = -1;
-    RunLoop::Source _source;
-};
 
 std::string contentsOf(const std::string& path) {
     std::ifstream file(lorvale::standardizePath(path), std::ios::binary);

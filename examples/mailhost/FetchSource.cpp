@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "Interrupts.h"
 #include "Output.h"
 #include "PasswordSource.h"
 #include "ServerMailbox.h"
@@ -110,6 +111,8 @@ public:
         return _account->username().value_or("") + "@" + _account->hostname().value_or("");
     }
     void start() override {
+        // Of mail that stays on its server nothing can be lost here, and servers can be silent for a minute.
+        const InterruptsEndAtOnce endAtOnce;
         _outcome = {};
         try {
             look();

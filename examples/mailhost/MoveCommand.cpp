@@ -1,16 +1,12 @@
 /// Moving and copying messages between mailboxes.
-#include <filesystem>
 #include <utility>
 
-#include "Accounts.h"
 #include "Commands.h"
 #include "Copying.h"
 #include "Json.h"
 #include "Mailbox.h"
 #include "Output.h"
-#include "ServerMailbox.h"
 #include "Terminal.h"
-#include "UndoHistory.h"
 
 namespace mailhost {
 
@@ -30,53 +26,6 @@ Picked pick(const Mailbox& mailbox, const Arguments& arguments) {
     return {std::move(numbers), std::move(messages)};
 }
 
-/// Messages of one account need no detour.  False where they do.
-bool copyOnServer(const Mailbox& source, const lorvale::MessageList& messages, const std::string& to) {
-    const auto here = placeOnServer(source.path()), there = placeOnServer(to);
-    auto* const store = dynamic_cast<lorvale::IMAPStore*>(&source.store());
-    if (!here || !there || here->account != there->account || store == nullptr || !store->isConnected())
-        return false;
-    if (!store->copyMessages(messages, there->name))
-        throw Failure(to + ": the server has not taken the messages" + reasonOf(*store) + "; " + source.path() +
-                      " is as it was");
-    return true;
-}
-
-/// All of them are in the other mailbox, on the disk, when it returns.
-void append(const Mailbox& source, const lorvale::MessageList& messages, const std::string& to) {
-    std::error_code ignored;
-    if (std::filesystem::equivalent(pathOfMailbox(source.path()), pathOfMailbox(to), ignored))
-        throw Failure(to + ": is the same mailbox");
-    if (copyOnServer(source, messages, to)) return;
-    Mailbox target(to, Mailbox::Access::change);
-    if (!copyAll(messages, target.store(), /*allUnread=*/false, "Copying"))
-        throw Failure(to + ": not all messages could be added" + reasonOf(target.store()) + "; " +
-                      source.path() + " is as it was");
-}
-
-/// Takes out of the mailbox what is in the other one now.
-void takeOut(Mailbox& mailbox, const Picked& picked) {
-    auto& store = mailbox.store();
-    if (dynamic_cast<lorvale::IMAPStore*>(&store) != nullptr) {
-        needServer(*placeOnServer(mailbox.path()), dynamic_cast<lorvale::IMAPStore&>(store));
-        const auto fresh = notYetDeleted(picked.messages);
-        store.deleteMessages(picked.messages);
-        needServer(*placeOnServer(mailbox.path()), dynamic_cast<lorvale::IMAPStore&>(store));
-        return noteDeletion(store, fresh);
-    }
-    if (dynamic_cast<lorvale::TarnMbox*>(&store) != nullptr) {
-        const auto fresh = notYetDeleted(picked.messages);
-        store.deleteMessages(picked.messages);
-        return noteDeletion(store, fresh);
-    }
-    // A flat mailbox keeps no marks.
-    const auto before = mailbox.count();
-    store.deleteMessages(picked.messages);
-    store.doCompact();
-    if (mailbox.count() != before - picked.numbers.size())
-        throw Failure(mailbox.path() + ": the messages were copied, but could not be removed here");
-}
-
 int report(const Arguments& arguments, const char* what, std::size_t count) {
     const auto to = arguments[kTo];
     if (arguments.has(kJson)) {
@@ -92,17 +41,16 @@ int report(const Arguments& arguments, const char* what, std::size_t count) {
 int runCopy(const Arguments& arguments) {
     const Mailbox mailbox(arguments[kMailbox]);
     const auto picked = pick(mailbox, arguments);
-    append(mailbox, picked.messages, arguments[kTo]);
+    copyInto(arguments[kTo], mailbox, picked.messages);
     return report(arguments, "copied", picked.numbers.size());
 }
 
 int runMove(const Arguments& arguments) {
     Mailbox mailbox(arguments[kMailbox], Mailbox::Access::change);
     const auto picked = pick(mailbox, arguments);
-    if (const auto place = placeOnServer(mailbox.path()))
-        needServer(*place, dynamic_cast<lorvale::IMAPStore&>(mailbox.store()));
-    append(mailbox, picked.messages, arguments[kTo]);
-    takeOut(mailbox, picked);
+    needServerToTakeOut(mailbox);
+    copyInto(arguments[kTo], mailbox, picked.messages);
+    takeOut(mailbox, picked.messages);
     return report(arguments, "moved", picked.numbers.size());
 }
 

@@ -1,8 +1,12 @@
 #include <filesystem>
 #include <map>
+#include <memory>
 
+#include "Accounts.h"
 #include "Commands.h"
+#include "Copying.h"
 #include "MessageIndex.h"
+#include "ServerMailbox.h"
 #include "Summary.h"
 #include "Table.h"
 #include "Terminal.h"
@@ -85,42 +89,45 @@ std::vector<Place> placesFor(Mailbox& mailbox, const std::vector<std::string>& p
     return places;
 }
 
-/// Appends messages to a mailbox; all of them are there when it returns.
-void appendTo(const std::string& path, const std::vector<std::shared_ptr<lorvale::Message>>& messages) {
-    Mailbox target(path, Mailbox::Access::change);
-    const auto before = target.count();
-    workOn(path, sizeOfFile(path),
-           [&] { target.store().syncAppendMessages(lorvale::MessageList(messages), false); });
-    if (target.count() != before + messages.size())
-        throw Failure(path + ": the messages could not be added; they stay where they are");
-}
-
 void refuseItself(const Mailbox& mailbox, const std::vector<std::string>& paths) {
-    const auto file = std::filesystem::path(lorvale::standardizePath(mailbox.path()));
+    const auto file = pathOfMailbox(mailbox.path());
     std::error_code ignored;
     for (const auto& path : paths) {
-        if (std::filesystem::equivalent(file, lorvale::standardizePath(path), ignored))
+        if (std::filesystem::equivalent(file, pathOfMailbox(path), ignored))
             throw Failure(path + ": cannot be sorted into itself");
     }
 }
 
+using Messages = std::vector<std::shared_ptr<lorvale::Message>>;
+
 /// First into the others, then out of this one: whatever goes wrong, a message is in one of the two or in both.
-void move(Mailbox& mailbox, const std::vector<std::string>& paths, const std::vector<Place>& places) {
-    std::map<std::size_t, std::vector<std::shared_ptr<lorvale::Message>>> byTarget;
-    std::vector<std::shared_ptr<lorvale::Message>> moved;
-    const auto all = mailbox.store().allMessages();
+void move(Mailbox& mailbox, const std::vector<std::string>& paths, const std::vector<Place>& places,
+          const Messages& all) {
+    std::map<std::size_t, Messages> byTarget;
+    Messages moved;
     for (std::size_t i = 0; i < places.size(); ++i) {
         if (!places[i].moves) continue;
         byTarget[places[i].example].push_back(all[i]);
         moved.push_back(all[i]);
     }
-    for (const auto& [example, messages] : byTarget) appendTo(paths[example], messages);
-    auto& store = mailbox.store();
-    const auto before = mailbox.count();
-    store.deleteMessages(lorvale::MessageList(moved));
-    store.doCompact();
-    if (mailbox.count() != before - moved.size())
-        throw Failure(mailbox.path() + ": the messages were copied, but could not be removed here");
+    for (const auto& [example, messages] : byTarget) copyInto(paths[example], mailbox, messages);
+    takeOut(mailbox, moved);
+}
+
+/// Opens a mailbox on a server to be changed, and finds what was read of it.  One that is open so from the
+/// start has counted as read what was only compared.
+void openAnew(std::unique_ptr<Mailbox>& mailbox, Messages& all, std::vector<Place>& places) {
+    std::map<std::string, std::shared_ptr<lorvale::Message>, std::less<>> byID;
+    std::vector<std::string> ids;
+    for (const auto& message : all) ids.push_back(message->messageID());
+    const auto path = mailbox->path();
+    mailbox.reset();
+    mailbox = std::make_unique<Mailbox>(path, Mailbox::Access::change);
+    for (const auto& message : mailbox->store().allMessages()) byID.emplace(message->messageID(), message);
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        all[i] = byID[ids[i]];
+        places[i].moves = places[i].moves && all[i] != nullptr;
+    }
 }
 
 void print(const std::vector<Summary>& summaries, const std::vector<Place>& places,
@@ -152,22 +159,27 @@ void print(const std::vector<Summary>& summaries, const std::vector<Place>& plac
 int run(const Arguments& arguments) {
     const auto paths = examplePaths(arguments);
     const bool moves = arguments.has(kMove);
-    Mailbox mailbox(arguments[kMailbox], moves ? Mailbox::Access::change : Mailbox::Access::read);
-    refuseItself(mailbox, paths);
+    const bool isOnServer = placeOnServer(arguments[kMailbox]).has_value();
+    auto mailbox = std::make_unique<Mailbox>(
+        arguments[kMailbox], moves && !isOnServer ? Mailbox::Access::change : Mailbox::Access::read);
+    refuseItself(*mailbox, paths);
+    if (moves) needServerToTakeOut(*mailbox);
     std::size_t unreadable = 0;
-    auto places = placesFor(mailbox, paths, unreadable);
+    auto places = placesFor(*mailbox, paths, unreadable);
 
     const bool asJson = arguments.has(kJson);
     std::vector<Summary> summaries;  // taken before the messages go
-    const auto all = mailbox.store().allMessages();
+    const auto list = mailbox->store().allMessages();
+    Messages all(list.begin(), list.end());
     for (std::size_t i = 0; i < places.size(); ++i) {
         summaries.emplace_back(*all[i], i + 1, asJson ? Summary::Detail::json : Summary::Detail::row);
         places[i].moves = moves && places[i].score > 0 && !all[i]->bytesAreMissing();
         forget(*all[i]);
     }
-    if (moves) move(mailbox, paths, places);
+    if (moves && isOnServer) openAnew(mailbox, all, places);
+    if (moves) move(*mailbox, paths, places, all);
     print(summaries, places, paths, asJson);
-    return mailbox.tellUnreadable(unreadable);
+    return mailbox->tellUnreadable(unreadable);
 }
 
 }  // namespace
@@ -179,8 +191,9 @@ const Command sortCommand = {
         "Tells for each message of MAILBOX to which of the mailboxes behind --by it belongs: to the one whose "
         "messages it has most in common with. The score is 1 for a message that is like all of them together, "
         "and 0 for one that shares no word; the latter belongs nowhere.\n\n"
-        "With --move the messages are then moved there: first all are added to their mailboxes, then taken out "
-        "of this one, so that none is lost whatever goes wrong between.\n\n"
+        "With --move the messages are then moved there as by \"move\": first all are added to their mailboxes, "
+        "then marked as deleted in this one, or taken out of it where it keeps no marks, so that none is lost "
+        "whatever goes wrong between.\n\n"
         "In JSON a line has the members of list, and score, moved, and mailbox for a message that belongs "
         "somewhere.",
     .words = kWords,

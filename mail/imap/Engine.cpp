@@ -9,6 +9,7 @@
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/user_agent.h"
 #include "lorvale/values/text.h"
+#include "mail/imap/Digits.h"
 #include "mail/imap/FetchParsing.h"
 
 namespace lorvale {
@@ -72,6 +73,7 @@ void IMAPEngine::disconnect() {
     _commandResponses.clear();
     _untaggedResponses.clear();
     _waitingBytes = 0;
+    _messageCount = 0;
 }
 
 void IMAPEngine::setTimeout(std::chrono::milliseconds timeout) {
@@ -266,6 +268,7 @@ IMAPEngine::Result IMAPEngine::note(const Response& noted) {
 
 void IMAPEngine::keep(std::string_view key, std::string_view text, const Data& whole) {
     count(key.size() + text.size());
+    if (key == IMAPResponseExist) _messageCount = wholeNumber<std::size_t>(text).value_or(0);
     auto place = _untaggedResponses.find(key);
     if (place == _untaggedResponses.end()) place = _untaggedResponses.try_emplace(std::string(key)).first;
     if (text.size() < kWorthABuffer) {
@@ -406,6 +409,16 @@ void IMAPEngine::didFinishCommand() {
 IMAPEngine::Untagged IMAPEngine::untagged() const {
     const MutexLock lock(_lock);
     return _untaggedResponses;
+}
+
+std::size_t IMAPEngine::messageCount() const {
+    const MutexLock lock(_lock);
+    return _messageCount;
+}
+
+void IMAPEngine::forgetMessageCount() {
+    const MutexLock lock(_lock);
+    _messageCount = 0;
 }
 
 std::vector<Data> IMAPEngine::take(std::string_view key) {

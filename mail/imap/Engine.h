@@ -104,6 +104,10 @@ public:
     std::vector<std::pair<std::string, Data>> takeNumbered();
     /// What the last command that has ended was refused with; empty where it was not.
     std::string refusal() const;
+    /// How many messages the mailbox has, as the server told last; 0 before.
+    std::size_t messageCount() const;
+    /// Before another mailbox is opened.
+    void forgetMessageCount();
     /// Whether the command was sent and its answer is still to come.
     bool isWaitedFor(std::uint32_t tag) const;
 
@@ -140,6 +144,7 @@ private:
     std::string _refusal LORVALE_GUARDED_BY(_lock);
     Untagged _untaggedResponses LORVALE_GUARDED_BY(_lock);
     std::size_t _waitingBytes LORVALE_GUARDED_BY(_lock) = 0;  // of these two, roughly
+    std::size_t _messageCount LORVALE_GUARDED_BY(_lock) = 0;
     std::size_t _waitingLimit LORVALE_GUARDED_BY(_lock) = ResponseReader::kResponseLimit;
 
     // Of the command under way; they belong to the thread of the exchange.

@@ -191,10 +191,7 @@ void IMAPConnection::didFinishCommand(std::string_view) {
 }
 
 std::string IMAPConnection::refusal() const {
-    auto text = _engine->refusal();
-    const auto end = text.starts_with('[') ? text.find(']') : std::string::npos;
-    if (end != std::string::npos) text.erase(0, text.find_first_not_of(' ', end + 1));
-    return text;
+    return reasonForPeople(_engine->refusal());
 }
 
 std::vector<std::string> IMAPConnection::capabilities() {
@@ -278,7 +275,8 @@ bool IMAPConnection::login(std::string_view user, std::string_view password, std
     if (_engine->isStandard() && isKnownToHave("LOGINDISABLED")) {
         // Whoever listens must not learn the password from a command that fails anyway.
         if (errorString != nullptr)
-            fillCommandFailure(*errorString, "LOGIN", {Result::no, LVLocalizedString("not in the clear")});
+            fillCommandFailure(*errorString, "LOGIN", {Result::no, LVLocalizedString("not in the clear")},
+                               dialect());
         return false;
     }
     const CommandArgument arguments[] = {{Kind::text, user}, {Kind::password, password}};
@@ -301,7 +299,7 @@ bool IMAPConnection::authenticatePlain(std::string_view user, std::string_view p
 bool IMAPConnection::finishLogin(std::uint32_t tag, std::string_view command, std::string* errorString) {
     const auto answer = _engine->answer(tag, _engine->wait(tag));
     _engine->setStateIfConnected(answer.isOK() ? State::loggedIn : State::connected);
-    if (!answer.isOK() && errorString != nullptr) fillCommandFailure(*errorString, command, answer);
+    if (!answer.isOK() && errorString != nullptr) fillCommandFailure(*errorString, command, answer, dialect());
     learnCapabilities(answer.text);
     _engine->finish(tag);
     if (answer.isOK()) acceptUTF8();

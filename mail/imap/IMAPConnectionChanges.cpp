@@ -7,6 +7,7 @@
 #include "lorvale/imap/words.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
+#include "mail/imap/CommandFailure.h"
 #include "mail/imap/Engine.h"
 #include "mail/imap/ListParsing.h"
 #include "mail/imap/MessageSets.h"
@@ -61,7 +62,7 @@ std::optional<std::string> IMAPConnection::expunge() {
         if (text)
             reason = text->toString();
         else if (_engine->isStandard())
-            reason = answer.text;
+            reason = reasonForPeople(answer.text.value_or(""));
     });
     return reason;
 }

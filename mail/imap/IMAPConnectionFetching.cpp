@@ -33,9 +33,9 @@ private:
     const std::optional<std::uint32_t> _allFrom;
 };
 
-/// How many messages a set can name at most.
-std::size_t countOf(const IMAPMessageSet& set) {
-    return set.numbers.size() + (set.allFrom ? kMostMessages : 0);
+/// How many messages a set can name at most, in a mailbox that has so many.
+std::size_t countOf(const IMAPMessageSet& set, std::size_t inMailbox) {
+    return set.numbers.size() + (set.allFrom ? std::min(inMailbox, kMostMessages) : 0);
 }
 
 std::vector<std::string> textsOf(const IMAPMessageSet& set) {
@@ -92,11 +92,13 @@ bool IMAPConnection::receiveFetched(const IMAPMessageSet& messages, std::string_
         const auto name = _numbersAreUIDs ? message.uid() : number;
         return name && members.contains(*name) && take(*name, message, text);
     };
+    // An open set ends where the mailbox does: whoever goes on behind that would go on for ever.
+    const auto expected = countOf(messages, _engine->messageCount());
     bool isOK = true;
     for (const auto& set : textsOf(messages)) {
         std::vector<CommandArgument> arguments = {set, items};
         if (!modifier.empty()) arguments.emplace_back(modifier);
-        isOK = isOK && _engine->receive(numbered("FETCH"), arguments, countOf(messages), receive).isOK();
+        isOK = isOK && _engine->receive(numbered("FETCH"), arguments, expected, receive).isOK();
     }
     _engine->didFinishCommand();
     return isOK;

@@ -53,10 +53,22 @@ std::optional<PropertyList> statusItems(const Data& text, MailDialect dialect) {
 
 }  // namespace
 
-void fillCommandFailure(std::string& text, std::string_view command, const IMAPEngine::Answer& answer) {
+std::string reasonForPeople(std::string_view answer) {
+    constexpr std::string_view kTiming = " secs)";
+    const auto end = answer.starts_with('[') ? answer.find(']') : std::string_view::npos;
+    if (end != std::string_view::npos) answer.remove_prefix(end + 1);
+    const auto last = answer.find_last_not_of(". ");
+    if (last != std::string_view::npos && answer.substr(0, last + 1).ends_with(kTiming))
+        answer = answer.substr(0, answer.rfind('('));
+    return std::string(trimmed(answer));
+}
+
+void fillCommandFailure(std::string& text, std::string_view command, const IMAPEngine::Answer& answer,
+                        MailDialect dialect) {
     using Result = IMAPConnection::Result;
     if (answer.result != Result::no && answer.result != Result::bad) return;
-    const auto status = answer.text.value_or(LVLocalizedString("no additional information available"));
+    auto status = answer.text.value_or(LVLocalizedString("no additional information available"));
+    if (dialect == MailDialect::standard) status = reasonForPeople(status);
     text = formatText(LVLocalizedString("IMAP command %@ failed with status: %@"), command, status);
 }
 
@@ -116,10 +128,11 @@ std::optional<PropertyList> IMAPConnection::openMailbox(std::string_view command
     std::vector<CommandArgument> arguments{{Kind::mailbox, name}};
     if (_engine->isStandard() && isKnownToHave("CONDSTORE")) arguments.emplace_back("(CONDSTORE)");
     std::optional<PropertyList> data;
+    _engine->forgetMessageCount();
     _engine->run(command, arguments, [&](const auto& answer) {
         if (!answer.isOK()) {
             _engine->setStateIfConnected(State::loggedIn);
-            if (errorMessage != nullptr) fillCommandFailure(*errorMessage, command, answer);
+            if (errorMessage != nullptr) fillCommandFailure(*errorMessage, command, answer, dialect());
             return;
         }
         _engine->setStateIfConnected(State::mailboxSelected);

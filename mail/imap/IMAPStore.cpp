@@ -305,7 +305,8 @@ void IMAPStore::didOpen() {
 
 bool IMAPStore::mayWriteIndex() const {
     const MutexLock lock(_stateMutex);
-    if (!_indexLock) _indexLock = std::make_unique<FileLock>(pathOf(kIndexLockName));
+    // Whoever had it may have ended since.
+    if (!_indexLock || _indexLock->isTaken()) _indexLock = std::make_unique<FileLock>(pathOf(kIndexLockName));
     return !_indexLock->isTaken();
 }
 

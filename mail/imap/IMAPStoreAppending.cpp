@@ -14,6 +14,7 @@
 #include "lorvale/platform/localization.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/platform/user_defaults.h"
+#include "mail/imap/SentNotes.h"
 #include "mail/imap/ServerLock.h"
 #include "mail/imap/StoreNames.h"
 
@@ -113,9 +114,12 @@ bool IMAPStore::addToQueue(std::vector<Data> messages) {
 }
 
 /// Each of them once; what others have added meanwhile stays.
-void IMAPStore::removeFromQueue(const std::vector<Data>& messages) {
+bool IMAPStore::removeFromQueue(const std::vector<Data>& messages) {
     const auto lock = FileLock::ofFolder(path(), kPatienceForQueue);
-    if (lock.isTaken()) return log("The queue of %@ is in use; what was sent will be sent again", path());
+    if (lock.isTaken()) {
+        log("The queue of %@ is in use; what was sent leaves it later", path());
+        return false;
+    }
     std::vector<Data> left;
     auto next = messages.begin();
     for (auto& each : readQueue()) {
@@ -124,9 +128,10 @@ void IMAPStore::removeFromQueue(const std::vector<Data>& messages) {
         else
             left.push_back(std::move(each));
     }
-    if (!left.empty()) return static_cast<void>(writeQueue(left));
+    if (!left.empty()) return writeQueue(left);
     const auto removed = FileSystem::current().remove(pathOf(kQueueName));
     if (!removed && removed.code() != ENOENT) log("%@", removed.text());
+    return removed || removed.code() == ENOENT;
 }
 
 std::size_t IMAPStore::pendingAppendCount() {
@@ -139,10 +144,15 @@ MessageList IMAPStore::pendingAppends() {
     return messages;
 }
 
+/// Without what the server has taken already.
 std::vector<Data> IMAPStore::lockedQueue() {
     const ServerTurn turn(*_lock);
     const auto lock = FileLock::ofFolder(path(), kPatienceForQueue);
-    return readQueue();
+    auto queue = readQueue();
+    const SentNotes notes(pathOf(kSendingName), queue);
+    std::size_t place = 0;
+    std::erase_if(queue, [&](const Data&) { return notes.has(place++); });
+    return queue;
 }
 
 bool IMAPStore::appendMessages(const MessageList& messages) {
@@ -211,17 +221,25 @@ void IMAPStore::_processPendedAppendData() {
     if (sending.isTaken()) return;
     const ServerTurn turn(*_lock);
     if (_connection->connectionState() <= IMAPConnection::State::loggedIn) return;
-    const auto queue = lockedQueue();
+    const auto queue = [this] {
+        const auto lock = FileLock::ofFolder(path(), kPatienceForQueue);
+        return readQueue();
+    }();
+    SentNotes notes(pathOf(kSendingName), queue);
     std::vector<Data> done;
     for (std::size_t i = 0; i < queue.size(); ++i) {
         showStatus(formatText(LVLocalizedString("Transferring %d of %d previously transfered messages..."),
                               i + 1, queue.size()));
-        const bool isTaken =
-            _connection->appendData(queue[i].view(), _mailboxName, {{std::string(IMAPFlagSeen)}});
-        if (isTaken || !isStandard()) done.push_back(queue[i]);
-        if (isStandard() && _connection->connectionState() == IMAPConnection::State::notConnected) break;
+        const bool isTaken = notes.has(i) || _connection->appendData(queue[i].view(), _mailboxName,
+                                                                     {{std::string(IMAPFlagSeen)}});
+        if (isStandard() && !isTaken) {
+            if (_connection->connectionState() == IMAPConnection::State::notConnected) break;
+            continue;
+        }
+        notes.add(i);
+        done.push_back(queue[i]);
     }
-    if (!done.empty()) removeFromQueue(done);
+    if (done.empty() || removeFromQueue(done)) notes.clear();
 }
 
 }  // namespace lorvale

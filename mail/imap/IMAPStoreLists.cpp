@@ -12,6 +12,7 @@
 #include "mail/imap/Digits.h"
 #include "mail/imap/ServerLock.h"
 #include "mail/imap/StoreNames.h"
+#include "mail/imap/Survivors.h"
 
 namespace lorvale {
 
@@ -174,7 +175,7 @@ void IMAPStore::messagesWereDeleted(std::span<const std::string> numbers) {
 void IMAPStore::removeExpunged(std::span<const std::string> numbers) {
     const ServerTurn turn(*_lock);
     const auto all = allMessages();
-    Messages announced, left(all.begin(), all.end()), gone;
+    Messages announced, gone;
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         const auto number = numberIn(numbers[i]);
         if (!number || *number - 1 + i >= all.size()) continue;
@@ -182,17 +183,20 @@ void IMAPStore::removeExpunged(std::span<const std::string> numbers) {
     }
     messagesWillBeCompacted(announced);
     removeMessagesFromIndex(announced);
+    Survivors survivors(all.size());
     for (const auto& each : numbers) {
         const auto number = numberIn(each);
-        if (!number || *number > left.size()) continue;
-        const auto place = left.begin() + static_cast<std::ptrdiff_t>(*number - 1);
-        const auto file = cacheFileOf(static_cast<IMAPMessage&>(**place).uid());
+        if (!number || *number > survivors.count()) continue;
+        const auto& message = all[survivors.take(*number)];
+        const auto file = cacheFileOf(static_cast<IMAPMessage&>(*message).uid());
         if (!file.empty() && FileSystem::current().exists(file)) (void)FileSystem::current().remove(file);
-        gone.push_back(std::move(*place));
-        left.erase(place);
+        gone.push_back(message);
     }
     if (gone.empty()) return;
     MessageCacheManager::manager().removeObjectsFromCache(gone);
+    Messages left;
+    for (std::size_t i = 0; i < all.size(); ++i)
+        if (survivors.has(i)) left.push_back(all[i]);
     setAllMessages(left);
     rebuildMessageLists();
     updateIndex();

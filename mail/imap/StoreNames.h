@@ -14,8 +14,8 @@ inline constexpr std::string_view kMirrorName =
     "CachedMessages";  ///< a folder: one file a message, named by its UID
 inline constexpr std::string_view kQueueName = "DataToBeAppended";
 inline constexpr std::string_view kSendingName =
-    "DataToBeAppended.lock";  ///< an empty file, locked by who is just sending the queue
-inline constexpr std::string_view kIndexLockName = "mbox.index.lock";  ///< likewise, of who keeps the index
+    "DataToBeAppended.lock";  ///< locked by who is just sending the queue; holds what of it has gone up
+inline constexpr std::string_view kIndexLockName = "mbox.index.lock";  ///< empty; locked by who keeps the index
 inline constexpr mode_t kMirrorFolderMode = 0700;
 inline constexpr mode_t kMirrorFileMode = 0600;
 

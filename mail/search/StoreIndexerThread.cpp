@@ -60,6 +60,8 @@ bool StoreIndexer::goesOn(const MessageStore& store) const {
 void StoreIndexer::workOn(const std::shared_ptr<MessageStore>& store, const MessageList& batch) {
     const bool done = runLoggingExceptions("Indexing", [&] {
         if (_isOutdated.exchange(false)) discard();
+        // Who kept the index when it was opened may have ended since.
+        if (_opened != nullptr && !_opened->isWritable() && store->mayWriteIndex()) closeIndex();
         if (_opened != nullptr && _opened->isDamaged()) throw std::runtime_error("the index is damaged");
         const bool wasOpen = _opened != nullptr;
         if (!wasOpen && !openIndex(store)) return;

@@ -9,6 +9,7 @@
 
 #include "MailhostUser.h"
 #include "tests/support/MailServer.h"
+#include "tests/support/ScriptedPeer.h"
 
 namespace lorvale::testing {
 namespace {
@@ -151,10 +152,32 @@ TEST_F(MailhostImap, SharesAMailboxWithOtherRunsOfItself) {
     _server.deliver("anna", "Subject: New\n\nText\n");
     EXPECT_THAT(told("1 message"), HasSubstr("anna@127.0.0.1: 1 message\n"));
     good("mailhost --offline list work/INBOX");
-    good(
+    const std::string interrupt =
         "kill -INT $(cat watching); for i in $(seq 50); do kill -0 $(cat watching) 2>/dev/null || exit 0; "
-        "sleep 0.1; "
-        "done; exit 1");
+        "sleep 0.1; done; exit 1";
+    good(interrupt);
+    // A server that takes a connection and is silent would be waited for for a minute.
+    ScriptedPeer silent({"W"});
+    good("mailhost accounts set work --port " + std::to_string(silent.port()));
+    good("mailhost watch work >told 2>&1 & echo $! >watching; sleep 1");
+    good(interrupt);
+}
+
+TEST_F(MailhostImap, SortsIntoMailboxesOfTheServer) {
+    for (const auto* name : {"Rome", "Oslo"}) {
+        good(std::string("mailhost new work/") + name);
+        writeFile(folder / name, std::string("From a@b Fri Aug 23 11:04:00 2002\nSubject: ") + name + "\n\n" +
+                                     name + ' ' + name + "\n\n");
+        good(std::string("mailhost copy ") + name + " 1 work/" + name + "; mailhost copy " + name +
+             " 1 work/INBOX");
+    }
+    good("mailhost flag work/INBOX 5 --unread");
+    good("mailhost sort work/INBOX --by work/Rome work/Oslo --move");
+    EXPECT_THAT(good("mailhost list work/Oslo --json"),
+                AllOf(HasSubstr("\"read\":true"), HasSubstr("\"read\":false")));
+    EXPECT_THAT(good("mailhost compact work/INBOX"), HasSubstr("2 messages removed"));
+    EXPECT_THAT(good("mailhost list work/INBOX --json"), Not(HasSubstr("\"read\":true")))
+        << "sorting is no reading";
 }
 
 }  // namespace

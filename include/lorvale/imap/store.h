@@ -217,7 +217,7 @@ private:
     std::vector<Data> lockedQueue();
     bool writeQueue(const std::vector<Data>& queue);
     bool addToQueue(std::vector<Data> messages);
-    void removeFromQueue(const std::vector<Data>& messages);
+    bool removeFromQueue(const std::vector<Data>& messages);
 
     void readArchive();
     void writeArchive();

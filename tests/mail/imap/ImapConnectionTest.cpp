@@ -125,7 +125,8 @@ TEST(ImapConnection, KeepsTheStateThatTheServerPutsItIn) {
             dialect,
             "* OK hi\r\n0 NO wrong\r\n1 OK in\r\n2 BAD no\r\n* FLAGS (\\Seen \\Draft)\r\n* 12 EXISTS\r\n"
             "* OK [UIDVALIDITY 1] a\r\n* OK [UIDVALIDITY 7] b\r\n* OK [PERMANENTFLAGS (\\Seen)] c\r\n"
-            "3 OK [READ-WRITE] open\r\n4 NO no\r\n5 OK in\r\n6 OK closed\r\n* BYE see you\r\n7 OK out\r\n");
+            "3 OK [READ-WRITE] open\r\n4 NO [X] no (1.0 + 0 secs).\r\n5 OK in\r\n6 OK closed\r\n* BYE see "
+            "you\r\n7 OK out\r\n");
         auto& connection = *c.connection;
         EXPECT_THAT(c.greeting, Optional(std::string("hi")));
         EXPECT_EQ(connection.connectionState(), State::connected);
@@ -145,6 +146,9 @@ TEST(ImapConnection, KeepsTheStateThatTheServerPutsItIn) {
         EXPECT_THAT((*data)["PERMANENTFLAGS"].strings(), ElementsAre("\\Seen"));
         EXPECT_EQ((*data)["READ-WRITE"].string(), "READ-WRITE");
         EXPECT_FALSE(connection.selectMailbox("y", &error).has_value());
+        EXPECT_EQ(error, dialect == kClassic ? "IMAP command SELECT failed with status: [X] no (1.0 + 0 secs)."
+                                             : "IMAP command SELECT failed with status: no");
+        EXPECT_EQ(connection.refusal(), "no");
         EXPECT_EQ(connection.connectionState(), State::loggedIn);
         EXPECT_TRUE(connection.examineMailbox("x").has_value());
         connection.close();

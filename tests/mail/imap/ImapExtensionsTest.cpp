@@ -64,8 +64,16 @@ private:
 
 TEST(ImapFetching, LeavesAServerThatAnswersForEver) {
     constexpr std::size_t kLimit = 100'000;
-    for (const auto* line :
-         {"* 1 FETCH (BODY[] \"x\")\r\n", "* 9 FETCH (BODY[] \"x\")\r\n", "* 1 EXISTS\r\n", "\r\n"}) {
+    const IMAPMessageSet two = Numbers{1, 2}, all = IMAPMessageSet::from(1);
+    const struct {
+        const char* line;
+        const IMAPMessageSet& messages;
+    } rows[] = {{"* 1 FETCH (BODY[] \"x\")\r\n", two},
+                {"* 9 FETCH (BODY[] \"x\")\r\n", two},
+                {"* 1 FETCH (BODY[] \"x\")\r\n", all},  // of a mailbox without a message
+                {"* 1 EXISTS\r\n", two},
+                {"\r\n", two}};
+    for (const auto& [line, messages] : rows) {
         SCOPED_TRACE(line);
         const testing::LogCapture log;
         const auto connection = IMAPConnection::imapConnection(kStandard);
@@ -73,9 +81,23 @@ TEST(ImapFetching, LeavesAServerThatAnswersForEver) {
         ASSERT_TRUE(connection->connectOverSocket(
             std::make_unique<KTSocket>(std::make_unique<EndlessTransport>(line)), "here"));
         std::size_t taken = 0;
-        EXPECT_FALSE(connection->fetchEach({1, 2}, "BODY.PEEK[]", [&](const auto&) { ++taken; }));
+        EXPECT_FALSE(connection->fetchEach(messages, "BODY.PEEK[]", [&](const auto&) { ++taken; }));
         EXPECT_LT(taken, kLimit / 100);
         EXPECT_EQ(connection->connectionState(), IMAPConnection::State::notConnected);
+    }
+}
+
+TEST(ImapFetching, TakesAsManyAnswersAsTheMailboxHasMessages) {
+    std::string answers;
+    for (int i = 1; i <= 3; ++i)
+        answers += formatText("* %d FETCH (BODY[] \"%@\")\r\n", i, std::string(500, 'x'));
+    ImapConversation c(kStandard, "* OK hi\r\n* 3 EXISTS\r\n0 OK x\r\n" + answers + "1 OK x\r\n2 OK x\r\n" +
+                                      answers + "3 OK x\r\n");
+    c.connection->setLimits(1000, 1000);
+    const testing::LogCapture log;
+    for (const bool isFull : {true, false}) {
+        ASSERT_TRUE(c.connection->selectMailbox(isFull ? "full" : "empty").has_value());
+        EXPECT_EQ(c.connection->fetchEach(IMAPMessageSet::from(1), "BODY[]", [](const auto&) {}), isFull);
     }
 }
 

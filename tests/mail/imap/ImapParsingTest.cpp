@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <numeric>
+#include <random>
+
 #include "lorvale/imap.h"
 #include "mail/imap/CommandText.h"
 #include "mail/imap/FetchParsing.h"
@@ -10,6 +13,7 @@
 #include "mail/imap/MailboxListing.h"
 #include "mail/imap/MailboxNames.h"
 #include "mail/imap/MessageSets.h"
+#include "mail/imap/Survivors.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestSupport.h"
 
@@ -152,6 +156,26 @@ TEST(ImapSets, AreWrittenInBothDialects) {
     EXPECT_EQ(numbersOfSet("4,9:7,2"), (Numbers{4, 7, 8, 9, 2}));
     EXPECT_EQ(numbersOfSet("1,1:4294967295,5"), Numbers{1});
     EXPECT_EQ(numbersOfSet("1:3", 3), (Numbers{1, 2, 3}));
+}
+
+TEST(ImapExpunges, FindEachMessageByItsNumberAtThatTime) {
+    std::mt19937 random(1);
+    for (std::size_t size = 0; size < 70; ++size) {
+        Survivors survivors(size);
+        std::vector<std::size_t> left(size);
+        std::iota(left.begin(), left.end(), std::size_t{0});
+        while (!left.empty()) {
+            ASSERT_EQ(survivors.count(), left.size());
+            const auto place = left.begin() + static_cast<std::ptrdiff_t>(random() % left.size());
+            const auto number = static_cast<std::size_t>(place - left.begin()) + 1;
+            EXPECT_TRUE(survivors.has(*place));
+            EXPECT_EQ(survivors.take(number), *place);
+            EXPECT_FALSE(survivors.has(*place));
+            left.erase(place);
+        }
+    }
+    Survivors many(300'000);
+    for (std::size_t i = 0; i < 300'000; ++i) EXPECT_EQ(many.take(1), i);  // in no time
 }
 
 TEST(ImapAnswers, AreFoundByTheirNames) {

@@ -2,9 +2,14 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <future>
+
+#include "base/files/PosixFileSystem.h"
 #include "lorvale/body.h"
 #include "lorvale/message.h"
 #include "lorvale/platform/user_defaults.h"
+#include "lorvale/search.h"
 #include "lorvale/values/attributed_text.h"
 #include "lorvale/values/text.h"
 #include "mail/imap/MirrorFiles.h"
@@ -177,6 +182,148 @@ TEST_F(ImapStoreFaults, SetAsideWhatCannotBeRead) {
     EXPECT_FALSE(store->appendMessages(MessageList{Message::messageWithData(Data(letter(3)))}));
 }
 
+/// A server up to the first question about the messages of a mailbox.
+std::vector<std::string> opening(std::string_view counts, int messages) {
+    return {"S: * OK [CAPABILITY IMAP4rev1] here",
+            "C: 0 LOGIN anna secret",
+            "S: 0 OK [CAPABILITY IMAP4rev1] in",
+            "C: 1 LIST*",
+            "S: * LIST () \"/\" \"\"",
+            "S: 1 OK done",
+            "C: 2 STATUS*",
+            formatText("S: * STATUS INBOX (%@)", counts),
+            "S: 2 OK done",
+            "C: 3 SELECT*",
+            formatText("S: * %d EXISTS", messages),
+            "S: 3 OK [READ-WRITE] open"};
+}
+
+std::vector<std::string> operator+(std::vector<std::string> steps, const std::vector<std::string>& more) {
+    steps.insert(steps.end(), more.begin(), more.end());
+    return steps;
+}
+
+/// A server with the messages 1 and 2, up to the sending of the queue.
+std::vector<std::string> openingOfTwo() {
+    return opening("MESSAGES 2 UNSEEN 2 UIDNEXT 3 UIDVALIDITY 77", 2) +
+           std::vector<std::string>{"C: 4 UID SEARCH ALL",     "S: * SEARCH 1 2", "S: 4 OK done",
+                                    "C: 5 UID SEARCH DELETED", "S: * SEARCH",     "S: 5 OK done",
+                                    "C: 6 UID SEARCH UNSEEN",  "S: * SEARCH 1 2", "S: 6 OK done"};
+}
+
+std::vector<std::string> taking(int tag, int number) {
+    return {formatText("C: %d APPEND INBOX (\\Seen) {*", tag),
+            "S: + go",
+            formatText("C: Subject: Letter %d", number),
+            "C: ",
+            "C: Text",
+            "C: ",
+            formatText("S: %d OK done", tag)};
+}
+
+/// A host that looks on while stores tell what they do, in their threads, and files are renamed.
+struct Onlooker : UserAgent, PosixFileSystem {
+    Onlooker() {
+        setCurrentUserAgent(this);
+        FileSystem::setCurrent(this);
+    }
+    ~Onlooker() override {
+        FileSystem::setCurrent(nullptr);
+        setCurrentUserAgent(nullptr);
+    }
+    Onlooker(const Onlooker&) = delete;
+    Onlooker& operator=(const Onlooker&) = delete;
+    void displayStatus(std::string_view text, MessageStore*) override { onStatus(text); }
+    FileStatus rename(const std::string& from, const std::string& to) override {
+        onRename(to);
+        return PosixFileSystem::rename(from, to);
+    }
+    std::function<void(std::string_view)> onStatus = [](std::string_view) {}, onRename = onStatus;
+};
+
+TEST_F(ImapStoreFaults, SendNothingTwiceWhenTheProgramOrTheConnectionDies) {
+    using Texts = std::vector<std::string>;
+    const testing::TemporaryFolder folder;
+    const auto at = place(folder), killed = (folder / "killed.imap").string();
+    account->policy = IMAPCachePolicy::messagesAsRead;
+    fill(at);
+    auto store = open(at);
+    for (int i = 1; i <= 3; ++i)
+        EXPECT_TRUE(store->appendMessages(MessageList{Message::messageWithData(Data(letter(i)))}));
+    store->close();
+    testing::ScriptedPeer peer(openingOfTwo() + taking(7, 1) + Texts{"C: 8 APPEND*", "S: * 3 EXISTS", "X"});
+    account->port = peer.port();
+    bool hasTriedOn = false;
+    {
+        Onlooker onlooker;
+        onlooker.onStatus = [&](std::string_view text) {
+            // As a program leaves it that is killed now.
+            if (text.starts_with("Transferring 2"))
+                std::filesystem::copy(at, killed, std::filesystem::copy_options::recursive);
+            hasTriedOn = hasTriedOn || text.starts_with("Transferring 3");
+        };
+        onlooker.onRename = [&](std::string_view to) {
+            if (!to.ends_with("DataToBeAppended")) return;
+            std::promise<void> news;  // that came with the end of the connection
+            RunLoop::main()->perform([&] { news.set_value(); });
+            news.get_future().wait();
+        };
+        store = open(at);
+        testing::settle(*store);
+    }
+    EXPECT_FALSE(hasTriedOn);
+    EXPECT_FALSE(store->isSynchronized()) << "what the server told last is not in the list";
+    EXPECT_EQ(waiting(*store), (Texts{"Letter 2", "Letter 3"}));
+    store->close();
+
+    account->port = 0;
+    store = open(killed);
+    EXPECT_EQ(waiting(*store), (Texts{"Letter 2", "Letter 3"}));
+    store->close();
+    testing::ScriptedPeer next(openingOfTwo() + taking(7, 2) + taking(8, 3) + Texts{"X"});
+    account->port = next.port();
+    store = open(killed);
+    testing::settle(*store);
+    EXPECT_EQ(store->pendingAppendCount(), 0u);
+    EXPECT_EQ(next.firstSurprise(), "");
+    EXPECT_TRUE(std::filesystem::is_empty(killed + "/DataToBeAppended.lock"));
+    store->close();
+}
+
+TEST_F(ImapStoreFaults, CallNoServerThereThatHasGone) {
+    const testing::TemporaryFolder folder;
+    auto steps = opening("", 0);
+    steps.resize(7);
+    testing::ScriptedPeer peer(steps + std::vector<std::string>{"X"});
+    account->port = peer.port();
+    const auto store = open(place(folder));
+    EXPECT_FALSE(store->isConnected());
+    EXPECT_EQ(peer.firstSurprise(), "");
+    store->close();
+}
+
+TEST_F(ImapStoreFaults, KeepAnIndexWhenTheOneWhoKeptItHasEnded) {
+    const auto count = [](const std::shared_ptr<IMAPStore>& store) {
+        store->updateIndex();
+        EXPECT_TRUE(IndexManager::waitUntilIdle(*store, RunLoop::Clock::now() + std::chrono::seconds(20)));
+        return IndexManager::indexedCount(*store);
+    };
+    const testing::TemporaryFolder folder;
+    const auto at = place(folder);
+    fill(at);
+    std::filesystem::create_directory(at + "/CachedMessages");
+    testing::writeFile(at + "/CachedMessages/1", letter(1));
+    const auto first = open(at);
+    first->setIsIndexed(true);
+    EXPECT_EQ(count(first), 1u);
+    const auto second = open(at);
+    testing::writeFile(at + "/CachedMessages/2", letter(2));
+    EXPECT_EQ(count(second), 1u);
+    first->close();
+    EXPECT_EQ(count(second), 2u);
+    second->close();
+}
+
 std::string fetched(int number, std::uint32_t uid) {
     const auto headers = "Subject: Letter " + std::to_string(uid) + "\r\n\r\n";
     return formatText(
@@ -204,12 +351,10 @@ TEST_F(ImapStoreFaults, BelieveNoServerThatMixesMessagesUp) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        testing::ScriptedPeer peer(
-            {"S: * OK [CAPABILITY IMAP4rev1] here", "C: 0 LOGIN anna secret",
-             "S: 0 OK [CAPABILITY IMAP4rev1] in", "C: 1 LIST*", "S: * LIST () \"/\" \"\"", "S: 1 OK done",
-             "C: 2 STATUS*", "S: * STATUS INBOX (MESSAGES 2 UNSEEN 0 UIDNEXT 13 UIDVALIDITY 1)", "S: 2 OK done",
-             "C: 3 SELECT*", "S: * 2 EXISTS", "S: 3 OK [READ-WRITE] open", "C: 4 UID SEARCH ALL",
-             "S: * SEARCH 12 11", "S: 4 OK done", "C: 5 UID FETCH*", "s: " + row.answer, "S: 5 OK done", "X"});
+        testing::ScriptedPeer peer(opening("MESSAGES 2 UNSEEN 0 UIDNEXT 13 UIDVALIDITY 1", 2) +
+                                   std::vector<std::string>{"C: 4 UID SEARCH ALL", "S: * SEARCH 12 11",
+                                                            "S: 4 OK done", "C: 5 UID FETCH*",
+                                                            "s: " + row.answer, "S: 5 OK done", "X"});
         account->port = peer.port();
         const testing::TemporaryFolder folder;
         const auto store = open(place(folder));
