@@ -25,6 +25,14 @@ bool copyOnServer(const Mailbox& source, const lorvale::MessageList& messages, c
     return true;
 }
 
+/// A flat mailbox answers false whatever came of it; its list tells.
+bool append(const std::vector<std::shared_ptr<lorvale::Message>>& run, lorvale::MessageStore& target,
+            bool unread) {
+    const auto before = target.totalCount();
+    const bool isFlat = dynamic_cast<lorvale::BerkeleyMbox*>(&target) != nullptr;
+    return target.syncAppendMessages(run, unread) || (isFlat && target.totalCount() == before + run.size());
+}
+
 }  // namespace
 
 bool copyAll(const lorvale::MessageList& messages, lorvale::MessageStore& target, bool allUnread,
@@ -39,7 +47,7 @@ bool copyAll(const lorvale::MessageList& messages, lorvale::MessageStore& target
         for (auto i = first; i < messages.size() && run.size() < kRun && isUnread(messages[i]) == unread; ++i)
             run.push_back(messages[i]);
         workOn("messages from " + std::to_string(first + 1) + " on", 0,
-               [&] { copied = target.syncAppendMessages(run, unread) && copied; });
+               [&] { copied = append(run, target, unread) && copied; });
         for (const auto& message : run) {
             forget(*message);
             progress.advance();

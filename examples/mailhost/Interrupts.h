@@ -1,5 +1,6 @@
 #pragma once
 #include <csignal>
+#include <thread>
 
 #include "lorvale/platform/run_loop.h"
 
@@ -20,7 +21,7 @@ private:
 };
 
 /// For as long as the main thread may wait for a server: an interrupt ends the program then, as it does without
-/// Interrupts.  Not around anything that a kill would harm.
+/// Interrupts.  Not around anything that a kill would harm.  Within the life of an Interrupts.
 class InterruptsEndAtOnce {
 public:
     InterruptsEndAtOnce();
@@ -29,9 +30,8 @@ public:
     InterruptsEndAtOnce& operator=(const InterruptsEndAtOnce&) = delete;
 
 private:
-    sigset_t _before{};
-    struct sigaction _onInterrupt {};
-    struct sigaction _onTermination {};
+    const int _done;
+    std::thread _waiting;  // the main loop does not turn
 };
 
 }  // namespace mailhost
