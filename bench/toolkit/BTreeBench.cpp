@@ -1,5 +1,5 @@
 // The ordered set beside its peers: 1,000,000 records of a 12-byte key and a 12-byte value.  The number can be
-// changed by the environment variable LORVALE_BENCH_RECORDS.
+// changed by the environment variable LORVALE_BENCH_RECORDS, the memory for pages in MiB by LORVALE_BENCH_PAGES.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
@@ -14,13 +14,17 @@
 namespace brindle::bench {
 namespace {
 
+std::size_t NumberIn(const char* variable, std::size_t otherwise) {
+    const char* const wanted = std::getenv(variable);
+    return wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : otherwise;
+}
+
 std::size_t Records() {
-    static const std::size_t records = [] {
-        const char* const wanted = std::getenv("LORVALE_BENCH_RECORDS");
-        return wanted != nullptr ? std::strtoull(wanted, nullptr, 10) : std::size_t{1'000'000};
-    }();
+    static const std::size_t records = NumberIn("LORVALE_BENCH_RECORDS", 1'000'000);
     return records;
 }
+
+const std::size_t pageMemory = IAPageMemory = NumberIn("LORVALE_BENCH_PAGES", IAPageMemory >> 20) << 20;
 
 Field FieldOf(std::size_t number) {
     Field field;

@@ -186,20 +186,22 @@ bool MboxIndex::isSaved() {
     return isOpen() && _isSaved;
 }
 
-MboxIndex::Added MboxIndex::addMessage(const std::shared_ptr<Message>& message) {
+IndexedForm MboxIndex::form() {
+    const SharedLock lock(MboxMutex::shared());
+    return isOpen() ? _mboxCorpus->form() : IndexedForm::cString;
+}
+
+MboxIndex::Added MboxIndex::addMessage(const std::shared_ptr<Message>& message,
+                                       const std::function<std::optional<std::string>()>& text) {
     auto doc = std::make_unique<MboxDoc>(message);
     const auto id = *doc->messageID();
-    auto form = IndexedForm::cString;
     {
         const SharedLock lock(MboxMutex::shared());
         if (!isOpen() || isIndexed(*doc)) return Added::before;
-        form = _mboxCorpus->form();
     }
-    std::optional<std::string> text;
-    const bool isReadable =
-        runLoggingExceptions("Reading a message", [&] { text = indexedText(*message, form); });
-    if (!isReadable || !text) return Added::unreadable;
-    doc->setText(std::move(*text));
+    auto indexed = text();
+    if (!indexed) return Added::unreadable;
+    doc->setText(std::move(*indexed));
     try {
         indexToChange()->AddDoc(std::move(doc));
     } catch (const brindle::IAException& exception) {

@@ -61,8 +61,11 @@ public:
     bool isSaved();
 
     enum class Added { now, before, unreadable };
-    /// The message is indexed under its ID unless something is under that already.
-    Added addMessage(const std::shared_ptr<Message>& message);
+    /// The message is indexed under its ID unless something is under that already.  Its text, of this form(),
+    /// is asked for when it is needed; nullopt where it cannot be had.
+    Added addMessage(const std::shared_ptr<Message>& message,
+                     const std::function<std::optional<std::string>()>& text);
+    IndexedForm form();
     /// False, and nothing changes, for a message that is not indexed.
     bool removeMessage(Message& message);
     /// Whether a message of that ID has been added, be it this one.

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "lorvale/platform/mutex.h"
 #include "lorvale/platform/run_loop.h"
@@ -86,12 +87,15 @@ private:
     std::optional<Batch> nextBatch(const std::stop_token& stop);
     void workOn(const std::shared_ptr<MessageStore>& store, const MessageList& batch);
     bool openIndex(const std::shared_ptr<MessageStore>& store);
-    bool addOne(MessageStore& store, const std::shared_ptr<Message>& message, std::size_t number,
-                std::size_t total);
+    bool isReady(const Message& message);
+    bool addOne(MessageStore& store, const MessageList& messages, std::size_t place,
+                const std::function<std::optional<std::string>()>& text);
     void catchUp(MessageStore& store);
     void update();
     // False when they were interrupted.
     bool add(MessageStore& store, const MessageList& messages, std::size_t first);
+    bool add(MessageStore& store, const MessageList& messages, const std::vector<std::size_t>& places,
+             const std::function<void(std::size_t place)>& added);
     bool compareAll(MessageStore& store, const MessageList& all);
     void finishBatch(MessageStore& store);
     bool closeIndex();

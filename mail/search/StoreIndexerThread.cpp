@@ -13,6 +13,7 @@
 #include "mail/search/MboxCorpus.h"
 #include "mail/search/MboxIndex.h"
 #include "mail/search/StoreIndexer.h"
+#include "mail/search/TextsAhead.h"
 
 namespace lorvale {
 
@@ -111,11 +112,19 @@ void StoreIndexer::update() {
 bool StoreIndexer::compareAll(MessageStore& store, const MessageList& all) {
     std::vector<std::size_t> found;  // digests of the IDs that are in the index
     found.reserve(all.size());
+    const auto isIn = [&](std::size_t place) {
+        found.push_back(std::hash<std::string>()(all[place]->messageID()));
+    };
+    std::vector<std::size_t> missing;
     for (std::size_t i = 0; i < all.size(); ++i) {
         if (!goesOn(store)) return false;
-        if (_opened->hasMessage(*all[i]) || addOne(store, all[i], i + 1, all.size()))
-            found.push_back(std::hash<std::string>()(all[i]->messageID()));
+        if (_opened->hasMessage(*all[i])) {
+            isIn(i);
+        } else if (isReady(*all[i])) {
+            missing.push_back(i);
+        }
     }
+    if (!add(store, all, missing, isIn)) return false;
     std::ranges::sort(found);
     found.erase(std::unique(found.begin(), found.end()), found.end());
     if (_opened->count() > found.size()) update();
@@ -124,24 +133,38 @@ bool StoreIndexer::compareAll(MessageStore& store, const MessageList& all) {
 }
 
 bool StoreIndexer::add(MessageStore& store, const MessageList& messages, std::size_t first) {
-    for (auto i = first; i < messages.size(); ++i) {
+    std::vector<std::size_t> places;
+    for (auto i = first; i < messages.size(); ++i)
+        if (isReady(*messages[i])) places.push_back(i);
+    return add(store, messages, places, [](std::size_t) {});
+}
+
+bool StoreIndexer::isReady(const Message& message) {
+    if (!_isReady || _isReady(message)) return true;
+    _mayDiffer = true;
+    return false;
+}
+
+bool StoreIndexer::add(MessageStore& store, const MessageList& messages, const std::vector<std::size_t>& places,
+                       const std::function<void(std::size_t)>& added) {
+    std::vector<std::shared_ptr<Message>> run;
+    run.reserve(places.size());
+    for (const auto place : places) run.push_back(messages[place]);
+    TextsAhead texts(std::move(run), _opened->form());
+    for (std::size_t i = 0; i < places.size(); ++i) {
         if (!goesOn(store)) return false;
-        addOne(store, messages[i], i + 1, messages.size());
+        if (addOne(store, messages, places[i], [&] { return texts.textAt(i); })) added(places[i]);
     }
     return true;
 }
 
-bool StoreIndexer::addOne(MessageStore& store, const std::shared_ptr<Message>& message, std::size_t number,
-                          std::size_t total) {
-    if (_isReady && !_isReady(*message)) {
-        _mayDiffer = true;
-        return false;
-    }
+bool StoreIndexer::addOne(MessageStore& store, const MessageList& messages, std::size_t place,
+                          const std::function<std::optional<std::string>()>& text) {
     const MutexLock bigLock(MboxIndex::bigIndexingLock());
-    _reached = number;
-    _batchSize = total;
-    showIndexingStatus(store, *message, number, total);
-    const bool isIn = _opened->addMessage(message) != MboxIndex::Added::unreadable;
+    _reached = place + 1;
+    _batchSize = messages.size();
+    showIndexingStatus(store, *messages[place], place + 1, messages.size());
+    const bool isIn = _opened->addMessage(messages[place], text) != MboxIndex::Added::unreadable;
     if (!isIn) _mayDiffer = true;  // it is tried again
     return isIn;
 }

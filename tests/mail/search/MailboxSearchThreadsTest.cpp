@@ -7,6 +7,8 @@
 
 #include "lorvale/platform/run_loop.h"
 #include "lorvale/platform/user_agent.h"
+#include "mail/search/IndexedText.h"
+#include "mail/search/TextsAhead.h"
 #include "tests/support/IndexedMailbox.h"
 #include "tests/support/LogCapture.h"
 
@@ -193,6 +195,22 @@ TEST(MailboxSearchThreads, AnyOrderOfChangesEndsCleanly) {
     ASSERT_TRUE(isOpen());
     EXPECT_TRUE(box.wait());
     EXPECT_THAT(box.find("rare" + std::to_string(next + 199)), ::testing::SizeIs(1));
+}
+
+TEST(TextsAheadOfTheIndex, AreThoseOfTheirMessagesHoweverFewAreAskedFor) {
+    IndexedMailbox box;
+    ASSERT_TRUE(box.append(numberedLetters(0, 200)));
+    auto run = box.store->allMessages().toVector();
+    run[21] = std::make_shared<Message>();  // its bytes cannot be had
+    for (const std::size_t count : {run.size(), std::size_t{16}, std::size_t{0}}) {
+        run.resize(count);
+        for (const auto step : {1U, 7U, 150U}) {
+            TextsAhead texts(run, IndexedForm::utf8);
+            for (std::size_t place = 0; place < run.size(); place += step)
+                ASSERT_EQ(texts.textAt(place), indexedText(*run[place], IndexedForm::utf8)) << place;
+        }
+        const TextsAhead nobodyAsks(run, IndexedForm::cString);
+    }
 }
 
 }  // namespace
