@@ -1,21 +1,16 @@
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/values/regular_expression.h"
 #include "lorvale/values/text.h"
 
 // The first line is the expression, the rest the text.  What matches lies in the text, the groups that took
 // part inside it too, and what is matched again gives the same.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+LORVALE_FUZZ_TARGET(input) {
     using namespace lorvale;
     setRegularExpressionStepLimit(20'000);
-    const std::string_view input(reinterpret_cast<const char*>(bytes), size);
     const auto line = std::min(input.find('\n'), input.size());
     const auto text = input.substr(std::min(line + 1, input.size()));
     auto expression = RegularExpression::regularExpressionWithString(input.substr(0, line));
-    if (!expression || !expression->matchesString(text)) return 0;
+    if (!expression || !expression->matchesString(text)) return;
     const auto whole = expression->rangeForSubexpressionAtIndex(0, text);
     if (!whole.found() || whole.end() > characterCount(text)) std::abort();
     auto again = *RegularExpression::regularExpressionWithString(expression->expressionString());
@@ -24,5 +19,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         if (range.found() && (range.location < whole.location || range.end() > whole.end())) std::abort();
         if (again.rangeForSubexpressionAtIndex(group, text) != range) std::abort();
     }
-    return 0;
 }

@@ -1,16 +1,12 @@
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
+#include "fuzz/FuzzTarget.h"
 #include "mail/accounts/AccountEntry.h"
 
 /// A property list of any shape gives entries that hold all of it: what is written of them and read again is
 /// the same, and in the older form alone two elements become one.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+LORVALE_FUZZ_TARGET(input) {
     using namespace lorvale;
-    const auto list = PropertyList::parse(Data::copyOf({reinterpret_cast<const char*>(bytes), size}));
-    if (!list) return 0;
+    const auto list = PropertyList::parse(Data::copyOf(input));
+    if (!list) return;
     const auto entries = readAccountEntries(*list);
     const auto& elements = list->array();
     std::size_t place = 0;
@@ -30,5 +26,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         if (!entry.isAccount() || !entry.isOf(entry.type, entry.path)) std::abort();
         if (accountEntry(entry.type, entry.path, entry.info()).path != entry.path) std::abort();
     }
-    return 0;
 }

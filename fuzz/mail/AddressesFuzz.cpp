@@ -1,8 +1,6 @@
 // Every entry of a list is part of it, and no entry that a comma in plain text would cut is left whole.  Taking
 // the pure address grows nothing, and of a plain one it is the address itself.
-#include <algorithm>
-
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/message/addresses.h"
 #include "lorvale/message/mailboxes.h"
 #include "mail/encoding/MimeHeaderEncoding.h"
@@ -29,8 +27,7 @@ void requireStandardTrip(std::string_view text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const auto text = fuzz::viewOf(bytes, size);
+LORVALE_FUZZ_TARGET(text) {
     requireStandardTrip(text);
     const auto list = addressList(text);
     fuzz::require(list.has_value() == !text.empty());
@@ -51,5 +48,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     // "To: " takes the place of a character or more.
     fuzz::require(addressComment(text).size() <= text.size() + 4);
     fuzz::require(looselyMatches(text, text) && looselyMatches(text, address) == looselyMatches(address, text));
-    return 0;
 }

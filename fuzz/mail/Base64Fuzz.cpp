@@ -1,12 +1,11 @@
 // Encoding and decoding gives the bytes back, and every kernel does what the plain rules say.
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "mail/encoding/Base64Kernels.h"
 #include "tests/support/PlainCodecs.h"
 
 using namespace lorvale;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const auto text = fuzz::viewOf(bytes, size);
+LORVALE_FUZZ_TARGET(text) {
     const auto data = Data::ofStatic(text);
     const auto encoded = testing::plainEncodeBase64(text);
     const auto decoded = testing::plainDecodeBase64(text);
@@ -18,5 +17,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         appendDecodedBase64(out, text, kernels);
         fuzz::require(out.view() == decoded);
     }
-    return 0;
 }

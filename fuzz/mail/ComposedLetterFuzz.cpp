@@ -1,15 +1,9 @@
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <string>
-#include <string_view>
-#include <vector>
 
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/body.h"
 #include "lorvale/mime.h"
 #include "lorvale/platform/exception.h"
-#include "lorvale/platform/log.h"
 #include "lorvale/values/file_wrapper.h"
 #include "lorvale/values/text.h"
 
@@ -66,10 +60,6 @@ std::vector<std::string> contents(const AttributedText& text) {
     return all;
 }
 
-void require(bool holds) {
-    if (!holds) std::abort();
-}
-
 /// Characters that no page can hold; the reader of pages leaves them out or takes them for others.
 bool fitsAPage(std::string_view text) {
     while (!text.empty()) {
@@ -82,9 +72,8 @@ bool fitsAPage(std::string_view text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
-    const auto text = textFrom({reinterpret_cast<const char*>(bytes), size});
+LORVALE_FUZZ_TARGET(input) {
+    const auto text = textFrom(input);
     for (const auto dialect : {MailDialect::standard, MailDialect::classic}) {
         const auto part = MimeBodyPart::bodyPartFromAttributedString(text, dialect);
         ByteBuffer letter;
@@ -94,24 +83,23 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         try {
             read = MimeBodyPart::bodyPartWithData(data, dialect);
         } catch (const RangeException&) {
-            require(dialect == MailDialect::classic);  // the name of a file ends in a blank
+            fuzz::require(dialect == MailDialect::classic);  // the name of a file ends in a blank
             continue;
         }
-        require(read != nullptr && read->mimeType() == part->mimeType());
+        fuzz::require(read != nullptr && read->mimeType() == part->mimeType());
         const auto back = read->decodeBodyPartInDirectory(std::nullopt);
         if (dialect == MailDialect::classic) {
-            require(part->mimeSubtype() != "plain" || !text.attachments().empty() ||
-                    back.string() == text.string());
+            fuzz::require(part->mimeSubtype() != "plain" || !text.attachments().empty() ||
+                          back.string() == text.string());
             continue;
         }
-        for (const auto line : split(data.view(), '\n')) require(line.size() <= 998);
-        require(!fitsAPage(text.string()) || essence(back) == essence(text));
+        for (const auto line : split(data.view(), '\n')) fuzz::require(line.size() <= 998);
+        fuzz::require(!fitsAPage(text.string()) || essence(back) == essence(text));
         auto archived = contents(back);
         for (const auto& each : contents(text)) {
             const auto found = std::ranges::find(archived, each);
-            require(found != archived.end());
+            fuzz::require(found != archived.end());
             archived.erase(found);
         }
     }
-    return 0;
 }

@@ -1,9 +1,5 @@
-#include <cstdint>
-#include <cstdlib>
-#include <string_view>
-
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/platform/exception.h"
-#include "lorvale/platform/log.h"
 #include "mail/mime/EnrichedReader.h"
 #include "mail/mime/EnrichedWriter.h"
 
@@ -28,13 +24,12 @@ AttributedText asClassicKeeps(const AttributedText& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
+LORVALE_FUZZ_TARGET(input) {
     AttributedText text;
     try {
-        text = attributedStringFromMimeEnrichedString({reinterpret_cast<const char*>(bytes), size});
+        text = attributedStringFromMimeEnrichedString(input);
     } catch (const NamedException&) {
-        return 0;  // a command that is refused
+        return;  // a command that is refused
     }
     for (const auto dialect : {MailDialect::standard, MailDialect::classic}) {
         if (dialect == MailDialect::classic) text = asClassicKeeps(text);
@@ -43,5 +38,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         const auto written = enrichedString(once, dialect);
         if (enrichedString(attributedStringFromMimeEnrichedString(written), dialect) != written) std::abort();
     }
-    return 0;
 }

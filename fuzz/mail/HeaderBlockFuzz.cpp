@@ -1,12 +1,10 @@
 // What is decoded, edited and encoded decodes to the same: the same headers in the same order, each value as
 // one trip through the coding of header values leaves it.  The cached headers alone are those of the whole
 // block.
-#include <algorithm>
 
 #include "base/text/Ascii.h"
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/mime.h"
-#include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/WordWriter.h"
 #include "mail/model/HeaderClasses.h"
@@ -69,9 +67,7 @@ void requireStandardTrip(std::string_view text) {
     }
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
-    const auto text = fuzz::viewOf(bytes, size);
+LORVALE_FUZZ_TARGET(text) {
     requireStandardTrip(text);
     auto first = decodeBlock(text);
     fuzz::require(lorvale::testing::cachedHeadersAgree(text, first));
@@ -81,7 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const auto written =
         encodeHeaderBlock(first.headers, first.order, first.originalKeys, EnvelopeLine::leaveOut);
     const auto second = decodeBlock(written.view());
-    if (hasOddName(first)) return 0;
+    if (hasOddName(first)) return;
 
     for (const auto& [key, values] : first.headers) {
         const bool gathers = key == "to" || key == "cc" || key == "received", replaces = key == "from";
@@ -97,5 +93,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         }
         fuzz::require(found->second == expected);
     }
-    return 0;
 }

@@ -1,11 +1,8 @@
 // Reading any value gives text of bounded size.  Writing any value gives ASCII, and reading that gives the
 // value back but for its white space, as long as it holds none of the marks that an encoded word gives a
 // meaning to.  The standard dialect gives back any value, on lines that are short where they can be.
-#include <algorithm>
-
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/mime.h"
-#include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/MimeHeaderEncoding.h"
 #include "mail/encoding/WordWriter.h"
@@ -38,9 +35,7 @@ void requireBounded(std::string_view text, std::size_t inputSize) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
-    const auto raw = fuzz::viewOf(bytes, size);
+LORVALE_FUZZ_TARGET(raw) {
     const auto text = decodeCString(raw);  // as a header comes from the mail: one character a byte
     for (const auto preferred : kPreferred) {
         for (const auto dialect : {MailDialect::classic, MailDialect::standard}) {
@@ -51,10 +46,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     }
 
     fuzz::require(isAscii(encodeHeaderValue(raw, StringEncoding::unknown)));
-    if (!isValidUtf8(raw)) return 0;
+    if (!isValidUtf8(raw)) return;
     const auto plain = without(std::string(raw), "=?_ \t\n\v\f\r\x1B");
     const auto back =
         decodeHeaderValue(encodeHeaderValue(plain, StringEncoding::unknown), StringEncoding::unknown);
     fuzz::require(without(back, " \n") == plain);
-    return 0;
 }

@@ -3,7 +3,7 @@
 // connection knows that it is gone.
 #include <string>
 
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/platform/log.h"
 #include "tests/mail/imap/ImapConversation.h"
 

@@ -2,7 +2,7 @@
 // and an item is found in both readings of one answer where the classic one has it first.
 #include <algorithm>
 
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
 #include "mail/imap/AskedItems.h"

@@ -1,7 +1,6 @@
 // A date that is read has fields in their ranges and reads back the same from any form that holds all of it.
 // What an exact format accepts the tolerant reader reads as the same moment.
-#include "fuzz/mail/CodecFuzz.h"
-#include "lorvale/platform/log.h"
+#include "fuzz/FuzzTarget.h"
 #include "mail/model/DateUtils.h"
 
 using namespace lorvale;
@@ -22,9 +21,7 @@ void requireReadsBack(const Date& date) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
-    const auto text = fuzz::viewOf(bytes, size);
+LORVALE_FUZZ_TARGET(text) {
     const auto tolerant = dateInTolerantForm(text);
     if (tolerant) requireReadsBack(*tolerant);
     const auto date = dateInCommonFormatsWithString(text);
@@ -34,5 +31,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         const auto strict = Date::dateWithString(text, format);
         if (strict) fuzz::require(tolerant == strict);
     }
-    return 0;
 }

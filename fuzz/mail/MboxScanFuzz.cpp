@@ -1,9 +1,6 @@
 // The messages found in any bytes are those of the plain rule, in whatever pieces the bytes come, and taking
 // one of them out changes no other.
-#include <algorithm>
-#include <cstdlib>
-#include <string>
-
+#include "fuzz/FuzzTarget.h"
 #include "mail/stores/MboxScan.h"
 #include "tests/support/PlainMbox.h"
 
@@ -26,8 +23,7 @@ bool sameBytes(const MboxEntry& a, const MboxEntry& b) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const std::string_view text(reinterpret_cast<const char*>(bytes), size);
+LORVALE_FUZZ_TARGET(text) {
     const auto entries = mboxEntries(text);
     const auto plain = testing::messagesByPlainRule(text);
     if (entries.size() != plain.size()) std::abort();
@@ -46,14 +42,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             }))
             std::abort();
     }
-    if (entries.empty()) return 0;
+    if (entries.empty()) return;
 
-    const auto gone = static_cast<std::ptrdiff_t>(size % entries.size());
+    const auto gone = static_cast<std::ptrdiff_t>(text.size() % entries.size());
     auto others = entries;
     others.erase(others.begin() + gone);
     std::string left(text);
     left.erase(entries[static_cast<std::size_t>(gone)].range.location,
                entries[static_cast<std::size_t>(gone)].range.length);
     if (!std::ranges::equal(mboxEntries(left), others, sameBytes)) std::abort();
-    return 0;
 }

@@ -1,9 +1,8 @@
 // A message becomes text in both dialects, whatever it holds, and the same text each time.  Parts lie inside
 // what they are parts of, no two share bytes, and every part has a name that can be a file's.
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/body.h"
 #include "lorvale/platform/exception.h"
-#include "lorvale/platform/log.h"
 #include "mail/mime/TextBlocks.h"
 
 using namespace lorvale;
@@ -44,9 +43,8 @@ void requireTextAndBlocksInOrder(const Data& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
-    const auto message = Data::copyOf(fuzz::viewOf(bytes, size));
+LORVALE_FUZZ_TARGET(input) {
+    const auto message = Data::copyOf(input);
     requireTextAndBlocksInOrder(message);
     for (const auto dialect : {MailDialect::classic, MailDialect::standard}) {
         try {
@@ -55,5 +53,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
             fuzz::require(dialect == MailDialect::classic);  // a type that ends in white space
         }
     }
-    return 0;
 }

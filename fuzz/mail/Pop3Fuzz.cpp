@@ -1,10 +1,9 @@
 // A server that says anything at all: however its bytes are cut, the same entries come of it, and each mark of
 // an entry in the spool is one that the connection made.
-#include <cstdlib>
 #include <limits>
 
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/fetch.h"
-#include "lorvale/platform/log.h"
 #include "lorvale/platform/socket.h"
 #include "tests/support/MemoryTransport.h"
 
@@ -48,12 +47,11 @@ Spool talk(std::string_view said, std::size_t pieces, MailDialect dialect) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+LORVALE_FUZZ_TARGET(said) {
     static const bool quiet = (setLogSink([](std::string_view) {}), true);
-    if (!quiet || size == 0) return 0;
-    const std::string_view said(reinterpret_cast<const char*>(bytes), size);
+    if (!quiet || said.empty()) return;
     for (const auto dialect : {MailDialect::classic, MailDialect::standard}) {
-        const auto whole = talk(said, size, dialect), cut = talk(said, 3, dialect);
+        const auto whole = talk(said, said.size(), dialect), cut = talk(said, 3, dialect);
         if (whole.entries != cut.entries) std::abort();
         if (whole.entries == 0) continue;
         if (!whole.text.starts_with("From ") || whole.text.back() != '\n') std::abort();
@@ -61,5 +59,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         for (std::size_t at = 0; (at = whole.text.find("\nFrom ", at)) != std::string::npos; ++at) ++marks;
         if (marks != whole.entries) std::abort();
     }
-    return 0;
 }

@@ -1,17 +1,16 @@
 // Rules of any bytes are refused or read; what was read, written as rules, is read as the same again.
-#include <cstdlib>
 
 #include "examples/mailhost/Rules.cpp"  // a part of a program, not of the library
+#include "fuzz/FuzzTarget.h"
 
 using namespace mailhost;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const std::string_view text(reinterpret_cast<const char*>(bytes), size);
+LORVALE_FUZZ_TARGET(text) {
     std::vector<Rule> rules;
     try {
         rules = parseRules(text);
     } catch (const Failure&) {
-        return 0;
+        return;
     }
     std::string written;
     for (const auto& rule : rules) {
@@ -22,5 +21,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (again.size() != rules.size()) std::abort();
     for (std::size_t i = 0; i < rules.size(); ++i)
         if (again[i].mailbox != rules[i].mailbox || again[i].text != rules[i].text) std::abort();
-    return 0;
 }

@@ -1,6 +1,6 @@
 // Whatever a mail server says, and in whatever pieces it comes, a conversation ends: with the same outcome in
 // the classic dialect, and never with a text that the server has not asked for in the standard one.
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/delivery.h"
 #include "tests/support/MemoryTransport.h"
 
@@ -43,12 +43,10 @@ Outcome converse(std::string_view server, std::size_t pieces, MailDialect dialec
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const auto server = fuzz::viewOf(bytes, size);
-    const auto whole = converse(server, size + 1, MailDialect::classic);
+LORVALE_FUZZ_TARGET(server) {
+    const auto whole = converse(server, server.size() + 1, MailDialect::classic);
     fuzz::require(converse(server, 1, MailDialect::classic) == whole);
     fuzz::require(converse(server, 7, MailDialect::classic) == whole);
-    for (const std::size_t pieces : {std::size_t{1}, std::size_t{7}, size + 1})
+    for (const std::size_t pieces : {std::size_t{1}, std::size_t{7}, server.size() + 1})
         converse(server, pieces, MailDialect::standard);
-    return 0;
 }

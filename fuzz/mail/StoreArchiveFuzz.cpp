@@ -1,14 +1,10 @@
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
 #include "base/text/Crc32.h"
+#include "fuzz/FuzzTarget.h"
 #include "mail/imap/StoreArchive.h"
 
 /// What stands behind a good checksum is no list, or one that is written and read again as the same bytes.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    const std::string contents(reinterpret_cast<const char*>(bytes), size);
+LORVALE_FUZZ_TARGET(input) {
+    const std::string contents(input);
     std::string file{"LvIM\0\0\0\2", 8};
     const auto checksum = lorvale::crc32(contents);
     for (const int shift : {24, 16, 8, 0}) file += static_cast<char>(checksum >> shift);
@@ -18,5 +14,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         if (!again || lorvale::bytesOf(*again) != written || again->all.size() != archive->all.size())
             std::abort();
     }
-    return 0;
 }

@@ -1,8 +1,4 @@
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "fuzz/mail/TarHeaders.h"
 #include "mail/mime/ArchiveCheck.h"
 
@@ -21,10 +17,9 @@ void requireSoundAnswer(std::string_view archive) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    std::string archive(fuzz::viewOf(bytes, size));
+LORVALE_FUZZ_TARGET(input) {
+    std::string archive(input);
     requireSoundAnswer(archive);
     fuzz::mendChecksums(archive);
     requireSoundAnswer(archive);
-    return 0;
 }

@@ -3,14 +3,12 @@
 // none of them behind.  The first byte tells what follows: a whole message, or the header's value, a line end
 // and an archive, which is packed here, since hardly a blob made by chance is.
 #include <filesystem>
-#include <string>
 
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "fuzz/mail/TarHeaders.h"
 #include "lorvale/body.h"
 #include "lorvale/message.h"
 #include "lorvale/mime.h"
-#include "lorvale/platform/log.h"
 
 using namespace lorvale;
 namespace fs = std::filesystem;
@@ -83,13 +81,13 @@ std::string textOf(const std::shared_ptr<Message>& message, const Surroundings& 
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+LORVALE_FUZZ_TARGET(input) {
     static const Surroundings surroundings;
-    const auto data = Data::copyOf(messageIn(fuzz::viewOf(bytes, size)));
+    const auto data = Data::copyOf(messageIn(input));
     std::string texts[2];
     for (auto& text : texts) {
         const auto message = Message::messageWithData(data);
-        if (!std::dynamic_pointer_cast<TarnMailBody>(message->messageBody())) return 0;
+        if (!std::dynamic_pointer_cast<TarnMailBody>(message->messageBody())) return;
         text = textOf(message, surroundings);
         fuzz::require(message->messageBody()->encodedBody().has_value());
         message->messageBody()->flushCachedData();
@@ -97,5 +95,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     }
     fuzz::require(texts[0] == texts[1]);
     surroundings.requireNothingLeft();
-    return 0;
 }

@@ -1,13 +1,9 @@
 // Arbitrary bytes as a text in any language.  Delivered in any pieces it gives the same words, which are those
 // that a look at each run as a whole finds; their positions ascend and lie inside; a text in ASCII gives the
 // terms of English.
-#include <algorithm>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "base/text/Words.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/search/unicode_analysis.h"
 #include "lorvale/toolkit/analysis.h"
 #include "lorvale/toolkit/corpus.h"
@@ -18,36 +14,19 @@
 namespace {
 
 using lorvale::UnicodeTokenizer;
-
-struct Token {
-    std::string term;
-    std::size_t start, end;
-    bool operator==(const Token&) const = default;
-};
-
-void require(bool truth) {
-    if (!truth) std::abort();
-}
-
-std::vector<Token> tokensOf(brindle::IATokenStream& stream) {
-    std::vector<Token> tokens;
-    for (brindle::IATermView next; stream.NextTerm(next);) {
-        tokens.push_back({std::string(next.View()), next.startPosition, next.endPosition});
-        std::fill_n(next.text, next.length, '#');  // as whoever asked may
-    }
-    return tokens;
-}
+using Token = brindle::testing::PlainToken;
+using lorvale::fuzz::require;
 
 template <class Text>
 std::vector<Token> wordsOf(const std::string& text) {
     UnicodeTokenizer tokenizer(std::make_unique<brindle::DocTextCharStream>(std::make_unique<Text>(text)));
-    return tokensOf(tokenizer);
+    return brindle::testing::viewsOf(tokenizer);
 }
 
 std::vector<std::string> termsOf(const brindle::IAAnalysis& analysis, const std::string& text) {
     std::vector<std::string> terms;
     for (const Token& token :
-         tokensOf(*analysis.MakeTokenStream(std::make_unique<brindle::StringDocText>(text))))
+         brindle::testing::viewsOf(*analysis.MakeTokenStream(std::make_unique<brindle::StringDocText>(text))))
         terms.push_back(token.term);
     return terms;
 }
@@ -149,14 +128,13 @@ void checkPositions(const std::vector<Token>& tokens, std::size_t size) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string text(reinterpret_cast<const char*>(data), size);
+LORVALE_FUZZ_TARGET(input) {
+    const std::string text(input);
     const auto words = wordsOf<brindle::StringDocText>(text);
     require(wordsOf<brindle::testing::PiecewiseText>(text) == words);
-    checkPositions(words, size);
+    checkPositions(words, input.size());
     if (std::vector<Token> plain; plainWords(text, plain)) require(plain == words);
     std::string ascii = text;
     for (char& c : ascii) c = static_cast<char>(c & 0x7F) == 0 ? ' ' : static_cast<char>(c & 0x7F);
     require(termsOf(lorvale::UnicodeAnalysis(), ascii) == termsOf(brindle::EnglishAnalysis(), ascii));
-    return 0;
 }

@@ -1,14 +1,12 @@
 // What was encoded comes back with its name and mode; what is decoded from anything is bounded by the input.
-#include "fuzz/mail/CodecFuzz.h"
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/mime.h"
-#include "lorvale/platform/log.h"
 
 using namespace lorvale;
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
-    const auto data = Data::ofStatic(fuzz::viewOf(bytes, size));
-    const int wanted = static_cast<int>(size & 0777);
+LORVALE_FUZZ_TARGET(input) {
+    const auto data = Data::ofStatic(input);
+    const int wanted = static_cast<int>(input.size() & 0777);
     std::string name;
     int mode = -1;
     const auto back = uudecodedDataIntoFile(uuencodedDataWithFile(data, "a name", wanted), &name, &mode);
@@ -16,6 +14,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 
     name = "unset";
     const auto decoded = uudecodedDataIntoFile(data, &name, &mode);
-    fuzz::require(decoded ? decoded->size() <= 63 * size : name == "unset");
-    return 0;
+    fuzz::require(decoded ? decoded->size() <= 63 * input.size() : name == "unset");
 }

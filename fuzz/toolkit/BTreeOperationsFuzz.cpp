@@ -1,9 +1,6 @@
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <span>
-#include <string>
 
+#include "fuzz/FuzzTarget.h"
 #include "tests/support/BTreeFixture.h"
 
 namespace {
@@ -11,6 +8,7 @@ namespace {
 using brindle::testing::Entry;
 using brindle::testing::Model;
 using brindle::testing::TreeInMemory;
+using lorvale::fuzz::require;
 
 /// Takes the input apart: numbers below a limit, as long as there are bytes.
 class Choices {
@@ -28,10 +26,6 @@ private:
     std::span<const std::uint8_t> rest;
 };
 
-void Require(bool holds) {
-    if (!holds) std::abort();
-}
-
 std::string ChooseKey(Choices& choices) {
     const std::uint32_t number = choices.Below(200);
     return std::string(1 + number % 9, static_cast<char>('a' + number % 26)) + std::to_string(number);
@@ -44,16 +38,16 @@ void Apply(Choices& choices, TreeInMemory& t, Model& model) {
     if (kind < 6) {
         const std::string value(choices.Below(50), 'v');
         if (brindle::ObjectFits(Entry(key, value).StoreSize(), 100)) {
-            Require(t.Put(key, value) == model.contains(key));
+            require(t.Put(key, value) == model.contains(key));
             model[key] = value;
         }
     } else if (kind < 9) {
-        Require(t.tree->Remove(&probe) == (model.erase(key) == 1));
+        require(t.tree->Remove(&probe) == (model.erase(key) == 1));
     } else if (kind == 9) {
         const auto next = t.tree->MakeIterator(&probe)->Next();
         const auto expected = model.lower_bound(key);
-        Require((next != nullptr) == (expected != model.end()));
-        Require(next == nullptr || Entry::KeyOf(next.get()) == expected->first);
+        require((next != nullptr) == (expected != model.end()));
+        require(next == nullptr || Entry::KeyOf(next.get()) == expected->first);
     } else if (kind == 10) {
         t.tree->Purge();
     } else {
@@ -65,15 +59,14 @@ void Apply(Choices& choices, TreeInMemory& t, Model& model) {
 }  // namespace
 
 /// Any sequence of changes leaves a sound tree that holds what an ordered map would.
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-    if (size > 1500) return 0;
+LORVALE_FUZZ_TARGET(input) {
+    if (input.size() > 1500) return;
     TreeInMemory t(100);
     t.searchesStored = true;  // a comparison need not restore an object
     t.Make();
     Model model;
-    for (Choices choices({bytes, size}); choices.Left();) Apply(choices, t, model);
-    Require(t.tree->Check().Sound() && t.tree->Count() == model.size());
+    for (Choices choices(lorvale::fuzz::bytesOf(input)); choices.Left();) Apply(choices, t, model);
+    require(t.tree->Check().Sound() && t.tree->Count() == model.size());
     const auto members = brindle::testing::MembersOf(*t.tree);
-    Require(Model(members.begin(), members.end()) == model && members.size() == model.size());
-    return 0;
+    require(Model(members.begin(), members.end()) == model && members.size() == model.size());
 }

@@ -1,9 +1,6 @@
 // Arbitrary bytes as a boolean query.  Only IAException comes out of it; and what is read, told with all its
 // parentheses, reads as the same again, unless these are more than may be open at one time.
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/toolkit/retrieval.h"
 #include "tests/support/FailureText.h"
 
@@ -21,10 +18,9 @@ std::string parsed(const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::string tree = parsed({reinterpret_cast<const char*>(data), size});
-    if (tree.empty() || tree[0] == '!') return 0;
+LORVALE_FUZZ_TARGET(input) {
+    const std::string tree = parsed(std::string(input));
+    if (tree.empty() || tree[0] == '!') return;
     const std::string again = parsed(tree);
     if (again != tree && again != "!QFLT attempt to push a new item into full stack") std::abort();
-    return 0;
 }

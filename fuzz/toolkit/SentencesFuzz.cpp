@@ -1,29 +1,22 @@
 // Arbitrary bytes as a text of sentences.  The extents ascend, and hold all but white bytes; nothing changes
 // but line breaks into blanks, and none is left inside; kept line breaks give the same extents.
-#include <algorithm>
 #include <cctype>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
 
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/toolkit/retrieval/sentence_parser.h"
 
 namespace {
 
-void require(bool truth) {
-    if (!truth) std::abort();
-}
-
+using lorvale::fuzz::require;
 bool isWhite(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+LORVALE_FUZZ_TARGET(input) {
     using namespace brindle;
-    const std::string text(bytes, bytes + size);
+    const std::string text(input);
     std::string changed = text, kept = text;
     IAANSISentenceParser removing(changed), keeping(kept, nullptr, false);
     for (IAANSISentenceParser* const parser : {&removing, &keeping}) {
@@ -44,5 +37,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     require(std::all_of(text.begin() + end, text.end(), isWhite));
     for (std::size_t i = 0; i < text.size(); ++i)
         require(changed[i] == text[i] || (isWhite(text[i]) && changed[i] == ' '));
-    return 0;
 }

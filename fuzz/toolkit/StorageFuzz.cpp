@@ -1,15 +1,13 @@
 // Arbitrary bytes as a storage file.  Only IAException comes out of it; and what the checker calls sound opens,
 // shows its blocks, takes new ones, and is still sound after a commit.
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
+#include "fuzz/FuzzTarget.h"
 #include "lorvale/toolkit/storage.h"
 #include "tests/support/FailureText.h"
 #include "tests/support/MemoryStoreStream.h"
 
 namespace {
 
+using lorvale::fuzz::require;
 using namespace brindle;
 using brindle::testing::Bytes;
 using brindle::testing::failureOf;
@@ -40,14 +38,10 @@ bool holdsWhatWasWritten(IAStorage& storage, std::uint32_t id) {
     return true;
 }
 
-void require(bool truth) {
-    if (!truth) std::abort();
-}
-
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const auto bytes = std::make_shared<Bytes>(data, data + size);
+LORVALE_FUZZ_TARGET(input) {
+    const auto bytes = std::make_shared<Bytes>(input.begin(), input.end());
     MemoryStoreStream checked(bytes);
     checked.Open(false);
     const bool sound = VerifyStorage(checked).Sound();
@@ -59,8 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto storage = storageOn(bytes);
     const auto failure = failureOf([&] { storage->Open(true); });
     require(failure.empty() || !sound);
-    require(*bytes == Bytes(data, data + size));
-    if (!failure.empty()) return 0;
+    require(std::ranges::equal(*bytes, lorvale::fuzz::bytesOf(input)));
+    if (!failure.empty()) return;
 
     std::string written(kBlocksTried, '\0');
     for (std::uint32_t id = 1; id < kBlocksTried; id += 3)
@@ -70,11 +64,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         [&] { storage->RemoveNamedBlock("apples"); });  // block 2 of a seed, which nothing above has written
     const bool committed = failureOf([&] { storage->Commit(); }).empty();
     failureOf([&] { storage->Compact(); });
-    if (!sound || !committed) return 0;
+    if (!sound || !committed) return;
     const auto reopened = storageOn(bytes);
     reopened->Open(false);
     require(VerifyStorage(*reopened->GetStoreStream()).Sound());
     for (std::uint32_t id = 1; id < kBlocksTried; ++id)
         require(written[id] == '\0' || holdsWhatWasWritten(*reopened, id));
-    return 0;
 }

@@ -76,25 +76,6 @@ TEST(UserInterface, WithoutWindowsTheCautiousAnswerIsGiven) {
     EXPECT_TRUE(ran);
 }
 
-/// A message catalogue as msgfmt writes it: a table of originals and one of translations, sorted.
-std::string catalogue(const std::vector<std::pair<std::string, std::string>>& entries) {
-    std::string originals, translations, texts;
-    const auto word = [](std::size_t value) {
-        std::string bytes;
-        for (int shift = 0; shift < 32; shift += 8) bytes += static_cast<char>(value >> shift & 0xFF);
-        return bytes;
-    };
-    const std::size_t header = 28, textsAt = header + entries.size() * 16;
-    for (const auto& [original, translation] : entries) {
-        originals += word(original.size()) + word(textsAt + texts.size());
-        texts += original + '\0';
-        translations += word(translation.size()) + word(textsAt + texts.size());
-        texts += translation + '\0';
-    }
-    return word(0x950412de) + word(0) + word(entries.size()) + word(header) +
-           word(header + entries.size() * 8) + word(0) + word(textsAt) + originals + translations + texts;
-}
-
 TEST(LocalizedString, IsTheTextItselfWithoutACatalogue) {
     EXPECT_EQ(LVLocalizedString(std::string_view("abcdef").substr(0, 3)), "abc");
     EXPECT_EQ(LVLocalizedString(""), "");
@@ -103,19 +84,15 @@ TEST(LocalizedString, IsTheTextItselfWithoutACatalogue) {
 TEST(LocalizedString, ComesFromTheCatalogueOfTheUsersLanguage) {
     if (std::setlocale(LC_ALL, "C.UTF-8") == nullptr)
         GTEST_SKIP() << "the system has no locale to translate in";
-    const testing::TemporaryFolder folder;
-    std::filesystem::create_directories(folder / "xx/LC_MESSAGES");
-    testing::writeFile(folder / "xx/LC_MESSAGES/lorvale.mo",
-                       catalogue({{"", "Content-Type: text/plain; charset=ISO-8859-1\n"}, {"Quit", "\xDCK"}}));
     // In the C locale gettext translates nothing, whatever $LANGUAGE says; C.UTF-8 counts as another.
     ::setenv("LANGUAGE", "xx", 1);
-    setCatalogueDirectory(folder.path().string());
+    setCatalogueDirectory((testing::sourceFolder() / "tests/data/catalogue").string());
     const auto translated = LVLocalizedString("Quit");
     const auto unknown = LVLocalizedString("The mailbox %@ is gone", "alert");
     ::unsetenv("LANGUAGE");
     std::setlocale(LC_ALL, "C");
     EXPECT_EQ(unknown, "The mailbox %@ is gone");
-    EXPECT_EQ(translated, "ÜK") << "in UTF-8, whatever the catalogue is in";
+    EXPECT_EQ(translated, "ÜK") << "in UTF-8; the catalogue is in Latin 1";
 }
 
 }  // namespace

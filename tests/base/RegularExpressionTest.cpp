@@ -17,57 +17,24 @@ using namespace lorvale::testing;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
+/// The characters of which texts are made here.
+constexpr std::string_view kAlphabet = "abc.";
+
 /// An expression as a tree, with a matcher that follows the rules word by word: all ways to match, in order.
 struct Tree {
-    enum Kind { text, any, set, otherThan, begin, end, group, sequence, either, star, plus, maybe } kind;
-    std::string characters;
-    std::vector<Tree> parts;
-    std::size_t number = 0;
-
-    std::string written() const {
-        std::string result;
-        for (const auto& part : parts)
-            result += (kind == either && !result.empty() ? "|" : "") + part.written();
-        switch (kind) {
-            case text:
-                return characters == "." ? "\\." : characters;
-            case any:
-                return ".";
-            case set:
-                return "[" + characters + "]";
-            case otherThan:
-                return "[^" + characters + "]";
-            case begin:
-                return "^";
-            case end:
-                return "$";
-            case group:
-                return "(" + result + ")";
-            case star:
-                return result + "*";
-            case plus:
-                return result + "+";
-            case maybe:
-                return result + "?";
-            default:
-                return result;
-        }
-    }
+    enum Kind { one, begin, end, group, sequence, either, star, plus, maybe } kind;
+    std::string written = {};
+    std::string_view accepts = {};  // of one character
+    std::vector<Tree> parts = {};
+    std::size_t number = 0;  // of a group
 
     using Places = std::array<Range, 10>;
     using Then = std::function<bool(std::size_t, const Places&)>;
 
     bool match(const std::string& in, std::size_t at, const Places& places, const Then& then) const {
-        const auto one = [&](bool fits) { return at < in.size() && fits && then(at + 1, places); };
         switch (kind) {
-            case text:
-                return one(in[at] == characters[0]);
-            case any:
-                return one(true);
-            case set:
-                return one(characters.find(in[at]) != std::string::npos);
-            case otherThan:
-                return one(characters.find(in[at]) == std::string::npos);
+            case one:
+                return at < in.size() && accepts.find(in[at]) != std::string_view::npos && then(at + 1, places);
             case begin:
                 return at == 0 && then(at, places);
             case end:
@@ -110,53 +77,50 @@ class RandomTrees {
 public:
     explicit RandomTrees(unsigned seed) : _random(seed) {}
 
-    std::size_t pick(std::size_t below) { return _random() % below; }
     Tree tree() {
         _groups = 0;
         return either(0);
     }
     std::string text() {
         std::string result(pick(12), 'a');
-        for (auto& c : result) c = "abc."[pick(4)];
+        for (auto& c : result) c = kAlphabet[pick(4)];
         return result;
     }
 
 private:
+    std::size_t pick(std::size_t below) { return _random() % below; }
     Tree either(int depth) {
-        Tree result{Tree::either, "", {}};
+        Tree result{Tree::either};
         for (auto n = 1 + pick(6) / 4; n > 0; --n) {
-            Tree sequence{Tree::sequence, "", {}};
-            for (auto m = 1 + pick(4); m > 0; --m) sequence.parts.push_back(piece(depth));
+            Tree sequence{Tree::sequence};
+            for (auto m = 1 + pick(4); m > 0; --m) {
+                sequence.parts.push_back(piece(depth));
+                sequence.written += sequence.parts.back().written;
+            }
+            result.written += (result.parts.empty() ? "" : "|") + sequence.written;
             result.parts.push_back(sequence);
         }
         return result;
     }
     Tree piece(int depth) {
-        const auto one = atom(depth);
+        const auto piece = atom(depth);
         const auto how = pick(9);
-        if (one.kind == Tree::begin || one.kind == Tree::end || how > 2) return one;
-        return {how == 0 ? Tree::star : how == 1 ? Tree::plus : Tree::maybe, "", {one}};
+        if (piece.kind == Tree::begin || piece.kind == Tree::end || how > 2) return piece;
+        return {static_cast<Tree::Kind>(Tree::star + how), piece.written + "*+?" [how], {}, {piece}};
     }
     Tree atom(int depth) {
-        switch (pick(9)) {
-            case 0:
-                return {Tree::any, "", {}};
-            case 1:
-                return {Tree::set, "ab", {}};
-            case 2:
-                return {Tree::otherThan, "b.", {}};
-            case 3:
-                return pick(3) > 0 ? Tree{Tree::text, "c", {}}
-                                   : Tree{pick(2) == 0 ? Tree::begin : Tree::end, "", {}};
-            case 4:
-                if (depth < 3 && _groups < 9) {
-                    const auto number = ++_groups;
-                    return {Tree::group, "", {either(depth + 1)}, number};
-                }
-                [[fallthrough]];
-            default:
-                return {Tree::text, std::string(1, "abc."[pick(4)]), {}};
+        const auto what = pick(9);
+        if (what == 0) return {Tree::one, ".", kAlphabet};
+        if (what == 1) return {Tree::one, "[ab]", "ab"};
+        if (what == 2) return {Tree::one, "[^b.]", "ac"};
+        if (what == 3 && pick(3) == 0) return pick(2) == 0 ? Tree{Tree::begin, "^"} : Tree{Tree::end, "$"};
+        if (what == 4 && depth < 3 && _groups < 9) {
+            const auto number = ++_groups;
+            const auto inside = either(depth + 1);
+            return {Tree::group, "(" + inside.written + ")", {}, {inside}, number};
         }
+        const auto character = kAlphabet.substr(pick(4), 1);
+        return {Tree::one, (character == "." ? "\\" : "") + std::string(character), character};
     }
 
     std::mt19937 _random;
@@ -175,7 +139,7 @@ TEST(RegularExpression, AgreesWithThePlainRulesAndWithPosixWhereThatSpeaksTheSam
     int matched = 0, refused = 0;
     for (int round = 0; round < 20'000; ++round) {
         const auto tree = random.tree();
-        const auto written = tree.written(), text = random.text();
+        const auto written = tree.written, text = random.text();
         SCOPED_TRACE(written + "  in  " + text);
         auto expression = RegularExpression::regularExpressionWithString(written);
         if (!expression) {

@@ -24,113 +24,90 @@ struct Layer {
     bool mayUseLibraries = false;  // those of docs/dependencies.md
 };
 
-/// A folder of base/, and the public headers whose operations are implemented in it.
-struct BaseFolder {
+/// A folder, the public headers (or families of them) that come with it, and what else it may see.
+struct Folder {
     std::string name;
-    Texts headers;
+    Texts headers = {};
+    Texts more = {};
 };
 
-// The folders of base/ by rank, lower ones first; those of one rank do not know each other.
-const std::vector<std::vector<BaseFolder>> kBaseRanks = {
-    {{"core",
+/// Folders by rank, lower ones first; those of one rank do not know each other.
+using Ranks = std::vector<std::vector<Folder>>;
+
+const Ranks kBase = {
+    {{"base/core",
       {"lorvale/export.h", "lorvale/platform/exception.h", "lorvale/platform/localization.h",
        "lorvale/platform/log.h", "lorvale/platform/mutex.h", "lorvale/values/format.h",
        "lorvale/values/range.h"}}},
-    {{"text",
+    {{"base/text",
       {"lorvale/values/data.h", "lorvale/values/encoding.h", "lorvale/values/regular_expression.h",
        "lorvale/values/text.h"}}},
-    {{"values", {"lorvale/values/date.h", "lorvale/values/property_list.h"}}},
-    {{"files", {}}},
-    {{"platform",
+    {{"base/values", {"lorvale/values/date.h", "lorvale/values/property_list.h"}}},
+    {{"base/files"}},
+    {{"base/platform",
       {"lorvale/platform/inter_thread.h", "lorvale/platform/notification.h", "lorvale/platform/paths.h",
        "lorvale/platform/progressor.h", "lorvale/platform/run_loop.h", "lorvale/platform/socket.h",
        "lorvale/platform/subprocess.h", "lorvale/platform/thread.h", "lorvale/platform/tls.h",
        "lorvale/platform/user_"}},
-     {"richtext",
+     {"base/richtext",
       {"lorvale/values/attributed_text.h", "lorvale/values/file_wrapper.h", "lorvale/values/rich_text.h"}}},
 };
 
-/// Folders of mail/ that do not know each other, and the families of public headers that come with them.
-struct MailRank {
-    Texts folders, families;
+const Ranks kToolkit = {{{"toolkit/storage"}},
+                        {{"toolkit/analysis"}, {"toolkit/corpus"}},
+                        {{"toolkit/index"}},
+                        {{"toolkit/retrieval"}}};
+
+// No mail folder below the stores can name a store.
+const Ranks kMail = {
+    {{"mail/encoding", {"lorvale/mime"}}},
+    {{"mail/settings", {"lorvale/defaults"}}},
+    {{"mail/model", {"lorvale/message"}}},
+    {{"mail/mime", {"lorvale/body"}}},
+    {{"mail/stores", {"lorvale/store"}}},
+    {{"mail/delivery", {"lorvale/delivery"}},
+     {"mail/fetch", {"lorvale/fetch"}},
+     {"mail/imap", {"lorvale/imap"}},
+     {"mail/search", {"lorvale/search"}, {"toolkit/", "lorvale/toolkit"}}},
+    {{"mail/accounts", {"lorvale/account"}}},
 };
 
-// Lower ones first.  A folder sees the families of its own rank and below, so that no mail folder below the
-// stores can name a store.
-const std::vector<MailRank> kMailRanks = {
-    {{"encoding"}, {"lorvale/mime"}},
-    {{"settings"}, {"lorvale/defaults"}},
-    {{"model"}, {"lorvale/message"}},
-    {{"mime"}, {"lorvale/body"}},
-    {{"stores"}, {"lorvale/store"}},
-    {{"delivery", "fetch", "imap", "search"},
-     {"lorvale/delivery", "lorvale/fetch", "lorvale/imap", "lorvale/search"}},
-    {{"accounts"}, {"lorvale/account"}},
-};
-
-// Folders of toolkit/, lower ones first; those of one rank do not know each other.
-const std::vector<Texts> kToolkitRanks = {{"storage"}, {"analysis", "corpus"}, {"index"}, {"retrieval"}};
-
-/// Adds what each folder of base/ may include: lower ones, itself, and the public headers of both.
-void addBaseLayers(std::vector<Layer>& layers) {
-    Texts lower;
-    for (const auto& rank : kBaseRanks) {
-        Texts ofThisRank;
-        for (const auto& folder : rank) {
-            Texts own = folder.headers;
-            own.push_back("base/" + folder.name + "/");
-            Texts allowed = lower;
-            allowed.insert(allowed.end(), own.begin(), own.end());
-            layers.push_back({"base/" + folder.name, allowed, true});
-            ofThisRank.insert(ofThisRank.end(), own.begin(), own.end());
-        }
-        lower.insert(lower.end(), ofThisRank.begin(), ofThisRank.end());
-    }
+Texts joined(Texts texts, const Texts& more) {
+    texts.insert(texts.end(), more.begin(), more.end());
+    return texts;
 }
 
-/// Adds what each folder of toolkit/ may include: lower ones, itself, and any public header of the toolkit.
-void addToolkitLayers(std::vector<Layer>& layers) {
-    Texts lower = {"lorvale/export.h", "lorvale/toolkit"};
-    for (const auto& rank : kToolkitRanks) {
+/// Adds what each folder may include: what all of these may, lower ones, itself, and the public headers of
+/// both; and what its own public headers may, which is none but such.
+void addLayers(std::vector<Layer>& layers, const Ranks& ranks, Texts lower, bool mayUseLibraries = false) {
+    for (const auto& rank : ranks) {
         Texts ofThisRank;
         for (const auto& folder : rank) {
-            Texts allowed = lower;
-            allowed.push_back("toolkit/" + folder + "/");
-            layers.push_back({"toolkit/" + folder, allowed});
-            ofThisRank.push_back("toolkit/" + folder + "/");
+            const Texts own = joined(folder.headers, {folder.name + "/"});
+            Texts allowed = joined(joined(lower, own), folder.more);
+            layers.push_back({folder.name, allowed, mayUseLibraries});
+            std::erase_if(allowed, [](const auto& path) { return !path.starts_with("lorvale/"); });
+            for (const auto& header : folder.headers) layers.push_back({"include/" + header, allowed});
+            ofThisRank = joined(ofThisRank, own);
         }
-        lower.insert(lower.end(), ofThisRank.begin(), ofThisRank.end());
+        lower = joined(lower, ofThisRank);
     }
 }
 
 std::vector<Layer> layers() {
     // The most telling folder stands first: the first match counts.
     const Texts services = {"lorvale/export.h", "lorvale/values", "lorvale/platform"};
+    const Texts toolkit = {"lorvale/export.h", "lorvale/toolkit"};
     std::vector<Layer> all = {
         {"include/lorvale/export", {}},
         {"include/lorvale/values", {"lorvale/export.h", "lorvale/values"}},
         {"include/lorvale/platform", services},
-        {"include/lorvale/toolkit", {"lorvale/export.h", "lorvale/toolkit"}},
+        {"include/lorvale/toolkit", toolkit},
+        {"examples", {"lorvale/"}},
     };
-    addBaseLayers(all);
-    addToolkitLayers(all);
-    Texts families = services, folders = {"base/"};  // those that may be seen so far
-    for (const auto& rank : kMailRanks) {
-        families.insert(families.end(), rank.families.begin(), rank.families.end());
-        for (const auto& family : rank.families) {
-            all.push_back({"include/" + family, families});
-            if (family == "lorvale/search") all.back().mayInclude.push_back("lorvale/toolkit");
-        }
-        for (const auto& folder : rank.folders) {
-            Texts allowed = families;
-            allowed.insert(allowed.end(), folders.begin(), folders.end());
-            allowed.push_back("mail/" + folder + "/");
-            if (folder == "search") allowed.insert(allowed.end(), {"toolkit/", "lorvale/toolkit"});
-            all.push_back({"mail/" + folder, allowed});
-        }
-        for (const auto& folder : rank.folders) folders.push_back("mail/" + folder + "/");
-    }
-    all.push_back({"examples", {"lorvale/"}});
+    addLayers(all, kBase, {}, true);
+    addLayers(all, kToolkit, toolkit);
+    addLayers(all, kMail, joined(services, {"base/"}));
     return all;
 }
 

@@ -3,17 +3,85 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
-#include "lorvale/toolkit/storage/storage.h"
-#include "tests/support/BTreeEntry.h"
+#include "lorvale/toolkit/storage.h"
 #include "tests/support/MemoryStoreStream.h"
 #include "toolkit/storage/BTree.h"
 
 namespace brindle::testing {
 
+/// A member of a set for tests: a key, by which it is ordered, and a value, both of any bytes.
+/// Stored as the length of each in a variable-length integer, and its bytes.
+class Entry : public IAOrderedStorable {
+public:
+    Entry() = default;
+    explicit Entry(std::string_view entryKey, std::string_view entryValue = "")
+        : key(entryKey), value(entryValue) {}
+
+    std::unique_ptr<IAStorable> DeepCopy() const override { return std::make_unique<Entry>(key, value); }
+    std::uint32_t StoreSize() const override { return StoredTextSize(key) + StoredTextSize(value); }
+    void Store(IAOutputBlock* output) const override {
+        for (const std::string* text : {&key, &value}) {
+            VInt32Write(static_cast<std::uint32_t>(text->size()), output);
+            output->WriteBuffer(text->data(), static_cast<std::uint32_t>(text->size()));
+        }
+    }
+    std::unique_ptr<IAStorable> Restore(IAInputBlock* input) const override {
+        auto made = std::make_unique<Entry>();
+        for (std::string* text : {&made->key, &made->value}) {
+            const std::uint32_t size = VInt32Read(input);
+            IAAssertion(size <= input->Remaining(), "text past the end of its block", StorePastBlockEnd);
+            text->resize(size);
+            input->ReadBuffer(text->data(), size);
+        }
+        return made;
+    }
+    bool LessThan(const IAOrderedStorable* other) const override { return key < KeyOf(other); }
+    bool Equal(const IAOrderedStorable* other) const override { return key == KeyOf(other); }
+
+    static const std::string& KeyOf(const IAOrderedStorable* object) {
+        return static_cast<const Entry*>(object)->key;
+    }
+
+    std::string key;
+    std::string value;
+
+private:
+    static std::uint32_t StoredTextSize(const std::string& text) {
+        const auto size = static_cast<std::uint32_t>(text.size());
+        return VInt32Size(size) + size;
+    }
+};
+
+/// A prototype that finds entries in their stored form without restoring them.
+class StoredEntry final : public Entry {
+public:
+    int CompareStored(std::span<const std::uint8_t> stored, const IAOrderedStorable* other) const override {
+        return TakeText(stored).compare(KeyOf(other));
+    }
+    std::uint32_t StoredSize(std::span<const std::uint8_t> stored) const override {
+        const std::size_t whole = stored.size();
+        TakeText(stored);
+        TakeText(stored);
+        return static_cast<std::uint32_t>(whole - stored.size());
+    }
+
+private:
+    static std::string_view TakeText(std::span<const std::uint8_t>& from) {
+        const std::uint32_t size = VInt32Read(from);
+        IAAssertion(size <= from.size(), "text past the end of its block", StorePastBlockEnd);
+        const std::string_view text(reinterpret_cast<const char*>(from.data()), size);
+        from = from.subspan(size);
+        return text;
+    }
+};
+
 using Model = std::map<std::string, std::string>;
+using Members = std::vector<std::pair<std::string, std::string>>;
 
 /// A storage in memory with one tree in it, whose header is the named block "tree".
 class TreeInMemory {
@@ -85,10 +153,13 @@ inline Bytes LiveBytes(IAStorage& storage, const Bytes& file) {
     return live;
 }
 
+inline Members MembersOf(const Model& model) {
+    return {model.begin(), model.end()};
+}
+
 /// All members, in the order in which the iterator gives them, but no more than `most`.
-inline std::vector<std::pair<std::string, std::string>> MembersOf(IAOrderedStorableSet& set,
-                                                                  std::size_t most = SIZE_MAX) {
-    std::vector<std::pair<std::string, std::string>> members;
+inline Members MembersOf(IAOrderedStorableSet& set, std::size_t most = SIZE_MAX) {
+    Members members;
     const auto iterator = set.MakeIterator();
     while (members.size() < most) {
         const auto next = iterator->Next();

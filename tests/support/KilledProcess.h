@@ -1,7 +1,6 @@
 #pragma once
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -53,15 +52,12 @@ public:
     template <class Life>
     bool Run(int writesLeft, Life life) {
         *progress = 0;
-        const pid_t child = ::fork();
-        if (child == 0) {
+        const int end = lorvale::testing::inChild([&] {
             life(std::make_unique<KillingStream>(Path().c_str(), writesLeft), *progress);
-            ::_exit(kAlive);
-        }
-        int status = 0;
-        EXPECT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_TRUE(WIFEXITED(status) && (WEXITSTATUS(status) == kKilled || WEXITSTATUS(status) == kAlive));
-        return WEXITSTATUS(status) == kKilled;
+            return kAlive;
+        });
+        EXPECT_TRUE(end == kKilled || end == kAlive) << end;
+        return end == kKilled;
     }
     std::size_t Progress() const { return *progress; }
 

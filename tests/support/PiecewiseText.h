@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "lorvale/toolkit/analysis.h"
 #include "lorvale/toolkit/corpus.h"
 
 namespace brindle::testing {
@@ -26,5 +28,21 @@ private:
     const std::string text;
     std::size_t at = 0;
 };
+
+struct PlainToken {
+    std::string term;
+    std::size_t start, end;
+    bool operator==(const PlainToken&) const = default;
+};
+
+/// All that a stream gives as views, each of which is overwritten at once, as whoever asked may.
+inline std::vector<PlainToken> viewsOf(IATokenStream& stream) {
+    std::vector<PlainToken> tokens;
+    for (IATermView next; stream.NextTerm(next);) {
+        tokens.push_back({std::string(next.View()), next.startPosition, next.endPosition});
+        std::fill_n(next.text, next.length, '#');
+    }
+    return tokens;
+}
 
 }  // namespace brindle::testing

@@ -1,6 +1,5 @@
 #pragma once
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -11,6 +10,7 @@
 #include "lorvale/platform/user_interface.h"
 #include "lorvale/store.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TestSupport.h"
 
 namespace lorvale::testing {
 
@@ -61,8 +61,5 @@ inline std::vector<std::string> bytesOf(const MessageList& messages) {
     for (const auto& message : messages) all.push_back(bytesOf(*message));
     return all;
 }
-
-/// Runs `work` in a child process and answers what it returned; the child ends without tidying up.
-int inChild(const std::function<int()>& work);
 
 }  // namespace lorvale::testing

@@ -1,6 +1,7 @@
 #include "tests/support/TestSupport.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -93,6 +94,15 @@ std::string unpacked(const fs::path& path) {
         bytes.append(piece, size);
     }
     return bytes;
+}
+
+int inChild(const std::function<int()>& work) {
+    const auto child = ::fork();
+    if (child == 0) ::_exit(work());
+    int status = 0;
+    if (child < 0 || ::waitpid(child, &status, 0) != child || !WIFEXITED(status))
+        throw std::runtime_error("the child process failed");
+    return WEXITSTATUS(status);
 }
 
 ExactCopy::ExactCopy(std::string_view text) : _bytes(new char[text.size()]), _size(text.size()) {

@@ -1,5 +1,6 @@
 #pragma once
 #include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <optional>
@@ -39,6 +40,9 @@ std::optional<std::filesystem::path> sharedData();
 
 /// The bytes of a file packed by xz; empty where xz is not installed.
 std::string unpacked(const std::filesystem::path& path);
+
+/// Runs `work` in a child process and answers what it returned; the child ends without tidying up.
+int inChild(const std::function<int()>& work);
 
 /// A heap block of exactly the size of a text, so that a sanitizer sees one byte too many.  Convert it to a
 /// view at the call: decode(ExactCopy(text)).

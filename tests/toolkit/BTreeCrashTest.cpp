@@ -94,8 +94,7 @@ Bytes EmptyTree() {
 void ExpectSound(TreeInMemory& t, const Model& state) {
     ASSERT_EQ(VerifyStorage(*t.storage->GetStoreStream()).violations, std::vector<std::string>());
     ASSERT_EQ(VerifyBTree(*t.storage, t.header, Entry()).violations, std::vector<std::string>());
-    ASSERT_EQ(MembersOf(*t.tree),
-              (std::vector<std::pair<std::string, std::string>>(state.begin(), state.end())));
+    ASSERT_EQ(MembersOf(*t.tree), MembersOf(state));
 }
 
 /// Opens what is left, finds one of the states that it may show, checks all of it, and works on with it.

@@ -128,6 +128,23 @@ TEST_F(DamagedBTree, PagesThatLeadToEachOther) {
     EXPECT_EQ(failureOf([&] { t.Put("z"); }), "VSIV btree page met twice");
 }
 
+/// A reader's cache keeps no page that nobody uses, and nobody can use one of the wrong kind: it is found good
+/// as soon as it is.
+TEST_F(DamagedBTree, PageOfTheWrongKindIsNotKept) {
+    Write({2, 1, 3, 3, 64}, {{2, 3, {{4, "m"}}}, {3, 0, {{0, "n"}}}, {4, 3, {{3, "b"}}}});
+    t.storage->Commit();
+    const std::uint32_t address = t.storage->GetReadAddress(4);
+    const std::size_t usual = IAPageMemory.exchange(0);
+    t.Attach(std::make_unique<MemoryStoreStream>(t.bytes));
+    t.storage->Open(false);
+    IAPageMemory = usual;
+    t.tree->Open(t.storage.get(), t.header, false, false);
+    EXPECT_EQ(FailureOfIteration(), "VSIV btree page at the wrong level");
+    const Bytes leaf = {0, 0, 0, 0, 0, 0, 0, 1, 1, 'a', 0};
+    std::ranges::copy(leaf, t.bytes->begin() + address);
+    EXPECT_EQ(MembersOf(*t.tree), (Members{{"a", ""}, {"m", ""}, {"n", ""}}));
+}
+
 TEST_F(DamagedBTree, DestroyGivesNoBlockBackTwice) {
     const char* const twice = "VSIV btree page met twice";
     const struct {

@@ -63,8 +63,7 @@ public:
     void CheckAll() {
         ASSERT_THAT(t.tree->Check().violations, IsEmpty());
         ASSERT_EQ(t.tree->Count(), model.size());
-        ASSERT_EQ(MembersOf(*t.tree),
-                  (std::vector<std::pair<std::string, std::string>>(model.begin(), model.end())));
+        ASSERT_EQ(MembersOf(*t.tree), MembersOf(model));
     }
     void Turn() { growing = !growing; }
     TreeInMemory& Tree() { return t; }

@@ -4,6 +4,7 @@
 
 #include "tests/support/BTreeFixture.h"
 #include "tests/support/FailureText.h"
+#include "tests/support/FaultyDisk.h"
 
 namespace brindle::testing {
 namespace {
@@ -96,6 +97,27 @@ TEST_F(PageCacheTest, PageThatNobodyCouldReadIsNotWritten) {
     EXPECT_EQ(failureOf([&] { cache.WriteDirtyPages(); }), "QFLT page cache entry size invalid");
     cache.Peek(ids[0])->InsertEntry(0, 0, Entry("key", std::string(60, 'v')));
     EXPECT_EQ(failureOf([&] { cache.Purge(); }), "QFLT page cache entry size invalid");
+}
+
+/// What a write that failed has left in the stream's buffer goes down first, when the disk is well again.
+TEST(PageBlocks, ReadWhatAFailedWriteLeft) {
+    const std::size_t usual = IAPageMemory.exchange(0);
+    const auto disk = std::make_shared<FaultyDisk>();
+    const auto storage = IAMakeStorage(std::make_unique<FaultyStoreStream>(disk));
+    IAPageMemory = usual;
+    storage->Initialize();
+    const Entry prototype;
+    const PageBlocks blocks(*storage, nullptr, prototype);
+    const auto write = [&, id = storage->Allocate()](const char* key) {
+        Page leaf(id, true, &prototype);
+        leaf.InsertEntry(0, 0, Entry(key));
+        const std::string failure = failureOf([&] { blocks.Write(leaf); });
+        return failure + Entry::KeyOf(blocks.Read(id).CopyObject(0).get());
+    };
+    EXPECT_EQ(write("a"), "a");
+    disk->failAtWrite = disk->writes + 1;
+    disk->failures = 1;
+    EXPECT_EQ(write("b"), "VSFu unable to extend store is fullb");
 }
 
 }  // namespace

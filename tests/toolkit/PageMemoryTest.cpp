@@ -2,8 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/BTreeEntry.h"
-#include "tests/support/MemoryStoreStream.h"
+#include "tests/support/BTreeFixture.h"
 
 namespace brindle::testing {
 namespace {

@@ -6,9 +6,8 @@
 #include <sstream>
 
 #include "tests/support/FailureText.h"
-#include "tests/support/MemoryStoreStream.h"
+#include "tests/support/StoredForm.h"
 #include "tests/support/TestSupport.h"
-#include "tests/toolkit/StorageHistory.h"
 
 namespace brindle {
 namespace {

@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/FailureText.h"
-#include "tests/support/MemoryStoreStream.h"
-#include "tests/toolkit/StorageHistory.h"
+#include "tests/support/StoredForm.h"
 
 namespace brindle {
 namespace {

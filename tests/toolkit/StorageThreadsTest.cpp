@@ -3,9 +3,9 @@
 #include <atomic>
 #include <thread>
 
+#include "tests/support/StoredForm.h"
 #include "tests/support/TestSupport.h"
 #include "tests/support/ToolkitThreads.h"
-#include "tests/toolkit/StorageHistory.h"
 
 namespace brindle {
 namespace {

@@ -2,7 +2,6 @@
 
 #include "tests/support/FailureText.h"
 #include "tests/support/IndexHistory.h"
-#include "tests/support/NaiveSearch.h"
 #include "tests/support/SearchFixture.h"
 #include "tests/support/StoredForm.h"
 
