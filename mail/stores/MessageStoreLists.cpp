@@ -47,6 +47,9 @@ void MessageStore::setLists(Lists lists) {
 }
 
 void MessageStore::setAllMessages(MessageList messages) {
+    // Before any other thread sees them.
+    if (const auto self = weak_from_this().lock())
+        for (const auto& message : messages) message->setMessageStore(self);
     auto next = lists();
     next.allSize = sizeOfMessages(messages);
     next.all = std::move(messages);
@@ -123,10 +126,7 @@ std::uint32_t MessageStore::sizeOfMessages(const MessageList& messages) const {
 void MessageStore::rebuildMessageLists() {
     if (isClosed()) return;  // what was closed does not come back
     _resetAllMessages();
-    const auto self = weak_from_this().lock();
-    const auto all = allMessages();
-    for (const auto& message : all) message->setMessageStore(self);
-    setAllMessages(all);
+    setAllMessages(allMessages());  // where nothing was reset, sizes may have changed
     _buildUnreadList();
     _buildDeletedList();
     rebuildFilteredMessageList();
