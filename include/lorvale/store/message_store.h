@@ -238,7 +238,7 @@ protected:
     Lists lists() const;
     /// Replaces them as a whole, for all threads at once.  Only the thread that changes lists calls it.
     void setLists(Lists lists);
-    /// Replaces the list of all messages, which become those of this store, and its size, and leaves the others.
+    /// Replaces the list of all messages, which become this store's, and its size; leaves the others.
     void setAllMessages(MessageList messages);
     /// Fills the list of all messages, by setAllMessages().  Abstract.
     virtual void _resetAllMessages();
