@@ -9,6 +9,7 @@
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/paths.h"
 #include "lorvale/platform/progressor.h"
+#include "tests/support/FailureText.h"
 #include "tests/support/LogCapture.h"
 
 namespace lorvale {
@@ -86,22 +87,15 @@ TEST(InterThread, FailureNamesTheOperationAndGivesBackTheShares) {
         ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
         const rlimit none{0, before.rlim_max};
         ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-        try {
-            performSelector("nothing", &Receiver::nothing, receiver, nullptr);
-        } catch (const InvalidArgumentException& failure) {
-            call = failure.reason();
-        }
-        try {
-            postNotificationName("told", receiver, nullptr);
-        } catch (const InvalidArgumentException& failure) {
-            post = failure.reason();
-        }
+        call = testing::reasonOf([&] { performSelector("nothing", &Receiver::nothing, receiver, nullptr); });
+        post = testing::reasonOf([&] { postNotificationName("told", receiver, nullptr); });
         ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
     }).join();
     EXPECT_THAT(call,
-                ::testing::MatchesRegex("can't perform the selector `nothing' on the object `0x[0-9a-f]+' in "
-                                        "the thread `.+' - No .+ left .+\\."));
-    EXPECT_THAT(post, ::testing::MatchesRegex("can't post the notification `told' in the thread `.+' - .+\\."));
+                ::testing::MatchesRegex("InvalidArgumentException: can't perform the selector `nothing' on "
+                                        "the object `0x[0-9a-f]+' in the thread `.+' - No .+ left .+\\."));
+    EXPECT_THAT(post, ::testing::MatchesRegex("InvalidArgumentException: can't post the notification `told' in "
+                                              "the thread `.+' - .+\\."));
     EXPECT_EQ(receiver.use_count(), 1);
 }
 

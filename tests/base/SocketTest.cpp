@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "base/platform/SocketConnection.h"
+#include "tests/support/FailureText.h"
 #include "tests/support/MemoryTransport.h"
 #include "tests/support/ScriptedPeer.h"
 
@@ -18,15 +19,6 @@ namespace {
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 using ::testing::HasSubstr;
-
-std::string reasonOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const NamedException& exception) {
-        return exception.what();
-    }
-    return "";
-}
 
 TEST(Socket, ReadsLinesAndBytesHoweverTheyArrive) {
     const std::string all = "first\r\n\r\nwith\nothers\r and \0 end\r\r\n{10}\r\n\r\n\0\xff\r\nabcd\r\ntail"s;

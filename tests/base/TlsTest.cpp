@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/FailureText.h"
 #include "tests/support/ScriptedPeer.h"
 #include "tests/support/TestSupport.h"
 
@@ -24,12 +25,7 @@ protected:
     std::string refusal(TestIdentity identity, const std::string& host, const TLSSettings& settings) {
         ScriptedPeer peer({"T"}, ScriptedPeer::Pace::whole, std::move(identity));
         const auto socket = peer.connect();
-        try {
-            startTLS(*socket, host, settings);
-        } catch (const TLSException& exception) {
-            return exception.reason();
-        }
-        return "";
+        return reasonOf([&] { startTLS(*socket, host, settings); });
     }
 
     const TemporaryFolder _folder;
@@ -102,7 +98,7 @@ TEST_F(Tls, RefusesACertificateItCannotTrust) {
 TEST_F(Tls, EndsWithAServerThatDoesNotPlayAlong) {
     const struct {
         std::vector<std::string> script;
-        ::testing::Matcher<const char*> says;
+        ::testing::Matcher<std::string> says;
     } rows[] = {
         {{"s: 500 what?\r\n and more text", "W"},
          StartsWith("TLSException: mail.example has sent text before")},
@@ -118,12 +114,7 @@ TEST_F(Tls, EndsWithAServerThatDoesNotPlayAlong) {
         socket->setTimeout(100ms);
         std::string line;
         EXPECT_TRUE(socket->readLine(line));
-        try {
-            startTLS(*socket, "mail.example", settings());
-            ADD_FAILURE() << row.script.front();
-        } catch (const NamedException& exception) {
-            EXPECT_THAT(exception.what(), row.says);
-        }
+        EXPECT_THAT(reasonOf([&] { startTLS(*socket, "mail.example", settings()); }), row.says);
     }
     ScriptedPeer plain({"s: garbage in place of a handshake\r\n", "W"});
     const auto socket = plain.connect();

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <string>
 
+#include "lorvale/platform/exception.h"
 #include "lorvale/toolkit/storage/exception.h"
 
 namespace brindle::testing {
@@ -21,3 +22,18 @@ std::string failureOf(Call&& call) {
 }
 
 }  // namespace brindle::testing
+
+namespace lorvale::testing {
+
+/// "CLASS: reason" of the NamedException that the call raises, or nothing.
+template <class Call>
+std::string reasonOf(Call&& call) {
+    try {
+        call();
+        return "";
+    } catch (const NamedException& exception) {
+        return exception.what();
+    }
+}
+
+}  // namespace lorvale::testing

@@ -196,42 +196,37 @@ TEST_F(StorageTest, AnOverrunOfABlockIsRaisedByItsDestructor) {
         << "silent with another exception on its way";
 }
 
-TEST_F(StorageTest, RoundTripsIntegersAndBitArrays) {
-    const struct {
+TEST(StoredNumbers, RoundTripAndAreReadToTheLastByteAndNoFurther) {
+    struct Number {
         std::uint32_t value, size;
-    } rows[] = {{0, 1},        {127, 1},      {128, 2},       {16383, 2},      {16384, 3},
-                {0x1FFFFF, 3}, {0x200000, 4}, {0xFFFFFFF, 4}, {0x10000000, 5}, {0xFFFFFFFF, 5}};
-    const auto id = storage->Allocate();
-    {
-        IAOutputBlock block(storage.get(), id, 300);
-        for (const auto& row : rows) {
-            const auto from = block.GetPosition();
-            VInt32Write(row.value, &block);
-            EXPECT_EQ(block.GetPosition() - from, row.size);
-            EXPECT_EQ(VInt32Size(row.value), row.size);
-        }
-        // Damage: more bytes than any number has.  The bits above the 32nd are dropped.
-        for (const char byte : std::string("\x81\xFF\x80\x80\x80\xFF\xFF\xFF\x01"))
-            block.WriteByte(static_cast<std::uint8_t>(byte));
-        BitArray bits(40);
-        bits.Set(0);
-        bits.Set(39);
-        bits.Store(&block);
-        block.WriteUInt32(0xFFFFFFFF);  // the length of a bit array that cannot be there
+        std::uint32_t StoreSize() const { return VInt32Size(value); }
+        void Store(IAOutputBlock* output) const { VInt32Write(value, output); }
+    };
+    const auto read = [](IAInputBlock* block) { return VInt32Read(block); };
+    const Number rows[] = {{0, 1},        {127, 1},      {128, 2},       {16383, 2},      {16384, 3},
+                           {0x1FFFFF, 3}, {0x200000, 4}, {0xFFFFFFF, 4}, {0x10000000, 5}, {0xFFFFFFFF, 5}};
+    for (const auto& row : rows) {
+        const std::string form = testing::storedForm(row);
+        EXPECT_EQ(form.size(), row.size);
+        EXPECT_EQ(testing::withBlockOf(form, read), row.value);
     }
-    IAInputBlock block(storage.get(), id);
-    for (const auto& row : rows) EXPECT_EQ(VInt32Read(&block), row.value);
-    EXPECT_EQ(VInt32Read(&block), 1u + (0x7Fu << 7));
+    // Damage: more bytes than any number has.  The bits above the 32nd are dropped.
+    EXPECT_EQ(testing::withBlockOf("\x81\xFF\x80\x80\x80\xFF\xFF\xFF\x01", read), 1u + (0x7Fu << 7));
     const std::uint8_t inMemory[] = {0x80, 0x80, 0x80, 0x80, 0x10, 0xAC, 0x02, 0x80};
     std::span<const std::uint8_t> rest(inMemory);
     EXPECT_EQ(VInt32Read(rest), 0u) << "bits above the 32nd are dropped";
     EXPECT_EQ(VInt32Read(rest), 300u);
     EXPECT_EQ(failureOf([&] { VInt32Read(rest); }), "VSPB buffer position passed blockEnd");
-    BitArray bits;
-    bits.Restore(&block);
-    EXPECT_EQ(bits.Length(), 40u);
-    EXPECT_TRUE(bits.Get(39));
-    EXPECT_EQ(failureOf([&] { bits.Restore(&block); }), "VSIV bit array longer than its block");
+
+    BitArray bits(40), back;
+    bits.Set(0);
+    bits.Set(39);
+    const auto restore = [&](IAInputBlock* block) { back.Restore(block); };
+    testing::withBlockOf(testing::storedForm(bits), restore);
+    EXPECT_EQ(back.Length(), 40u);
+    EXPECT_TRUE(back.Get(39));
+    EXPECT_EQ(failureOf([&] { testing::withBlockOf("\xFF\xFF\xFF\xFF", restore); }),
+              "VSIV bit array longer than its block");
 }
 
 }  // namespace
