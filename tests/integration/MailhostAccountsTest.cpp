@@ -9,8 +9,8 @@
 namespace lorvale::testing {
 namespace {
 
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
 
 using MailhostAccounts = MailhostUser;
@@ -31,7 +31,7 @@ TEST_F(MailhostAccounts, TakePasswordsFromElsewhereAndNeverShowThem) {
         "mailhost accounts; for a in Fd Command; do mailhost accounts show $a; mailhost accounts show $a "
         "--json; "
         "done");
-    EXPECT_THAT(told, Not(::testing::AnyOf(HasSubstr("secret"), HasSubstr("c2VjcmV0"), HasSubstr("None"))));
+    EXPECT_THAT(told, Not(AnyOf(HasSubstr("secret"), HasSubstr("c2VjcmV0"), HasSubstr("None"))));
     const auto file = folder / ".config/lorvale/mailhost.plist";
     const auto stored = readFile(file);
     EXPECT_EQ(stored.find("c2VjcmV0\n"), stored.find("c2VjcmV0"));

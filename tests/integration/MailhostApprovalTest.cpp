@@ -2,10 +2,8 @@
 /// writes the files anew, and the difference is read before it is committed.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <sstream>
 
@@ -15,6 +13,8 @@
 namespace lorvale::testing {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 struct Case {
     const char* name;  // of the file
     const char* commands;
@@ -263,7 +263,7 @@ TEST(Mailhost, ReadingTakesNoLockAndChangesNothing) {
     }
     EXPECT_EQ(filesIn(folder.path()), before);
     const auto check = runShell("mailhost check " + path("lists"));
-    EXPECT_THAT(check.output, ::testing::HasSubstr("locked by nora on host elsewhere.example"));
+    EXPECT_THAT(check.output, HasSubstr("locked by nora on host elsewhere.example"));
     EXPECT_EQ(runShell("mailhost check " + path("box.mbox")).status, 1);  // of the flat file inside
 }
 
@@ -329,12 +329,11 @@ TEST(Mailhost, KeepsControlCharactersOfMailOffTheTerminal) {
             runShell("NO_COLOR=1 script -qec " + shellWord("mailhost " + command) + " /dev/null");
         ASSERT_EQ(outcome.status, 0) << outcome.errors;
         EXPECT_FALSE(outcome.output.empty());
-        EXPECT_THAT(outcome.output,
-                    ::testing::Not(::testing::ContainsRegex("[\x01-\x08\x0B\x0C\x0E-\x1F\x7F]")));
-        EXPECT_THAT(outcome.output, ::testing::Not(::testing::HasSubstr("\u202E")));
+        EXPECT_THAT(outcome.output, Not(ContainsRegex("[\x01-\x08\x0B\x0C\x0E-\x1F\x7F]")));
+        EXPECT_THAT(outcome.output, Not(HasSubstr("\u202E")));
     }
     const auto piped = runShell("mailhost show examples/mail/odd 16 --raw");
-    EXPECT_THAT(piped.output, ::testing::HasSubstr("\x1b[31mred?"));  // a file gets the very bytes
+    EXPECT_THAT(piped.output, HasSubstr("\x1b[31mred?"));  // a file gets the very bytes
 }
 
 // Real mail: every file lists as often as its separators say, in valid JSON, and check has an opinion.

@@ -1,7 +1,6 @@
 /// How mailhost reads a command line, with a table of our own: words that may be missing or be several.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "examples/mailhost/Arguments.h"
 #include "examples/mailhost/Documents.h"
@@ -9,6 +8,8 @@
 namespace lorvale::testing {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 using namespace mailhost;
 
 constexpr auto kFolder = Typed<std::string>{
@@ -56,8 +57,7 @@ TEST(MailhostArguments, TakeWordsThatMayBeMissingOrSeveral) {
         EXPECT_EQ(arguments.value(kFolder), row.folder);
         EXPECT_EQ(arguments.values(kNumbers), row.numbers);
     }
-    EXPECT_THAT(helpText(kProgram, &kPick, 80),
-                ::testing::StartsWith("usage: picker pick [FOLDER] [N...] [OPTION...]"));
+    EXPECT_THAT(helpText(kProgram, &kPick, 80), StartsWith("usage: picker pick [FOLDER] [N...] [OPTION...]"));
 }
 
 TEST(MailhostArguments, LeaveToTheWordsBehindOneThatRepeatsWhatTheyNeed) {

@@ -1,9 +1,7 @@
 /// The command line of mailhost: that help, manual and completions tell what it takes, and what its options do.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <map>
 #include <regex>
 #include <set>
@@ -15,6 +13,8 @@
 namespace lorvale::testing {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 using Names = std::set<std::string>;
 
 std::string output(const std::string& command) {
@@ -72,13 +72,13 @@ TEST_F(MailhostCommandLine, TakesAndDocumentsTheSameOptionsEverywhere) {
             names.insert(name);
             const auto alone = runShell("mailhost " + command + " " + name);
             const auto faults = value.empty() ? "" : "mailhost: " + name + " needs a value\n";
-            EXPECT_THAT(alone.errors, ::testing::StartsWith(faults));
-            EXPECT_THAT(alone.errors, ::testing::Not(::testing::HasSubstr("no option")));
+            EXPECT_THAT(alone.errors, StartsWith(faults));
+            EXPECT_THAT(alone.errors, Not(HasSubstr("no option")));
             const auto inManual = "\\fB" + std::regex_replace(name, std::regex("-"), "\\-") + "\\fR" +
                                   (value.empty() ? "" : " \\fI" + value);
-            EXPECT_THAT(manual, ::testing::HasSubstr(inManual));
+            EXPECT_THAT(manual, HasSubstr(inManual));
             const auto inZsh = name + (value.empty() ? "[" : name.starts_with("--") ? "=[" : "[");
-            EXPECT_THAT(zsh, ::testing::HasSubstr(inZsh));
+            EXPECT_THAT(zsh, HasSubstr(inZsh));
         }
         EXPECT_EQ(completions("mailhost " + command + " -"), names);
     }
@@ -154,26 +154,26 @@ TEST_F(MailhostCommandLine, ListsWhatTheOptionsPick) {
     // A date without a zone is local, that of an envelope line and that of an option.
     EXPECT_THAT(
         output("TZ=JST-9 mailhost list examples/mail/inbox --since 2004-03-12T10:31:47Z --until 2004-03-12"),
-        ::testing::HasSubstr("\n 18  2004-03-12 19:31"));
+        HasSubstr("\n 18  2004-03-12 19:31"));
 }
 
 TEST(Mailhost, NamesTheMessageThatALogLineIsAbout) {
     const auto errors = runShell("mailhost list examples/mail/odd --verbose --sort subject").errors;
-    EXPECT_THAT(errors, ::testing::HasSubstr("lorvale: message 15: Unknown charset"));
-    EXPECT_THAT(errors, ::testing::HasSubstr("lorvale: message 24: Can't determine date"));
+    EXPECT_THAT(errors, HasSubstr("lorvale: message 15: Unknown charset"));
+    EXPECT_THAT(errors, HasSubstr("lorvale: message 24: Can't determine date"));
 }
 
 TEST(Mailhost, StylesATerminalAndNothingElse) {
     const auto onTerminal = [](const std::string& environment) {
         return output(environment + " script -qec 'mailhost list examples/mail/inbox --limit 1' /dev/null");
     };
-    const auto bold = ::testing::HasSubstr("\033[1mNo.");
+    const auto bold = HasSubstr("\033[1mNo.");
     EXPECT_THAT(onTerminal("TERM=xterm"), bold);
     EXPECT_THAT(onTerminal("TERM=xterm NO_COLOR="), bold);
-    EXPECT_THAT(onTerminal("TERM=xterm NO_COLOR=1"), ::testing::Not(bold));
-    EXPECT_THAT(onTerminal("TERM=dumb"), ::testing::Not(bold));
-    EXPECT_THAT(output("TERM=xterm mailhost list examples/mail/inbox"), ::testing::Not(bold));
-    EXPECT_THAT(onTerminal("COLUMNS=60"), ::testing::Not(::testing::HasSubstr("Bytes")));
+    EXPECT_THAT(onTerminal("TERM=xterm NO_COLOR=1"), Not(bold));
+    EXPECT_THAT(onTerminal("TERM=dumb"), Not(bold));
+    EXPECT_THAT(output("TERM=xterm mailhost list examples/mail/inbox"), Not(bold));
+    EXPECT_THAT(onTerminal("COLUMNS=60"), Not(HasSubstr("Bytes")));
 }
 
 /// So many small messages, each with its number in the subject.
@@ -197,12 +197,12 @@ TEST(Mailhost, MarksWhatIsCutOffWhileItLists) {
         const auto outcome = runShell("{ mailhost list " + options + " " + box + "; echo $? >" + status +
                                       "; } | { read -r first; truncate -s 300000 " + box + "; cat; }");
         EXPECT_EQ(readFile(folder / "status"), "1\n");
-        EXPECT_THAT(outcome.errors, ::testing::HasSubstr("cannot be read any more"));
+        EXPECT_THAT(outcome.errors, HasSubstr("cannot be read any more"));
         const std::size_t lines = static_cast<std::size_t>(std::ranges::count(outcome.output, '\n'));
         EXPECT_EQ(lines, options.empty() ? 5'000u : 4'999u);
         const auto* const mark = options.empty() ? "5000  !   -" : ",\"id\":null,\"from\":null,";
-        EXPECT_THAT(outcome.output, ::testing::HasSubstr(mark));
-        EXPECT_THAT(outcome.output, ::testing::Not(::testing::HasSubstr("Bogus")));
+        EXPECT_THAT(outcome.output, HasSubstr(mark));
+        EXPECT_THAT(outcome.output, Not(HasSubstr("Bogus")));
     }
     EXPECT_EQ(runShell("mailhost show " + box + " 1").status, 0);
     // Lines that go out while the mailbox is read know of nothing behind the cut.
@@ -210,9 +210,8 @@ TEST(Mailhost, MarksWhatIsCutOffWhileItLists) {
     const auto outcome = runShell("{ mailhost list --json " + box + "; echo $? >" + status +
                                   "; } | { read -r first; truncate -s 300000 " + box + "; cat; }");
     EXPECT_EQ(readFile(folder / "status"), "1\n");
-    EXPECT_THAT(outcome.errors,
-                ::testing::HasSubstr("has changed the mailbox while it was read, from message 2,"));
-    EXPECT_THAT(outcome.output, ::testing::Not(::testing::HasSubstr("null")));
+    EXPECT_THAT(outcome.errors, HasSubstr("has changed the mailbox while it was read, from message 2,"));
+    EXPECT_THAT(outcome.output, Not(HasSubstr("null")));
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they need more than any limit allows
@@ -223,7 +222,7 @@ TEST(Mailhost, SaysWhatWasTooLargeForTheMemory) {
     ASSERT_EQ(runShell("truncate -s 300M " + box).status, 0);
     const auto outcome = runShell("ulimit -v 500000; mailhost show --text " + box + " 2");
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.errors, ::testing::HasSubstr("not enough memory for message 2 of 314,572,"));
+    EXPECT_THAT(outcome.errors, HasSubstr("not enough memory for message 2 of 314,572,"));
 }
 #endif
 

@@ -1,9 +1,6 @@
 /// Mail brought by the console host: from spools, and from a real server.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
 
 #include "MailhostUser.h"
 #include "tests/support/MailServer.h"
@@ -12,8 +9,9 @@
 namespace lorvale::testing {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::HasSubstr;
 
 class MailhostFetch : public MailhostUser {
 protected:
@@ -87,7 +85,7 @@ TEST_F(MailhostFetch, WhatAServerHasIsFoundByItsWords) {
     EXPECT_EQ(run("fetch Work").output, "anna@127.0.0.1: 2 messages\n");
     const auto found = run("search zymurgy --unread --json " + active);
     EXPECT_THAT(found.output, HasSubstr("\"subject\":\"first\""));
-    EXPECT_THAT(found.output, ::testing::Not(HasSubstr("second")));
+    EXPECT_THAT(found.output, Not(HasSubstr("second")));
     EXPECT_EQ(found.errors, "") << "nothing had to be indexed behind the fetch";
     EXPECT_EQ(run("accounts set Work --auto-fetch no").status, 0);
     EXPECT_THAT(run("watch").errors, HasSubstr("no account to fetch from")) << "nothing goes by the clock";

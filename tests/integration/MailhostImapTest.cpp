@@ -14,9 +14,8 @@
 namespace lorvale::testing {
 namespace {
 
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
 
 class MailhostImap : public MailhostUser {

@@ -7,6 +7,8 @@
 namespace mailhost {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 using lorvale::AttributedText;
 using lorvale::Data;
 
@@ -69,14 +71,13 @@ TEST(MailhostPager, ShowsWhatIsPrintedOnATerminal) {
     const std::string show = "mailhost show examples/mail/inbox 1";
     const auto paged = onTerminal("MAILHOST_PAGER='sed s/^/paged:/' PAGER=false " + show);
     EXPECT_EQ(paged.status, 0);
-    EXPECT_THAT(paged.output, ::testing::StartsWith("paged:\033[1mFrom:\033[0m "))
-        << "as if there were no pager";
+    EXPECT_THAT(paged.output, StartsWith("paged:\033[1mFrom:\033[0m ")) << "as if there were no pager";
     for (const auto* const none : {"MAILHOST_PAGER= PAGER=false ", "MAILHOST_PAGER=cat "})
-        EXPECT_THAT(onTerminal(none + show).output, ::testing::StartsWith("\033[1mFrom:"));
-    EXPECT_THAT(onTerminal("NO_COLOR=1 PAGER='tr F G' " + show).output, ::testing::StartsWith("Grom: "));
-    EXPECT_THAT(onTerminal("MAILHOST_PAGER=false " + show + " --json").output, ::testing::StartsWith("{"));
+        EXPECT_THAT(onTerminal(none + show).output, StartsWith("\033[1mFrom:"));
+    EXPECT_THAT(onTerminal("NO_COLOR=1 PAGER='tr F G' " + show).output, StartsWith("Grom: "));
+    EXPECT_THAT(onTerminal("MAILHOST_PAGER=false " + show + " --json").output, StartsWith("{"));
     EXPECT_THAT(onTerminal("PATH=$(dirname $(command -v mailhost)); unset PAGER; " + show).output,
-                ::testing::StartsWith("\033[1mFrom:"))
+                StartsWith("\033[1mFrom:"))
         << "without any pager";
 }
 
@@ -87,7 +88,7 @@ TEST(MailhostPager, MayBeLeftEarly) {
         const auto outcome =
             onTerminal("export MAILHOST_PAGER=" + lorvale::testing::shellWord(pager) + "; " + large);
         EXPECT_EQ(outcome.status, 0) << pager;
-        EXPECT_THAT(outcome.output, ::testing::Not(::testing::HasSubstr("mailhost:"))) << pager;
+        EXPECT_THAT(outcome.output, Not(HasSubstr("mailhost:"))) << pager;
     }
 }
 

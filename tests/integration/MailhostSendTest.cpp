@@ -2,7 +2,6 @@
 /// gets.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "MailhostUser.h"
 #include "tests/support/ScriptedPeer.h"
@@ -10,8 +9,8 @@
 namespace lorvale::testing {
 namespace {
 
-using ::testing::HasSubstr;
-using ::testing::Not;
+using namespace lorvale::testing;
+using namespace ::testing;
 using Steps = std::vector<std::string>;
 
 class MailhostSend : public MailhostUser {

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <string>
@@ -10,6 +9,8 @@
 namespace lorvale::testing {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 using mailhost::Table;
 
 const std::vector<Table::Column> kColumns = {
@@ -68,9 +69,9 @@ TEST(MailhostTable, KeepsColumnsOnceTheyAreSettled) {
         for (int i = 1; i <= 600; ++i) table.addRow({std::to_string(i), "Bo", "short", "", "7"});
         table.addRow({"601", "Wilhelmina Augusta", std::string(90, 'x'), "UD", "123456"});
     });
-    EXPECT_THAT(text, ::testing::StartsWith("No.  From        Subject"));
-    EXPECT_THAT(text, ::testing::HasSubstr("|600  Bo          short"));
-    EXPECT_THAT(text, ::testing::EndsWith("|601  Wilhelmin…  " + std::string(32, 'x') + "…  UD  123456|"));
+    EXPECT_THAT(text, StartsWith("No.  From        Subject"));
+    EXPECT_THAT(text, HasSubstr("|600  Bo          short"));
+    EXPECT_THAT(text, EndsWith("|601  Wilhelmin…  " + std::string(32, 'x') + "…  UD  123456|"));
 }
 
 TEST(MailhostTable, BrightensRowsAndTitlesWhereItIsStyled) {

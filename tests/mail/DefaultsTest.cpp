@@ -1,7 +1,6 @@
 #include "lorvale/defaults.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -16,10 +15,8 @@
 namespace lorvale {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::Not;
-using ::testing::Optional;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 class DefaultsTest : public ::testing::Test {
 protected:
@@ -30,7 +27,7 @@ protected:
         setRootDirectory("");
     }
 
-    const testing::TemporaryFolder _folder;
+    const TemporaryFolder _folder;
     UserDefaults user{"test", _folder.path().string()};
     Defaults defaults{user};
 };
@@ -131,8 +128,7 @@ TEST_F(DefaultsTest, PasswordIsHiddenFromTheEye) {
         ASSERT_TRUE(user.synchronize());
         for (int i = 0; i < 2; ++i) {
             EXPECT_EQ(defaults.popPassword(), "open sesame");
-            EXPECT_THAT(testing::readFile(_folder / "test.plist"), Not(::testing::HasSubstr("sesame")))
-                << "written back at once";
+            EXPECT_THAT(readFile(_folder / "test.plist"), Not(HasSubstr("sesame"))) << "written back at once";
         }
     }
 }
@@ -174,7 +170,7 @@ TEST_F(DefaultsTest, WindowsAreUsedWhereTheHostHasThem) {
 }
 
 TEST(DefaultsThreads, DirectoryIsAskedBehindTheUsersBack) {
-    const testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     UserDefaults user("test", folder.path().string());
     std::mutex mutex;
     std::condition_variable changed;

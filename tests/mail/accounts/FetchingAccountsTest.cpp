@@ -1,8 +1,6 @@
 /// Mail that comes by an account: from a server, and from the system's spool.
 #include <gmock/gmock.h>
 
-#include <filesystem>
-
 #include "lorvale/defaults.h"
 #include "lorvale/mime.h"
 #include "tests/mail/fetch/FetchSupport.h"
@@ -13,7 +11,7 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
-using ::testing::ElementsAre;
+using namespace ::testing;
 namespace fs = std::filesystem;
 
 class FetchingAccounts : public AccountTest {

@@ -12,10 +12,8 @@
 namespace lorvale {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::UnorderedElementsAre;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 constexpr auto kClassic = MailDialect::classic, kStandard = MailDialect::standard;
 
@@ -56,7 +54,7 @@ protected:
 TEST_F(ImapAccountThreads, ShowsAndChangesTheTreeOfTheServer) {
     for (const auto dialect : {kClassic, kStandard}) {
         SCOPED_TRACE(dialect == kClassic ? "classic" : "standard");
-        const testing::LogCapture log;
+        const LogCapture log;
         const auto account = open(dialect);
         EXPECT_EQ(account->displayName(), "IMAP: 127.0.0.1");
         EXPECT_EQ(below(*account).back(), "INBOX");
@@ -96,14 +94,14 @@ TEST_F(ImapAccountThreads, ShowsAndChangesTheTreeOfTheServer) {
         EXPECT_EQ(std::exchange(_agent.closed, 0), 1);
         EXPECT_TRUE(target->isClosed());
         if (dialect == kClassic) account->removeMailbox(made);
-        EXPECT_THAT(below(*account), ::testing::Not(::testing::Contains("My Work")));
+        EXPECT_THAT(below(*account), Not(Contains("My Work")));
         EXPECT_FALSE(std::filesystem::exists(folder / "account/My Work"));
         store->close();
     }
 }
 
 TEST_F(ImapAccountThreads, ServesWhatItKnowsWithoutTheServer) {
-    const testing::LogCapture log;
+    const LogCapture log;
     {
         const auto account = open(kStandard);
         ASSERT_TRUE(account->createMailboxNamed("Work/Cooks", nullptr));
@@ -128,7 +126,7 @@ TEST_F(ImapAccountThreads, ServesWhatItKnowsWithoutTheServer) {
 }
 
 TEST_F(ImapAccountThreads, AsksForAPasswordUntilThereIsNone) {
-    const testing::LogCapture log;
+    const LogCapture log;
     auto account = open(kStandard, "");
     _agent.password = "secret";
     ASSERT_TRUE(account->connection());

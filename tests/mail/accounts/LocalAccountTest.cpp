@@ -15,7 +15,7 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
-using ::testing::ElementsAre;
+using namespace ::testing;
 namespace fs = std::filesystem;
 
 class LocalAccountTest : public AccountTest {

@@ -7,8 +7,7 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
-using ::testing::ElementsAre;
-using ::testing::Optional;
+using namespace ::testing;
 
 class Plain : public MailAccount {
 public:

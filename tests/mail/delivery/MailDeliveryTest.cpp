@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "lorvale/defaults.h"
 #include "lorvale/delivery.h"
@@ -9,17 +8,13 @@
 #include "tests/support/ScriptedPeer.h"
 #include "tests/support/ServerScript.h"
 #include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale::testing {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 using namespace std::string_literals;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using ::testing::StartsWith;
 using Steps = std::vector<std::string>;
 using enum MailDialect;
 

@@ -1,7 +1,6 @@
 #include "lorvale/delivery/smtp_connection.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <random>
 
@@ -15,8 +14,9 @@
 namespace lorvale::testing {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 using namespace std::chrono_literals;
-using ::testing::StartsWith;
 
 constexpr auto kClassic = MailDialect::classic, kStandard = MailDialect::standard;
 using Steps = std::vector<std::string>;

@@ -19,8 +19,8 @@
 namespace lorvale {
 namespace {
 
+using namespace lorvale::testing;
 using enum MailDialect;
-using testing::ExactCopy;
 
 /// What a cell stands for: the text between its backquotes, "\n", "\xE9" and "\u00E9" undone.
 std::string contentOfCell(std::string_view cell) {
@@ -133,13 +133,13 @@ std::string attached(std::string_view name, MailDialect dialect) {
 }
 
 TEST(Dialects, EveryRowOfTheTableIsTrue) {
-    const testing::LogCapture silence;
+    const LogCapture silence;
     const std::map<std::string, std::string (*)(std::string_view, MailDialect)> operations = {
         {"read", firstValue},   {"body", body},           {"write", written},     {"name", nameIn},
         {"address", addressIn}, {"parameter", parameter}, {"show", shown},        {"parts", parts},
         {"file", file},         {"saved", saved},         {"composed", composed}, {"attached", attached},
     };
-    const auto document = testing::readFile(testing::sourceFolder() / "docs" / "dialects.md");
+    const auto document = readFile(testing::sourceFolder() / "docs" / "dialects.md");
     std::size_t rows = 0;
     for (const auto line : split(document, '\n')) {
         const auto cells = split(line, '|');

@@ -15,10 +15,7 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
+using namespace ::testing;
 
 std::string decoded(std::string_view text, StringEncoding preferred = StringEncoding::unknown) {
     return decodeHeaderValue(ExactCopy(text), preferred);

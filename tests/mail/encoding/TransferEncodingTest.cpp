@@ -13,7 +13,7 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
-using ::testing::ElementsAre;
+using namespace ::testing;
 
 /// Gives the codec a block of just the size of the text, so that the sanitizer sees one byte too many.
 template <Data (*codec)(const Data&)>

@@ -13,9 +13,7 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::Pair;
+using namespace ::testing;
 using Script = std::vector<std::string>;
 
 struct TextSpool : POP3Spool {
@@ -91,8 +89,8 @@ TEST_F(POP3, CommandsAnswerByTheFirstWordOfTheReply) {
     EXPECT_EQ(pop.messagesAvailable(), 2u);
     EXPECT_EQ(pop.sizeOfMessagesAvailable(), 0xFFFF'FFFFu) << "as much as fits";
     const auto lines = log.lines();
-    EXPECT_THAT(lines, ::testing::Contains("POP3 Send: 'USER anna\r\n'"));
-    EXPECT_THAT(lines, ::testing::Each(::testing::Not(HasSubstr("two words")))) << "a password is in no log";
+    EXPECT_THAT(lines, Contains("POP3 Send: 'USER anna\r\n'"));
+    EXPECT_THAT(lines, Each(Not(HasSubstr("two words")))) << "a password is in no log";
 }
 
 TEST_F(POP3, WhatIsSentIsOneLine) {
@@ -199,7 +197,7 @@ TEST_F(POP3, PassesOverWhatTheServerRefusesAndWhatHasNoSize) {
                        "C: TOP 2 0", "S: -ERR", "C: RETR 2", "S: -ERR gone", "C: TOP 4 0", "S: -ERR",
                        "C: RETR 4", "S: +OK", "S: a", "S: ."});
     const auto text = talk.retrieve({1, 2, 4, 5});
-    EXPECT_THAT(text, ::testing::MatchesRegex("From @ [^\n]+\na\n")) << "the fourth is one too many";
+    EXPECT_THAT(text, MatchesRegex("From @ [^\n]+\na\n")) << "the fourth is one too many";
 }
 
 TEST_F(POP3, AsksAheadWhereTheServerSaysThatItMay) {
@@ -240,7 +238,7 @@ TEST_F(POP3, AsksAheadWhereTheServerSaysThatItMay) {
     EXPECT_TRUE(talk.connection.offers("SASL PLAIN"));
     EXPECT_FALSE(talk.connection.offers("STLS"));
     EXPECT_EQ(talk.connection.authPlain("a", "b"), POP3Connection::kOK);
-    EXPECT_THAT(talk.retrieve({1, 2}), ::testing::MatchesRegex("From a@ [^\n]+\none\nFrom a@ [^\n]+\ntwo\n"));
+    EXPECT_THAT(talk.retrieve({1, 2}), MatchesRegex("From a@ [^\n]+\none\nFrom a@ [^\n]+\ntwo\n"));
     talk.connection.deleteMessages(std::vector<std::uint32_t>{2, 1});
 }
 
@@ -256,7 +254,7 @@ TEST_F(POP3, AHeaderThatIsKnownServesOnce) {
     talk.connection.top(1);
     TextSpool spool;
     talk.connection.fetchMessages(std::vector<std::uint32_t>{1, 1}, spool);
-    EXPECT_THAT(spool.text, ::testing::MatchesRegex("From x [^\n]+\none\nFrom y [^\n]+\ntwo\n"));
+    EXPECT_THAT(spool.text, MatchesRegex("From x [^\n]+\none\nFrom y [^\n]+\ntwo\n"));
 }
 
 TEST_F(POP3, HeadersAreRememberedUpToALimit) {
@@ -327,11 +325,11 @@ TEST_F(POP3, TheDelegateHearsOfEveryByteAndMayEndIt) {
         void connectionWillRetrieveMessageNumber(POP3Connection&, std::uint32_t number,
                                                  const POP3Header* header, std::uint64_t size) override {
             told = std::to_string(number) + header->firstTextForKey("subject") + std::to_string(size);
-            EXPECT_THAT(header->firstTextForKey("received"), ::testing::StartsWith("x; Thu, 22"));
+            EXPECT_THAT(header->firstTextForKey("received"), StartsWith("x; Thu, 22"));
             EXPECT_EQ(header->firstTextForKey("x") + header->firstTextForKey("none"), "y");
             const auto all = header->headers();
             EXPECT_EQ(all->subject() + all->sender(), "oneA <a@b.example>");
-            EXPECT_THAT(all->firstTextForKey(kFromSpaceKey), ::testing::StartsWith("a@b.example "));
+            EXPECT_THAT(all->firstTextForKey(kFromSpaceKey), StartsWith("a@b.example "));
             isOn = true;
         }
         void connectionDidRetrieveMessageNumber(POP3Connection&, std::uint32_t) override { told += " done"; }

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <fstream>
 #include <random>
 #include <thread>
@@ -24,9 +23,8 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 struct Account : MailAccount, POP3FetchOptions {
     explicit Account(std::uint16_t on) : number(on) {}
@@ -171,7 +169,7 @@ TEST_F(POP3FetchFromServer, TellsWhatIsWrong) {
     EXPECT_TRUE(fetch(*store));
     EXPECT_THAT(agent.told, ElementsAre(HasSubstr("Background fetch failed with exception: ")));
     EXPECT_EQ(store->failures().size(), 1u);
-    EXPECT_THAT(server.log(), ::testing::Not(HasSubstr("Login: user"))) << "it never heard the password";
+    EXPECT_THAT(server.log(), Not(HasSubstr("Login: user"))) << "it never heard the password";
     asked->tls.authorities = server.certificate().string();
     EXPECT_TRUE(fetch(*store));
     EXPECT_EQ(bodies().size(), 1u);
@@ -520,7 +518,7 @@ TEST_F(POP3Fetch, ASpoolThatACrashLeftIsMadeGoodAndRouted) {
     const auto store = storeOf(std::make_shared<Account>(peer.port()));
     EXPECT_TRUE(fetch(*store));
     EXPECT_EQ(agent.told.size(), 1u);
-    EXPECT_THAT(bodies(), ::testing::Contains(HasSubstr("hello\n")));
+    EXPECT_THAT(bodies(), Contains(HasSubstr("hello\n")));
 }
 
 }  // namespace

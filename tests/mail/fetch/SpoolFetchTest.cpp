@@ -1,8 +1,6 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/paths.h"
 #include "tests/mail/fetch/FetchSupport.h"
@@ -13,9 +11,8 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::Pair;
 
 class SpoolFetch : public FetchFolder {
 protected:
@@ -75,7 +72,7 @@ TEST_F(SpoolFetch, WhatCannotBeRoutedStays) {
     EXPECT_EQ(readFile(spool), mboxMessage("b") + mboxMessage("c"));
     EXPECT_THAT(lettersIn(at("one.mbox")), ElementsAre(Pair("a", 1)));
     EXPECT_THAT(lettersIn(at("two.mbox")), ElementsAre(Pair("d", 1)));
-    EXPECT_THAT(log.take(), ::testing::Contains("Exception raised during message routing: c is too much"));
+    EXPECT_THAT(log.take(), Contains("Exception raised during message routing: c is too much"));
     bool news = false;
     const auto token = NotificationCenter::defaultCenter().addObserver(
         [&](const Notification&) { news = true; }, MessageStoreNewMail);

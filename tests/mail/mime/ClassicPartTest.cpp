@@ -1,7 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <filesystem>
 
 #include "lorvale/body.h"
 #include "lorvale/mime.h"
@@ -16,9 +13,8 @@
 namespace lorvale {
 namespace {
 
-using ::testing::ElementsAre;
-using testing::ExactCopy;
-using testing::LogCapture;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 std::shared_ptr<MimeBodyPart> partOf(std::string_view bytes, MailDialect dialect = MailDialect::classic) {
     return MimeBodyPart::bodyPartWithData(Data::copyOf(bytes), dialect);
@@ -198,8 +194,7 @@ TEST(ClassicPart, ShowsEachTypeAsTheTableSays) {
     const auto faulty = partOf(typed("multipart/mixed; boundary=B", "\n--B\n" + typed("text/plain ", "1")));
     EXPECT_EQ(faulty->decodeBodyPartInDirectory(std::nullopt).string(),
               "\n--B\nContent-Type: text/plain \n\n1");
-    EXPECT_THAT(log.take().back(),
-                ::testing::HasSubstr("while decoding mime message part.  Displaying as text/plain."));
+    EXPECT_THAT(log.take().back(), HasSubstr("while decoding mime message part.  Displaying as text/plain."));
 }
 
 TEST(ClassicPart, GivesAttachmentsTheirFiles) {
@@ -214,7 +209,7 @@ TEST(ClassicPart, GivesAttachmentsTheirFiles) {
     EXPECT_EQ(folder->fileWrappers().size(), 2u);
     EXPECT_EQ(folder->fileWrappers().begin()->first, "a-2.gif");
     // The name and the bytes of a file in BinHex are inside it.
-    const auto packed = testing::readFile(testing::sourceFolder() / "fuzz/corpus/binhex/file");
+    const auto packed = readFile(testing::sourceFolder() / "fuzz/corpus/binhex/file");
     std::string name;
     const auto fork = decodeBinHex40(Data::copyOf(packed), &name);
     const auto file = wrapper(typed("application/mac-binhex40; name=x.hqx",
@@ -255,7 +250,7 @@ TEST(ClassicPart, NamesItsFile) {
 
 TEST(ClassicPart, SavesBytesTextAndFolders) {
     const LogCapture silence;
-    const testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const auto mode = [&](std::string_view value) {
         const auto path = (folder / "mode").string();
         EXPECT_TRUE(partOf(typed("a/b; x-unix-mode=" + std::string(value), "x"))->saveBodyToFile(path));
@@ -268,16 +263,16 @@ TEST(ClassicPart, SavesBytesTextAndFolders) {
     const auto part = partOf(typed("image/gif; name=a", "bytes"));
     part->setAttachmentDirectory((folder / "new").string());
     EXPECT_TRUE(part->saveBodyToFile());
-    EXPECT_EQ(testing::readFile(folder / "new/a.gif"), "bytes");
+    EXPECT_EQ(readFile(folder / "new/a.gif"), "bytes");
     EXPECT_NE(part->bodyFileIn(std::nullopt), (folder / "new/a.gif").string()) << "that one is taken";
     EXPECT_TRUE(
         partOf(typed("text/plain; charset=utf-8", "\xC3\xA9"))->saveBodyToFile((folder / "t").string()));
-    EXPECT_EQ(testing::readFile(folder / "t"), "\xE9") << "in the encoding of this system";
+    EXPECT_EQ(readFile(folder / "t"), "\xE9") << "in the encoding of this system";
     const auto tree =
         partOf(typed("multipart/x-folder; boundary=B", "\n--B\n" + typed("image/gif; name=a", "1") + "\n--B\n" +
                                                            typed("image/gif; name=a", "2")));
     EXPECT_TRUE(tree->saveBodyToFile((folder / "tree").string()));
-    EXPECT_EQ(testing::readFile(folder / "tree/a.gif"), "1");
+    EXPECT_EQ(readFile(folder / "tree/a.gif"), "1");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder / "tree"), {}), 2);
     EXPECT_FALSE(part->saveBodyToFile((folder / "t/x").string())) << "a file is in the way";
 }

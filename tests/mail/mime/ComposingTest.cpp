@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
@@ -18,10 +17,9 @@
 namespace lorvale {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 using enum MailDialect;
-using ::testing::HasSubstr;
-using testing::LogCapture;
-using ::testing::Not;
 
 std::shared_ptr<FileWrapper> file(std::string_view name, std::string_view bytes = "bytes") {
     auto made = FileWrapper::regularFile(Data::copyOf(bytes));
@@ -113,7 +111,7 @@ TEST(ClassicComposer, MakesTheTree) {
     EXPECT_EQ(bytesOf(*part).substr(0, 161),
               "content-transfer-encoding: 7bit\ncontent-type: multipart/mixed; boundary=B\n\n\n--B\n"
               "content-transfer-encoding: 7bit\ncontent-type: text/enriched; charset=us-ascii\n\na\n");
-    EXPECT_THAT(bytesOf(*part), ::testing::EndsWith("\n--B--\n"));
+    EXPECT_THAT(bytesOf(*part), EndsWith("\n--B--\n"));
 
     MimeBody::setAutoAlternative(true);
     auto both = MimeBodyPart::bodyPartFromAttributedString(text, classic);
@@ -128,8 +126,8 @@ TEST(ClassicComposer, MakesTheTree) {
     odd.append(AttributedText(FileWrapper::regularFile(Data())));
     odd.append(AttributedText(file("last")));
     EXPECT_EQ(classicTypes(odd), "multipart/mixed)");
-    EXPECT_THAT(log.lines(), ::testing::ElementsAre("Looking for attachment a<<b, found a<b",
-                                                    "Looking for attachment last, found "));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("Looking for attachment a<<b, found a<b", "Looking for attachment last, found "));
 }
 
 TEST(ClassicComposer, MakesPartsOfFiles) {
@@ -159,7 +157,7 @@ TEST(ClassicComposer, MakesPartsOfFiles) {
         if (level == MimeBodyPart::kDeepestFolder) {
             const auto sent = MimeBodyPart::bodyPartWithFileWrapper(*deep, std::nullopt, classic);
             EXPECT_THAT(MimeBodyPart::bodyPartWithData(Data::copyOf(bytesOf(*sent)), classic)->bodyParts(),
-                        ::testing::Pointee(::testing::SizeIs(1)));
+                        Pointee(SizeIs(1)));
         }
         auto outer = FileWrapper::directory();
         ASSERT_TRUE(outer->setPreferredFilename("d"));
@@ -259,8 +257,7 @@ TEST(MimeWriter, WritesBodiesAsAsked) {
     EXPECT_EQ(written("plain", "X-Quoted-Printable"), "=E9=\n");
     EXPECT_TRUE(log.take().empty());
     EXPECT_EQ(written("plain", "yenc"), "\xE9");
-    EXPECT_THAT(log.take(),
-                ::testing::ElementsAre("Unknown \"yenc\" encoding requested--writing 8bit instead"));
+    EXPECT_THAT(log.take(), ElementsAre("Unknown \"yenc\" encoding requested--writing 8bit instead"));
 }
 
 TEST(FlowedText, ReadsBackAsItWas) {
@@ -351,7 +348,7 @@ TEST(StandardComposer, MakesPartsOfFiles) {
     AttributedText letter("a");
     letter.append(AttributedText(file("m.eml", "A: b\n\n\xE9\n")));
     const auto bytes = composed(letter, standard);
-    EXPECT_THAT(bytes, ::testing::StartsWith("Content-Transfer-Encoding: 8bit\nContent-Type: multipart/mixed"));
+    EXPECT_THAT(bytes, StartsWith("Content-Transfer-Encoding: 8bit\nContent-Type: multipart/mixed"));
     EXPECT_THAT(bytes, HasSubstr("Content-Transfer-Encoding: 8bit\nContent-Type: message/rfc822"));
     EXPECT_THAT(standardPart(*file("m.eml", "A: b\n\nc\n")), HasSubstr("Encoding: 7bit"));
     EXPECT_THAT(standardPart(*file("m.eml", "A: b\r\n\r\nc\r\n")), HasSubstr("octet-stream; name=m.eml"));
@@ -503,7 +500,7 @@ TEST(MimeBodyThreads, ComposeOnce) {
 
 TEST(Boundaries, AreNeverTheSame) {
     const auto first = MimeBody::makeMimeBoundary(), second = MimeBody::makeMimeBoundary();
-    EXPECT_THAT(first, ::testing::MatchesRegex("Orrin-Mail-[0-9]+-[0-9]+"));
+    EXPECT_THAT(first, MatchesRegex("Orrin-Mail-[0-9]+-[0-9]+"));
     EXPECT_EQ(std::stoi(second.substr(second.rfind('-') + 1)),
               std::stoi(first.substr(first.rfind('-') + 1)) + 1);
 }

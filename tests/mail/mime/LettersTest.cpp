@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "lorvale/body.h"
 #include "lorvale/message.h"
@@ -10,9 +9,9 @@
 namespace lorvale {
 namespace {
 
+using namespace lorvale::testing;
+using namespace ::testing;
 using enum MailDialect;
-using ::testing::HasSubstr;
-using testing::LogCapture;
 
 std::shared_ptr<Message> original(std::string_view headers, std::string_view text = "") {
     return Message::messageWithData(Data::copyOf(std::string(headers) + "\n" + std::string(text)));
@@ -88,15 +87,14 @@ TEST_F(Letters, QuoteAndPassOn) {
     AttributedText text("\u00E9", bold);
     text.append(AttributedText(FileWrapper::regularFile(Data::ofStatic("bytes"))));
     plain->messageBody()->setDecodedBody(text);
-    EXPECT_THAT(plain->messageData()->toString(),
-                ::testing::EndsWith("format=flowed\nMIME-Version: 1.0\n\nw6k=\n"));
+    EXPECT_THAT(plain->messageData()->toString(), EndsWith("format=flowed\nMIME-Version: 1.0\n\nw6k=\n"));
 }
 
 TEST_F(Letters, HaveADateAndAName) {
     const auto letter = newLetter("Me <me@x.example>");
     completeLetter(*letter);
     const auto headers = headersOf(*letter);
-    EXPECT_THAT(headers, ::testing::ContainsRegex("message-id: <[a-z0-9]+@x.example>\n"));
+    EXPECT_THAT(headers, ContainsRegex("message-id: <[a-z0-9]+@x.example>\n"));
     EXPECT_EQ(letter->headers()->sender(), "Me <me@x.example>");
     EXPECT_TRUE(dateInCommonFormatsWithString(letter->headers()->objectsForKey("date")->front()));
     completeLetter(*letter);

@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <thread>
 
 #include "lorvale/body.h"
@@ -16,8 +14,7 @@
 namespace lorvale {
 namespace {
 
-using testing::LogCapture;
-using testing::StoredMessage;
+using namespace lorvale::testing;
 
 std::shared_ptr<MimeBody> mimeBody(const StoredMessage& stored) {
     return std::dynamic_pointer_cast<MimeBody>(stored.message->messageBody());
@@ -97,7 +94,7 @@ TEST(MimeBodies, ShowTheAlternativeThatIsPreferred) {
 
 TEST(MimeBodies, LayOutTheirAttachmentsInTheClassicDialect) {
     const LogCapture silence;
-    const testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     MessageBody::setDefaultAttachmentDirectory(folder.path().string());
     const std::string_view bytes =
         "Subject: Plan\nContent-Type: multipart/mixed; boundary=B\n\n"
@@ -121,7 +118,7 @@ TEST(MimeBodies, LayOutTheirAttachmentsInTheClassicDialect) {
     EXPECT_EQ(message->messageBody()->attachmentDirectory(), place) << "never out of the directory";
     message.reset();
     EXPECT_TRUE(std::filesystem::exists(place));
-    testing::writeFile(folder / "Plan.mimeattach/TXT.rtf", "\xE9");
+    writeFile(folder / "Plan.mimeattach/TXT.rtf", "\xE9");
     EXPECT_EQ(lockedAttributedStringFromRTFDFile((folder / "none").string()), std::nullopt);
 
     const auto body = std::make_shared<MimeBody>();

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "lorvale/body.h"
 #include "lorvale/platform/user_defaults.h"
@@ -14,9 +13,8 @@
 namespace lorvale {
 namespace {
 
-using ::testing::ElementsAre;
-using testing::ExactCopy;
-using testing::LogCapture;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 std::shared_ptr<MimeBodyPart> partOf(std::string_view bytes) {
     return MimeBodyPart::bodyPartWithData(Data::copyOf(bytes), MailDialect::standard);

@@ -18,10 +18,8 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::Contains;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
 
 /// One member of a tar archive, as it should be unless `spoil` says otherwise.
 std::string member(std::string_view name, char kind = '0', std::string_view data = "",

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <map>
 #include <memory>
@@ -15,16 +14,14 @@
 #include "lorvale/platform/user_defaults.h"
 #include "lorvale/values/text.h"
 #include "mail/encoding/MimeHeaderEncoding.h"
-#include "tests/support/TestSupport.h"
 #include "tests/support/TextRows.h"
 #include "tests/support/TimeGrowth.h"
 
 namespace lorvale {
 namespace {
 
-using ::testing::ElementsAre;
-using testing::ExactCopy;
-using ::testing::Optional;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 TEST(Addresses, ListIsCutAtCommasOutsideQuotes) {
     EXPECT_EQ(addressList(""), std::nullopt);
@@ -44,7 +41,7 @@ std::string taken(std::string_view list) {
 
 /// What is common stands in docs/dialects.md.
 TEST(Mailboxes, OddListsAreTakenApart) {
-    const testing::TextRow rows[] = {
+    const TextRow rows[] = {
         {"nothing", " , (a) ,;", ""},
         {"names in pieces", R"("A, \"B" C. <a@x>, D <d@x>)", R"([A, "B C.|a@x||][D|d@x||])"},
         {"groups, one empty", "g \"h\": a@x, B <b@x>;, c@x, u:;", "[|a@x||g h][B|b@x||g h][|c@x||]"},
@@ -59,7 +56,7 @@ TEST(Mailboxes, OddListsAreTakenApart) {
         {"brackets in brackets", "A <<a@x>>", "[A|a@x||]"},
         {"text in place of an address", "<undisclosed:;@x>", "[|undisclosed||]"},
     };
-    testing::expectRows(taken, rows);
+    expectRows(taken, rows);
     const std::vector<Mailbox> list = {
         {"A, \"B\"", "a@x", "c (d)", ""}, {"", "b@x", "", "g"}, {" C  D ", "c@x", "", "g"}};
     EXPECT_EQ(mailboxesInList(mailboxListText(list)), list);

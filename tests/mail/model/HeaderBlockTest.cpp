@@ -17,12 +17,9 @@
 namespace lorvale {
 namespace {
 
+using namespace lorvale::testing;
 using namespace std::string_view_literals;
-using testing::cachedHeadersAgree;
-using testing::decodeBlock;
-using testing::ExactCopy;
 using Block = testing::HeaderBlock;
-using testing::TextRow;
 
 std::string encodeBlock(const Block& block, EnvelopeLine envelope = EnvelopeLine::write) {
     return encodeHeaderBlock(block.headers, block.order, block.originalKeys, envelope).toString();
@@ -62,7 +59,7 @@ TEST(HeaderBlock, IsDecodedLineByLine) {
          "subject[caf\u00E9] to[\u2014] / subject to"},
         {"an empty line before an indented one joins", "To: a\n\n  b\n", "to[a\n b] / to"},
     };
-    testing::expectRows([](std::string_view bytes) { return shown(decodeBlock(bytes)); }, rows);
+    expectRows([](std::string_view bytes) { return shown(decodeBlock(bytes)); }, rows);
     EXPECT_EQ(decodeBlock("REPLY-To: x\n").originalKeys, (OriginalKeys{{"reply-to", "REPLY-To"}}));
 }
 
@@ -143,7 +140,7 @@ std::string randomBlock(std::mt19937& random) {
 }
 
 TEST(HeaderBlock, AgreesWithThePlainReader) {
-    const testing::LogCapture silence;
+    const LogCapture silence;
     std::mt19937 random(11);
     for (int i = 0; i < 3'000; ++i) {
         const auto bytes = randomBlock(random);
@@ -173,7 +170,7 @@ TEST(HeaderBlock, IsEncodedInItsOrder) {
         {"nor can what is a line end to others; that of the message stays", "A: x\rBcc: y\v\x1Dz\r\n\n",
          "A: x Bcc: y  z\r\n\n"},
     };
-    testing::expectRows([](std::string_view bytes) { return encodeBlock(decodeBlock(bytes)); }, rows);
+    expectRows([](std::string_view bytes) { return encodeBlock(decodeBlock(bytes)); }, rows);
     EXPECT_EQ(encodeBlock(decodeBlock("From a\nA: 1\n\n"), EnvelopeLine::leaveOut), "A: 1\n\n");
     EXPECT_EQ(encodeBlock({{{"a", {"1"}}}, {"a", "gone"}, {}}), "a: 1\n\n");
     EXPECT_EQ(encodeBlock({{{" a\nb: c\rd", {"1"}}}, {" a\nb: c\rd"}, {}}), "a-b- c-d: 1\n\n");
@@ -190,7 +187,7 @@ TEST(HeaderBlock, OfManyRepeatedLinesDoesNotGrowWithTheSquare) {
 
 /// Every plain value of real mail survives being decoded, written and decoded again, in its place.
 TEST(HeaderBlock, OfRealMailSurvivesWriting) {
-    const testing::LogCapture silence;
+    const LogCapture silence;
     const auto blocks = testing::realHeaderBlocks();
     if (blocks.empty()) GTEST_SKIP() << "no folder of real mail beside the checkout";
     std::size_t compared = 0;

@@ -1,10 +1,8 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <random>
 #include <set>
 #include <thread>
@@ -18,7 +16,8 @@
 namespace lorvale {
 namespace {
 
-using testing::LogCapture;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 std::string read(std::string_view text) {
     const auto date = dateInTolerantForm(text);
@@ -27,7 +26,7 @@ std::string read(std::string_view text) {
 
 /// The usual forms are compared in BothReadersAgreeOnEveryFormat.
 TEST(MailDates, OddFormsAreRead) {
-    const testing::TextRow rows[] = {
+    const TextRow rows[] = {
         {"a comment with the zone's name", "Thu, 22 Aug 2002 12:46:23 -0500 (EST)", "2002-08-22T17:46:23Z"},
         {"a comment is the only zone", "Thu, 22 Aug 2002 12:46:23 (EDT)", "2002-08-22T16:46:23Z"},
         {"comments nest", "Thu (a (b) \\) c), 22 (x) Aug 2002 12:46 GMT", "2002-08-22T12:46:00Z"},
@@ -71,7 +70,7 @@ TEST(MailDates, OddFormsAreRead) {
         {"endless digits", "99999999999999999999 Aug 99999999999999999999", "none"},
         {"nothing", "", "none"},
     };
-    testing::expectRows(read, rows);
+    expectRows(read, rows);
 }
 
 TEST(MailDates, WithoutAZoneTheLocalOneHolds) {
@@ -93,9 +92,9 @@ TEST(MessageIDs, AreNewAndOfTheRightForm) {
     std::set<std::string> seen;
     for (int i = 0; i < 1000; ++i) seen.insert(makeMessageID("mail.example"));
     EXPECT_EQ(seen.size(), 1000u);
-    EXPECT_THAT(*seen.begin(), ::testing::MatchesRegex("<[a-z2-9]{26}@mail\\.example>"));
+    EXPECT_THAT(*seen.begin(), MatchesRegex("<[a-z2-9]{26}@mail\\.example>"));
     for (const auto* domain : {"", ".", "a..b", "a.", "a b", "a\r\nBcc: b", "\xC3\xA9.example"})
-        EXPECT_THAT(makeMessageID(domain), ::testing::MatchesRegex("<[a-z2-9]{26}@[-a-zA-Z0-9._]+>")) << domain;
+        EXPECT_THAT(makeMessageID(domain), MatchesRegex("<[a-z2-9]{26}@[-a-zA-Z0-9._]+>")) << domain;
 }
 
 TEST(MailDates, FailureIsLoggedOnce) {

@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <thread>
 
@@ -12,10 +11,8 @@
 namespace lorvale {
 namespace {
 
-using ::testing::ElementsAre;
-using testing::LogCapture;
-using ::testing::Optional;
-using testing::StoredMessage;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 constexpr std::string_view kHead =
     "From anna@x.example Thu Aug 22 12:46:23 2002\n"
@@ -173,8 +170,8 @@ TEST(MessageHeaders, DateOfDeliveryIsFoundInThisOrder) {
     EXPECT_EQ(StoredMessage(written).headers().dateReceived(), Date(1030012800));
     EXPECT_TRUE(log.lines().empty());
     EXPECT_EQ(StoredMessage("From a some day\n" + written).headers().dateReceived(), Date(1030012800));
-    EXPECT_THAT(log.lines(), ::testing::Contains("Can't determine date: (some day), trying "
-                                                 "(Thu, 22 Aug 2002 12:40:00 +0200)"));
+    EXPECT_THAT(log.lines(), Contains("Can't determine date: (some day), trying "
+                                      "(Thu, 22 Aug 2002 12:40:00 +0200)"));
     const auto before = Date::now();
     EXPECT_GE(StoredMessage("\n").headers().dateReceived(), before);
 }

@@ -10,8 +10,7 @@
 namespace lorvale {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+using namespace ::testing;
 using Messages = std::vector<std::shared_ptr<Message>>;
 
 static_assert(std::ranges::random_access_range<MessageList> && std::ranges::sized_range<MessageList>);

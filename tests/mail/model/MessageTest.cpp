@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <thread>
 
 #include "lorvale/platform/exception.h"
@@ -16,8 +14,8 @@
 namespace lorvale {
 namespace {
 
-using testing::LogCapture;
-using testing::StoredMessage;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 /// While it lives there is a class of bodies that takes any message before all others.
 struct OneBodyClass {
@@ -48,7 +46,7 @@ TEST(Message, LoadsItsPartsOnceAndOnDemand) {
     EXPECT_EQ(message->headers()->originalKeyForKey("subject"), "Subject");
     EXPECT_EQ(message->headers()->subject(), "s");
     message->flushCachedData();
-    EXPECT_THAT(message->description(), ::testing::HasSubstr("Subject: s\n"));
+    EXPECT_THAT(message->description(), HasSubstr("Subject: s\n"));
     // Not those that somebody holds, that were changed, or that have nowhere to come from again.
     const auto held = message->headers();
     message->flushCachedData();
@@ -159,8 +157,8 @@ TEST(MessageBody, MakesEachFormOfTheOther) {
     EXPECT_EQ(body->decodedBody(), nullptr);
     body->setDecodedBody(AttributedText("X"));
     EXPECT_EQ(body->encodedBody(), std::nullopt);
-    EXPECT_THAT(log.lines(), ::testing::ElementsAre("Exception raised during message decoding", "no",
-                                                    "Exception raised during message encoding", "no"));
+    EXPECT_THAT(log.lines(), ElementsAre("Exception raised during message decoding", "no",
+                                         "Exception raised during message encoding", "no"));
     body->setEncodedBody(Data::copyOf("y"));
     body->fails = false;
     EXPECT_EQ(body->decodedBody()->string(), "Y");
@@ -257,7 +255,7 @@ TEST(AttachmentPaths, AreNamedAfterTheSubject) {
 }
 
 TEST(AttachmentPaths, AreFreshDirectoriesForTheUserAlone) {
-    const testing::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const auto where = folder.path().string();
     const auto first = Message::makeUniqueAttachmentNamed("Plan", where);
     const auto second = Message::makeUniqueAttachmentNamed("Plan", where);
@@ -267,11 +265,10 @@ TEST(AttachmentPaths, AreFreshDirectoriesForTheUserAlone) {
     EXPECT_TRUE(std::filesystem::is_directory(*second));
     EXPECT_EQ(std::filesystem::status(*second).permissions(), std::filesystem::perms::owner_all);
 
-    testing::writeFile(folder / "file", "");
+    writeFile(folder / "file", "");
     LogCapture log;
     EXPECT_EQ(Message::makeUniqueAttachmentNamed("Plan", where + "/file"), std::nullopt);
-    EXPECT_THAT(log.lines(),
-                ::testing::Contains("Could not create attachment directory " + where + "/file/Plan.attach"));
+    EXPECT_THAT(log.lines(), Contains("Could not create attachment directory " + where + "/file/Plan.attach"));
 
     // The usual place lies in a directory that is everybody's.
     setTemporaryDirectory(where);

@@ -9,17 +9,13 @@
 #include "lorvale/values/range.h"
 #include "tests/support/PlainMbox.h"
 #include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 class FlatMailbox : public ::testing::Test {
 protected:
@@ -225,7 +221,7 @@ TEST_F(FlatMailbox, AppendingLeavesKnownMessagesAndMarksAlone) {
     store->syncAppendMessages({Message::messageWithData(Data::ofStatic("From: Dee <dee@x.example>\n\nhi\n"))},
                               false);
     EXPECT_THAT(bytesOf(*store->allMessages().back()),
-                ::testing::MatchesRegex("From dee@x.example [^\n]*\nFrom: Dee <dee@x.example>\n\nhi\n\n"))
+                MatchesRegex("From dee@x.example [^\n]*\nFrom: Dee <dee@x.example>\n\nhi\n\n"))
         << "a message without an envelope gets one";
 }
 

@@ -1,7 +1,6 @@
 #include "mail/stores/MboxCheck.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <unistd.h>
 
@@ -11,8 +10,8 @@
 namespace lorvale {
 namespace {
 
-using testing::TemporaryFolder;
-using testing::writeFile;
+using namespace lorvale::testing;
+using namespace ::testing;
 
 constexpr std::string_view kGood = "From a@b.example Mon Jan  5 18:23:35 2004\nSubject: a\n\nHi\n\n";
 
@@ -33,7 +32,7 @@ TEST(MboxCheck, NamesEachBrokenRule) {
         envelope = good.substr(0, good.find('\n') + 1), twice = good + good, bom = "\xEF\xBB\xBF" + good,
         nothing = good + good.substr(0, 41), run = good.substr(0, good.size() - 1) + good,
         escaped = envelope + ">From x\nSubject: a\n\n", endless = envelope + "Subject: a\n";
-    const testing::TextRow rows[] = {
+    const TextRow rows[] = {
         {"nothing to say", twice, ""},
         {"empty", "", ""},
         {"white space only", " \n\n", "only-white-space"},
@@ -48,7 +47,7 @@ TEST(MboxCheck, NamesEachBrokenRule) {
         checkMboxBytes(bytes, report);
         return rulesBrokenIn(report);
     };
-    testing::expectRows(check, rows);
+    expectRows(check, rows);
 }
 
 TEST(MboxCheck, GivesTheFirstHundredOfAKindAndTheNumberOfTheRest) {
@@ -58,7 +57,7 @@ TEST(MboxCheck, GivesTheFirstHundredOfAKindAndTheNumberOfTheRest) {
     checkMboxBytes(bytes, report);
     ASSERT_EQ(report.findings.size(), 101u);
     EXPECT_EQ(report.findings.back().rule, "no-envelope-date");
-    EXPECT_THAT(report.findings.back().text, ::testing::StartsWith("150 more"));
+    EXPECT_THAT(report.findings.back().text, StartsWith("150 more"));
 }
 
 TEST(MboxCheck, LooksAtTheFilesBeside) {

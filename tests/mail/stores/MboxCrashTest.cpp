@@ -2,14 +2,13 @@
 
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::AnyOf;
 
 /// A change of a mailbox and the two states it may be found in.
 struct Change {
@@ -89,7 +88,7 @@ TEST_P(DyingMailbox, OfAKilledProcessOpensAndGoesOn) {
         if (found == change().before) change().make(*store);
         EXPECT_EQ(readFile(path), change().after);
         EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), {}), 2) << "more than mailbox and lock";
-        EXPECT_THAT(log.lines(), ::testing::IsEmpty());
+        EXPECT_THAT(log.lines(), IsEmpty());
         ASSERT_LT(allowed, 100);
     }
 }

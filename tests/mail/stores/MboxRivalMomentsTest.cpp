@@ -12,12 +12,10 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
 using Call = SharedDisk::Call;
 using MboxRivalMoments = MboxRivals;
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::SizeIs;
 
 /// Does something to a file and puts back the time of its last change.
 void withoutATrace(const std::string& path, const std::function<void()>& change) {

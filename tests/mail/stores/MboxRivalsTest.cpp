@@ -20,10 +20,8 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 /// Without the line ends at its end, where an appender may put more.
 std::string_view withoutLineEnds(std::string_view bytes) {

@@ -11,15 +11,13 @@
 #include "mail/stores/MessageSort.h"
 #include "tests/support/ListStore.h"
 #include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class Store : public ::testing::Test {
 protected:

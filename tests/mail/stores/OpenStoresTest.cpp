@@ -1,20 +1,18 @@
 #include <gmock/gmock.h>
 
 #include <barrier>
-#include <filesystem>
 #include <thread>
 
 #include "lorvale/platform/exception.h"
 #include "tests/support/ListStore.h"
 #include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
 
 TEST(StoreClasses, TheMostWillingOpensAndOfEqualOnesTheFirst) {
     const TemporaryFolder folder;
@@ -128,7 +126,7 @@ TEST(StoreOpening, TellsWhyItFailed) {
         EXPECT_EQ(MessageStore::openingFailure().reason, row.reason) << path;
         EXPECT_EQ(static_cast<bool>(MessageStore::openingFailure()), store == nullptr);
         if (row.reason != none && row.reason != emptyPath) {
-            EXPECT_THAT(MessageStore::openingFailure().text, ::testing::HasSubstr(path));
+            EXPECT_THAT(MessageStore::openingFailure().text, HasSubstr(path));
         }
     }
 }

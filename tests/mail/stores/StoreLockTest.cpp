@@ -16,10 +16,8 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 std::string lockLine(std::string_view host, long process) {
     return formatText("%@,Jane Doe,mail (Lorvale version 106),%d\n", host, process);
@@ -50,7 +48,7 @@ TEST_F(StoreLock, IsOneLineOfFourFields) {
     setProcessName("mail,er");
     ASSERT_TRUE(createLockFile(lock));
     const auto line = readFile(lock);
-    EXPECT_THAT(line, ::testing::MatchesRegex("here,[^,\n]*,mail er \\(Lorvale version 106\\),[0-9]+\n"));
+    EXPECT_THAT(line, MatchesRegex("here,[^,\n]*,mail er \\(Lorvale version 106\\),[0-9]+\n"));
     EXPECT_EQ(parseLockFile(line).process, ::getpid());
     EXPECT_EQ(fs::status(lock).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     EXPECT_FALSE(createLockFile(lock)) << "the name is taken";

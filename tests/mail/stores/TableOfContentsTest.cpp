@@ -12,15 +12,13 @@
 #include "lorvale/values/encoding.h"
 #include "lorvale/values/text.h"
 #include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 using namespace std::string_literals;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 /// The numbers of a listing in hexadecimal; text behind a "|" stands for itself.
 std::string bytesOfListing(std::string_view listing) {

@@ -12,17 +12,13 @@
 #include "tests/mail/model/RealMail.h"
 #include "tests/support/PlainMbox.h"
 #include "tests/support/StoreSupport.h"
-#include "tests/support/TestSupport.h"
 
 namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 std::shared_ptr<Message> letter(std::string_view name, std::string_view body = "hello\n") {
     return Message::messageWithData(Data::copyOf(mboxMessage(name, body)));
@@ -156,7 +152,7 @@ TEST_F(Tarn, ListsATailThatAKillLeft) {
     fs::last_write_time(path + "/mbox", stamp);
     log.take();
     const auto store = open();
-    EXPECT_THAT(log.take(), Not(::testing::Contains(HasSubstr("rebuilding")))) << "the tail alone was read";
+    EXPECT_THAT(log.take(), Not(Contains(HasSubstr("rebuilding")))) << "the tail alone was read";
     EXPECT_EQ(store->totalCount(), 3u);
     EXPECT_TRUE(store->syncAppendMessages({letter("d")}, true));
     EXPECT_EQ(store->inconsistency(), "");
@@ -285,7 +281,7 @@ TEST_F(Tarn, RemembersStatusByIdentity) {
     EXPECT_EQ(listing(*store), "first a* same* same b* m* c ")
         << "of two that are alike and moved the last wins";
     EXPECT_EQ(store->inconsistency(), "");
-    EXPECT_THAT(log.lines(), ::testing::Contains("Warning: two messages in one mailbox have the same ID!"));
+    EXPECT_THAT(log.lines(), Contains("Warning: two messages in one mailbox have the same ID!"));
 }
 
 /// A model of what a mailbox should hold.
