@@ -65,15 +65,17 @@ TEST_F(MailhostCommandLine, TakesAndDocumentsTheSameOptionsEverywhere) {
     EXPECT_EQ(completions("mailhost "), commands);
     EXPECT_EQ(allMatches(manual, "\n\\.SS (\\w+)"), commands);
     EXPECT_EQ(allMatches(zsh, "\n        '([a-z]+):"), commands);
+    Names tried;  // with one command: they all read their words in one way
     for (const auto& command : commands) {
         Names names;
         for (const auto& [name, value] : optionsOf(command)) {
             SCOPED_TRACE(command + " " + name);
             names.insert(name);
-            const auto alone = runShell("mailhost " + command + " " + name);
-            const auto faults = value.empty() ? "" : "mailhost: " + name + " needs a value\n";
-            EXPECT_THAT(alone.errors, StartsWith(faults));
-            EXPECT_THAT(alone.errors, Not(HasSubstr("no option")));
+            if (tried.insert(name + value).second) {
+                const auto alone = runShell("mailhost " + command + " " + name).errors;
+                EXPECT_THAT(alone, StartsWith(value.empty() ? "" : "mailhost: " + name + " needs a value\n"));
+                EXPECT_THAT(alone, Not(HasSubstr("no option")));
+            }
             const auto inManual = "\\fB" + std::regex_replace(name, std::regex("-"), "\\-") + "\\fR" +
                                   (value.empty() ? "" : " \\fI" + value);
             EXPECT_THAT(manual, HasSubstr(inManual));

@@ -25,22 +25,13 @@ protected:
 
 TEST_F(MailhostSend, NamesEachRefusalByItsRecipient) {
     const Steps script = {"S: 220",
-                          "C: EHLO *",
-                          "S: 250",
-                          "C: MAIL FROM:<a@x>",
-                          "S: 250",
-                          "C: RCPT TO:<b@x>",
-                          "S: 250",
-                          "C: RCPT TO:<c@x>",
-                          "S: 550 5.1.1 who is \x1B[31mthat",
-                          "C: RCPT TO:<d@x>",
-                          "S: 250",
-                          "C: DATA",
-                          "S: 354",
-                          ".",
-                          "S: 250",
-                          "C: QUIT",
-                          "S: 221"};
+                          "C: EHLO * | S: 250",
+                          "C: MAIL FROM:<a@x> | S: 250",
+                          "C: RCPT TO:<b@x> | S: 250",
+                          "C: RCPT TO:<c@x> | S: 550 5.1.1 who is \x1B[31mthat",
+                          "C: RCPT TO:<d@x> | S: 250",
+                          "C: DATA | S: 354 | . | S: 250",
+                          "C: QUIT | S: 221"};
     for (const bool json : {false, true}) {
         ScriptedPeer peer(script);
         const auto outcome = send("--to 'B <b@x>, c@x' --bcc d@x" + host(peer) + (json ? " --json" : ""));
@@ -61,25 +52,14 @@ TEST_F(MailhostSend, SecuresAndLogsIn) {
     authority.writeTo(folder / "authority.pem");
     writeFile(folder / "password", "secret\r\nmore\n");
     const Steps script = {"S: 220",
-                          "C: EHLO *",
-                          "S: 250-x\r\n250 STARTTLS",
-                          "C: STARTTLS",
-                          "S: 220",
-                          "T",
-                          "C: EHLO *",
-                          "S: 250-x\r\n250 AUTH PLAIN",
-                          "C: AUTH PLAIN AGFubmEAc2VjcmV0",
-                          "S: 235",
-                          "C: MAIL*",
-                          "S: 250",
-                          "C: RCPT*",
-                          "S: 250",
-                          "C: DATA",
-                          "S: 354",
-                          ".",
-                          "S: 250",
-                          "C: QUIT",
-                          "S: 221"};
+                          "C: EHLO * | S: 250-x\r\n250 STARTTLS",
+                          "C: STARTTLS | S: 220 | T",
+                          "C: EHLO * | S: 250-x\r\n250 AUTH PLAIN",
+                          "C: AUTH PLAIN AGFubmEAc2VjcmV0 | S: 235",
+                          "C: MAIL* | S: 250",
+                          "C: RCPT* | S: 250",
+                          "C: DATA | S: 354 | . | S: 250",
+                          "C: QUIT | S: 221"};
     const auto options = " --to b@x --security starttls --user anna --password-file " + at("password");
     ScriptedPeer good(script, ScriptedPeer::Pace::whole, authority.issue("IP:127.0.0.1"));
     const auto sent = send(options + host(good) + " --authorities " + at("authority.pem"));

@@ -255,10 +255,19 @@ void FailingFileSystem::losePower() {
     _dead = false;
 }
 
-bool survivesKillAtChange(int n, const std::function<void()>& work) {
-    FailingFileSystem disk;  // made here, because a killed child tidies nothing up
-    disk.dieAtChange(n);
-    disk.onDeath([] { ::kill(::getpid(), SIGKILL); });
+void PrintTo(CutOff way, std::ostream* out) {
+    static constexpr const char* kNames[] = {"isKilled", "powerGoes", "diskIsFull"};
+    *out << kNames[static_cast<int>(way)];
+}
+
+bool survivesCutOff(CutOff way, int n, const std::function<void()>& work) {
+    constexpr int kFull = 2;                                // as the child's exit status
+    FailingFileSystem disk(static_cast<std::uint64_t>(n));  // made here: a killed child tidies nothing up
+    way == CutOff::diskIsFull ? disk.failFromChange(n, ENOSPC) : disk.dieAtChange(n);
+    disk.onDeath([&] {
+        if (way == CutOff::powerGoes) disk.losePower();
+        ::kill(::getpid(), SIGKILL);
+    });
     const auto child = ::fork();
     if (child < 0) throw std::runtime_error("no child process");
     if (child == 0) {
@@ -267,12 +276,13 @@ bool survivesKillAtChange(int n, const std::function<void()>& work) {
         } catch (...) {
             ::_exit(1);
         }
-        ::_exit(0);
+        ::_exit(way == CutOff::diskIsFull && disk.changes() > n ? kFull : 0);
     }
     int status = 0;
     while (::waitpid(child, &status, 0) < 0)
         if (errno != EINTR) throw std::runtime_error("the child is gone");
     if (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) return false;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kFull) return false;
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
     throw std::runtime_error("the child failed by itself");
 }

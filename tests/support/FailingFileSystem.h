@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <ostream>
 #include <random>
 #include <string>
 #include <utility>
@@ -112,9 +113,17 @@ private:
     std::function<void()> _onDeath = [] { throw SimulatedCrash(); };
 };
 
-/// Runs `work` in a forked child that is killed (no destructor runs, no buffer is flushed) at its n-th change
-/// of a file, from 0.  True when the work ended before that.  Throws std::runtime_error when the child ended in
-/// any other way.  Not for a process with other threads.
-bool survivesKillAtChange(int n, const std::function<void()>& work);
+/// How work on files may be cut off.
+enum class CutOff { isKilled, powerGoes, diskIsFull };
+void PrintTo(CutOff way, std::ostream* out);
+inline constexpr CutOff kCutOffs[] = {CutOff::isKilled, CutOff::powerGoes, CutOff::diskIsFull};
+
+/// Runs `work` in a forked child that is cut off at its n-th change of a file, from 0: no destructor runs, no
+/// buffer is flushed, or from there on there is no room.  True when the work ended before that.  Throws
+/// std::runtime_error when the child ended in any other way.  Not for a process with other threads.
+bool survivesCutOff(CutOff way, int n, const std::function<void()>& work);
+inline bool survivesKillAtChange(int n, const std::function<void()>& work) {
+    return survivesCutOff(CutOff::isKilled, n, work);
+}
 
 }  // namespace lorvale::testing

@@ -20,6 +20,18 @@ bool isAsExpected(std::string_view line, std::string_view expected) {
     return line.starts_with(expected.substr(0, expected.size() - 1));
 }
 
+std::vector<std::string> singleSteps(const std::vector<std::string>& script) {
+    std::vector<std::string> steps;
+    for (std::string_view rest : script) {
+        for (auto end = rest.find(" | "); end != rest.npos; end = rest.find(" | ")) {
+            steps.emplace_back(rest.substr(0, end));
+            rest.remove_prefix(end + 3);
+        }
+        steps.emplace_back(rest);
+    }
+    return steps;
+}
+
 }  // namespace
 
 sockaddr_in loopback(std::uint16_t port) {
@@ -42,8 +54,8 @@ Descriptor listenOnFreePort(std::uint16_t& port) {
     return listener;
 }
 
-ScriptedPeer::ScriptedPeer(std::vector<std::string> script, Pace pace, TestIdentity identity)
-    : _script(std::move(script)),
+ScriptedPeer::ScriptedPeer(const std::vector<std::string>& script, Pace pace, TestIdentity identity)
+    : _script(singleSteps(script)),
       _pace(pace),
       _identity(std::move(identity)),
       _listener(listenOnFreePort(_port)),

@@ -21,7 +21,8 @@ sockaddr_in loopback(std::uint16_t port);
 /// On a port of this machine that nobody else uses.  Throws std::runtime_error without one.
 Descriptor listenOnFreePort(std::uint16_t& port);
 
-/// A server on a free port of this machine that plays a conversation.  Each line of the script is a step:
+/// A server on a free port of this machine that plays a conversation.  Each line of the script is a step, or a
+/// few of them with " | " between, as a command and its answer:
 ///
 ///     "S: +OK ready"     sends that line and its CRLF
 ///     "s: bytes"         sends just those bytes, CRLF and NUL where they stand
@@ -31,13 +32,15 @@ Descriptor listenOnFreePort(std::uint16_t& port);
 ///     "W"                is silent until the client hangs up
 ///     "A"                hangs up and takes the next connection
 ///     "X"                hangs up
+///     "C: NOOP | S: +OK" expects that line, then sends the answer
 ///
 /// Behind the last step it reads on until the client hangs up, and whatever comes is a surprise.  A step waits
 /// for half a minute at most.  After a surprise it hangs up and takes nobody any more.
 class ScriptedPeer {
 public:
     enum class Pace { whole, byteByByte };  ///< of what it sends
-    explicit ScriptedPeer(std::vector<std::string> script, Pace pace = Pace::whole, TestIdentity identity = {});
+    explicit ScriptedPeer(const std::vector<std::string>& script, Pace pace = Pace::whole,
+                          TestIdentity identity = {});
     ~ScriptedPeer();
     ScriptedPeer(const ScriptedPeer&) = delete;
     ScriptedPeer& operator=(const ScriptedPeer&) = delete;

@@ -49,6 +49,10 @@ inline std::string mboxMessage(std::string_view name, std::string_view body = "h
     return text;
 }
 
+inline std::shared_ptr<Message> messageOf(std::string_view bytes) {
+    return Message::messageWithData(Data::copyOf(bytes));
+}
+
 inline std::string bytesOf(Message& message) {
     const auto store = message.messageStore();
     if (!store) return "(no store)";

@@ -85,17 +85,21 @@ TEST_F(FetchingAccounts, TellWhoTheyAre) {
     EXPECT_THAT(agent.said, ElementsAre()) << "nobody is asked for a password of whom?";
     account->setUsername("u");
     EXPECT_FALSE(account->doFetchNow(false)) << "no password";
-    account->setDisplayName("Work");
-    EXPECT_EQ(account->displayName(), "Work");
     EXPECT_TRUE(account->showProgressPanel() && account->onlyFetchUnseenMessages());
     EXPECT_FALSE(account->deleteMessagesOnServer());
     account->setShowProgressPanel(false);
     account->setOnlyFetchUnseenMessages(false);
-    EXPECT_TRUE(account->accountInfo()["HideProgressPanel"].boolean());
-    EXPECT_TRUE(account->accountInfo()["AlwaysFetchAllMessages"].boolean());
     account->setConnectionSecurity(ConnectionSecurity::upgraded);
+    EXPECT_EQ(account->accountInfo(),
+              PropertyList(PropertyList::Dictionary{{"Hostname", "h"},
+                                                    {"Username", "u"},
+                                                    {"HideProgressPanel", true},
+                                                    {"AlwaysFetchAllMessages", true},
+                                                    {"ConnectionSecurity", "STARTTLS"}}));
     EXPECT_EQ(account->fetchSecurity(), POP3Security::startTLS);
     EXPECT_EQ(account->fetchPort(), 0);
+    account->setDisplayName("Work");
+    EXPECT_EQ(account->displayName(), "Work");
 }
 
 TEST_F(FetchingAccounts, TakeWhatTheSystemDelivers) {

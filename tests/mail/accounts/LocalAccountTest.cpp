@@ -4,9 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
+#include <thread>
 
 #include "lorvale/defaults.h"
+#include "lorvale/platform/user_defaults.h"
 #include "tests/support/AccountSupport.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/StoreSupport.h"
@@ -41,10 +44,8 @@ protected:
     static void fill(const std::string& path, int messages) {
         const LogCapture quiet;
         const auto store = TarnMbox::initWithPath(path, true, false);
-        for (int i = 0; i < messages; ++i) {
-            const auto letter = Message::messageWithData(Data::copyOf(mboxMessage("m")));
-            ASSERT_TRUE(store->syncAppendMessages({letter}, true));
-        }
+        for (int i = 0; i < messages; ++i)
+            ASSERT_TRUE(store->syncAppendMessages({messageOf(mboxMessage("m"))}, true));
         store->close();  // notifications that wait still hold it
     }
 
@@ -300,6 +301,39 @@ TEST_F(LocalAccountTest, MovedMessagesAreInOneMailboxOrInBothWhereverTheProcessI
         to->close();
     }
     EXPECT_GT(kills, 10);
+}
+
+using LocalAccountThreads = LocalAccountTest;
+
+TEST_F(LocalAccountThreads, WalkTheTreeWhileItGrowsAndShrinks) {
+    constexpr int kRounds = 8;
+    const LogCapture quiet;
+    makeFolders({"a/b"});
+    std::atomic<bool> done = false;
+    std::atomic<std::size_t> least = 1000, walks = 0;
+    {
+        std::vector<std::jthread> walkers(3);
+        for (auto& walker : walkers)
+            walker = std::jthread([&] {
+                while (!done) {
+                    const auto count = tree().size();
+                    if (count < least) least = count;
+                    ++walks;
+                    account->setUsername(account->username().value_or("") == "a" ? "b" : "a");
+                    account->password(false);
+                    static_cast<void>(MailAccount::mailAccounts());
+                }
+            });
+        for (int i = 0; i < kRounds || walks < kRounds; ++i) {
+            const auto made = account->createMailboxNamed("a/x" + std::to_string(i), nullptr);
+            ASSERT_TRUE(made);
+            account->removeMailbox(made);
+            EXPECT_TRUE(MailAccount::saveMailAccounts({account}));
+        }
+        done = true;
+    }
+    EXPECT_EQ(least, 2u);
+    EXPECT_THAT(tree(), ElementsAre("a", "a/b"));
 }
 
 }  // namespace

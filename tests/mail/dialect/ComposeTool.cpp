@@ -1,23 +1,16 @@
 /// Composes letters for other programs to read: compose_tool FOLDER writes each to a file, and beside it what
 /// it must tell, in hexadecimal.
-#include <fstream>
 #include <random>
 
 #include "lorvale/body.h"
 #include "lorvale/message.h"
 #include "lorvale/mime.h"
 #include "lorvale/platform/log.h"
-#include "lorvale/values/format.h"
+#include "tests/mail/dialect/ToolSupport.h"
 
 namespace {
 
 using namespace lorvale;
-
-std::string hexadecimal(std::string_view bytes) {
-    std::string all;
-    for (const char c : bytes) all += formatText("%02x", static_cast<std::uint8_t>(c));
-    return all.empty() ? "-" : all;
-}
 
 std::shared_ptr<FileWrapper> file(const std::string& name, std::string_view bytes) {
     auto made = FileWrapper::regularFile(Data::copyOf(bytes));
@@ -44,14 +37,13 @@ public:
         std::ofstream told(path + ".told");
         const bool isStandard = mailDialect() == MailDialect::standard;
         told << "dialect " << (isStandard ? "standard\n" : "classic\n");
-        if (isStandard) told << "subject " << hexadecimal(subject) << "\n";
+        if (isStandard) told << "subject " << hex(subject) << "\n";
         AttributedText alone(text);
         alone.removeAllAttachments();
         const auto root = MimeBodyPart::bodyPartFromAttributedString(text, files);
-        if (isStandard && *root->mimeType() != "multipart")
-            told << "text " << hexadecimal(alone.string()) << "\n";
+        if (isStandard && *root->mimeType() != "multipart") told << "text " << hex(alone.string()) << "\n";
         tellLeaves(*root, told);
-        if (!zipped.empty()) told << "zip " << hexadecimal(zipped) << "\n";
+        if (!zipped.empty()) told << "zip " << hex(zipped) << "\n";
     }
 
 private:
@@ -64,8 +56,8 @@ private:
         // What changes from letter to letter is told by its type alone.
         const bool varies =
             *part.mimeType() == "message" || *part.mimeSubtype() == "html" || *part.mimeSubtype() == "zip";
-        told << "leaf " << *part.mimeType() << "/" << *part.mimeSubtype() << " " << hexadecimal(name) << " "
-             << (varies ? "*" : hexadecimal(part.bodyData()->view())) << "\n";
+        told << "leaf " << *part.mimeType() << "/" << *part.mimeSubtype() << " " << hex(name) << " "
+             << (varies ? "*" : hex(part.bodyData()->view())) << "\n";
     }
 
     const std::string _folder;

@@ -1,6 +1,6 @@
 // What header_tool.py asks of the library, so that other implementations of mail can be held against it.
 //
-//   header_tool read FILE...   for each message a line of fields "name=value", texts in hexadecimal:
+//   header_tool read FILE...   for each message a line of fields "name=value", texts in hexadecimal ("-": none):
 //                              file, offset, length; subject, date (seconds since 1970), and from, to, cc as
 //                              "name:address,name:address"; a header that is not there has no field
 //   header_tool write          standard input holds lines "text HEX" and "list HEX", a value each; for each a
@@ -8,12 +8,9 @@
 //                              with the header block that the standard dialect makes of it, and what the
 //                              standard dialect, the classic one and, where the test has it, GMime read in that
 //                              block
-#include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <iostream>
-#include <iterator>
-#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,22 +25,13 @@
 #include "lorvale/platform/log.h"
 #include "mail/model/HeaderDecoding.h"
 #include "mail/model/HeaderEncoding.h"
-#include "mail/stores/MboxScan.h"
+#include "tests/mail/dialect/ToolSupport.h"
 
 using namespace lorvale;
 
 namespace {
 
 constexpr auto kStandard = MailDialect::standard;
-
-std::string hex(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        const auto byte = static_cast<std::uint8_t>(c);
-        out += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
-    }
-    return out;
-}
 
 std::string bytesOf(std::string_view hexText) {
     std::string out;
@@ -76,15 +64,6 @@ void readMessage(std::string_view message, std::string_view file, std::size_t of
         std::printf(" %s=%s", std::string(kKeys[i]).c_str(), field.c_str());
     }
     std::printf("\n");
-}
-
-void readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    const std::string_view view(bytes);
-    if (!path.ends_with(".mbox")) return readMessage(view, path, 0);
-    for (const auto& entry : mboxEntries(view))
-        readMessage(view.substr(entry.range.location, entry.range.length), path, entry.range.location);
 }
 
 std::string readBack(std::string_view block, bool isList, MailDialect dialect) {
@@ -153,7 +132,10 @@ int main(int argc, char** argv) {
     [[maybe_unused]] static const auto before = setLogSink([](std::string_view) {});
     const std::string mode = argc > 1 ? argv[1] : "";
     if (mode == "read") {
-        std::for_each(argv + 2, argv + argc, readFile);
+        for (const std::string path : std::span(argv + 2, argv + argc))
+            forEachMessage(path, [&](const Data& message, std::size_t offset) {
+                readMessage(message.view(), path, offset);
+            });
         return 0;
     }
     if (mode != "write") return 2;

@@ -8,49 +8,24 @@
 //                       UTF-8, with "\n" at the ends of lines.  Multiparts and messages have "-" in place of
 //                       these three, parts that are no text in place of the last.
 #include <algorithm>
-#include <array>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
+#include <span>
 #include <string>
 
 #ifdef LORVALE_TEST_GMIME
 #include <gmime/gmime.h>
 #endif
 
+#include "base/text/Crc32.h"
 #include "lorvale/body.h"
 #include "lorvale/platform/log.h"
 #include "lorvale/values/text.h"
 #include "mail/mime/LineEnds.h"
-#include "mail/stores/MboxScan.h"
+#include "tests/mail/dialect/ToolSupport.h"
 
 using namespace lorvale;
 
 namespace {
-
-std::uint32_t crc32(std::string_view bytes) {
-    static const auto table = [] {
-        std::array<std::uint32_t, 256> entries{};
-        for (std::uint32_t i = 0; i < 256; ++i) {
-            auto value = i;
-            for (int bit = 0; bit < 8; ++bit) value = (value & 1) != 0 ? value >> 1 ^ 0xEDB88320 : value >> 1;
-            entries[i] = value;
-        }
-        return entries;
-    }();
-    std::uint32_t crc = 0xFFFFFFFF;
-    for (const char c : bytes) crc = crc >> 8 ^ table[(crc ^ static_cast<std::uint8_t>(c)) & 0xFF];
-    return ~crc;
-}
-
-std::string hex(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        const auto byte = static_cast<std::uint8_t>(c);
-        out += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
-    }
-    return out.empty() ? "-" : out;
-}
 
 struct Line {
     const char* reader;
@@ -151,17 +126,8 @@ int main(int count, char** arguments) {
 #ifdef LORVALE_TEST_GMIME
     g_mime_init();
 #endif
-    for (int i = 1; i < count; ++i) {
-        const std::string path = arguments[i];
-        std::ifstream in(path, std::ios::binary);
-        const Data bytes(std::string{std::istreambuf_iterator<char>(in), {}});
-        if (!path.ends_with(".mbox")) {
-            printMessage(path, bytes, 0);
-            continue;
-        }
-        for (const auto& entry : mboxEntries(bytes.view()))
-            printMessage(path, bytes.subdata(Range{entry.range.location, entry.range.length}),
-                         entry.range.location);
-    }
+    for (const std::string path : std::span(arguments + 1, arguments + count))
+        forEachMessage(path,
+                       [&](const Data& message, std::size_t offset) { printMessage(path, message, offset); });
     return 0;
 }

@@ -25,7 +25,7 @@ def fields(line):
 
 
 def text_of(hexadecimal):
-    return bytes.fromhex(hexadecimal).decode('utf-8', 'surrogateescape')
+    return '' if hexadecimal == '-' else bytes.fromhex(hexadecimal).decode('utf-8', 'surrogateescape')
 
 
 def mailboxes_of(field):

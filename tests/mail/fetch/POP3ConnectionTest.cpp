@@ -43,19 +43,14 @@ struct Conversation {
 };
 
 constexpr std::string_view kFrom = "From a@b.example Thu Aug 22 12:46:23 2002\n";
-const Script kHeader = {"S: +OK",
-                        "S: From: A <a@b.example>",
-                        "S: Received: x; Thu, 22 Aug 2002 12:46:23 +0000",
-                        "S: Subject: one",
-                        "S: X: y",
-                        "S: ",
-                        "S: ."};
+constexpr auto kHeader =
+    "S: +OK | S: From: A <a@b.example> | S: Received: x; Thu, 22 Aug 2002 12:46:23 +0000 | S: Subject: one | "
+    "S: X: y | S:  | S: .";
 
-/// The steps in which one message of these lines is listed and retrieved.
-Script retrieval(const Script& lines, const std::string& size = "30") {
-    Script script = {"C: STAT", "S: +OK 1 30", "C: LIST", "S: +OK", "S: 1 " + size, "S: .", "C: TOP 1 0"};
-    script.insert(script.end(), kHeader.begin(), kHeader.end());
-    script.insert(script.end(), {"C: RETR 1", "S: +OK"});
+/// The steps in which message 1 of these lines is listed, beside others, and retrieved.
+Script retrieval(const Script& lines, std::string_view header = kHeader, const std::string& others = "") {
+    Script script = {"C: STAT | S: +OK 1 30", "C: LIST | S: +OK | S: 1 30" + others + " | S: .",
+                     "C: TOP 1 0 | " + std::string(header), "C: RETR 1 | S: +OK"};
     for (const auto& line : lines) script.push_back("S: " + line);
     return script;
 }
@@ -71,19 +66,20 @@ protected:
 };
 
 TEST_F(POP3, CommandsAnswerByTheFirstWordOfTheReply) {
-    Conversation talk({"C: USER anna", "S: +OK", "C: PASS two words", "S: -ERR locked", "C: APOP anna c0ffee",
-                       "S: +OKAY", "C: STAT", "S: +OK 2 5000000000", "C: LIST 2", "S: +OK 2 7", "C: LIST 0",
-                       "S: -ERR", "C: DELE 2", "S: OK", "C: QUIT", "S: +OK"});
+    Conversation talk({"C: USER anna | S: +OK", "C: PASS two words | S: -ERR locked",
+                       "C: APOP anna c0ffee | S: +OKAY", "C: STAT | S: +OK 2 5000000000",
+                       "C: LIST 2 | S: +OK 2 7", "C: LIST 0 | S: -ERR", "C: DELE 2 | S: OK",
+                       "C: QUIT | S: +OK"});
     setDebugLogging(true);
     auto& pop = talk.connection;
-    const std::vector<int> answers = {pop.user("anna"),
-                                      pop.pass("two words"),
-                                      pop.apop("anna c0ffee"),
-                                      pop.stat(),
-                                      pop.list(2),
-                                      pop.list(0),
-                                      pop.dele(2),
-                                      pop.quit()};
+    const int answers[] = {pop.user("anna"),
+                           pop.pass("two words"),
+                           pop.apop("anna c0ffee"),
+                           pop.stat(),
+                           pop.list(2),
+                           pop.list(0),
+                           pop.dele(2),
+                           pop.quit()};
     setDebugLogging(false);
     EXPECT_THAT(answers, ElementsAre(0, 7, 0, 0, 0, 7, 7, 0));
     EXPECT_EQ(pop.messagesAvailable(), 2u);
@@ -102,30 +98,11 @@ TEST_F(POP3, WhatIsSentIsOneLine) {
 }
 
 TEST_F(POP3, ListsWhatMakesSenseOfALyingServer) {
-    Conversation talk({"C: LIST",
-                       "S: +OK 3 messages",
-                       "S: 3 4294967296",
-                       "S: 1\t10",
-                       "S: 0 5",
-                       "S: x 5",
-                       "S: -4 5",
-                       "S: 2147483648 1",
-                       "S: 2147483647 1",
-                       "S: 2",
-                       "S: 5 99999999999999999999",
-                       "S: 3 4294967296 x",
-                       "S: ",
-                       "S: .",
-                       "C: UIDL",
-                       "S: +OK",
-                       "S: 1 abc",
-                       "S: 2",
-                       "S: zwei x",
-                       "S: 3 \xFF\x01 more",
-                       "S: 1 abd",
-                       "S: .",
-                       "C: UIDL",
-                       "S: -ERR"});
+    Conversation talk(
+        {"C: LIST | S: +OK 3 messages | S: 3 4294967296 | S: 1\t10 | S: 0 5 | S: x 5 | S: -4 5",
+         "S: 2147483648 1 | S: 2147483647 1 | S: 2 | S: 5 99999999999999999999 | S: 3 4294967296 x",
+         "S:  | S: .", "C: UIDL | S: +OK | S: 1 abc | S: 2 | S: zwei x | S: 3 \xFF\x01 more | S: 1 abd | S: .",
+         "C: UIDL | S: -ERR"});
     EXPECT_THAT(talk.connection.list(), ElementsAre(1, 2, 3, 5, 2147483647));
     EXPECT_EQ(talk.connection.sizeOfMessageNumber(3), std::uint64_t{1} << 32);
     EXPECT_EQ(talk.connection.sizeOfMessageNumber(2), 0u);
@@ -166,74 +143,43 @@ TEST_F(POP3, MakesAnEntryOfWhatIsRetrieved) {
 TEST_F(POP3, TheEnvelopeComesFromTheHeader) {
     const struct {
         const char* why;
-        Script header;
-        std::string line;
+        std::string header, line;
     } rows[] = {
         {"a date without a weekday, with a year of two digits",
-         {"From: x@y", "Received: a; 2 Aug 02 01:02:03 +0100"},
-         "From x@y Fri Aug 02 00:02:03 2002\n"},
+         "S: From: x@y | S: Received: a; 2 Aug 02 01:02:03 +0100", "From x@y Fri Aug 02 00:02:03 2002\n"},
         {"the first header of several, up to a second semicolon",
-         {"From: x@y", "Received: a; 2 Aug 02 01:02:03 GMT; b", "Received: c; 3 Aug 02 01:02:03 +0000"},
+         "S: From: x@y | S: Received: a; 2 Aug 02 01:02:03 GMT; b | S: Received: c; 3 Aug 02 01:02:03 +0000",
          "From x@y Fri Aug 02 01:02:03 2002\n"},
-        {"no sender", {"Received: a; 2 Aug 02 01:02:03 +0000"}, "From @ Fri Aug 02 01:02:03 2002\n"},
+        {"no sender", "S: Received: a; 2 Aug 02 01:02:03 +0000", "From @ Fri Aug 02 01:02:03 2002\n"},
         {"a sender that would begin another entry",
-         {"From: =?utf-8?q?x=0AFrom_evil?=", "Received: a; 2 Aug 02 01:02:03 +0000"},
+         "S: From: =?utf-8?q?x=0AFrom_evil?= | S: Received: a; 2 Aug 02 01:02:03 +0000",
          "From x From evil Fri Aug 02 01:02:03 2002\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        Script script = {"C: STAT", "S: +OK 1 1", "C: LIST",    "S: +OK",
-                         "S: 7 1",  "S: .",       "C: TOP 7 0", "S: +OK"};
-        for (const auto& line : row.header) script.push_back("S: " + line);
-        script.insert(script.end(), {"S: .", "C: RETR 7", "S: +OK", "S: b", "S: ."});
-        Conversation talk(script);
-        EXPECT_EQ(talk.retrieve({7}), row.line + "b\n");
+        Conversation talk(retrieval({"b", "."}, "S: +OK | " + row.header + " | S: ."));
+        EXPECT_EQ(talk.retrieve({1}), row.line + "b\n");
     }
 }
 
 TEST_F(POP3, PassesOverWhatTheServerRefusesAndWhatHasNoSize) {
     UserDefaults::standard().setArgument("POP3MaximumNumberToFetch", "3");
-    Conversation talk({"C: STAT", "S: +OK 4 3", "C: LIST", "S: +OK", "S: 1 0", "S: 2 1", "S: 4 1", "S: .",
-                       "C: TOP 2 0", "S: -ERR", "C: RETR 2", "S: -ERR gone", "C: TOP 4 0", "S: -ERR",
-                       "C: RETR 4", "S: +OK", "S: a", "S: ."});
+    Conversation talk({"C: STAT | S: +OK 4 3", "C: LIST | S: +OK | S: 1 0 | S: 2 1 | S: 4 1 | S: .",
+                       "C: TOP 2 0 | S: -ERR", "C: RETR 2 | S: -ERR gone", "C: TOP 4 0 | S: -ERR",
+                       "C: RETR 4 | S: +OK | S: a | S: ."});
     const auto text = talk.retrieve({1, 2, 4, 5});
     EXPECT_THAT(text, MatchesRegex("From @ [^\n]+\na\n")) << "the fourth is one too many";
 }
 
 TEST_F(POP3, AsksAheadWhereTheServerSaysThatItMay) {
-    Conversation talk({"C: CAPA",
-                       "S: +OK",
-                       "S: TOP",
-                       "S: sasl login plain",
-                       "S: PIPELINING",
-                       "S: .",
-                       "C: AUTH PLAIN AGEAYg==",
-                       "S: +OK",
-                       "C: STAT",
-                       "S: +OK 2 2",
-                       "C: LIST",
-                       "S: +OK",
-                       "S: 1 1",
-                       "S: 2 1",
-                       "S: .",
-                       "C: TOP 1 0",
-                       "C: RETR 1",
-                       "C: TOP 2 0",
-                       "C: RETR 2",
-                       "S: +OK",
-                       "S: .",
-                       "S: +OK",
-                       "S: one",
-                       "S: .",
-                       "S: -ERR",
-                       "S: +OK",
-                       "S: two",
-                       "S: .",
-                       "C: DELE 2",
-                       "C: DELE 1",
-                       "S: +OK",
-                       "S: -ERR"},
-                      MailDialect::standard);
+    const Script script = {"C: CAPA | S: +OK | S: TOP | S: sasl login plain | S: PIPELINING | S: .",
+                           "C: AUTH PLAIN AGEAYg== | S: +OK",
+                           "C: STAT | S: +OK 2 2",
+                           "C: LIST | S: +OK | S: 1 1 | S: 2 1 | S: .",
+                           "C: TOP 1 0 | C: RETR 1 | C: TOP 2 0 | C: RETR 2",
+                           "S: +OK | S: . | S: +OK | S: one | S: . | S: -ERR | S: +OK | S: two | S: .",
+                           "C: DELE 2 | C: DELE 1 | S: +OK | S: -ERR"};
+    Conversation talk(script, MailDialect::standard);
     talk.connection.negotiate();
     EXPECT_TRUE(talk.connection.offers("SASL PLAIN"));
     EXPECT_FALSE(talk.connection.offers("STLS"));
@@ -243,11 +189,10 @@ TEST_F(POP3, AsksAheadWhereTheServerSaysThatItMay) {
 }
 
 TEST_F(POP3, AHeaderThatIsKnownServesOnce) {
-    Conversation talk({"C: CAPA",    "S: +OK", "S: PIPELINING", "S: .",       "C: STAT",    "S: +OK 1 1",
-                       "C: LIST",    "S: +OK", "S: 1 1",        "S: .",       "C: TOP 1 0", "S: +OK",
-                       "S: From: x", "S: .",   "C: RETR 1",     "C: TOP 1 0", "C: RETR 1",  "S: +OK",
-                       "S: one",     "S: .",   "S: +OK",        "S: From: y", "S: .",       "S: +OK",
-                       "S: two",     "S: ."});
+    Conversation talk({"C: CAPA | S: +OK | S: PIPELINING | S: .", "C: STAT | S: +OK 1 1",
+                       "C: LIST | S: +OK | S: 1 1 | S: .", "C: TOP 1 0 | S: +OK | S: From: x | S: .",
+                       "C: RETR 1 | C: TOP 1 0 | C: RETR 1",
+                       "S: +OK | S: one | S: . | S: +OK | S: From: y | S: . | S: +OK | S: two | S: ."});
     talk.connection.negotiate();
     talk.connection.stat();
     talk.connection.list();
@@ -258,9 +203,9 @@ TEST_F(POP3, AHeaderThatIsKnownServesOnce) {
 }
 
 TEST_F(POP3, HeadersAreRememberedUpToALimit) {
-    const std::string large = "s: X: " + std::string(3'000'000, 'x') + "\r\n.\r\n";
-    Conversation talk({"C: TOP 1 0", "S: +OK", large, "C: TOP 2 0", "S: +OK", large, "C: TOP 3 0", "S: +OK",
-                       large, "C: TOP 1 0", "S: -ERR"});
+    const std::string large = " | S: +OK | s: X: " + std::string(3'000'000, 'x') + "\r\n.\r\n";
+    Conversation talk(
+        {"C: TOP 1 0" + large, "C: TOP 2 0" + large, "C: TOP 3 0" + large, "C: TOP 1 0 | S: -ERR"});
     auto& pop = talk.connection;
     const std::vector<int> answers = {pop.top(1), pop.top(2), pop.top(1), pop.top(2), pop.top(3), pop.top(1)};
     EXPECT_THAT(answers, ElementsAre(0, 0, 0, 0, 0, 7));
@@ -268,12 +213,12 @@ TEST_F(POP3, HeadersAreRememberedUpToALimit) {
 
 TEST_F(POP3, ALongNameAndPasswordGoBehindThePrompt) {
     const std::string password(200, 'x');
-    Conversation talk({"C: AUTH PLAIN", "S: + ", "C: AGEA*", "S: +OK"}, MailDialect::standard);
+    Conversation talk({"C: AUTH PLAIN | S: + ", "C: AGEA* | S: +OK"}, MailDialect::standard);
     EXPECT_EQ(talk.connection.authPlain("a", password), POP3Connection::kOK);
 }
 
 TEST_F(POP3, AServerWithoutTheSecurityThatIsWantedIsTrustedWithNothing) {
-    Conversation talk({"C: CAPA", "S: +OK", "S: USER", "S: ."});
+    Conversation talk({"C: CAPA | S: +OK | S: USER | S: ."});
     EXPECT_THROW(talk.connection.negotiate(POP3Security::startTLS), POP3Exception);
 }
 
@@ -289,9 +234,8 @@ TEST_F(POP3, ABrokenConversationEndsTheFetchWithWhatItHas) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
-        auto script = retrieval({"one", "."});
-        script.insert(script.begin() + 5, "S: 2 40");
-        script.insert(script.end(), {"C: TOP 2 0", "S: -ERR", "C: RETR 2", "S: +OK"});
+        auto script = retrieval({"one", "."}, kHeader, " | S: 2 40");
+        script.insert(script.end(), {"C: TOP 2 0 | S: -ERR", "C: RETR 2 | S: +OK"});
         script.insert(script.end(), row.end.begin(), row.end.end());
         ScriptedPeer peer(script);
         POP3Connection connection(peer.connect(), MailDialect::classic);

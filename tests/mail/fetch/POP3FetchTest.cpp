@@ -6,17 +6,19 @@
 #include <array>
 #include <fstream>
 #include <random>
+#include <ranges>
 #include <thread>
 
 #include "lorvale/message.h"
-#include "lorvale/platform/user_agent.h"
 #include "lorvale/store/mail_account.h"
 #include "mail/fetch/SeenMessages.h"
 #include "mail/fetch/SpoolFile.h"
 #include "tests/mail/fetch/FetchSupport.h"
+#include "tests/support/AccountSupport.h"
 #include "tests/support/FailingFileSystem.h"
 #include "tests/support/IndexedMailbox.h"
 #include "tests/support/MailServer.h"
+#include "tests/support/PlainMbox.h"
 #include "tests/support/ScriptedPeer.h"
 
 namespace lorvale {
@@ -48,21 +50,9 @@ struct Account : MailAccount, POP3FetchOptions {
     int forgotten = 0;
 };
 
-/// What the user is told.
-struct Agent : UserAgent {
-    Agent() { setCurrentUserAgent(this); }
-    ~Agent() override { setCurrentUserAgent(nullptr); }
-    void alertUserWithMessage(std::string_view message, std::string_view title) override {
-        told.push_back(std::string(title) + ": " + std::string(message));
-    }
-    std::vector<std::string> told;
-};
-
 using Script = std::vector<std::string>;
 
-void add(Script& to, std::initializer_list<Script> pieces) {
-    for (const auto& piece : pieces) to.insert(to.end(), piece.begin(), piece.end());
-}
+const std::string kLogin = "S: +OK | C: USER anna | S: +OK | C: PASS secret | S: +OK";
 
 std::string letter(int number) {
     return "From: a@b.example\nReceived: x; Thu, 22 Aug 2002 12:46:23 +0000\nSubject: about " +
@@ -99,7 +89,7 @@ protected:
         std::ranges::sort(all);
         return all;
     }
-    Agent agent;
+    AnsweringAgent agent;
 };
 
 class POP3FetchFromServer : public POP3Fetch {
@@ -110,8 +100,11 @@ protected:
     void deliver(int count) {
         for (int i = 0; i < count; ++i) server.deliver("anna", letter(delivered++));
     }
-    std::shared_ptr<Account> account(const std::string& protocol = "pop3") const {
-        return std::make_shared<Account>(server.port(protocol));
+    std::shared_ptr<Account> account() const { return std::make_shared<Account>(server.port("pop3")); }
+    std::shared_ptr<Account> deleting() const {
+        const auto asked = account();
+        asked->deletes = true;
+        return asked;
     }
     MailServer server;
     int delivered = 0;
@@ -133,13 +126,13 @@ TEST_F(POP3FetchFromServer, BringsNewMailOnceAndRemembers) {
     EXPECT_TRUE(fetch(*store));
     EXPECT_EQ(store->messagesFetched(), 1u);
     EXPECT_EQ(bodies().size(), 4u);
-    EXPECT_THAT(agent.told, ElementsAre());
+    EXPECT_THAT(agent.said, ElementsAre());
 }
 
 TEST_F(POP3FetchFromServer, DeletesWhatItHasWhereAsked) {
     deliver(2);
-    const auto asked = account("pop3s");
-    asked->deletes = true;
+    const auto asked = deleting();
+    asked->number = server.port("pop3s");
     asked->onlyUnseen = false;
     asked->security = POP3Security::tls;
     asked->tls.authorities = server.certificate().string();
@@ -159,15 +152,15 @@ TEST_F(POP3FetchFromServer, TellsWhatIsWrong) {
     asked->secret = "wrong";
     const auto store = storeOf(asked);
     EXPECT_TRUE(fetch(*store));
-    EXPECT_THAT(agent.told,
+    EXPECT_THAT(agent.said,
                 ElementsAre("Error while fetching in background: The username and password specified in the "
                             "preferences panel were not accepted by the server."));
     EXPECT_EQ(asked->forgotten, 1);
-    agent.told.clear();
+    agent.said.clear();
     asked->secret = "secret";
     asked->security = POP3Security::startTLS;  // by whose certificate?
     EXPECT_TRUE(fetch(*store));
-    EXPECT_THAT(agent.told, ElementsAre(HasSubstr("Background fetch failed with exception: ")));
+    EXPECT_THAT(agent.said, ElementsAre(HasSubstr("Background fetch failed with exception: ")));
     EXPECT_EQ(store->failures().size(), 1u);
     EXPECT_THAT(server.log(), Not(HasSubstr("Login: user"))) << "it never heard the password";
     asked->tls.authorities = server.certificate().string();
@@ -196,9 +189,7 @@ TEST_F(POP3FetchFromServer, ACancelledFetchKeepsWhatHasCome) {
     std::string text = letter(2);
     text.append(kLong, 'x').append("\n");
     server.deliver("anna", text);
-    const auto asked = account();
-    asked->deletes = true;
-    const auto store = storeOf(asked);
+    const auto store = storeOf(deleting());
     EXPECT_TRUE(store->performFetch());
     runMainLoopUntil([&] { return store->messagesFetched() == 2; });
     store->progressor()->cancel();
@@ -207,7 +198,7 @@ TEST_F(POP3FetchFromServer, ACancelledFetchKeepsWhatHasCome) {
     EXPECT_EQ(bodies().size(), 2u);
     EXPECT_FALSE(fs::exists(at("pop/.pop_messages_seen")));
     EXPECT_EQ(server.messagesOf("anna").size(), 3u);
-    EXPECT_THAT(agent.told, ElementsAre());
+    EXPECT_THAT(agent.said, ElementsAre());
     EXPECT_TRUE(store->performFetch());
     std::this_thread::sleep_for(std::chrono::milliseconds(100));  // the panel of the last fetch is still there
     runMainLoopUntil([&] { return !store->isFetching(); });
@@ -226,29 +217,18 @@ TEST_F(POP3FetchFromServer, AThousandRealMessagesArriveByteForByte) {
     const auto mail = shared ? unpacked(*shared / "large/english-4k.mbox.xz") : std::string();
     if (mail.empty()) GTEST_SKIP() << "without the folder of real mail";
     std::vector<std::string> expected;
-    for (std::size_t start = 0; expected.size() < 1000 && start < mail.size();) {
-        const auto end = std::min(mail.find("\nFrom ", start), mail.size() - 1) + 1;
-        const auto body = mail.find('\n', start) + 1;  // behind the envelope
-        server.deliver("anna", mail.substr(body, end - body));
-        expected.push_back(mail.substr(body, end - body));
-        if (!expected.back().ends_with("\n\n")) expected.back() += '\n';  // as a mailbox keeps them apart
-        start = end;
+    for (const auto message : messagesByPlainRule(mail) | std::views::take(1000)) {
+        auto& text = expected.emplace_back(message.substr(message.find('\n') + 1));  // behind the envelope
+        server.deliver("anna", text);
+        if (!text.ends_with("\n\n")) text += '\n';  // as a mailbox keeps them apart
     }
-    const auto store = storeOf(account());
-    EXPECT_TRUE(fetch(*store));
+    EXPECT_TRUE(fetch(*storeOf(account())));
     const auto mailbox = TarnMbox::initWithPath(active, true);
-    ASSERT_EQ(mailbox->totalCount(), expected.size());
     EXPECT_EQ(mailbox->unreadCount(), expected.size());
-    std::size_t different = 0;
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        const auto& message = mailbox->allMessages()[i];
-        const auto bytes =
-            mailbox->allHeadersForMessage(*message)->toString() + mailbox->bodyForMessage(*message)->toString();
-        if (bytes.substr(bytes.find('\n') + 1) != expected[i] && ++different < 3) {
-            EXPECT_EQ(bytes.substr(bytes.find('\n') + 1), expected[i]);
-        }
-    }
-    EXPECT_EQ(different, 0u);
+    const auto arrived = bytesOf(mailbox->allMessages());
+    ASSERT_EQ(arrived.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i)
+        ASSERT_EQ(arrived[i].substr(arrived[i].find('\n') + 1), expected[i]);
 }
 
 /// A process that is killed at any moment loses nothing.
@@ -256,50 +236,36 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenItIsKilledAtAnyMoment) {
     constexpr int kLetters = 300;
     deliver(kLetters);
     std::mt19937 random(7);
-    const auto seen = [this] {
-        std::set<std::string> numbers;
-        const auto add = [&](const std::string& text) {
-            constexpr std::string_view kBegin = "\nhello ";
-            for (auto found = text.find(kBegin); found != std::string::npos;
-                 found = text.find(kBegin, found + 1)) {
-                const auto digits = found + kBegin.size();
-                const auto end = text.find_first_not_of("0123456789", digits);
-                if (end == std::string::npos || end == digits) continue;
-                const std::string_view rest = std::string_view(text).substr(end);
-                const bool isWhole =
-                    rest.starts_with("\n.\n..a\nFrom me\n") || rest.starts_with("\n.\n..a\n>From me\n");
-                if (isWhole) numbers.insert(text.substr(digits, end - digits));
-            }
-        };
+    const auto whole = [this] {
+        std::string all;
         for (const auto* const place : {"pop/POPSpoolFile", "Active.mbox/mbox", "Active.mbox/Incoming_Mail"})
-            if (fs::exists(at(place))) add(readFile(at(place)));
+            if (fs::exists(at(place))) all += readFile(at(place));
         for (const auto& path : server.messagesOf("anna")) {
             std::ifstream file(path, std::ios::binary);  // which the server may rename at this moment
-            add({std::istreambuf_iterator<char>(file), {}});
+            all.append(std::istreambuf_iterator<char>(file), {});
         }
-        return numbers.size();
+        int count = 0;
+        for (int i = 0; i < kLetters; ++i) {
+            const auto text = "\nhello " + std::to_string(i) + "\n.\n..a\n";
+            count += std::min(all.find(text + "From me\n"), all.find(text + ">From me\n")) != all.npos ? 1 : 0;
+        }
+        return count;
     };
     for (int round = 0; round < 25; ++round) {
         const auto microseconds = 1000 + static_cast<int>(random() % 200'000);
         const auto child = ::fork();
         if (child == 0) {
-            const auto asked = account();
-            asked->deletes = true;
-            const auto store = storeOf(asked);
-            fetch(*store);
+            fetch(*storeOf(deleting()));
             ::_exit(0);
         }
         ::usleep(static_cast<useconds_t>(microseconds));
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        auto found = seen();
-        for (int look = 0; look < 100 && found < kLetters; ++look, found = seen()) ::usleep(20'000);
-        ASSERT_EQ(found, static_cast<std::size_t>(kLetters))
-            << "killed after " << microseconds << " microseconds";
+        auto found = whole();
+        for (int look = 0; look < 100 && found < kLetters; ++look, found = whole()) ::usleep(20'000);
+        ASSERT_EQ(found, kLetters) << "killed after " << microseconds << " microseconds";
     }
-    const auto asked = account();
-    asked->deletes = true;
-    fetch(*storeOf(asked));
+    fetch(*storeOf(deleting()));
     EXPECT_EQ(server.messagesOf("anna").size(), 0u);
     const auto all = bodies();
     EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), static_cast<std::size_t>(kLetters));
@@ -307,39 +273,23 @@ TEST_F(POP3FetchFromServer, LosesNothingWhenItIsKilledAtAnyMoment) {
 
 /// And when the power goes, the disk is full, or the process is killed, at any change of a file.
 TEST_F(POP3FetchFromServer, LosesNothingWhenADiskFailsAtAnyChange) {
-    const TemporaryFolder aside;
-    enum { powerGoes, diskIsFull, isKilled, ways };
     // One at every third change, the others at those between.
-    for (int at = 0, survived = 0; survived < ways && at < 300; ++at) {
+    for (std::size_t at = 0, survived = 0; survived < std::size(kCutOffs) && at < 300; ++at) {
         SCOPED_TRACE(at);
-        const int way = at % ways;
         fs::remove_all(active);
         fs::remove_all(this->at("pop"));
-        while (server.messagesOf("anna").size() < 3) deliver(1);
-        survived += inChild([&] {
-            ::setenv("TMPDIR", aside.path().c_str(), 1);
-            FailingFileSystem disk(static_cast<std::uint64_t>(at));
-            way == diskIsFull ? disk.failFromChange(at, ENOSPC) : disk.dieAtChange(at);
-            disk.onDeath([&] {
-                if (way == powerGoes) disk.losePower();
-                ::_exit(0);
-            });
-            const auto asked = account();
-            asked->deletes = true;
+        while (server.messagesOf("anna").size() < 2) deliver(1);
+        survived += survivesCutOff(kCutOffs[at % std::size(kCutOffs)], static_cast<int>(at), [&] {
             try {
-                fetch(*storeOf(asked));
+                fetch(*storeOf(deleting()));
             } catch (const POP3Exception&) {
                 // There is no room for the directory.
             }
-            return disk.changes() <= at ? 1 : 0;
         });
-        const auto asked = account();
-        asked->deletes = true;
-        const auto store = storeOf(asked);
-        EXPECT_TRUE(fetch(*store));
+        EXPECT_TRUE(fetch(*storeOf(deleting())));
         std::string arrived;
         for (const auto& body : bodies()) arrived += body;
-        for (int i = delivered - 3; i < delivered; ++i)
+        for (int i = delivered - 2; i < delivered; ++i)
             EXPECT_THAT(arrived, HasSubstr("hello " + std::to_string(i) + "\n.\n..a\n>From me\n"));
         // Seen and told to the server, which did not come to delete it: it is not to stay there for ever.
         EXPECT_EQ(server.messagesOf("anna").size(), 0u);
@@ -354,9 +304,7 @@ TEST_F(POP3FetchThreads, FetchesRoutesAppendsAndIndexesWhileOthersList) {
     mailbox->setIsIndexed(true);
     mailbox->updateIndex();
     const RoutingBy routing([&](Message&) { return mailbox; });
-    const auto asked = account();
-    asked->deletes = true;
-    const auto store = storeOf(asked);
+    const auto store = storeOf(deleting());
     std::atomic<bool> done = false;
     std::atomic<std::size_t> looked = 0;
     std::array<std::jthread, 2> others;
@@ -388,17 +336,15 @@ TEST_F(POP3Fetch, MemoryIsBoundedByTheLargestMessage) {
     const std::string line(70, 'x');
     std::string text = "s: ";
     while (text.size() < 1'000'000) text += line + "\r\n";
-    std::vector<std::string> script = {"S: +OK",  "C: USER anna",       "S: +OK",  "C: PASS secret", "S: +OK",
-                                       "C: STAT", "S: +OK 40 40000000", "C: LIST", "S: +OK"};
+    Script script = {kLogin, "C: STAT | S: +OK 40 40000000", "C: LIST | S: +OK"};
     for (int i = 1; i <= kCount; ++i) script.push_back("S: " + std::to_string(i) + " 1000000");
-    script.insert(script.end(), {"S: .", "C: UIDL", "S: -ERR"});
+    script.insert(script.end(), {"S: .", "C: UIDL | S: -ERR"});
+    const auto subject = [](int i) { return "S: +OK | S: Subject: " + std::to_string(i) + " | S: "; };
     for (int i = kCount; i >= 1; --i)
-        script.insert(script.end(), {"C: TOP " + std::to_string(i) + " 0", "S: +OK",
-                                     "S: Subject: " + std::to_string(i), "S: ", "S: ."});
+        script.insert(script.end(), {"C: TOP " + std::to_string(i) + " 0", subject(i), "S: ."});
     for (int i = 1; i <= kCount; ++i)
-        script.insert(script.end(), {"C: RETR " + std::to_string(i), "S: +OK",
-                                     "S: Subject: " + std::to_string(i), "S: ", text, "S: ."});
-    script.insert(script.end(), {"C: QUIT", "S: +OK"});
+        script.insert(script.end(), {"C: RETR " + std::to_string(i), subject(i), text, "S: ."});
+    script.emplace_back("C: QUIT | S: +OK");
     setMailDialect(MailDialect::classic);
     ScriptedPeer peer(script);
     const auto grown = inChild([&] {
@@ -417,19 +363,11 @@ TEST_F(POP3Fetch, MemoryIsBoundedByTheLargestMessage) {
 TEST_F(POP3Fetch, WithoutIdentifiersGoesDownToTheFirstMessageThatWasSeen) {
     fs::create_directory(at("pop"));
     ASSERT_TRUE(writeSeenMessages(at("pop/.pop_messages_seen"), {{"<2@x>", 2}, {"odd \x01 \xFF", 9}}));
-    const auto header = [](int n) {
-        return std::vector<std::string>{"C: TOP " + std::to_string(n) + " 0", "S: +OK",
-                                        "S: Message-ID: <" + std::to_string(n) + "@x>", "S: ."};
-    };
-    std::vector<std::string> script = {"S: +OK",  "C: USER anna", "S: +OK",  "C: PASS secret", "S: +OK",
-                                       "C: STAT", "S: +OK 3 30",  "C: LIST", "S: +OK",         "S: 1 10",
-                                       "S: 2 10", "S: 3 10",      "S: .",    "C: UIDL",        "S: -ERR"};
-    for (const int n : {3, 2})
-        for (const auto& line : header(n)) script.push_back(line);
-    for (const auto* const line : {"C: RETR 3", "S: +OK", "S: ", "S: new", "S: .", "C: QUIT", "S: -ERR"})
-        script.emplace_back(line);
     setMailDialect(MailDialect::classic);
-    ScriptedPeer peer(script);
+    ScriptedPeer peer({kLogin, "C: STAT | S: +OK 3 30", "C: LIST | S: +OK | S: 1 10 | S: 2 10 | S: 3 10 | S: .",
+                       "C: UIDL | S: -ERR", "C: TOP 3 0 | S: +OK | S: Message-ID: <3@x> | S: .",
+                       "C: TOP 2 0 | S: +OK | S: Message-ID: <2@x> | S: .",
+                       "C: RETR 3 | S: +OK | S:  | S: new | S: .", "C: QUIT | S: -ERR"});
     const auto store = storeOf(std::make_shared<Account>(peer.port()));
     EXPECT_TRUE(fetch(*store));
     EXPECT_EQ(peer.firstSurprise(), "");
@@ -444,23 +382,22 @@ TEST_F(POP3Fetch, DeletesAgainWhatTheServerHasNotDeleted) {
     fs::create_directory(at("pop"));
     const SeenMessages seen = {{"a", 1}, {"b", 2}, {"renamed", 4}, {"twice", 3}};
     const auto seenPath = at("pop/.pop_messages_seen"), told = at("pop/.pop_messages_deleted");
-    const Script login = {"S: +OK", "C: USER anna", "S: +OK", "C: PASS secret", "S: +OK", "C: STAT"};
-    const Script listing = {"S: +OK 6 66", "C: LIST", "S: +OK", "S: 1 11", "S: 2 22", "S: 3 33",
-                            "S: 4 33",     "S: 5 55", "S: 6 6", "S: .",    "C: UIDL"};
-    const Script withNames = {"S: +OK",      "S: 1 a",       "S: 2 b",    "S: 3 twice", "S: 4 twice",
-                              "S: 5 unseen", "S: 6 renamed", "S: .",      "C: TOP 5 0", "S: -ERR",
-                              "C: RETR 5",   "S: -ERR",      "C: DELE 2", "S: +OK",     "C: QUIT"};
-    Script byHeaders = {"S: -ERR"};
+    const auto login = kLogin + " | C: STAT | ",
+               listing = login +
+                         "S: +OK 6 66 | C: LIST | S: +OK | S: 1 11 | S: 2 22 | S: 3 33 | S: 4 33 | "
+                         "S: 5 55 | S: 6 6 | S: . | C: UIDL | ";
+    const auto withNames = listing +
+                           "S: +OK | S: 1 a | S: 2 b | S: 3 twice | S: 4 twice | S: 5 unseen | "
+                           "S: 6 renamed | S: . | C: TOP 5 0 | S: -ERR | C: RETR 5 | S: -ERR";
     // The sixth is known; below it nobody would look, were it not for what is to be deleted.
-    const char* const names[] = {"renamed", "a", "b", "twice", "twice", "unseen"};
-    for (const int number : {6, 1, 2, 3, 4, 5})
-        add(byHeaders, {{"C: TOP " + std::to_string(number) + " 0", "S: +OK",
-                         "S: Message-ID: " + std::string(names[number % 6]), "S: ."}});
-    add(byHeaders, {{"C: DELE 2", "S: +OK", "C: QUIT"}});
-    Script script;
-    add(script, {login, listing, withNames, {"S: -ERR", "A"}, login, listing, withNames, {"S: +OK", "A"}});
-    add(script, {login, listing, byHeaders, {"S: +OK", "A"}, login, {"S: -ERR", "C: QUIT", "S: +OK", "A"}});
-    add(script, {login, {"S: +OK 0 0", "C: QUIT", "S: +OK"}});
+    auto byHeaders = listing + "S: -ERR";
+    for (const std::string each : {"6 renamed", "1 a", "2 b", "3 twice", "4 twice", "5 unseen"})
+        byHeaders +=
+            " | C: TOP " + each.substr(0, 1) + " 0 | S: +OK | S: Message-ID: " + each.substr(2) + " | S: .";
+    const std::string deletion = " | C: DELE 2 | S: +OK | C: QUIT | ";
+    const Script script = {withNames + deletion + "S: -ERR | A", withNames + deletion + "S: +OK | A",
+                           byHeaders + deletion + "S: +OK | A", login + "S: -ERR | C: QUIT | S: +OK | A",
+                           login + "S: +OK 0 0 | C: QUIT | S: +OK"};
     setMailDialect(MailDialect::classic);
     ScriptedPeer peer(script);
     const auto account = std::make_shared<Account>(peer.port());
@@ -517,7 +454,7 @@ TEST_F(POP3Fetch, ASpoolThatACrashLeftIsMadeGoodAndRouted) {
     ScriptedPeer peer({"X"});
     const auto store = storeOf(std::make_shared<Account>(peer.port()));
     EXPECT_TRUE(fetch(*store));
-    EXPECT_EQ(agent.told.size(), 1u);
+    EXPECT_EQ(agent.said.size(), 1u);
     EXPECT_THAT(bodies(), Contains(HasSubstr("hello\n")));
 }
 

@@ -40,6 +40,7 @@ TEST_F(SpoolFetch, MovesTheSpoolIntoTheMailboxForNewMailAndTellsSo) {
     EXPECT_TRUE(fetcher->isBusy());
     EXPECT_EQ(fetcher->totalCount(), 2u) << "it shows what is on its way";
     EXPECT_FALSE(fetcher->doFetch()) << "one at a time";
+    EXPECT_THROW(fetcher->routeMessages(), InternalInconsistencyException);
     runMainLoopUntil([&] { return !fetcher->isBusy(); });
     EXPECT_FALSE(fs::exists(spool) || fs::exists(spool + ".lock"));
     const auto mailbox = TarnMbox::initWithPath(active);
@@ -85,25 +86,14 @@ TEST_F(SpoolFetch, ADestinationThatTakesNothingCostsNothing) {
     const auto mail = mboxMessage("a") + mboxMessage("b");
     writeFile(spool, mail);
     const auto fetcher = store();
-    {
-        const RoutingBy none([](Message&) { return nullptr; }, /*separately=*/false);
-        EXPECT_TRUE(fetch(*fetcher));
-        EXPECT_THAT(log.take(), ElementsAre("Couldn't open destination store for fetch"));
-    }
-    EXPECT_EQ(readFile(spool), mail);
     TarnMbox::initWithPath(active, true, false)->close();
-    {
-        const auto readOnly = TarnMbox::initWithPath(active, /*readOnly=*/true);
-        const RoutingBy closed([&](Message&) { return readOnly; });
+    const std::shared_ptr<MessageStore> none, refusing = ListStore::initWithPath(at("list"));
+    for (const auto& target : {none, MessageStore::storeForPath(active, false, /*readOnly=*/true), refusing}) {
+        const RoutingBy routing([&](Message&) { return target; }, /*separately=*/target != none);
         EXPECT_TRUE(fetch(*fetcher));
+        EXPECT_EQ(readFile(spool), mail);
+        EXPECT_EQ(std::ranges::count(log.take(), "Couldn't open destination store for fetch"), target ? 0 : 1);
     }
-    EXPECT_EQ(readFile(spool), mail);
-    {
-        const auto list = ListStore::initWithPath(at("list"));
-        const RoutingBy refusing([&](Message&) { return list; });
-        EXPECT_TRUE(fetch(*fetcher));
-    }
-    EXPECT_EQ(readFile(spool), mail);
     EXPECT_TRUE(fetch(*fetcher)) << "and nothing stands in the way of the next time";
     EXPECT_THAT(lettersIn(active), ElementsAre(Pair("a", 1), Pair("b", 1)));
 }
@@ -134,7 +124,7 @@ TEST_F(SpoolFetch, AnotherAppendToTheDestinationEndsNoRouting) {
     const RoutingBy routing([&](Message&) { return mailbox; });
     const auto fetcher = store(), other = SpoolFetchStore::initWithPath(at("other"));
     EXPECT_TRUE(fetcher->doFetch() && other->doFetch());
-    mailbox->syncAppendMessages({Message::messageWithData(Data::copyOf(mboxMessage("mine")))}, false);
+    mailbox->syncAppendMessages({messageOf(mboxMessage("mine"))}, false);
     EXPECT_TRUE(fetcher->isBusy() && other->isBusy()) << "what was fetched is still on its way";
     EXPECT_TRUE(fs::exists(spool));
     runMainLoopUntil([&] { return !fetcher->isBusy() && !other->isBusy(); });
@@ -155,27 +145,14 @@ TEST_F(SpoolFetch, TheOneOfTheProcessIsWhereTheFirstSettingSaysUntilItIsClosed) 
     setHomeDirectory({});
 }
 
-TEST_F(SpoolFetch, ARoutingInProgressIsNotBegunAgain) {
-    writeFile(spool, mboxMessage("a"));
-    const auto fetcher = store();
-    EXPECT_TRUE(fetcher->doFetch());
-    EXPECT_THROW(fetcher->routeMessages(), InternalInconsistencyException);
-    runMainLoopUntil([&] { return !fetcher->isBusy(); });
-}
-
-TEST_F(SpoolFetch, EqualWillingnessLeavesTheChoiceToTheFirst) {
-    MessageRouter::registerRouterClass(
-        {"Equal", MessageRouter::willingnessToRouteForStore, []() -> std::unique_ptr<MessageRouter> {
-             ADD_FAILURE();
-             return nullptr;
-         }});
+TEST_F(SpoolFetch, RoutersNeedANameOfTheirOwnAndBothFunctions) {
     const auto make = [] { return std::make_unique<MessageRouter>(); };
-    EXPECT_FALSE(
-        MessageRouter::registerRouterClass({"Equal", MessageRouter::willingnessToRouteForStore, make}));
+    const auto willing = MessageRouter::willingnessToRouteForStore;
+    EXPECT_TRUE(MessageRouter::registerRouterClass({"Equal", willing, [] { return nullptr; }}));
+    EXPECT_NE(MessageRouter::routerForStore(*store()), nullptr) << "of equal ones it is the first";
+    EXPECT_FALSE(MessageRouter::registerRouterClass({"Equal", willing, make}));
     EXPECT_FALSE(MessageRouter::registerRouterClass({"Another", {}, make}));
-    EXPECT_FALSE(
-        MessageRouter::registerRouterClass({"Another", MessageRouter::willingnessToRouteForStore, {}}));
-    EXPECT_NE(MessageRouter::routerForStore(*store()), nullptr);
+    EXPECT_FALSE(MessageRouter::registerRouterClass({"Another", willing, {}}));
     MessageRouter::unregisterRouterClass("Equal");
 }
 
@@ -183,7 +160,7 @@ TEST_F(SpoolFetch, EqualWillingnessLeavesTheChoiceToTheFirst) {
 
 constexpr std::size_t kLetters = 3;
 
-class DyingSpoolFetch : public SpoolFetch {
+class DyingSpoolFetch : public SpoolFetch, public WithParamInterface<CutOff> {
 protected:
     void prepare() const {
         for (const auto& entry : fs::directory_iterator(folder.path())) fs::remove_all(entry.path());
@@ -209,48 +186,16 @@ protected:
     }
 };
 
-TEST_F(DyingSpoolFetch, LosesNothingWhenItIsKilled) {
+TEST_P(DyingSpoolFetch, LosesNothing) {
     for (int at = 0, done = 0; done == 0; ++at) {
         prepare();
-        done = survivesKillAtChange(at, [&] { fetch(*store()); }) ? 1 : 0;
+        done = survivesCutOff(GetParam(), at, [&] { fetch(*store()); }) ? 1 : 0;
         examine(at);
         ASSERT_LT(at, 500);
     }
 }
 
-TEST_F(DyingSpoolFetch, LosesNothingWhenThePowerGoes) {
-    const TemporaryFolder aside;  // what the children's disks keep
-    for (int at = 0, done = 0; done == 0; ++at) {
-        prepare();
-        done = inChild([&] {
-            ::setenv("TMPDIR", aside.path().c_str(), 1);
-            FailingFileSystem disk(static_cast<std::uint64_t>(at));
-            disk.dieAtChange(at);
-            disk.onDeath([&] {
-                disk.losePower();
-                ::_exit(0);
-            });
-            fetch(*store());
-            return 1;
-        });
-        examine(at);
-        ASSERT_LT(at, 500);
-    }
-}
-
-TEST_F(DyingSpoolFetch, LosesNothingWhenTheDiskIsFull) {
-    for (int at = 0, done = 0; done == 0; ++at) {
-        prepare();
-        {
-            FailingFileSystem disk;
-            disk.failFromChange(at, ENOSPC);
-            fetch(*store());
-            done = disk.changes() <= at ? 1 : 0;
-        }
-        examine(at);
-        ASSERT_LT(at, 500);
-    }
-}
+INSTANTIATE_TEST_SUITE_P(When, DyingSpoolFetch, ValuesIn(kCutOffs), PrintToStringParamName());
 
 }  // namespace
 }  // namespace lorvale

@@ -8,7 +8,7 @@
 #include "mail/mime/FileNames.h"
 #include "mail/mime/Multipart.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TestSupport.h"
+#include "tests/support/TextRows.h"
 
 namespace lorvale {
 namespace {
@@ -55,29 +55,25 @@ TEST(ClassicPart, TakesHeaderAndBodyApartByTheFirstEmptyLine) {
 }
 
 TEST(ClassicPart, ReadsTypeAndParametersByTokens) {
-    const struct {
-        const char* why;
-        std::string_view value, type, subtype, charset;
-    } rows[] = {
-        {"the usual one", "Text/Plain; charset=UTF-8", "text", "plain", "UTF-8"},
-        {"blanks, quotes and a comment", "text/plain ; charset = \"us-ascii\" (comment)", "text", "plain",
-         "us-ascii"},
-        {"pairs with a backslash", R"(text/plain;charset="a\"b\\c")", "text", "plain", R"(a"b\c)"},
-        {"a separator in quotes", "text/plain; charset=\"a;b\"", "text", "plain", "a;b"},
-        {"a comma separates, too", "text/plain, charset=x, y=z", "text", "plain", "x"},
-        {"a comment in a type", "te(c)xt/plain", "text", "plain", "-"},
-        {"a separator in a comment ends everything", "text/plain; charset=(a; b) x", "text", "plain", "-"},
-        {"no subtype", "text", "text", "-", "-"},
-        {"nothing", "", "-", "-", "-"},
+    const TextRow rows[] = {
+        {"the usual one", "Text/Plain; charset=UTF-8", "text/plain UTF-8"},
+        {"blanks, quotes and a comment", "text/plain ; charset = \"us-ascii\" (comment)",
+         "text/plain us-ascii"},
+        {"pairs with a backslash", R"(text/plain;charset="a\"b\\c")", R"(text/plain a"b\c)"},
+        {"a separator in quotes", "text/plain; charset=\"a;b\"", "text/plain a;b"},
+        {"a comma separates, too", "text/plain, charset=x, y=z", "text/plain x"},
+        {"a comment in a type", "te(c)xt/plain", "text/plain -"},
+        {"a separator in a comment ends everything", "text/plain; charset=(a; b) x", "text/plain -"},
+        {"no subtype", "text", "text/- -"},
+        {"nothing", "", "-/- -"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        const auto type = ContentType::parseClassic(ExactCopy(row.value));
-        EXPECT_EQ(type.type.value_or("-"), row.type);
-        EXPECT_EQ(type.subtype.value_or("-"), row.subtype);
+    const auto read = [](std::string_view value) {
+        const auto type = ContentType::parseClassic(value);
         const auto charset = type.parameters.find("charset");
-        EXPECT_EQ(charset == type.parameters.end() ? "-" : charset->second, row.charset);
-    }
+        return type.type.value_or("-") + "/" + type.subtype.value_or("-") + " " +
+               (charset == type.parameters.end() ? "-" : charset->second);
+    };
+    expectRows(read, rows);
     const auto key = ContentType::parseClassic("a/b;k (c) =v;l =w").parameters;
     EXPECT_THAT(key, ElementsAre(std::pair("k ", "v"), std::pair("l", "w")))
         << "only the last piece is trimmed";
@@ -86,10 +82,7 @@ TEST(ClassicPart, ReadsTypeAndParametersByTokens) {
 
 TEST(ClassicPart, DecodesOnlyWhatHasAType) {
     LogCapture log;
-    const struct {
-        const char* why;
-        std::string_view bytes, body;
-    } rows[] = {
+    const TextRow rows[] = {
         {"base64", "Content-Type: a/b\nContent-Transfer-Encoding: x-base64\n\nQUI=", "AB"},
         {"quoted-printable", "Content-Type: a/b\nContent-Transfer-Encoding: Quoted-Printable\n\na=\nb", "ab"},
         {"uuencode", "Content-Type: a/b\nContent-Transfer-Encoding: uuencode\n\nbegin 644 f\n#86)C\n`\nend\n",
@@ -97,10 +90,7 @@ TEST(ClassicPart, DecodesOnlyWhatHasAType) {
         {"no type, so no decoding", "Content-Transfer-Encoding: base64\n\nQUI=", "QUI="},
         {"an unknown one", "Content-Type: a/b\nContent-Transfer-Encoding: rot13\n\nb", "b"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        EXPECT_EQ(partOf(row.bytes)->bodyData()->view(), row.body);
-    }
+    expectRows([](std::string_view bytes) { return partOf(bytes)->bodyData()->toString(); }, rows);
     EXPECT_THAT(log.take(), ElementsAre("No MIME reader known for \"rot13\"--treating as 7bit"));
     EXPECT_EQ(partOf("Content-Type: a/b\nContent-Transfer-Encoding: x-uuencode\n\nb"), nullptr);
     EXPECT_THAT(log.take(),
@@ -154,10 +144,7 @@ TEST(ClassicPart, ShowsEachTypeAsTheTableSays) {
                      "\n--B\n" + typed("text/plain", "1") + "\n--B\n" + typed("text/plain", "2") + "\n--B--\n");
     };
     const std::string attachment(kAttachmentCharacter);
-    const struct {
-        const char* why;
-        std::string bytes, text;
-    } rows[] = {
+    const MadeTextRow rows[] = {
         {"no type", "A: b\n\nx", "x"},
         {"plain", typed("text/plain", "x"), "x"},
         {"private text", typed("text/x-tarn-note", "x"), "x"},
@@ -172,15 +159,11 @@ TEST(ClassicPart, ShowsEachTypeAsTheTableSays) {
          "From: f\nSubject: s\nX-Y: y\n\nx"},
         {"a piece of a message", typed("message/partial; number=1; total=2", "x"),
          "Partial message, part 1 of 2\nTo read this message, select all of the parts of the message and "
-         "select the "
-         "Message --> MIME --> Combine Messages menu item.\n"},
+         "select the Message --> MIME --> Combine Messages menu item.\n"},
         {"another kind of message", typed("message/x-y", "x"), attachment},
         {"a picture", typed("image/gif", "x"), attachment},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        EXPECT_EQ(textOf(row.bytes), row.text);
-    }
+    expectRows(textOf, rows);
     EXPECT_THAT(log.take(), ElementsAre());
     EXPECT_EQ(textOf(typed("text/odd", "x")), "x");
     EXPECT_THAT(log.take(), ElementsAre("Unknown mime text subtype odd, treating as plain"));
@@ -220,10 +203,7 @@ TEST(ClassicPart, GivesAttachmentsTheirFiles) {
 
 TEST(ClassicPart, NamesItsFile) {
     const LogCapture silence;
-    const struct {
-        const char* why;
-        std::string_view type, name;
-    } rows[] = {
+    const TextRow rows[] = {
         {"no name", "application/octet-stream", "mime-attachment"},
         {"a slash leads nowhere", "application/octet-stream; name=\"../a/b.txt\"", ".._a_b.txt"},
         {"names of directories are none", "application/octet-stream; name=\"..\"", "mime-attachment"},
@@ -236,10 +216,7 @@ TEST(ClassicPart, NamesItsFile) {
         {"an encoded word", "application/octet-stream; name=\"=?utf-8?q?=C3=A9?=\"", "\u00E9"},
         {"a slash in the type", "application/x/../../y; name=a", "a.x_.._.._y"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        EXPECT_EQ(partOf(typed(row.type, "x"))->filename(), row.name);
-    }
+    expectRows([](std::string_view type) { return partOf(typed(type, "x"))->filename(); }, rows);
     EXPECT_EQ(safeFilename(std::string(300, 'x') + ".txt").size(), 200u);
     EXPECT_TRUE(safeFilename(std::string(300, 'x') + ".txt").ends_with("x.txt"));
     const auto types = fileTypesInText("a/b c d # e\n\n a/* x\nbad\n");

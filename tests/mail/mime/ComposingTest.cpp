@@ -9,7 +9,6 @@
 #include "lorvale/mime.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/values/text.h"
-#include "mail/mime/FlowedText.h"
 #include "mail/mime/PlainOrRich.h"
 #include "mail/mime/TransferChoice.h"
 #include "tests/support/LogCapture.h"
@@ -260,36 +259,6 @@ TEST(MimeWriter, WritesBodiesAsAsked) {
     EXPECT_THAT(log.take(), ElementsAre("Unknown \"yenc\" encoding requested--writing 8bit instead"));
 }
 
-TEST(FlowedText, ReadsBackAsItWas) {
-    const std::string word(30, 'w'), longWord(100, 'w');
-    const struct {
-        const char* why;
-        std::string text, flowed;
-    } rows[] = {
-        {"short lines stay", "a\n\nb " + std::string(74, 'x'), "a\n\nb " + std::string(74, 'x')},
-        {"one more is too long", "b " + std::string(75, 'x'), "b \n" + std::string(75, 'x')},
-        {"a long one is cut behind blanks", word + " " + word + "  " + word, word + " " + word + "  \n" + word},
-        {"a word longer than a line", "a " + longWord + " b", "a \n" + longWord + " \nb"},
-        {"stuffing", " a\n>b\nFrom c\n>\n", "  a\n >b\n From c\n>\n"},
-        {"quoted lines", "> a\n>> " + word + " " + word + " " + word,
-         "> a\n>> " + word + " " + word + " \n>> " + word},
-        {"a mark within", "> > a", "> > a"},
-        {"signatures", "-- \n> -- \na", "-- \n> -- \na"},
-        {"what would become one", "-- " + std::string(73, 'x') + " b", "-- " + std::string(73, 'x') + " \nb"},
-        {"a cut in front of a mark", word + " " + word + " www >" + std::string(12, 'b'),
-         word + " " + word + " www \n >" + std::string(12, 'b')},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        const auto flowed = flowedText(row.text);
-        ASSERT_TRUE(flowed);
-        EXPECT_EQ(*flowed, row.flowed);
-        EXPECT_EQ(unflowedText(*flowed, false), row.text);
-    }
-    EXPECT_FALSE(flowedText("a \nb"));
-    EXPECT_FALSE(flowedText("> "));
-}
-
 std::string unfolded(std::string text) {
     for (auto at = text.find("\n "); at != std::string::npos; at = text.find("\n ")) text.erase(at, 1);
     return text;
@@ -385,19 +354,10 @@ TEST(StandardComposer, LooksAnewAtPartsOfOtherLetters) {
 /// Texts with attributes and attachments.
 AttributedText randomText(std::mt19937& random, std::vector<std::string>& names) {
     const auto below = [&](std::size_t end) { return random() % end; };
-    static const std::string words[] = {"a",
-                                        "\u65E5\u672C",
-                                        "< ",
-                                        " ",
-                                        "\n",
-                                        "\n\n",
-                                        "x<<y\nFrom z",
-                                        std::string(90, 'w'),
-                                        "> q",
-                                        "-- ",
-                                        "\u00E9=E9",
-                                        "\nbegin 644 f\n#86)C\n"
-                                        "end \nend\n"};
+    static const std::string longWord(90, 'w'), block = "\nbegin 644 f\n#86)C\nend \nend\n";
+    static const std::string words[] = {"a",   "\u65E5\u672C", "< ",           " ",
+                                        "\n",  "\n\n",         "x<<y\nFrom z", longWord,
+                                        "> q", "-- ",          "\u00E9=E9",    block};
     static const std::string extensions[] = {"", ".png", ".TXT", ".pdf"};
     AttributedText text;
     const bool isPlain = below(2) == 0;

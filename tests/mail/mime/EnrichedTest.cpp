@@ -7,12 +7,13 @@
 #include "mail/mime/EnrichedReader.h"
 #include "mail/mime/EnrichedWriter.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/TextRows.h"
 #include "tests/support/TimeGrowth.h"
 
 namespace lorvale {
 namespace {
 
-using lorvale::testing::LogCapture;
+using namespace lorvale::testing;
 
 /// The runs with what differs from the beginning of every text: the user's font, the default style.
 std::string described(const AttributedText& text) {
@@ -100,16 +101,14 @@ TEST(EnrichedReader, ReadsCommands) {
 }
 
 TEST(EnrichedReader, ReadsTheOlderRichText) {
-    const Case rows[] = {
+    const TextRow rows[] = {
         {"line ends are blanks between words", "a\nb\n\n\nc \nd\n e", "a b c d e"},
         {"only commands end lines", "a<nl>b<nl>\nc", "a\nb\n c"},
         {"fonts", "<bold>a\n</bold>b<lt>\nc", "[b]a[] b< c"},
         {"comments", "a<comment>\nx y</comment>b", "ab"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        EXPECT_EQ(described(attributedStringFromMimeRichTextString(row.in)), row.out);
-    }
+    expectRows([](std::string_view text) { return described(attributedStringFromMimeRichTextString(text)); },
+               rows);
 }
 
 TEST(EnrichedReader, LeavesSubscriptsToWhoeverShowsTheSource) {
@@ -124,7 +123,7 @@ TEST(EnrichedReader, TakesTimeInProportionToTheSize) {
     for (const std::string_view piece :
          {"<bold>", "<bold><underline>", "</bold>", "<", "<<", "<a ", "\n", " ", "<param>", "<color><param>r",
           "<bold>a</bold>b", "<indent>x\n\n", "<x", "<x-tabstops><param>1;2;", "<none>", ">"}) {
-        testing::expectTimeInProportion(piece, 10'000, [&](const std::string& pieces) {
+        expectTimeInProportion(piece, 10'000, [&](const std::string& pieces) {
             const auto text = "x" + pieces;
             EXPECT_EQ(attributedStringFromMimeEnrichedString(text).string()[0], 'x') << piece;
             EXPECT_EQ(attributedStringFromMimeRichTextString(text).string()[0], 'x') << piece;

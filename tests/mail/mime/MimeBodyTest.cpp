@@ -81,10 +81,14 @@ TEST(MimeBodies, ReadTheirMessageAgainAfterAFlush) {
     EXPECT_EQ(body->mimeType(), std::nullopt);
 }
 
+struct Alternatives : StoredMessage {
+    Alternatives()
+        : StoredMessage("Content-Type: multipart/alternative; boundary=B\n\n",
+                        "\n--B\nContent-Type: text/plain\n\n1\n--B\nContent-Type: text/plain\n\n2\n--B--\n") {}
+};
+
 TEST(MimeBodies, ShowTheAlternativeThatIsPreferred) {
-    const StoredMessage stored(
-        "Content-Type: multipart/alternative; boundary=B\n\n",
-        "\n--B\nContent-Type: text/plain\n\n1\n--B\nContent-Type: text/plain\n\n2\n--B--\n");
+    const Alternatives stored;
     const auto body = mimeBody(stored);
     EXPECT_EQ(body->numberOfAlternatives(), 2u);
     EXPECT_EQ(body->decodedBody()->string(), "2");
@@ -132,9 +136,7 @@ TEST(MimeBodies, LayOutTheirAttachmentsInTheClassicDialect) {
 
 // Who works on the tree has it alone.
 TEST(MimeBodyThreads, AskAndFlushAtOnce) {
-    const StoredMessage stored(
-        "Content-Type: multipart/alternative; boundary=B\n\n",
-        "\n--B\nContent-Type: text/plain\n\n1\n--B\nContent-Type: text/plain\n\n2\n--B--\n");
+    const Alternatives stored;
     std::vector<std::jthread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {

@@ -8,7 +8,7 @@
 #include "mail/mime/Multipart.h"
 #include "mail/mime/TextBlocks.h"
 #include "tests/support/LogCapture.h"
-#include "tests/support/TestSupport.h"
+#include "tests/support/TextRows.h"
 
 namespace lorvale {
 namespace {
@@ -141,11 +141,7 @@ TEST(StandardPart, ShowsRelatedPartsAndReports) {
 }
 
 TEST(FlowedText, JoinsTheLinesOfAParagraph) {
-    const struct {
-        const char* why;
-        std::string_view in, out;
-        bool deletesSpace = false;
-    } rows[] = {
+    const TextRow rows[] = {
         {"soft and hard ends", "a \nb\nc\n", "a b\nc\n"},
         {"the last line flows", "a \n", "a \n"},
         {"no line end at the end", "a \nb", "a b"},
@@ -153,12 +149,35 @@ TEST(FlowedText, JoinsTheLinesOfAParagraph) {
         {"another depth ends a paragraph", "> a \nb\n", "> a \nb\n"},
         {"stuffed lines", " >a\n  b\n", ">a\n b\n"},
         {"a signature never flows", "a \n-- \nb\n", "a \n-- \nb\n"},
-        {"words without blanks between", "\u4E00 \n\u4E8C\n", "\u4E00\u4E8C\n", true},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        EXPECT_EQ(unflowedText(ExactCopy(row.in), row.deletesSpace), row.out);
-    }
+    expectRows([](std::string_view text) { return unflowedText(text, /*deletesSpace=*/false); }, rows);
+    EXPECT_EQ(unflowedText("\u4E00 \n\u4E8C\n", true), "\u4E00\u4E8C\n") << "words without blanks between";
+}
+
+TEST(FlowedText, ReadsBackAsItWas) {
+    const std::string word(30, 'w'), longWord(100, 'w');
+    const MadeTextRow rows[] = {
+        {"short lines stay", "a\n\nb " + std::string(74, 'x'), "a\n\nb " + std::string(74, 'x')},
+        {"one more is too long", "b " + std::string(75, 'x'), "b \n" + std::string(75, 'x')},
+        {"a long one is cut behind blanks", word + " " + word + "  " + word, word + " " + word + "  \n" + word},
+        {"a word longer than a line", "a " + longWord + " b", "a \n" + longWord + " \nb"},
+        {"stuffing", " a\n>b\nFrom c\n>\n", "  a\n >b\n From c\n>\n"},
+        {"quoted lines", "> a\n>> " + word + " " + word + " " + word,
+         "> a\n>> " + word + " " + word + " \n>> " + word},
+        {"a mark within", "> > a", "> > a"},
+        {"signatures", "-- \n> -- \na", "-- \n> -- \na"},
+        {"what would become one", "-- " + std::string(73, 'x') + " b", "-- " + std::string(73, 'x') + " \nb"},
+        {"a cut in front of a mark", word + " " + word + " www >" + std::string(12, 'b'),
+         word + " " + word + " www \n >" + std::string(12, 'b')},
+    };
+    const auto flowed = [](std::string_view text) {
+        const auto made = flowedText(text).value_or("none");
+        EXPECT_EQ(unflowedText(made, false), text);
+        return made;
+    };
+    expectRows(flowed, rows);
+    EXPECT_FALSE(flowedText("a \nb"));
+    EXPECT_FALSE(flowedText("> "));
 }
 
 TEST(TextBlocks, AreFilesInText) {

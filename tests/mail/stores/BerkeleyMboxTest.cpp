@@ -4,17 +4,20 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <set>
 
-#include "base/files/PosixFileSystem.h"
 #include "lorvale/values/range.h"
+#include "mail/stores/MboxScan.h"
+#include "tests/mail/model/RealMail.h"
+#include "tests/mail/stores/MboxRivals.h"
 #include "tests/support/PlainMbox.h"
-#include "tests/support/StoreSupport.h"
 
 namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
 using namespace ::testing;
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 class FlatMailbox : public ::testing::Test {
@@ -114,11 +117,7 @@ TEST_F(FlatMailbox, ThatCannotBeReadDoesNotOpenAndSaysWhy) {
 }
 
 TEST_F(FlatMailbox, OfSomethingElseIsEmptyAndStaysAsItIs) {
-    for (const auto& bytes : {std::string(), std::string(" \n\n"),
-                              std::string("\x7F"
-                                          "ELF\0\0From \n",
-                                          12),
-                              std::string("Dear all,\n\nFrom today on ...\n")}) {
+    for (const auto& bytes : {""s, " \n\n"s, "\x7F\x45LF\0\0From \n"s, "Dear all,\n\nFrom today on ...\n"s}) {
         writeFile(path, bytes);
         const auto store = open();
         ASSERT_TRUE(store);
@@ -126,7 +125,7 @@ TEST_F(FlatMailbox, OfSomethingElseIsEmptyAndStaysAsItIs) {
         store->doCompact();
         if (bytes.size() > 5) {
             const LogCapture log;
-            store->syncAppendMessages({Message::messageWithData(Data::ofStatic("Subject: x\n\ny\n"))}, false);
+            store->syncAppendMessages({messageOf("Subject: x\n\ny\n")}, false);
             EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("is no mailbox")));
         }
         EXPECT_EQ(readFile(path), bytes);
@@ -195,8 +194,7 @@ TEST_F(FlatMailbox, AppendingKeepsTheBytesOfMessages) {
         writeFile(path, row.before);
         fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write | fs::perms::group_read);
         const auto store = open();
-        EXPECT_FALSE(store->syncAppendMessages({Message::messageWithData(Data::copyOf(row.added))}, true))
-            << "true would be new to callers";
+        EXPECT_FALSE(store->syncAppendMessages({messageOf(row.added)}, true)) << "true would be new to callers";
         EXPECT_EQ(readFile(path), row.after);
         EXPECT_EQ(store->totalCount(), messagesByPlainRule(row.after).size());
         EXPECT_EQ(fs::status(path).permissions(),
@@ -218,8 +216,7 @@ TEST_F(FlatMailbox, AppendingLeavesKnownMessagesAndMarksAlone) {
     EXPECT_EQ(readFile(path), ann + cid + ann + bob + cid);
     EXPECT_FALSE(store->undeleteLastDeletedMessages()) << "what was compacted cannot be taken back";
 
-    store->syncAppendMessages({Message::messageWithData(Data::ofStatic("From: Dee <dee@x.example>\n\nhi\n"))},
-                              false);
+    store->syncAppendMessages({messageOf("From: Dee <dee@x.example>\n\nhi\n")}, false);
     EXPECT_THAT(bytesOf(*store->allMessages().back()),
                 MatchesRegex("From dee@x.example [^\n]*\nFrom: Dee <dee@x.example>\n\nhi\n\n"))
         << "a message without an envelope gets one";
@@ -283,7 +280,7 @@ TEST_F(FlatMailbox, MailThatOthersAppendIsNeverLost) {
     const std::string dee = mboxMessage("dee"), eve = mboxMessage("eve");
     const auto store = open();
     std::ofstream(path, std::ios::app) << dee;
-    store->syncAppendMessages({Message::messageWithData(Data::copyOf(eve))}, false);
+    store->syncAppendMessages({messageOf(eve)}, false);
     EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann, bob, cid, dee, eve));
     store->deleteMessage(store->allMessages()[1]);
     std::ofstream(path, std::ios::app) << dee;
@@ -342,39 +339,20 @@ TEST_F(FlatMailbox, SurvivesBeingCutOff) {
     EXPECT_THAT(bytesOf(store->allMessages()), ElementsAre(ann + "Fro"));
 }
 
-/// A disk on which somebody delivers a message just when a new mailbox is about to be written.
-class BusyDisk : public PosixFileSystem {
-public:
-    BusyDisk(std::string mailbox, std::string mail, int deliveries)
-        : _mailbox(std::move(mailbox)),
-          _mail(std::move(mail)),
-          _deliveries(deliveries),
-          _before(setCurrent(this)) {}
-    ~BusyDisk() override { setCurrent(_before); }
-    std::unique_ptr<WritableFile> openForWriting(const std::string& path, WriteMode mode, mode_t permissions,
-                                                 FileStatus* status) override {
-        if (path == _mailbox + ".tmp" && _deliveries-- > 0) std::ofstream(_mailbox, std::ios::app) << _mail;
-        return PosixFileSystem::openForWriting(path, mode, permissions, status);
-    }
-
-private:
-    const std::string _mailbox, _mail;
-    int _deliveries;
-    FileSystem* const _before;
-};
-
 TEST_F(FlatMailbox, MailThatArrivesDuringTheCopyingIsKept) {
     const std::string dee = mboxMessage("dee");
     const auto store = open();
     store->deleteMessage(store->allMessages()[1]);
-    {
-        const BusyDisk disk(path, dee, 2);
-        store->doCompact();
-    }
+    int deliveries = 2;
+    const SharedDisk disk(path, [&](auto call) {
+        if (call == SharedDisk::Call::openForWriting && deliveries-- > 0)
+            std::ofstream(path, std::ios::app) << dee;
+    });
+    store->doCompact();
     EXPECT_EQ(readFile(path), ann + cid + dee + dee);
     const LogCapture log;
-    const BusyDisk disk(path, dee, 1000);
-    store->syncAppendMessages({Message::messageWithData(Data::copyOf(ann))}, false);
+    deliveries = 1000;
+    store->syncAppendMessages({messageOf(ann)}, false);
     EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("is busy")));
     EXPECT_EQ(readFile(path), ann + cid + dee + dee + dee + dee + dee);
 }
@@ -403,6 +381,80 @@ TEST_F(FlatMailbox, CostsFewBytesAMessage) {
     }
     const auto flushed = static_cast<double>(used() - before) / kCount;
     EXPECT_LE(flushed, each + 120.0) << "three short headers, and nothing around them";
+}
+
+std::multiset<const Message*> theSame(const MessageList& messages) {
+    std::multiset<const Message*> all;
+    for (const auto& message : messages) all.insert(message.get());
+    return all;
+}
+
+/// Everything that a listing touches, in every order.
+void listInEveryOrder(MessageStore& store) {
+    const auto all = theSame(store.allMessages());
+    for (const auto order : {MessageStoreSortByTitle, MessageStoreSortByAuthor, MessageStoreSortBySize,
+                             MessageStoreSortByCreationDate, MessageStoreSortByNumber}) {
+        store.setSortOrder(order);
+        EXPECT_TRUE(theSame(store.filteredMessages()) == all);
+    }
+    for (const auto& message : store.allMessages()) {
+        message->headers()->sender();
+        message->headers()->subject();
+        message->encodedBody();
+        message->flushCachedData();
+    }
+}
+
+class RealMailboxes : public ::testing::Test {
+protected:
+    void SetUp() override {
+        if (!shared) GTEST_SKIP() << "the folder of real mail is not there";
+    }
+    const std::optional<fs::path> shared = sharedData();
+    const LogCapture quiet;  // dates that nobody can read are told by hundreds
+};
+
+TEST_F(RealMailboxes, EveryFileOpensAndListsByTheRule) {
+    int files = 0, messages = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(*shared)) {
+        if (!entry.is_regular_file()) continue;
+        SCOPED_TRACE(entry.path());
+        const auto bytes = readFile(entry.path());
+        const auto expected = messagesByPlainRule(bytes);
+        const auto store = BerkeleyMbox::initWithPath(entry.path().string(), true);
+        ASSERT_TRUE(store);
+        const auto found = bytesOf(store->allMessages());
+        ASSERT_TRUE(std::ranges::equal(found, expected));
+        listInEveryOrder(*store);
+        ++files;
+        messages += static_cast<int>(found.size());
+    }
+    EXPECT_GT(files, 500);
+    EXPECT_GT(messages, 30);
+}
+
+TEST_F(RealMailboxes, FourThousandMessagesKeepTheirBytesFromMailboxToMailbox) {
+    const TemporaryFolder folder;
+    const std::string source = folder / "source", target = folder / "target";
+    writeFile(source, unpacked(*shared / "large/english-4k.mbox.xz"));
+    if (fs::file_size(source) == 0) GTEST_SKIP() << "xz is not there";
+    const auto from = BerkeleyMbox::initWithPath(source, true);
+    ASSERT_TRUE(from);
+    EXPECT_EQ(from->totalCountAndSize(), (CountAndSize{4150, 20'141'207}));
+    const auto to = BerkeleyMbox::initWithPath(target, true, false);
+    to->syncAppendMessages(from->allMessages(), false);
+    ASSERT_EQ(to->totalCount(), 4150u);
+    const auto before = bytesOf(from->allMessages()), after = bytesOf(to->allMessages());
+    for (std::size_t i = 0; i < before.size(); ++i)
+        ASSERT_EQ(after[i], before[i] + std::string(mboxPadding(before[i]))) << "message " << i;
+    listInEveryOrder(*to);
+    std::vector<std::shared_ptr<Message>> odd;
+    for (std::size_t i = 1; i < to->totalCount(); i += 2) odd.push_back(to->allMessages()[i]);
+    to->deleteMessages(odd);
+    to->doCompact();
+    ASSERT_EQ(to->totalCount(), 2075u);
+    for (std::size_t i = 0; i < to->totalCount(); ++i)
+        ASSERT_EQ(bytesOf(*to->allMessages()[i]), after[2 * i]) << "message " << i;
 }
 
 }  // namespace

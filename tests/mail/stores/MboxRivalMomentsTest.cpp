@@ -45,7 +45,7 @@ std::vector<std::string> listed(const std::string& path) {
 }
 
 void append(BerkeleyMbox& store, int n) {
-    store.syncAppendMessages({Message::messageWithData(Data::copyOf(letter(n)))}, false);
+    store.syncAppendMessages({messageOf(letter(n))}, false);
 }
 
 TEST_F(MboxRivalMoments, OverwritingWithoutATraceIsFoundWhileTheMailboxIsCopied) {

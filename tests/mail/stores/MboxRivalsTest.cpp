@@ -133,7 +133,7 @@ public:
                 checkMailbox(_path);
                 return;
             case 3:
-                store->syncAppendMessages({Message::messageWithData(Data::copyOf(letter(_next++)))}, false);
+                store->syncAppendMessages({messageOf(letter(_next++))}, false);
                 return;
             case 4:
                 going = some ? read(some) : "";
@@ -247,12 +247,12 @@ TEST_F(MboxRivals, MakeNoGhostsOfMessages) {
     const auto closed = BerkeleyMbox::initWithPath(closedPath);
     bad.push_back(closed->allMessages()[0]);
     closed->close();
-    bad.push_back(Message::messageWithData(Data::ofStatic("Subject: no empty line\n")));
+    bad.push_back(messageOf("Subject: no empty line\n"));
     bad.push_back(std::make_shared<Message>());
     const auto target = BerkeleyMbox::initWithPath(std::string(folder / "target"), true, false);
     target->syncAppendMessages(bad, false);
     EXPECT_FALSE(fs::exists(folder / "target")) << "nothing to write, nothing written";
-    bad.insert(bad.begin() + 2, Message::messageWithData(Data::copyOf(letter(7))));
+    bad.insert(bad.begin() + 2, messageOf(letter(7)));
     log.take();
     target->syncAppendMessages(bad, false);
     EXPECT_EQ(readFile(folder / "target"), letter(7));
@@ -268,7 +268,7 @@ TEST_F(MboxRivals, ForDescriptorsLoseNothing) {
     for (const int free : {0, 1, 2, 3}) {
         writeFile(path, letter(1) + letter(2));
         const auto store = BerkeleyMbox::initWithPath(path);
-        const auto message = Message::messageWithData(Data::copyOf(letter(3)));
+        const auto message = messageOf(letter(3));
         rlimit before{};
         ::getrlimit(RLIMIT_NOFILE, &before);
         const int next = ::dup(0);
@@ -325,7 +325,7 @@ TEST_F(MboxRivalsThreads, ReadWhileTheMailboxIsRewritten) {
             });
         }
         for (int round = 0; round < 20; ++round) {
-            store->syncAppendMessages({Message::messageWithData(Data::copyOf(letter(9)))}, false);
+            store->syncAppendMessages({messageOf(letter(9))}, false);
             store->deleteMessage(round == 10 ? known[0] : store->allMessages().back());
             store->doCompact();  // at round 10 the others move
         }

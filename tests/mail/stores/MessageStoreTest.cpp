@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <random>
 #include <thread>
 
 #include "lorvale/platform/exception.h"
@@ -8,7 +9,10 @@
 #include "lorvale/platform/run_loop.h"
 #include "lorvale/store/mail_account.h"
 #include "lorvale/store/mailbox_index.h"
+#include "lorvale/store/message_cache.h"
+#include "lorvale/values/range.h"
 #include "mail/stores/MessageSort.h"
+#include "tests/mail/model/MemoryStore.h"
 #include "tests/support/ListStore.h"
 #include "tests/support/StoreSupport.h"
 
@@ -258,14 +262,14 @@ TEST(AbstractStore, ComplainsOnceOfEachOperationThatIsMissing) {
 }
 
 TEST(DataStore, HoldsOneMessage) {
-    const auto message = Message::messageWithData(Data::ofStatic("FROM: a\nSubject: b\n\nbody\n\nmore"));
+    const auto message = messageOf("FROM: a\nSubject: b\n\nbody\n\nmore");
     const auto store = message->messageStore();
     ASSERT_TRUE(store);
     EXPECT_EQ(bytesOf(*message), "FROM: a\nSubject: b\n\nbody\n\nmore");
     EXPECT_EQ(store->bodyForMessage(*message)->view(), "body\n\nmore");
     EXPECT_EQ(store->cachedHeadersForMessage(*message).textForKey("FROM"), "a");
     EXPECT_THAT(store->allMessages(), IsEmpty());
-    const auto headless = Message::messageWithData(Data::ofStatic("Subject: b\n"));
+    const auto headless = messageOf("Subject: b\n");
     const LogCapture log;
     EXPECT_FALSE(headless->messageStore()->bodyForMessage(*headless));
     EXPECT_FALSE(headless->messageStore()->allHeadersForMessage(*headless));
@@ -314,6 +318,101 @@ TEST(StoreThreads, ReadSortFlagAndFlushWhileMailArrives) {
     done = true;
     threads.clear();
     EXPECT_EQ(store->totalCount(), 340u);
+}
+
+TEST(StoreSorting, AgreesWithTheComparisons) {
+    std::mt19937 random(11);
+    const auto one = [&](std::initializer_list<const char*> lines) {
+        return std::string(std::data(lines)[random() % lines.size()]);
+    };
+    const TemporaryFolder folder;
+    const auto store = ListStore::initWithPath(folder.path().string());
+    std::vector<std::shared_ptr<Message>> messages;
+    for (int i = 0; i < 300; ++i) {
+        messages.push_back(
+            listed(one({"", "From a Thu Aug 22 12:46:23 2002\n", "From a Thu Aug 22 12:46:24 2002\n"}) +
+                       one({"", "From: Zoe <a@x>\n", "From: zoe <b@x>\n",
+                            "From: \xC3\xA4"
+                            "da\n",
+                            "From: <q@x>\n"}) +
+                       one({"", "Subject:\n", "Subject: Re: tea\n", "Subject: TEA\n", "Subject: fwd: tea\n",
+                            "Subject: Cake\n"}) +
+                       "Date: Thu, 22 Aug 2002 12:46:2" + std::to_string(random() % 3) + " +0000\n\n",
+                   0, static_cast<std::uint32_t>(random() % 5 + 1)));
+    }
+    store->fill(messages);
+    const std::pair<std::string_view, int (*)(Message&, Message&, const MessageStore&)> orders[] = {
+        {MessageStoreSortByTitle, _compareMsgsBySubject},
+        {MessageStoreSortByAuthor, _compareMsgsBySender},
+        {MessageStoreSortBySize, _compareMsgsBySize},
+        {MessageStoreSortByCreationDate, _compareMsgsByDate},
+    };
+    for (const auto& [name, compare] : orders) {
+        SCOPED_TRACE(name);
+        store->headerReads = 0;
+        store->setSortOrder(name);
+        EXPECT_LE(store->headerReads, 300) << "each message is read once";
+        const auto& sorted = store->filteredMessages();
+        ASSERT_EQ(sorted.size(), messages.size());
+        for (std::size_t i = 1; i < sorted.size(); ++i) {
+            ASSERT_FALSE(sorted[i]->headers()->hasAllHeaders())
+                << "a listing keeps no more than the cached ones";
+            ASSERT_LT(compare(*sorted[i - 1], *sorted[i], *store), 0) << i;
+            sorted[i - 1]->flushCachedData();
+        }
+        sorted.back()->flushCachedData();
+    }
+    store->setSortOrder("no such order");
+    EXPECT_EQ(store->filteredMessages(), messages);
+}
+
+/// A body that is held, so that it has a weight until it is flushed.
+std::shared_ptr<Message> loaded(std::size_t size) {
+    const auto message = messageOf("Subject: a\n\n" + std::string(size, 'x'));
+    message->setMessageBody(std::make_shared<MessageBody>());
+    message->messageBody()->setMessage(message);
+    message->messageBody()->encodedBody();
+    return message;
+}
+
+TEST(MessageCache, EvictsByAgeAndBySize) {
+    MessageCacheManager byAge(1);
+    const auto a = loaded(10), b = loaded(20), c = loaded(3000);
+    byAge.viewedMessage(nullptr);
+    byAge.viewedMessage(a);
+    byAge.viewedMessage(a);
+    EXPECT_EQ(a->cachedDataSize(), 10u);
+    byAge.viewedMessage(b);
+    EXPECT_EQ(a->cachedDataSize(), 0u);
+    EXPECT_EQ(b->cachedDataSize(), 20u);
+
+    MessageCacheManager bySize(-1, 30);
+    const auto d = loaded(20), e = loaded(10), f = loaded(9);
+    for (const auto& message : {d, e, f}) bySize.viewedMessage(message);
+    EXPECT_EQ(d->cachedDataSize(), 20u) << "30 beside the one viewed is within the limit";
+    bySize.viewedMessage(c);
+    EXPECT_EQ(c->cachedDataSize(), 3000u) << "the viewed one stays, however large";
+    EXPECT_EQ(d->cachedDataSize(), 0u) << "the largest of the others goes";
+    EXPECT_EQ(e->cachedDataSize() + f->cachedDataSize(), 19u);
+    MessageCacheManager unlimited(-1, MessageCacheManager::kNoLimit);
+    for (const auto& message : {loaded(5'000'000), c, f}) unlimited.viewedMessage(message);
+    EXPECT_EQ(unlimited.count(), 3u);
+    unlimited.flushAllCachedData();
+    EXPECT_EQ(c->cachedDataSize() + unlimited.count(), 0u);
+}
+
+TEST(MessageCache, LetsGoOfMessagesAndStores) {
+    MessageCacheManager cache;
+    const auto a = loaded(10), b = loaded(20), c = loaded(30);
+    const auto storeOfA = a->messageStore();
+    for (const auto& message : {a, b}) cache.viewedMessage(message);
+    cache.removeObjectsFromCache({b, c});
+    EXPECT_EQ(b->cachedDataSize() + c->cachedDataSize(), 0u) << "also one that was not in it";
+    cache.removeObjectsFromCacheForStore(*c->messageStore());
+    EXPECT_EQ(cache.count(), 1u);
+    cache.removeObjectsFromCacheForStore(*storeOfA);
+    EXPECT_EQ(cache.count(), 0u);
+    EXPECT_EQ(a->cachedDataSize(), 10u) << "not flushed";
 }
 
 }  // namespace

@@ -14,28 +14,28 @@ using namespace lorvale::testing;
 using namespace ::testing;
 namespace fs = std::filesystem;
 
-TEST(StoreClasses, TheMostWillingOpensAndOfEqualOnesTheFirst) {
+TEST(StoreClasses, TheFirstThatIsWillingOpensAndElseTheDefaultOne) {
     const TemporaryFolder folder;
     const auto path = folder.path().string();  // a directory: no class of our own is willing
-    std::vector<std::string> opened;
+    std::string opened;
     const auto storeClass = [&](std::string name, float willingness) {
         return StoreClass{name, [=](const std::string& asked) { return asked == path ? willingness : 0.0F; },
                           [&opened, name](const std::string& place, bool, bool, const auto&) {
-                              opened.push_back(name);
+                              opened += name;
                               return ListStore::initWithPath(place);
                           }};
     };
     const auto usual = MessageStore::defaultStoreClass().value();
-    MessageStore::registerDefaultStoreClass(storeClass("default", 0));
+    MessageStore::registerDefaultStoreClass(storeClass("default ", 0));
     EXPECT_FALSE(MessageStore::storeForPath(path));
     EXPECT_TRUE(MessageStore::storeForPath(path, true));
-    EXPECT_TRUE(MessageStore::registerStoreClass(storeClass("first", 0.5F)));
-    EXPECT_TRUE(MessageStore::registerStoreClass(storeClass("second", 0.5F)));
-    EXPECT_TRUE(MessageStore::storeForPath(path, true));
-    MessageStore::unregisterStoreClass("first");
-    EXPECT_TRUE(MessageStore::storeForPath(path));
-    EXPECT_THAT(opened, ElementsAre("default", "first", "second"));
-    MessageStore::unregisterStoreClass("second");
+    for (const auto* const name : {"first ", "second "})
+        EXPECT_TRUE(MessageStore::registerStoreClass(storeClass(name, 0.5F)));
+    for (const auto* const name : {"first ", "second "}) {
+        EXPECT_TRUE(MessageStore::storeForPath(path, true));
+        MessageStore::unregisterStoreClass(name);
+    }
+    EXPECT_EQ(opened, "default first second ");
     MessageStore::registerDefaultStoreClass(usual);
 }
 

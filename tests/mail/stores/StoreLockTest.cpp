@@ -7,9 +7,8 @@
 
 #include <array>
 
-#include "base/files/PosixFileSystem.h"
 #include "lorvale/platform/paths.h"
-#include "tests/support/StoreSupport.h"
+#include "tests/mail/stores/MboxRivals.h"
 #include "tests/support/TextRows.h"
 
 namespace lorvale {
@@ -17,6 +16,7 @@ namespace {
 
 using namespace lorvale::testing;
 using namespace ::testing;
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 std::string lockLine(std::string_view host, long process) {
@@ -100,23 +100,18 @@ TEST_F(StoreLock, ThatAKilledProcessLeftUnfinishedIsClearedAwayByTheNext) {
 }
 
 TEST_F(StoreLock, ThatMayBeHeldIsHonoured) {
-    const struct {
-        const char* why;
-        std::string line;
-    } rows[] = {
+    const std::pair<const char*, std::string> rows[] = {
         {"a living process", lockLine(hostName(), ::getppid())},
         {"another host, whatever the number", lockLine("elsewhere.example", deadProcess())},
         {"a host whose name only begins alike", lockLine(hostName() + "x", deadProcess())},
         {"fewer than four fields", hostName() + ",Jane Doe"},
-        {"garbage", std::string("\x7F"
-                                "ELF\0\xFF\xFE,\n\r,,",
-                                12)},
+        {"garbage", "\x7F\x45LF\0\xFF\xFE,\n\r,,"s},
         {"very much garbage", std::string(3'000'000, ',')},
         {"an empty file", ""},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.why);
-        writeFile(lock, row.line);
+    for (const auto& [why, line] : rows) {
+        SCOPED_TRACE(why);
+        writeFile(lock, line);
         const LogCapture log;
         const auto store = BerkeleyMbox::initWithPath(mailbox);
         ASSERT_TRUE(store);
@@ -130,7 +125,7 @@ TEST_F(StoreLock, ThatMayBeHeldIsHonoured) {
         EXPECT_EQ(store->count(), 2u) << "a locked mailbox is left alone";
         EXPECT_FALSE(store->syncAppendMessages({}, false));
         store->close();
-        EXPECT_EQ(readFile(lock), row.line);
+        EXPECT_EQ(readFile(lock), line);
     }
 }
 
@@ -168,44 +163,17 @@ TEST_F(StoreLock, IsTheUsersToBreakWhereThereAreWindows) {
     EXPECT_TRUE(BerkeleyMbox::initWithPath(mailbox)->haveLock());
 }
 
-TEST_F(StoreLock, OfOneProcessMakesTheNextReadOnly) {
-    const auto store = BerkeleyMbox::initWithPath(mailbox);
-    ASSERT_TRUE(store->haveLock());
-    EXPECT_EQ(inChild([&] {
-                  const LogCapture quiet;
-                  const auto second = BerkeleyMbox::initWithPath(mailbox);
-                  return second && second->isReadOnly() && second->totalCount() == 2 ? 0 : 1;
-              }),
-              0);
-    EXPECT_TRUE(fs::exists(lock)) << "the reader has taken the lock away";
-}
-
-/// The real disk, on which another process takes a dead one's lock over right after we have read it.
-class QuickRival : public PosixFileSystem {
-public:
-    explicit QuickRival(std::string lock) : _lock(std::move(lock)), _previous(setCurrent(this)) {}
-    ~QuickRival() override { setCurrent(_previous); }
-
-    std::unique_ptr<ReadableFile> openForReading(const std::string& path, FileStatus* status) override {
-        auto file = PosixFileSystem::openForReading(path, status);
-        if (path == _lock && std::exchange(_waits, false)) {
-            writeFile(_lock + ".new", lockLine(hostName(), ::getppid()));
-            fs::rename(_lock + ".new", _lock);
-        }
-        return file;
-    }
-
-private:
-    const std::string _lock;
-    FileSystem* const _previous;
-    bool _waits = true;
-};
-
 TEST_F(StoreLock, ThatAQuickerTakerHasMadeMeanwhileStays) {
     writeFile(lock, lockLine(hostName(), deadProcess()));
-    const QuickRival rival(lock);
+    bool waits = true;
+    const SharedDisk disk(mailbox, [&](auto call) {
+        if (call != SharedDisk::Call::readOn || !std::exchange(waits, false)) return;
+        writeFile(lock + ".new", lockLine(hostName(), ::getppid()));
+        fs::rename(lock + ".new", lock);
+    });
     const LogCapture quiet;
     EXPECT_FALSE(shouldOpenDespiteLockFile(lock));
+    EXPECT_FALSE(waits);
     EXPECT_EQ(readFile(lock), lockLine(hostName(), ::getppid()));
 }
 

@@ -57,19 +57,15 @@ protected:
         ::unsetenv("TZ");
         ::tzset();
     }
-    std::string contents(std::string_view records, std::string_view count) const {
-        return bytesOfListing("000dbba0" + std::string(count) +
-                              "00000000 3f800000 40000000 40400000 40800000 "
-                              "40a00000" +
-                              std::string(records));
+    static std::string contents(std::string_view records, std::string_view count) {
+        constexpr auto kFloats = "00000000 3f800000 40000000 40400000 40800000 40a00000";
+        return bytesOfListing("000dbba0" + std::string(count) + kFloats + std::string(records));
     }
     /// A record of the 22nd of August 2002 with empty texts; behind the texts stands what is given.
-    std::string record(std::string_view status = "* ", std::string_view rest =
-                                                           "00000000 00000000 00000000 "
-                                                           "00000000") const {
-        const auto size = 23 + bytesOfListing(rest).size();
+    static std::string record(std::string_view status = "* ",
+                              std::string_view rest = "00000000 00000000 00000000 00000000") {
         char length[9];
-        std::snprintf(length, sizeof length, "%08zx", size);
+        std::snprintf(length, sizeof length, "%08zx", 23 + bytesOfListing(rest).size());
         return length + "00000000 00000050 000fa516 |"s + std::string(status) + "  | 000000"s +
                std::string(rest);
     }
@@ -90,9 +86,7 @@ protected:
 };
 
 TEST_F(Table, HasTheBytesOfItsFormat) {
-    const auto message = [](std::string_view head) {
-        return Message::messageWithData(Data::copyOf(std::string(head) + "\n\nbody\n"));
-    };
+    const auto message = [](std::string_view head) { return messageOf(std::string(head) + "\n\nbody\n"); };
     const auto html = message(
         "From a@x.example Thu Aug 22 12:46:23 2002\nFrom: Ann <a@x.example>\n"
         "Subject: caf\xE9\nContent-Type: text/html");
@@ -240,7 +234,7 @@ TEST_F(Table, FindsAndRemoves) {
     const auto add = [&](std::string_view subject, MboxRange range) {
         const auto head =
             "From a@x.example Thu Aug 22 12:46:23 2002\nFrom: a\nSubject: " + std::string(subject);
-        return table.addMessage(*Message::messageWithData(Data::copyOf(head + "\n\n")), range);
+        return table.addMessage(*messageOf(head + "\n\n"), range);
     };
     const auto first = add("one", {0, 10}), second = add("two", {10, 20}), third = add("two", {30, 30});
     EXPECT_EQ(second->messageID(), "a_two_1030020383");
@@ -270,7 +264,7 @@ TEST_F(Table, ListsSoThatItCanBeReadAgain) {
          {"Mon Jan  1 00:00:00 1600", "Fri Dec 31 23:59:59 9999", "Thu Jan  1 00:00:00 1970"}) {
         const auto head = "From a@x.example " + std::string(date) + "\nFrom: a\n" + nul + "\n";
         TableOfContents table(path);
-        table.addMessage(*Message::messageWithData(Data::copyOf(head)), {0, 10});
+        table.addMessage(*messageOf(head), {0, 10});
         const auto again = TableOfContents::ofBytes("", table.cachedData(0));
         EXPECT_EQ(again->messages()[0]->messageID(), table.messages()[0]->messageID()) << date;
         EXPECT_EQ(at(*again, 0).subject(), "abé");

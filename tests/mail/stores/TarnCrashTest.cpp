@@ -14,19 +14,20 @@ namespace lorvale {
 namespace {
 
 using namespace lorvale::testing;
+using namespace ::testing;
 namespace fs = std::filesystem;
 
 const std::string kBody(3000, 'x');
 
 std::shared_ptr<Message> letter(std::string_view name) {
-    return Message::messageWithData(Data::copyOf(mboxMessage(name, kBody + "\n")));
+    return messageOf(mboxMessage(name, kBody + "\n"));
 }
 
 /// What is done to a mailbox with the messages a* b cd e* (unread, deleted), and what must be there afterwards.
 struct Change {
     const char* name;
     std::function<bool(TarnMbox&)> make;  ///< whether it was reported as done
-    std::vector<std::string> added;       ///< there once that was reported
+    std::vector<std::string> added = {};  ///< there once that was reported
     bool removesDeleted = false;
     /// The names that only a power loss or kill in the middle of an overwriting may cost.
     std::set<std::string> atRisk = {};
@@ -44,50 +45,45 @@ bool compact(TarnMbox& store, const char* risky) {
 }
 
 const Change kChanges[] = {
-    {"ForegroundAppend",
-     [](TarnMbox& store) {
-         return store.syncAppendMessages({letter("new"), letter("newer")}, true);
-     },
-     {"new", "newer"}},
-    {"BackgroundAppend",
-     [](TarnMbox& store) {
-         return store.safeAppendMessages({letter("new")}) && store.safeAppendMessages({letter("newer")});
-     },
-     {"new", "newer"},
-     false,
-     {},
-     true},
-    {"Finalising",
-     [](TarnMbox& store) {
-         const bool reported = store.safeAppendMessages({letter("new"), letter("newer")});
-         store.finalizeAsyncAppend();
-         return reported;
-     },
-     {"new", "newer"},
-     false,
-     {},
-     true},
-    {"SafeCompaction", [](TarnMbox& store) { return compact(store, "NO"); }, {}, true},
-    {"RiskyCompaction", [](TarnMbox& store) { return compact(store, "YES"); }, {}, true, {"d", "e"}},
+    {.name = "ForegroundAppend",
+     .make =
+         [](auto& store) {
+             return store.syncAppendMessages({letter("new"), letter("newer")}, true);
+         },
+     .added = {"new", "newer"}},
+    {.name = "BackgroundAppend",
+     .make =
+         [](auto& store) {
+             return store.safeAppendMessages({letter("new")}) && store.safeAppendMessages({letter("newer")});
+         },
+     .added = {"new", "newer"},
+     .mayDouble = true},
+    {.name = "Finalising",
+     .make =
+         [](auto& store) {
+             const bool reported = store.safeAppendMessages({letter("new"), letter("newer")});
+             store.finalizeAsyncAppend();
+             return reported;
+         },
+     .added = {"new", "newer"},
+     .mayDouble = true},
+    {.name = "SafeCompaction",
+     .make = [](auto& store) { return compact(store, "NO"); },
+     .removesDeleted = true},
+    {.name = "RiskyCompaction",
+     .make = [](auto& store) { return compact(store, "YES"); },
+     .removesDeleted = true,
+     .atRisk = {"d", "e"}},
     // As long afterwards as the mailbox was before, and all letters are of one length.
-    {"AppendAndCompaction",
-     [](TarnMbox& store) {
-         return store.syncAppendMessages({letter("f")}, false) && (compact(store, "NO"), true);
-     },
-     {"f"},
-     true},
-    {"Rebuild",
-     [](TarnMbox& store) {
-         store.rebuildTableOfContents();
-         return true;
-     },
-     {}},
-    {"FlagFlush",
-     [](TarnMbox& store) {
-         store.close();
-         return true;
-     },
-     {}},
+    {.name = "AppendAndCompaction",
+     .make =
+         [](auto& store) {
+             return store.syncAppendMessages({letter("f")}, false) && (compact(store, "NO"), true);
+         },
+     .added = {"f"},
+     .removesDeleted = true},
+    {.name = "Rebuild", .make = [](auto& store) { return store.rebuildTableOfContents(), true; }},
+    {.name = "FlagFlush", .make = [](auto& store) { return store.close(), true; }},
 };
 
 class DyingTarn : public ::testing::TestWithParam<Change> {
@@ -160,43 +156,23 @@ protected:
     }
 };
 
-TEST_P(DyingTarn, LosesNothingWhenThePowerGoes) {
+TEST_P(DyingTarn, LosesNothingWhenItsProcessIsKilledOrThePowerGoes) {
     const LogCapture quiet;
-    bool done = false;
-    for (int allowed = 0; !done; ++allowed) {
-        const TemporaryFolder folder;
-        const std::string path = folder / "box.mbox";
-        make(path);
-        bool reported = false;
-        {
-            FailingFileSystem disk(static_cast<std::uint64_t>(allowed));
-            done = disk.survives([&] {
+    for (const auto way : {CutOff::isKilled, CutOff::powerGoes}) {
+        SCOPED_TRACE(PrintToString(way));
+        bool done = false;
+        for (int allowed = 0; !done; ++allowed) {
+            const TemporaryFolder folder;
+            const std::string path = folder / "box.mbox";
+            make(path);
+            done = survivesCutOff(way, allowed, [&] {
                 const auto store = TarnMbox::initWithPath(path);
-                disk.dieAtChange(allowed);
-                reported = GetParam().make(*store);
-                store->close();
+                if (store && GetParam().make(*store)) writeFile(folder / "reported", "");
             });
-            disk.losePower();
+            if (way == CutOff::powerGoes) fs::remove(path + "/.lock");  // which may have lost its text
+            examine(path, fs::exists(folder / "reported"), allowed);
+            ASSERT_LT(allowed, 100);
         }
-        fs::remove(path + "/.lock");  // of this very process, which lives
-        examine(path, reported, allowed);
-        ASSERT_LT(allowed, 100);
-    }
-}
-
-TEST_P(DyingTarn, LosesNothingWhenItsProcessIsKilled) {
-    const LogCapture quiet;
-    bool done = false;
-    for (int allowed = 0; !done; ++allowed) {
-        const TemporaryFolder folder;
-        const std::string path = folder / "box.mbox";
-        make(path);
-        done = survivesKillAtChange(allowed, [&] {
-            const auto store = TarnMbox::initWithPath(path);
-            if (store && GetParam().make(*store)) writeFile(folder / "reported", "");
-        });
-        examine(path, fs::exists(folder / "reported"), allowed);
-        ASSERT_LT(allowed, 100);
     }
 }
 

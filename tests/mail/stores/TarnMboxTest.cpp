@@ -1,13 +1,16 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <fstream>
 #include <random>
+#include <thread>
 
 #include "lorvale/body.h"
 #include "lorvale/platform/exception.h"
 #include "lorvale/platform/run_loop.h"
 #include "lorvale/platform/user_defaults.h"
+#include "lorvale/values/format.h"
 #include "mail/stores/TOCMessage.h"
 #include "tests/mail/model/RealMail.h"
 #include "tests/support/PlainMbox.h"
@@ -21,7 +24,7 @@ using namespace ::testing;
 namespace fs = std::filesystem;
 
 std::shared_ptr<Message> letter(std::string_view name, std::string_view body = "hello\n") {
-    return Message::messageWithData(Data::copyOf(mboxMessage(name, body)));
+    return messageOf(mboxMessage(name, body));
 }
 
 /// "*d" behind the number in the subject: unread, deleted.
@@ -220,7 +223,7 @@ TEST_P(Compacting, TakesOutWhatIsDeletedAndItsAttachments) {
     const auto withAttachment = [&](std::string_view name, std::string_view reference) {
         auto bytes = mboxMessage(name);
         bytes.insert(bytes.find("Subject"), "Mime-Reference: " + std::string(reference) + "\n");
-        store->syncAppendMessages({Message::messageWithData(Data::copyOf(bytes))}, false);
+        store->syncAppendMessages({messageOf(bytes)}, false);
     };
     withAttachment("e", "own");
     withAttachment("f", "../outside");
@@ -272,7 +275,7 @@ TEST_F(Tarn, RemembersStatusByIdentity) {
     const auto store = made({"a", "same", "same", "b"});
     store->setRead(true, store->allMessages()[1]);
     const auto midnight = "From m@x.example Thu Jan  1 00:00:00 1970\nFrom: m\nSubject: about m\n\n";
-    store->syncAppendMessages({Message::messageWithData(Data::copyOf(midnight))}, true);
+    store->syncAppendMessages({messageOf(midnight)}, true);
     store->rebuildTableOfContents();
     EXPECT_EQ(listing(*store), "a* same same* b* m* ");
     append(mboxMessage("c"));
@@ -284,82 +287,71 @@ TEST_F(Tarn, RemembersStatusByIdentity) {
     EXPECT_THAT(log.lines(), Contains("Warning: two messages in one mailbox have the same ID!"));
 }
 
-/// A model of what a mailbox should hold.
-struct Model {
-    struct Letter {
-        std::string bytes;
-        bool unread, deleted;
-    };
-    std::vector<Letter> letters;
-};
-
 TEST_F(Tarn, DoesWhatAPlainModelDoes) {
+    struct Letter {
+        std::string name, bytes;
+        bool unread, deleted = false;
+    };
     const auto seed = std::random_device()();
     SCOPED_TRACE(seed);
     std::mt19937 random(seed);
-    Model model;
+    const auto below = [&](std::size_t end) { return random() % end; };
+    std::vector<Letter> model;
     auto store = TarnMbox::initWithPath(path, true, false);
     int serial = 0;
     for (int step = 0; step < 150; ++step) {
-        const auto all = store->allMessages();
-        const auto pick = [&] { return random() % model.letters.size(); };
-        const auto kind = random() % 10;
+        const auto kind = below(10);
         if (kind < 3) {
-            const bool unread = random() % 2 != 0;
+            const bool inBackground = kind == 0, unread = inBackground || below(2) == 0;
             std::vector<std::shared_ptr<Message>> fresh;
-            for (auto count = 1 + random() % 3; count > 0; --count) {
-                const auto bytes =
-                    mboxMessage(std::to_string(serial++), std::string(random() % 2000, 'x') + "\n");
-                model.letters.push_back({bytes, kind == 0 || unread, false});
-                fresh.push_back(Message::messageWithData(Data::copyOf(bytes)));
+            for (auto count = 1 + below(3); count > 0; --count) {
+                const auto name = std::to_string(serial++), body = std::string(below(2000), 'x') + "\n";
+                model.push_back({name, mboxMessage(name, body), unread});
+                fresh.push_back(letter(name, body));
             }
-            if (kind == 0) {
+            if (inBackground)
                 store->asyncAppendMessages(fresh, true);
-                runMainLoopUntil(*store, model.letters.size());
-            } else {
+            else
                 ASSERT_TRUE(store->syncAppendMessages(fresh, unread));
-            }
+            runMainLoopUntil(*store, model.size());
         } else if (kind == 8) {
-            UserDefaults::standard().setArgument("RiskyCompact", random() % 2 != 0 ? "YES" : "NO");
+            UserDefaults::standard().setArgument("RiskyCompact", below(2) == 0 ? "YES" : "NO");
             store->doCompact();
-            std::erase_if(model.letters, [](const auto& each) { return each.deleted; });
+            std::erase_if(model, [](const auto& each) { return each.deleted; });
         } else if (kind == 9) {
-            if (random() % 2 != 0) store->rebuildTableOfContents();
+            if (below(2) == 0) store->rebuildTableOfContents();
             store->close();
             store = open();
-            for (auto& each : model.letters) each.unread = each.unread && !each.deleted;
-        } else if (!model.letters.empty()) {
-            const auto index = pick();
-            auto& own = model.letters[index];
-            const MessageList one{all[index]};
+            for (auto& each : model) each.unread = each.unread && !each.deleted;
+        } else if (!model.empty()) {
+            const auto index = below(model.size());
+            auto& own = model[index];
+            const MessageList one{store->allMessages()[index]};
             if (kind < 5) {
-                own.unread = random() % 2 != 0;
+                own.unread = below(2) == 0;
                 store->setRead(!own.unread, one);
-            } else if (own.deleted) {
-                store->undeleteMessages(one);
-                own.deleted = false;
             } else {
-                store->deleteMessages(one);
-                own.deleted = true;
-                own.unread = false;
+                own.deleted ? store->undeleteMessages(one) : store->deleteMessages(one);
+                own.deleted = !own.deleted;
+                own.unread = own.unread && !own.deleted;
             }
         }
-        ASSERT_EQ(store->inconsistency(), "") << "step " << step << " kind " << kind;
-        const auto now = store->allMessages();
-        ASSERT_EQ(now.size(), model.letters.size());
-        std::size_t unread = 0, deleted = 0;
-        for (std::size_t i = 0; i < now.size(); ++i) {
-            const auto& expected = model.letters[i];
-            ASSERT_EQ(bytesOf(*now[i]), expected.bytes);
-            ASSERT_EQ(now[i]->currentFlags()->isRead(), !expected.unread)
-                << "step " << step << " message " << i;
-            ASSERT_EQ(now[i]->currentFlags()->isDeleted(), expected.deleted);
-            unread += expected.unread && !expected.deleted ? 1 : 0;
-            deleted += expected.deleted ? 1 : 0;
+        SCOPED_TRACE(::testing::Message() << "step " << step << " kind " << kind);
+        std::string listed;
+        std::vector<std::string> bytes;
+        for (const auto& each : model) {
+            listed += each.name + (each.unread ? "*" : "") + (each.deleted ? "d" : "") + " ";
+            bytes.push_back(each.bytes);
         }
-        ASSERT_EQ(store->unreadCount(), unread) << "step " << step << " kind " << kind;
-        ASSERT_EQ(store->deletedCountAndSize().count, deleted) << "step " << step << " kind " << kind;
-        ASSERT_EQ(store->filteredMessages().size(), now.size() - deleted);
+        const auto deleted = static_cast<std::size_t>(std::ranges::count_if(model, &Letter::deleted));
+        const auto unread =
+            std::ranges::count_if(model, [](auto& each) { return each.unread && !each.deleted; });
+        ASSERT_EQ(store->inconsistency(), "");
+        ASSERT_EQ(listing(*store), listed);
+        ASSERT_EQ(bytesOf(store->allMessages()), bytes);
+        ASSERT_EQ(store->unreadCount(), static_cast<std::size_t>(unread));
+        ASSERT_EQ(store->deletedCountAndSize().count, deleted);
+        ASSERT_EQ(store->filteredMessages().size(), model.size() - deleted);
     }
     UserDefaults::standard().removeArguments();
 }
@@ -371,40 +363,35 @@ TEST_F(Tarn, KeepsRealMail) {
     writeFile(source, unpacked(*shared / "large/english-4k.mbox.xz"));
     if (fs::file_size(source) == 0) GTEST_SKIP() << "xz is not there";
     const auto from = BerkeleyMbox::initWithPath(source, true);
-    std::vector<std::string> expected;
-    {
-        const auto store = TarnMbox::initWithPath(path, true, false);
-        for (const std::size_t count : {4150u, 4150u, 1700u}) {
-            const auto all = from->allMessages().toVector();
-            const MessageList some(std::vector(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(count)));
-            ASSERT_TRUE(store->syncAppendMessages(some, true));
-            for (auto& bytes : bytesOf(some)) expected.push_back(bytes + std::string(mboxPadding(bytes)));
-        }
-        std::vector<std::shared_ptr<Message>> read;
-        for (std::size_t i = 0; i < store->totalCount(); i += 3) read.push_back(store->allMessages()[i]);
-        store->setRead(true, MessageList(read));
-        EXPECT_EQ(store->inconsistency(), "");
-        store->close();
-    }
-    const auto store = open(true);
-    ASSERT_EQ(store->totalCount(), 10'000u);
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        ASSERT_EQ(bytesOf(*store->allMessages()[i]), expected[i]) << i;
+    auto store = TarnMbox::initWithPath(path, true, false);
+    ASSERT_TRUE(store->syncAppendMessages(from->allMessages(), true));
+    std::vector<std::shared_ptr<Message>> read;
+    for (std::size_t i = 0; i < store->totalCount(); i += 3) read.push_back(store->allMessages()[i]);
+    store->setRead(true, MessageList(read));
+    store->close();
+    store = open(true);
+    EXPECT_EQ(store->inconsistency(), "");
+    const auto expected = bytesOf(from->allMessages()), kept = bytesOf(store->allMessages());
+    ASSERT_EQ(kept.size(), expected.size());
+    for (std::size_t i = 0; i < kept.size(); ++i) {
+        ASSERT_EQ(kept[i], expected[i] + std::string(mboxPadding(expected[i]))) << i;
         ASSERT_EQ(store->allMessages()[i]->currentFlags()->isRead(), i % 3 == 0) << i;
     }
-    EXPECT_EQ(store->inconsistency(), "");
 }
 
-/// A host that notes the progress it is shown, and whose user ends the panel at once.
+/// A host that writes down the sessions of its panel and the last progress shown; its user ends it at once.
 class ProgressHost : public WindowHost {
 public:
     struct Seen {
-        ProgressState last;
-        std::string sessions;
+        std::string progress, sessions;
     };
     std::unique_ptr<ProgressPanel> makeProgressPanel(std::function<void()> cancel) override {
         struct Panel : ProgressPanel {
-            void update(const ProgressState& state, std::string_view) override { seen->last = state; }
+            void update(const ProgressState& state, std::string_view) override {
+                const auto value = static_cast<int>(state.value), maximum = static_cast<int>(state.maximum);
+                seen->progress = formatText("%@: %@ %d/%d%@", state.title, state.message, value, maximum,
+                                            state.isButtonEnabled ? " may be ended" : "");
+            }
             void beginModalSession() override { seen->sessions += "+"; }
             void turnModalSession() override { press(); }
             void endModalSession() override { seen->sessions += "-"; }
@@ -427,18 +414,13 @@ TEST_F(Tarn, ShowsTheProgressOfALongRebuild) {
     EXPECT_TRUE(store->syncAppendMessages({letter("11")}, true));
     store->rebuildTableOfContents();
     EXPECT_EQ(host.seen->sessions, "+-");
-    EXPECT_EQ(host.seen->last.title + ": " + host.seen->last.message,
-              "Open Mailbox: Upgrading table of contents for box.  Please wait...");
-    EXPECT_EQ(host.seen->last.value, 11);
-    EXPECT_EQ(host.seen->last.maximum, 11);
-    EXPECT_FALSE(host.seen->last.isButtonEnabled);
-    EXPECT_EQ(store->totalCount(), 11u);
+    EXPECT_EQ(host.seen->progress, "Open Mailbox: Upgrading table of contents for box.  Please wait... 11/11");
     store->close();
 }
 
 TEST_F(Tarn, LaysOutDocumentsOfTheOlderRichFormatAndKeepsWhatItCannot) {
     TarnMailBody::setTarCommand("/bin/tar");
-    const auto composed = Message::messageWithData(Data::ofStatic("Subject: doc\nX-Kept:\n folded\n\n"));
+    const auto composed = messageOf("Subject: doc\nX-Kept:\n folded\n\n");
     const auto body = std::make_shared<TarnMailBody>();
     composed->setMessageBody(body);
     body->setMessage(composed);
@@ -446,8 +428,7 @@ TEST_F(Tarn, LaysOutDocumentsOfTheOlderRichFormatAndKeepsWhatItCannot) {
     bold.font = Font{.family = "Times", .bold = true};
     body->setDecodedBody(AttributedText("very bold", bold));
     const auto packed = body->encodedBody()->toString();
-    const auto sent =
-        Message::messageWithData(Data::copyOf(composed->headers()->encodedHeaders()->toString() + packed));
+    const auto sent = messageOf(composed->headers()->encodedHeaders()->toString() + packed);
     const auto broken = Message::messageWithData(
         Data::ofStatic("Subject: broken\ntarn-attachment: x, 0, 1/1, 0, 0\n\nno blob\n"));
     const auto store = made({});
@@ -464,6 +445,55 @@ TEST_F(Tarn, LaysOutDocumentsOfTheOlderRichFormatAndKeepsWhatItCannot) {
     store->doCompact();
     while (RunLoop::main()->dispatch()) continue;
     EXPECT_FALSE(fs::exists(path + "/doc.attach"));
+    store->close();
+}
+
+using TarnMboxThreads = Tarn;
+
+TEST_F(TarnMboxThreads, AppendsInTheBackgroundWhileListingSortingFlaggingAndCompacting) {
+    constexpr int kThreads = 3, kEach = 12;
+    const auto store = made({"1", "2", "3"});
+    std::atomic<bool> done = false;
+    std::atomic<int> wrong = 0;
+    std::vector<std::jthread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&store, thread] {
+            for (int i = 0; i < kEach; ++i)
+                store->safeAppendMessages({letter(std::to_string(100 * (thread + 1) + i))});
+        });
+    }
+    threads.emplace_back([&] {
+        while (!done) {
+            for (const auto& message : store->allMessages()) {
+                const auto subject = message->headers()->subject();
+                const auto bytes = message->headers()->encodedHeaders();
+                // One that was just taken out has no bytes; none has another's.
+                if (bytes && bytes->view().find("Subject: " + subject) == std::string_view::npos) ++wrong;
+                message->flushCachedData();
+                message->currentFlags();
+            }
+            store->unreadCount();
+        }
+    });
+    std::size_t gone = 0;
+    const auto deadline = RunLoop::Clock::now() + std::chrono::seconds(60);
+    for (int turn = 0; store->totalCount() + gone < 3 + kThreads * kEach && RunLoop::Clock::now() < deadline;
+         ++turn) {
+        RunLoop::main()->runOnce(RunLoop::Clock::now() + std::chrono::milliseconds(5));
+        const auto all = store->allMessages();
+        store->setSortOrder(turn % 2 == 0 ? MessageStoreSortByAuthor : MessageStoreSortByNumber);
+        store->setRead(turn % 3 == 0, MessageList{all.back()});
+        if (turn % 5 != 0) continue;
+        store->deleteMessage(all.front());
+        const auto before = all.size();
+        store->doCompact();
+        gone += before - store->totalCount();
+        EXPECT_EQ(store->inconsistency(), "");
+    }
+    done = true;
+    threads.clear();
+    EXPECT_EQ(store->totalCount() + gone, 3u + kThreads * kEach);
+    EXPECT_EQ(wrong, 0);
     store->close();
 }
 
