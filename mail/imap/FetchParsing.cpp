@@ -5,7 +5,6 @@
 
 #include "base/text/Ascii.h"
 #include "base/text/Cursor.h"
-#include "base/text/DataUtils.h"
 #include "lorvale/imap/words.h"
 #include "lorvale/values/text.h"
 #include "mail/imap/Digits.h"
@@ -135,11 +134,11 @@ std::string withNewlines(std::string_view text) {
     std::string converted;
     converted.reserve(text.size());
     while (true) {
-        const auto end = findBytes(text, "\r\n");
-        converted += text.substr(0, end);
-        if (end == std::string_view::npos) return converted;
+        const auto end = text.find('\n');
+        if (end == std::string_view::npos) return converted += text;
+        converted += text.substr(0, end > 0 && text[end - 1] == '\r' ? end - 1 : end);
         converted += '\n';
-        text.remove_prefix(end + 2);
+        text.remove_prefix(end + 1);
     }
 }
 

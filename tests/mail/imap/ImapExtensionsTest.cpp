@@ -104,7 +104,7 @@ TEST(ImapFetching, TakesAsManyAnswersAsTheMailboxHasMessages) {
 TEST(ImapFetching, AsksForWhatHasChanged) {
     ImapConversation c(
         kStandard,
-        "* OK hi\r\n* 7 FETCH (UID 70 MODSEQ (18446744073709551615) FLAGS ())\r\n* 2 FETCH (UID 4 "
+        "* OK hi\r\n* 7 FETCH (UID 5 MODSEQ (18446744073709551615) FLAGS ())\r\n* 2 FETCH (UID 4 "
         "MODSEQ (99999999999999999999) FLAGS ())\r\n0 OK x\r\n");
     c.connection->setNumbersAreUIDs(true);
     std::vector<std::uint64_t> sequences;

@@ -168,7 +168,14 @@ TEST_F(ImapStoreFaults, SetAsideWhatCannotBeRead) {
     store->close();
     const auto queue = testing::readFile(at + "/DataToBeAppended");
     testing::writeFile(at + "/DataToBeAppended", queue.substr(0, queue.size() / 2));
-    testing::writeFile(at + "/CachedData", "LvIM and no more");
+    // One list that was written of another mailbox than the attributes, and one that is none.
+    StoreArchive other;
+    other.uidValidity = "78";
+    for (const auto& list : {bytesOf(other), std::string("LvIM and no more")}) {
+        testing::writeFile(at + "/CachedData", list);
+        (store = open(at))->close();
+    }
+    EXPECT_EQ(testing::readFile(at + "/CachedData.damaged"), bytesOf(other));
     store = open(at);
     EXPECT_EQ(store->totalCount(), 0u);
     EXPECT_EQ(store->pendingAppendCount(), 0u);
