@@ -86,7 +86,8 @@ int runSync(const Arguments& arguments) {
                 output.write(object.text());
                 continue;
             }
-            auto line = shown + ": " + groupedNumber(outcome.messages) + " messages, " +
+            auto line = shown + ": " + groupedNumber(outcome.messages) +
+                        (outcome.messages == 1 ? " message, " : " messages, ") +
                         groupedNumber(outcome.fetched) + " fetched";
             if (outcome.missing > 0) line += ", " + groupedNumber(outcome.missing) + " could not be fetched";
             if (outcome.queued > 0) line += ", " + groupedNumber(outcome.queued) + " still wait in the queue";
