@@ -1,10 +1,11 @@
 #include "lorvale/toolkit/retrieval/sentence_parser.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <sstream>
 
 #include "tests/support/FailureText.h"
+#include "tests/support/RealMessages.h"
 #include "tests/support/TestSupport.h"
 
 namespace brindle::testing {
@@ -158,6 +159,29 @@ TEST(SentenceParser, BufferIsLeftAloneWhereReturnsAreKept) {
     }
     removing.SetBuffer(text);
     EXPECT_EQ(removing.GetNextExtent(), nullptr);
+}
+
+TEST(SentenceParser, RealMailIsCutAsByHand) {
+    const std::string text = realMessageBody("<AMEPKEBLDJJCCDEJHAMIKELBFIAA.ejw@cse.ucsc.edu>");
+    if (text.empty()) GTEST_SKIP() << "no shared mail";
+    const char* const beginnings[] = {"Opening arguments are",
+                                      "....",
+                                      "To heighten public",
+                                      "The van, which",
+                                      "--------",
+                                      "I had the opportunity",
+                                      "It's a neat",
+                                      "Take an SUV, put",
+                                      "Voila -- people",
+                                      "Quite literally",
+                                      "Total fixed cost",
+                                      "One of the",
+                                      "This should be",
+                                      "- Jim"};
+    const auto found = sentencesOf(text.substr(text.find("Opening")), abbreviations());
+    ASSERT_EQ(found.size(), std::size(beginnings));
+    for (std::size_t i = 0; i < found.size(); ++i)
+        EXPECT_THAT(found[i].text, ::testing::StartsWith(beginnings[i]));
 }
 
 }  // namespace
