@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <random>
 
+#include "mail/imap/SentNotes.h"
 #include "tests/mail/imap/ImapStoreSupport.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/MailServer.h"
@@ -231,6 +233,66 @@ TEST_F(ImapStoreThreads, KeepsWhatThePolicyAndTheServerSay) {
     EXPECT_EQ(subjects(*(store = open())).size(), 5u);
     EXPECT_EQ(IMAPStore::willingnessToOpen("/x.mbox"), 0);
     EXPECT_GT(IMAPStore::willingnessToOpen("/x.imap"), 1);
+}
+
+TEST_F(ImapStoreThreads, StaysTrueWhileAnotherChangesTheMailbox) {
+    begin(kStandard);
+    const testing::LogCapture log;
+    const auto store = open();
+    std::mt19937 random(7);
+    int delivered = 5;
+    for (int step = 0; step < 40; ++step) {
+        const auto count = other->search("ALL")->size();
+        const auto pick = static_cast<std::uint32_t>(1 + random() % std::max<std::size_t>(count, 1));
+        switch (random() % 4) {
+            case 0:
+                _server.deliver(account->user, letter(++delivered));
+                break;
+            case 1:
+                if (count > 0) other->storeFlag("\\Seen", (random() & 1) != 0, {pick});
+                break;
+            case 2:
+                if (count < 3) break;
+                other->storeFlag("\\Deleted", true, {pick});
+                (void)other->expunge();
+                break;
+            default:
+                (void)store->doFetchNow(false);
+        }
+        if (step % 8 != 7) continue;
+        settle(*store);
+        (void)store->doFetchNow(false);
+        settle(*store);
+        other->noop();
+        IMAPConnection::Numbers all;
+        for (std::size_t n = 1; n <= other->search("ALL")->size(); ++n)
+            all.push_back(static_cast<std::uint32_t>(n));
+        const auto there = other->fetchRawData(all, false).value_or(std::vector<std::string>());
+        ASSERT_EQ(store->totalCount(), there.size()) << step;
+        for (std::size_t i = 0; i < there.size(); ++i) ASSERT_EQ(textOf(*store, i), there[i]) << step;
+    }
+    store->close();
+}
+
+TEST(ImapSentNotes, AreOfTheVeryMessagesOfTheQueue) {
+    const testing::TemporaryFolder folder;
+    const auto path = (folder / "notes").string();
+    const Data first("one"), second("two"), third("six");
+    {
+        SentNotes notes(path, {first, second});
+        notes.add(1);
+    }
+    const auto noted = [&](const std::vector<Data>& queue) {
+        const SentNotes notes(path, queue);
+        std::vector<bool> has;
+        for (std::size_t place = 0; place < queue.size(); ++place) has.push_back(notes.has(place));
+        return has;
+    };
+    EXPECT_EQ(noted({first, second, third}), (std::vector{false, true, false}));
+    EXPECT_EQ(noted({first, third}), (std::vector{false, false})) << "as long, at that place";
+    EXPECT_EQ(noted({second}), std::vector{false}) << "another place";
+    SentNotes(path, {first, second}).clear();
+    EXPECT_EQ(noted({first, second}), (std::vector{false, false}));
 }
 
 }  // namespace
