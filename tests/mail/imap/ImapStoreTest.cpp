@@ -241,7 +241,7 @@ TEST_F(ImapStoreThreads, StaysTrueWhileAnotherChangesTheMailbox) {
     const auto store = open();
     std::mt19937 random(7);
     int delivered = 5;
-    for (int step = 0; step < 40; ++step) {
+    for (int step = 0; step < 1000; ++step) {
         const auto count = other->search("ALL")->size();
         const auto pick = static_cast<std::uint32_t>(1 + random() % std::max<std::size_t>(count, 1));
         switch (random() % 4) {
