@@ -1,5 +1,6 @@
 // The ordered set beside its peers: 1,000,000 records of a 12-byte key and a 12-byte value.  The number can be
-// changed by the environment variable LORVALE_BENCH_RECORDS, the memory for pages in MiB by LORVALE_BENCH_PAGES.
+// changed by the environment variable LORVALE_BENCH_RECORDS, the memory for pages, in MiB, by
+// LORVALE_BENCH_PAGES.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 

@@ -1,6 +1,7 @@
 // What header_tool.py asks of the library, so that other implementations of mail can be held against it.
 //
-//   header_tool read FILE...   for each message a line of fields "name=value", texts in hexadecimal ("-": none):
+//   header_tool read FILE...   for each message a line of fields "name=value", texts in hexadecimal ("-":
+//   none):
 //                              file, offset, length; subject, date (seconds since 1970), and from, to, cc as
 //                              "name:address,name:address"; a header that is not there has no field
 //   header_tool write          standard input holds lines "text HEX" and "list HEX", a value each; for each a
