@@ -14,8 +14,12 @@ TextsAhead::TextsAhead(std::vector<std::shared_ptr<Message>> messages, IndexedFo
     : _messages(std::move(messages)), _form(form) {
     if (_messages.size() <= kShortRun) return;
     try {
-        _thread =
-            Thread("Index texts", Thread::kBackgroundPriority, [this](const std::stop_token&) { readAll(); });
+        _thread = Thread("Index texts", Thread::kBackgroundPriority, [this](const std::stop_token&) {
+            runLoggingExceptions("Reading messages ahead", [this] { readAll(); });
+            const MutexLock lock(_mutex);
+            _hasEnded = true;
+            _changed.notify_all();
+        });
     } catch (const NamedException& exception) {
         log("Indexing goes on with one thread: %@", exception.reason());
     }
@@ -70,10 +74,13 @@ std::optional<std::string> TextsAhead::textAt(std::size_t place) {
     const MutexLock lock(_mutex);
     std::unique_lock held(_mutex.native(), std::adopt_lock);
     std::optional<Ready> first;
-    while (!(first = takeFirst()) || first->place < place)
-        if (!first) _changed.wait(held);
+    while (!(first = takeFirst()) || first->place < place) {
+        if (first) continue;
+        if (_hasEnded) break;
+        _changed.wait(held);
+    }
     held.release();  // the lock above gives it back
-    return std::move(first->text);
+    return first ? std::move(first->text) : read(place);
 }
 
 }  // namespace lorvale

@@ -56,8 +56,9 @@ private:
     std::condition_variable _changed;
     std::deque<Ready> _ready LORVALE_GUARDED_BY(_mutex);
     std::size_t _bytes LORVALE_GUARDED_BY(_mutex) = 0;  // of those
-    bool _ends LORVALE_GUARDED_BY(_mutex) = false;
-    Thread _thread;  // last: joined before the rest goes
+    bool _ends LORVALE_GUARDED_BY(_mutex) = false;      // nobody asks any more
+    bool _hasEnded LORVALE_GUARDED_BY(_mutex) = false;  // the thread, be it for want of memory
+    Thread _thread;                                     // last: joined before the rest goes
 };
 
 }  // namespace lorvale
